@@ -1,0 +1,28 @@
+#include "app/TeskApplication.h"
+
+#include <QMainWindow>
+
+namespace tesk {
+
+TeskApplication::TeskApplication(int& argc, char** argv)
+    : QApplication(argc, argv) {
+    configureIdentity();
+    mMainWindow = createEmptyWindow();
+}
+
+TeskApplication::~TeskApplication() = default;
+
+void TeskApplication::configureIdentity() {
+    QCoreApplication::setOrganizationName(QStringLiteral("Tesk"));
+    QCoreApplication::setApplicationName(QStringLiteral("Tesk"));
+    QGuiApplication::setApplicationDisplayName(QStringLiteral("Tesk"));
+}
+
+std::unique_ptr<QMainWindow> createEmptyWindow() {
+    auto window = std::make_unique<QMainWindow>();
+    window->setWindowTitle(QStringLiteral("Tesk"));
+    window->resize(900, 560);
+    return window;
+}
+
+} // namespace tesk

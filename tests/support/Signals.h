@@ -1,0 +1,33 @@
+#pragma once
+
+// Generated test signals and measurements on them: no sample files anywhere in the tests.
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <vector>
+
+namespace tesk::test {
+
+constexpr double kSampleRate = 44100.0;
+
+/// `frames` samples of a sine of `frequency` Hz and peak `amplitude`, starting at `phase`.
+std::vector<float> sine(double frequency, double amplitude, std::size_t frames,
+                        double sampleRate = kSampleRate, double phase = 0.0);
+
+/// Uniform white noise in [-amplitude, amplitude], the same for the same seed.
+std::vector<float> noise(double amplitude, std::size_t frames, std::uint32_t seed = 1);
+
+/// The sample-by-sample sum of two signals of equal length.
+std::vector<float> mix(std::span<const float> a, std::span<const float> b);
+
+/// Root mean square, and the same in dB (20 log10); a silent signal gives -infinity.
+double rms(std::span<const float> samples);
+double rmsDb(std::span<const float> samples);
+
+/// The amplitude of the `frequency` component of `samples` (a single-bin DFT, Goertzel),
+/// scaled so a sine of peak A reads about A when the window holds whole periods.
+double toneAmplitude(std::span<const float> samples, double frequency,
+                     double sampleRate = kSampleRate);
+
+} // namespace tesk::test
