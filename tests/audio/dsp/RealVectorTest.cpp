@@ -1,0 +1,79 @@
+#include "audio/dsp/RealVector.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <vector>
+
+namespace tesk {
+namespace {
+
+TEST(RealVector, WindowsConvertsToDecibelsAndAverages) {
+    // Hamming over 9 points: 0.08 at the ends, 0.54 a quarter of the way, 1 in the middle.
+    std::vector<float> samples(9, 2.0f);
+    HammingWindow(9).apply(samples);
+    EXPECT_NEAR(samples[0], 0.16f, 1e-6f);
+    EXPECT_NEAR(samples[2], 1.08f, 1e-6f);
+    EXPECT_NEAR(samples[4], 2.0f, 1e-6f);
+    EXPECT_NEAR(samples[6], 1.08f, 1e-6f);
+    EXPECT_NEAR(samples[8], 0.16f, 1e-6f);
+
+    // Raw 20 log10, floored so that silence stays finite.
+    std::vector<float> values{1.0f, 10.0f, 0.001f, 553.0f, 0.0f, 1e-9f};
+    convertToDecibels(values);
+    EXPECT_NEAR(values[0], 0.0f, 1e-5f);
+    EXPECT_NEAR(values[1], 20.0f, 1e-5f);
+    EXPECT_NEAR(values[2], -60.0f, 1e-4f);
+    EXPECT_NEAR(values[3], 54.8545f, 1e-3f);
+    EXPECT_EQ(values[4], kDecibelFloor);
+    EXPECT_EQ(values[5], kDecibelFloor);
+
+    std::vector<float> a{1.0f, -6.0f, 30.0f};
+    const std::vector<float> b{2.0f, -12.0f, 60.0f};
+    const std::vector<float> c{6.0f, 0.0f, -30.0f};
+    const std::vector<std::span<const float>> vectors{a, b, c};
+    averageOfVectors(vectors, a); // into one of its own inputs
+    EXPECT_EQ(a, (std::vector<float>{3.0f, -6.0f, 20.0f}));
+}
+
+TEST(RealVector, SmoothedPointsAreASixthOfAnOctaveApartAroundOneKilohertz) {
+    constexpr double kSpacing = 44100.0 / 2048.0;
+    const OctaveSmoother smoother(1.0f / 6.0f, 44100, 2048, 1, 1024);
+    const auto table = smoother.frequencyTable();
+    // 1000 · 2^(k/6) for k = -33 (22.1 Hz, above the first bin) .. 26 (20.2 kHz)
+    ASSERT_EQ(table.size(), 60u);
+    EXPECT_GE(table.front(), kSpacing);
+    EXPECT_LT(table.front() / std::exp2(1.0 / 6.0), kSpacing);
+    EXPECT_GT(table.back() * std::exp2(1.0 / 6.0), 22050.0);
+    EXPECT_FLOAT_EQ(table[33], 1000.0f);
+    for (std::size_t p = 1; p < table.size(); ++p) {
+        EXPECT_NEAR(table[p] / table[p - 1], std::exp2(1.0 / 6.0), 1e-5) << "point " << p;
+    }
+
+    // Bins whose value is their own frequency: a point is the mean of the bins within its
+    // band or, where the band holds no bin, its own frequency (interpolation is exact here).
+    std::vector<float> bins(1024);
+    for (std::size_t i = 0; i < bins.size(); ++i)
+        bins[i] = static_cast<float>(static_cast<double>(i + 1) * kSpacing);
+    std::vector<float> points(table.size());
+    smoother.smooth(bins, points);
+    std::size_t interpolated = 0;
+    for (std::size_t p = 0; p < table.size(); ++p) {
+        double sum = 0.0;
+        int count = 0;
+        for (const float bin : bins) {
+            if (bin >= table[p] * std::exp2(-1.0 / 12.0) &&
+                bin < table[p] * std::exp2(1.0 / 12.0)) {
+                sum += bin;
+                ++count;
+            }
+        }
+        const double expected = count > 0 ? sum / count : table[p];
+        interpolated += count == 0 ? 1 : 0;
+        EXPECT_NEAR(points[p], expected, 1e-4 * expected) << "point " << p << " at " << table[p];
+    }
+    EXPECT_GT(interpolated, 5u);
+}
+
+} // namespace
+} // namespace tesk
