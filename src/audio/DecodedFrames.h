@@ -1,0 +1,24 @@
+#pragma once
+
+#include <QtGlobal>
+
+namespace tesk {
+
+/// A song's frames at the engine format, decoded ahead of whoever reads them: the file
+/// reader, the waveform and the export all read through this.
+/// Any thread but the audio thread: reading may touch the disk.
+class DecodedFrames {
+public:
+    virtual ~DecodedFrames() = default;
+
+    /// The song's length in frames: exact once decoding has finished, an estimate before.
+    virtual qint64 frameCount() const = 0;
+    /// Frames [0, n) can be read now.
+    virtual qint64 decodedFrameCount() const = 0;
+    virtual bool isDecodingFinished() const = 0;
+    /// Copies up to `count` decoded frames from `start` into `left` and `right`; returns how
+    /// many it copied (0 at or past the decoded end).
+    virtual qint64 readFrames(qint64 start, qint64 count, float* left, float* right) const = 0;
+};
+
+} // namespace tesk

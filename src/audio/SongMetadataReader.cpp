@@ -1,0 +1,105 @@
+#include "audio/SongMetadataReader.h"
+
+extern "C" {
+#include <libavcodec/avcodec.h>
+#include <libavformat/avformat.h>
+#include <libavutil/dict.h>
+}
+
+#include <QFile>
+
+#include <initializer_list>
+#include <memory>
+
+namespace tesk {
+namespace {
+
+struct InputCloser {
+    void operator()(AVFormatContext* context) const { avformat_close_input(&context); }
+};
+
+/// The first non-empty value of `key` (case-insensitive, as FFmpeg normalises tag names only
+/// partly) among `dictionaries`, in order.
+QString firstTag(std::initializer_list<const AVDictionary*> dictionaries, const char* key) {
+    for (const AVDictionary* dictionary : dictionaries) {
+        const AVDictionaryEntry* entry = av_dict_get(dictionary, key, nullptr, 0);
+        if (entry && entry->value && entry->value[0] != '\0')
+            return QString::fromUtf8(entry->value);
+    }
+    return {};
+}
+
+QString mimeTypeFor(AVCodecID codec) {
+    switch (codec) {
+    case AV_CODEC_ID_MJPEG:
+        return QStringLiteral("image/jpeg");
+    case AV_CODEC_ID_PNG:
+        return QStringLiteral("image/png");
+    case AV_CODEC_ID_BMP:
+        return QStringLiteral("image/bmp");
+    case AV_CODEC_ID_GIF:
+        return QStringLiteral("image/gif");
+    case AV_CODEC_ID_TIFF:
+        return QStringLiteral("image/tiff");
+    case AV_CODEC_ID_WEBP:
+        return QStringLiteral("image/webp");
+    default:
+        return {};
+    }
+}
+
+/// The song's cover among its attached pictures: the one an ID3 tag marks as the front cover
+/// when there are several (booklet scans, artist photos), else the first.
+const AVStream* coverStream(const AVFormatContext& context) {
+    const AVStream* first = nullptr;
+    for (unsigned i = 0; i < context.nb_streams; ++i) {
+        const AVStream* stream = context.streams[i];
+        if (!(stream->disposition & AV_DISPOSITION_ATTACHED_PIC) || stream->attached_pic.size <= 0)
+            continue;
+        const AVDictionaryEntry* kind = av_dict_get(stream->metadata, "comment", nullptr, 0);
+        if (kind && qstrcmp(kind->value, "Cover (front)") == 0)
+            return stream;
+        if (!first)
+            first = stream;
+    }
+    return first;
+}
+
+} // namespace
+
+std::optional<SongMetadata> readSongMetadata(const QString& path) {
+    // "file:" keeps FFmpeg from reading a colon in the path as the name of a protocol.
+    const QByteArray url = "file:" + QFile::encodeName(path);
+    AVFormatContext* opened = nullptr;
+    if (avformat_open_input(&opened, url.constData(), nullptr, nullptr) < 0)
+        return std::nullopt;
+    const std::unique_ptr<AVFormatContext, InputCloser> context(opened);
+
+    // Stream information isn't probed: the tags and pictures are in the header, and probing
+    // would decode part of the song. So the sound stream is the first one that says it is
+    // audio (av_find_best_stream would want its rate and channels, which only probing gives
+    // for an MP3).
+    const AVStream* sound = nullptr;
+    for (unsigned i = 0; i < context->nb_streams && !sound; ++i) {
+        if (context->streams[i]->codecpar->codec_type == AVMEDIA_TYPE_AUDIO)
+            sound = context->streams[i];
+    }
+    if (!sound)
+        return std::nullopt;
+    // Ogg keeps its comments on the stream, most other containers on the file.
+    const AVDictionary* containerTags = context->metadata;
+    const AVDictionary* streamTags = sound->metadata;
+
+    SongMetadata metadata;
+    metadata.title = firstTag({containerTags, streamTags}, "title");
+    metadata.artist = firstTag({containerTags, streamTags}, "artist");
+    metadata.album = firstTag({containerTags, streamTags}, "album");
+    if (const AVStream* cover = coverStream(*context)) {
+        metadata.coverImage = QByteArray(reinterpret_cast<const char*>(cover->attached_pic.data),
+                                         cover->attached_pic.size);
+        metadata.coverMimeType = mimeTypeFor(cover->codecpar->codec_id);
+    }
+    return metadata;
+}
+
+} // namespace tesk

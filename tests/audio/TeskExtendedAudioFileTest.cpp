@@ -1,0 +1,578 @@
+// Opening and decoding songs: exact lengths, content in the right place, frame-exact reads while
+// decoding goes on, clear errors for files that aren't songs, and a decoder that stops when asked.
+#include "audio/TeskExtendedAudioFile.h"
+
+#include "audio/SongFileError.h"
+#include "support/AudioFiles.h"
+#include "support/Signals.h"
+
+#include <QDir>
+#include <QFile>
+#include <QRegularExpression>
+#include <QStandardPaths>
+#include <QTemporaryDir>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cmath>
+#include <limits>
+#include <thread>
+#include <unistd.h>
+
+namespace tesk {
+namespace {
+
+using test::Channels;
+
+constexpr float kLsb = 1.0f / 32768.0f;
+const QStringList kMp3{"-c:a", "libmp3lame"};
+const QStringList kAac{"-c:a", "aac"};
+
+Channels readAll(const TeskExtendedAudioFile& file) {
+    const qint64 frames = file.decodedFrameCount();
+    Channels channels(2, std::vector<float>(std::size_t(frames)));
+    EXPECT_EQ(file.readFrames(0, frames, channels[0].data(), channels[1].data()), frames);
+    return channels;
+}
+
+std::unique_ptr<TeskExtendedAudioFile> openDecoded(const QString& path) {
+    std::optional<TeskError> error;
+    auto file = TeskExtendedAudioFile::openForPlayback(path, &error);
+    EXPECT_TRUE(file) << (error ? error->description().toStdString() : "");
+    if (file)
+        file->waitUntilDecoded();
+    return file;
+}
+
+qint64 engineFrames(qint64 sourceFrames, int sourceRate) {
+    return std::llround(double(sourceFrames) * 44100.0 / sourceRate);
+}
+
+/// The shift (within ±maxLag) at which `decoded` best matches `original`: 0 when aligned.
+int bestLag(const std::vector<float>& original, const std::vector<float>& decoded, int maxLag) {
+    int best = 0;
+    double bestScore = -std::numeric_limits<double>::infinity();
+    const auto length = std::ptrdiff_t(std::min(original.size(), decoded.size()));
+    for (int lag = -maxLag; lag <= maxLag; ++lag) {
+        double score = 0.0;
+        for (std::ptrdiff_t i = maxLag; i < length - maxLag; ++i)
+            score += double(original[std::size_t(i)]) * decoded[std::size_t(i + lag)];
+        if (score > bestScore) {
+            bestScore = score;
+            best = lag;
+        }
+    }
+    return best;
+}
+
+float maxDifference(const std::vector<float>& a, const std::vector<float>& b, std::size_t count) {
+    float difference = 0.0f;
+    for (std::size_t i = 0; i < count; ++i)
+        difference = std::max(difference, std::abs(a[i] - b[i]));
+    return difference;
+}
+
+/// A music-like test song: a tone on each side over broadband noise, so alignment shows.
+Channels testSong(std::size_t frames) {
+    return {test::mix(test::sine(440.0, 0.4, frames), test::noise(0.2, frames, 1)),
+            test::mix(test::sine(1000.0, 0.3, frames), test::noise(0.2, frames, 2))};
+}
+
+TEST(TeskExtendedAudioFile, WavReadsBackSampleAccurately) {
+    QTemporaryDir folder;
+    const QString path = folder.filePath("song.wav");
+    const std::size_t frames = 2 * 44100 + 37;
+    const Channels song = testSong(frames);
+    ASSERT_TRUE(test::writeWav(path, song, 44100, test::WavSampleFormat::Int16));
+
+    const auto file = openDecoded(path);
+    ASSERT_TRUE(file);
+    EXPECT_EQ(file->streamDescription(), AudioStreamDescription::engineFormat());
+    EXPECT_TRUE(file->isDecodingFinished());
+    EXPECT_FALSE(file->decodingError());
+    const SongFileInfo info = file->info();
+    EXPECT_EQ(info.frameCount, qint64(frames));
+    EXPECT_EQ(info.codecName, "pcm_s16le");
+    EXPECT_EQ(info.sourceSampleRate, 44100.0);
+    EXPECT_EQ(info.sourceChannels, 2);
+    EXPECT_NEAR(info.durationSeconds, double(frames) / 44100.0, 1e-9);
+    // Within the file's own 16-bit quantisation, and no channel swap.
+    const Channels decoded = readAll(*file);
+    EXPECT_LE(maxDifference(decoded[0], song[0], frames), 0.5f * kLsb + 1e-7f);
+    EXPECT_LE(maxDifference(decoded[1], song[1], frames), 0.5f * kLsb + 1e-7f);
+}
+
+TEST(TeskExtendedAudioFile, FloatSamplesRoundToNearestAndClip) {
+    QTemporaryDir folder;
+    const QString path = folder.filePath("float.wav");
+    const float nan = std::numeric_limits<float>::quiet_NaN();
+    const std::vector<float> left{1.5f,           -1.5f, 100.4f * kLsb, 100.6f * kLsb,
+                                  -100.6f * kLsb, nan,   1.0f,          0.25f};
+    const std::vector<float> expectedLeft{32767, -32768, 100, 101, -101, 0, 32767, 8192};
+    const std::vector<float> expectedRight{-32768, 32767, -100, -101, 101, 0, -32768, -8192};
+    std::vector<float> right(left.size());
+    std::transform(left.begin(), left.end(), right.begin(), [](float x) { return -x; });
+    ASSERT_TRUE(test::writeWav(path, {left, right}, 44100));
+
+    const auto file = openDecoded(path);
+    ASSERT_TRUE(file);
+    const Channels decoded = readAll(*file);
+    ASSERT_EQ(decoded[0].size(), left.size());
+    for (std::size_t i = 0; i < left.size(); ++i) {
+        EXPECT_EQ(decoded[0][i] * 32768.0f, expectedLeft[i]) << "sample " << i;
+        EXPECT_EQ(decoded[1][i] * 32768.0f, expectedRight[i]) << "sample " << i;
+    }
+}
+
+TEST(TeskExtendedAudioFile, Mp3KeepsTheOriginalLengthAndAlignment) {
+    QTemporaryDir folder;
+    const QString path = folder.filePath("song.mp3");
+    const std::size_t frames = 100003;
+    const Channels song = testSong(frames);
+    ASSERT_TRUE(test::writeEncoded(path, song, 44100, kMp3 + QStringList{"-b:a", "192k"}));
+
+    const auto file = openDecoded(path);
+    ASSERT_TRUE(file);
+    EXPECT_EQ(file->info().codecName, "mp3");
+    EXPECT_EQ(file->frameCount(), qint64(frames));
+    const Channels decoded = readAll(*file);
+    EXPECT_EQ(bestLag(song[0], decoded[0], 300), 0);
+    EXPECT_EQ(bestLag(song[1], decoded[1], 300), 0);
+    // FFmpeg's own tool trims LAME's delay and padding too: the samples must be the same.
+    const auto reference = test::decodeWithFfmpeg(path);
+    ASSERT_TRUE(reference);
+    ASSERT_EQ((*reference)[0].size(), frames);
+    EXPECT_LE(maxDifference(decoded[0], (*reference)[0], frames), kLsb);
+    EXPECT_LE(maxDifference(decoded[1], (*reference)[1], frames), kLsb);
+}
+
+TEST(TeskExtendedAudioFile, M4aEndsAtItsStreamDurationWithoutPriming) {
+    QTemporaryDir folder;
+    const std::size_t frames = 100003;
+    const Channels song = testSong(frames);
+    const QString coarse = folder.filePath("coarse.m4a");
+    const QString exact = folder.filePath("exact.m4a");
+    ASSERT_TRUE(test::writeEncoded(coarse, song, 44100, kAac));
+    // An edit list counted in samples rather than in milliseconds states the length exactly.
+    ASSERT_TRUE(
+        test::writeEncoded(exact, song, 44100, kAac + QStringList{"-movie_timescale", "44100"}));
+
+    const auto coarseFile = openDecoded(coarse);
+    ASSERT_TRUE(coarseFile);
+    const qint64 streamDuration = test::probeAudioStream(coarse, "duration_ts").toLongLong();
+    EXPECT_NEAR(double(streamDuration), double(frames), 45.0);
+    EXPECT_EQ(coarseFile->frameCount(), streamDuration);
+
+    const auto exactFile = openDecoded(exact);
+    ASSERT_TRUE(exactFile);
+    EXPECT_EQ(exactFile->info().codecName, "aac");
+    EXPECT_EQ(exactFile->frameCount(), qint64(frames));
+    const Channels decoded = readAll(*exactFile);
+    EXPECT_EQ(bestLag(song[0], decoded[0], 1200), 0);
+    EXPECT_EQ(bestLag(song[1], decoded[1], 1200), 0);
+    // The samples FFmpeg's own tool gives, which skips the priming but keeps the padding.
+    const auto reference = test::decodeWithFfmpeg(exact);
+    ASSERT_TRUE(reference);
+    ASSERT_GT((*reference)[0].size(), frames);
+    EXPECT_LE(maxDifference(decoded[0], (*reference)[0], frames), kLsb);
+}
+
+TEST(TeskExtendedAudioFile, MonoIsDoubledAtFullLevel) {
+    QTemporaryDir folder;
+    const std::size_t frames = 44100;
+    const std::vector<float> tone = test::sine(500.0, 0.5, frames);
+    const QString wav = folder.filePath("mono.wav");
+    const QString mp3 = folder.filePath("mono.mp3");
+    ASSERT_TRUE(test::writeWav(wav, {tone}, 44100));
+    ASSERT_TRUE(test::writeEncoded(mp3, {tone}, 44100, kMp3));
+
+    for (const QString& path : {wav, mp3}) {
+        SCOPED_TRACE(path.toStdString());
+        const auto file = openDecoded(path);
+        ASSERT_TRUE(file);
+        EXPECT_EQ(file->info().sourceChannels, 1);
+        const Channels decoded = readAll(*file);
+        EXPECT_EQ(decoded[0], decoded[1]);
+        // Each side as loud as the mono source itself, not panned to the centre at -3 dB.
+        const auto mono = test::decodeWithFfmpeg(path, 44100, 1);
+        ASSERT_TRUE(mono);
+        ASSERT_EQ(decoded[0].size(), frames);
+        EXPECT_LE(maxDifference(decoded[0], (*mono)[0], frames), kLsb);
+        EXPECT_GT(test::toneAmplitude(decoded[0], 500.0), 0.45);
+    }
+}
+
+TEST(TeskExtendedAudioFile, ManyChannelsMixDownWithEveryChannelAndNoClipping) {
+    QTemporaryDir folder;
+    // 5.1 order: front left, front right, centre, LFE, back left, back right.
+    const std::vector<double> tones{300.0, 500.0, 700.0, 100.0, 900.0, 1100.0};
+    Channels channels;
+    for (double frequency : tones)
+        channels.push_back(test::sine(frequency, 0.95, 44100));
+    const QString wav = folder.filePath("six.wav");
+    const QString m4a = folder.filePath("six.m4a");
+    ASSERT_TRUE(test::writeWav(wav, channels, 44100));
+    ASSERT_TRUE(test::encodeWithFfmpeg(wav, m4a, kAac));
+
+    for (const QString& path : {wav, m4a}) {
+        SCOPED_TRACE(path.toStdString());
+        const auto file = openDecoded(path);
+        ASSERT_TRUE(file);
+        EXPECT_EQ(file->info().sourceChannels, 6);
+        const Channels decoded = readAll(*file);
+        const auto level = [&](int side, double frequency) {
+            return test::toneAmplitude(decoded[std::size_t(side)], frequency);
+        };
+        for (double frequency : tones)
+            EXPECT_GT(std::max(level(0, frequency), level(1, frequency)), 0.1) << frequency;
+        EXPECT_GT(level(0, 300.0), 10.0 * level(1, 300.0));
+        EXPECT_GT(level(1, 500.0), 10.0 * level(0, 500.0));
+        for (const std::vector<float>& side : decoded) {
+            const auto [lowest, highest] = std::minmax_element(side.begin(), side.end());
+            EXPECT_LT(std::max(-*lowest, *highest), 32767.0f * kLsb);
+        }
+    }
+}
+
+TEST(TeskExtendedAudioFile, OtherRatesConvertToExactLengthAndPitch) {
+    QTemporaryDir folder;
+    struct Source {
+        int rate;
+        std::size_t frames;
+        const char* codec;
+        std::size_t channels;
+    };
+    for (const Source& source :
+         {Source{8000, 24011, "pcm_s16le", 1}, Source{96000, 100001, "pcm_s24le", 2}}) {
+        SCOPED_TRACE(source.rate);
+        // A click in silence, then a tone that lasts to the very end.
+        const std::size_t click = source.frames / 10;
+        const std::size_t toneStart = source.frames / 5;
+        std::vector<float> signal(source.frames, 0.0f);
+        signal[click] = 0.9f;
+        const auto tone = test::sine(1000.0, 0.5, source.frames - toneStart, source.rate);
+        std::copy(tone.begin(), tone.end(), signal.begin() + std::ptrdiff_t(toneStart));
+        const QString path = folder.filePath(QStringLiteral("rate%1.wav").arg(source.rate));
+        ASSERT_TRUE(test::writeEncoded(path, Channels(source.channels, signal), source.rate,
+                                       {"-c:a", source.codec}));
+
+        const auto file = openDecoded(path);
+        ASSERT_TRUE(file);
+        EXPECT_EQ(file->info().sourceSampleRate, double(source.rate));
+        EXPECT_EQ(file->info().codecName, source.codec);
+        EXPECT_EQ(file->frameCount(), engineFrames(qint64(source.frames), source.rate));
+        const std::vector<float> left = readAll(*file)[0];
+        const auto start = std::ptrdiff_t(engineFrames(qint64(toneStart), source.rate));
+        const auto loudest = std::max_element(left.begin(), left.begin() + start,
+                                              [](float a, float b) { return a * a < b * b; });
+        EXPECT_NEAR(double(loudest - left.begin()),
+                    double(engineFrames(qint64(click), source.rate)), 1.0);
+        const std::span<const float> toneWindow(left.data() + start + 441, 22050);
+        EXPECT_NEAR(test::toneAmplitude(toneWindow, 1000.0), 0.5, 0.01);
+        EXPECT_LT(test::toneAmplitude(toneWindow, 1050.0), 0.05);
+        // Nothing lost at the end: the resampler's last frames are there.
+        EXPECT_GT(test::rms(std::span<const float>(left).last(40)), 0.25);
+    }
+}
+
+TEST(TeskExtendedAudioFile, JoinedPartsAtDifferentRatesEachKeepTheirPitch) {
+    QTemporaryDir folder;
+    QByteArray joined;
+    for (const char* rate : {"44100", "48000"}) {
+        const QString part = folder.filePath(QStringLiteral("part%1.mp3").arg(rate));
+        ASSERT_TRUE(
+            test::runFfmpeg({"-f", "lavfi", "-i",
+                             QStringLiteral("sine=frequency=1000:duration=1:sample_rate=") + rate,
+                             "-c:a", "libmp3lame", "-write_xing", "0", part}));
+        QFile file(part);
+        ASSERT_TRUE(file.open(QIODevice::ReadOnly));
+        joined += file.readAll();
+    }
+    const QString path = folder.filePath("joined.mp3");
+    QFile file(path);
+    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+    file.write(joined);
+    file.close();
+
+    const auto song = openDecoded(path);
+    ASSERT_TRUE(song);
+    // Each part lasts a second of engine frames, give or take the encoder's delay and padding.
+    EXPECT_NEAR(double(song->frameCount()), 2.0 * 44100, 3000.0);
+    const std::vector<float> left = readAll(*song)[0];
+    for (const std::span<const float> part :
+         {std::span(left).subspan(11025, 22050), std::span(left).last(22050)})
+        EXPECT_NEAR(test::toneAmplitude(part, 1000.0), 1.0 / 8, 0.01);
+}
+
+TEST(TeskExtendedAudioFile, ReadsAreFrameExactFromAnyFrame) {
+    QTemporaryDir folder;
+    const QString path = folder.filePath("song.wav");
+    const qint64 frames = 50000;
+    ASSERT_TRUE(test::writeWav(path, testSong(frames), 44100, test::WavSampleFormat::Int16));
+    const auto file = openDecoded(path);
+    ASSERT_TRUE(file);
+    const Channels full = readAll(*file);
+
+    for (qint64 start : {0, 1, 4095, 4096, 4097, 31337, 45000, 49999}) {
+        std::vector<float> left(5000, 7.0f), right(5000, 7.0f);
+        const qint64 read = file->readFrames(start, 5000, left.data(), right.data());
+        ASSERT_EQ(read, std::min<qint64>(5000, frames - start)) << start;
+        EXPECT_TRUE(std::equal(left.begin(), left.begin() + read, full[0].begin() + start));
+        EXPECT_TRUE(std::equal(right.begin(), right.begin() + read, full[1].begin() + start));
+        EXPECT_EQ(std::count(left.begin(), left.end(), 7.0f), 5000 - read) << "rest untouched";
+    }
+    float left = 0.0f, right = 0.0f;
+    for (qint64 start : {frames, frames + 10, qint64(-1)})
+        EXPECT_EQ(file->readFrames(start, 1, &left, &right), 0) << start;
+    EXPECT_EQ(file->readFrames(0, 0, &left, &right), 0);
+}
+
+/// Ten minutes of a cheap source: 8 kHz mono, converted to 26 460 000 engine frames.
+QString writeLongSong(const QTemporaryDir& folder) {
+    const QString path = folder.filePath("long.wav");
+    EXPECT_TRUE(test::writeWav(path, {test::sine(441.0, 0.5, 8000 * 600, 8000.0)}, 8000,
+                               test::WavSampleFormat::Int16));
+    return path;
+}
+constexpr qint64 kLongSongFrames = 26460000;
+
+TEST(TeskExtendedAudioFile, FramesAreReadableWhileDecodingGoesOn) {
+    QTemporaryDir folder;
+    const auto file = TeskExtendedAudioFile::openForPlayback(writeLongSong(folder), nullptr);
+    ASSERT_TRUE(file);
+    std::vector<std::pair<qint64, std::vector<float>>> snapshots;
+    qint64 previous = 0;
+    while (!file->isDecodingFinished()) {
+        EXPECT_EQ(file->frameCount(), kLongSongFrames) << "a WAV states its length";
+        const qint64 decoded = file->decodedFrameCount();
+        EXPECT_GE(decoded, previous);
+        previous = decoded;
+        if (decoded < 2000 || snapshots.size() >= 50)
+            continue;
+        // A read across the decoded frontier stops at it, never beyond.
+        std::vector<float> left(100000), right(100000);
+        const qint64 read = file->readFrames(decoded - 1000, 100000, left.data(), right.data());
+        EXPECT_GE(read, 1000);
+        EXPECT_LE(decoded - 1000 + read, file->decodedFrameCount());
+        left.resize(std::size_t(read));
+        snapshots.emplace_back(decoded - 1000, std::move(left));
+        std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    }
+    EXPECT_GT(snapshots.size(), 0u) << "ten minutes decode in more than an instant";
+    EXPECT_EQ(file->decodedFrameCount(), kLongSongFrames);
+    EXPECT_EQ(file->frameCount(), kLongSongFrames);
+    EXPECT_FALSE(file->decodingError());
+    for (const auto& [start, snapshot] : snapshots) {
+        std::vector<float> left(snapshot.size()), right(snapshot.size());
+        file->readFrames(start, qint64(left.size()), left.data(), right.data());
+        EXPECT_EQ(left, snapshot) << start;
+    }
+}
+
+TEST(TeskExtendedAudioFile, StoppingKeepsWhatWasDecoded) {
+    QTemporaryDir folder;
+    const QString path = writeLongSong(folder);
+    const auto file = TeskExtendedAudioFile::openForPlayback(path, nullptr);
+    ASSERT_TRUE(file);
+    while (file->decodedFrameCount() < 44100 && !file->isDecodingFinished())
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    file->stopDecoding();
+    EXPECT_TRUE(file->isDecodingFinished());
+    const qint64 decoded = file->decodedFrameCount();
+    EXPECT_GE(decoded, 44100);
+    EXPECT_LT(decoded, kLongSongFrames);
+    EXPECT_EQ(file->frameCount(), kLongSongFrames) << "stopped early, the estimate stays";
+    EXPECT_FALSE(file->decodingError());
+    file->waitUntilDecoded();
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    EXPECT_EQ(file->decodedFrameCount(), decoded);
+    std::vector<float> left(std::size_t(decoded), 0.0f), right(left.size(), 0.0f);
+    EXPECT_EQ(file->readFrames(0, decoded, left.data(), right.data()), decoded);
+    EXPECT_NEAR(test::toneAmplitude(std::span(left).first(44100), 441.0), 0.5, 0.01);
+
+    // Closing songs that are still decoding (the destructor stops them) neither hangs nor leaks.
+    for (int i = 0; i < 3; ++i)
+        EXPECT_TRUE(TeskExtendedAudioFile::openForPlayback(path, nullptr));
+}
+
+TEST(TeskExtendedAudioFile, FilesWithoutSoundFailToOpenWithAClearError) {
+    QTemporaryDir folder;
+    const auto writeFile = [&](const QString& name, const QByteArray& contents) {
+        QFile file(folder.filePath(name));
+        EXPECT_TRUE(file.open(QIODevice::WriteOnly));
+        file.write(contents);
+        return file.fileName();
+    };
+    const QString video = folder.filePath("video.mp4");
+    ASSERT_TRUE(test::runFfmpeg(
+        {"-f", "lavfi", "-i", "testsrc=size=32x32:rate=5", "-t", "0.4", "-c:v", "mpeg4", video}));
+    const QString silentTrack = folder.filePath("nothing.wav");
+    ASSERT_TRUE(test::writeWav(silentTrack, {{}, {}}, 44100));
+    QByteArray noise;
+    for (float sample : test::noise(127.0, 3000, 9))
+        noise.append(char(sample));
+
+    const std::vector<std::pair<QString, SongFileErrorCode>> cases{
+        {folder.filePath("missing.mp3"), SongFileErrorCode::NotFound},
+        {folder.path(), SongFileErrorCode::NotReadable},
+        {writeFile("empty.mp3", {}), SongFileErrorCode::Empty},
+        {writeFile("chords.mp3", QByteArray("Am F C G, not a song.\n").repeated(40)),
+         SongFileErrorCode::NotAudio},
+        {writeFile("noise.wav", noise), SongFileErrorCode::NotAudio},
+        {writeFile("lyrics.srt", "1\n00:00:01,000 --> 00:00:02,000\nHello\n\n2\n"
+                                 "00:00:03,000 --> 00:00:04,000\nGoodbye\n"),
+         SongFileErrorCode::NoAudioStream},
+        {video, SongFileErrorCode::NoAudioStream},
+        {silentTrack, SongFileErrorCode::NoSound},
+    };
+    for (const auto& [path, code] : cases) {
+        SCOPED_TRACE(path.toStdString());
+        std::optional<TeskError> error;
+        EXPECT_FALSE(TeskExtendedAudioFile::openForPlayback(path, &error));
+        ASSERT_TRUE(error);
+        EXPECT_EQ(error->domain(), SongFileErrorDomain);
+        EXPECT_EQ(error->code(), qint64(code));
+        EXPECT_TRUE(error->localizedDescription().contains(QFileInfo(path).fileName()));
+        EXPECT_FALSE(error->localizedRecoverySuggestion().isEmpty());
+        EXPECT_FALSE(TeskExtendedAudioFile::openForPlayback(path, nullptr));
+    }
+}
+
+TEST(TeskExtendedAudioFile, TruncatedFilesPlayWhatDecodedAndSayWhy) {
+    QTemporaryDir folder;
+    const std::size_t frames = 3 * 44100;
+    const Channels song = testSong(frames);
+    const QString wav = folder.filePath("cut.wav");
+    const QString mp3 = folder.filePath("cut.mp3");
+    ASSERT_TRUE(test::writeWav(wav, song, 44100, test::WavSampleFormat::Int16));
+    ASSERT_TRUE(test::writeEncoded(mp3, song, 44100, kMp3));
+    // Cut where an interrupted copy stops: on a block boundary, between two frames.
+    const qint64 kept = 60000;
+    ASSERT_TRUE(QFile(wav).resize(44 + 4 * kept));
+    ASSERT_TRUE(QFile(mp3).resize(QFileInfo(mp3).size() / 2));
+
+    for (const QString& path : {wav, mp3}) {
+        SCOPED_TRACE(path.toStdString());
+        const auto file = openDecoded(path);
+        ASSERT_TRUE(file);
+        const std::optional<TeskError> error = file->decodingError();
+        ASSERT_TRUE(error);
+        EXPECT_EQ(error->code(), qint64(SongFileErrorCode::Damaged));
+        EXPECT_TRUE(error->localizedDescription().contains(QFileInfo(path).fileName()));
+        const Channels decoded = readAll(*file);
+        if (path == wav) {
+            EXPECT_EQ(file->frameCount(), kept);
+            EXPECT_LE(maxDifference(decoded[0], song[0], std::size_t(kept)), 0.5f * kLsb + 1e-7f);
+        } else {
+            EXPECT_NEAR(double(file->frameCount()), frames / 2.0, frames * 0.05);
+            EXPECT_EQ(bestLag(song[0], decoded[0], 300), 0);
+        }
+    }
+}
+
+TEST(TeskExtendedAudioFile, AHeaderThatUndercountsDoesNotCutTheSong) {
+    QTemporaryDir folder;
+    const std::size_t frames = 100000;
+    const QString path = folder.filePath("song.flac");
+    ASSERT_TRUE(test::writeEncoded(path, testSong(frames), 44100, {"-c:a", "flac"}));
+    // The 36-bit total sample count of the stream information block (bytes 21 to 25) now says
+    // 30 000: not padding to trim but a wrong header.
+    QFile file(path);
+    ASSERT_TRUE(file.open(QIODevice::ReadWrite));
+    QByteArray bytes = file.readAll();
+    std::uint64_t field = 0;
+    for (int i = 21; i < 26; ++i)
+        field = field << 8 | std::uint8_t(bytes[i]);
+    ASSERT_EQ(field & 0xfffffffffull, frames);
+    field = (field & ~0xfffffffffull) | 30000;
+    for (int i = 25; i >= 21; --i, field >>= 8)
+        bytes[i] = char(field & 0xff);
+    file.seek(0);
+    file.write(bytes);
+    file.close();
+
+    const auto song = openDecoded(path);
+    ASSERT_TRUE(song);
+    EXPECT_EQ(song->frameCount(), qint64(frames));
+}
+
+TEST(TeskExtendedAudioFile, FormatIsRecognisedByContentNotName) {
+    QTemporaryDir folder;
+    const std::size_t frames = 30011;
+    const Channels song = testSong(frames);
+    const QString disguised = folder.filePath("disguised.mp3");
+    ASSERT_TRUE(test::writeWav(disguised, song, 44100, test::WavSampleFormat::Int16));
+    // An MP3 without extension whose cover picture is larger than FFmpeg's probe reaches.
+    const QString cover = folder.filePath("cover.png");
+    const QString wav = folder.filePath("song.wav");
+    const QString tagged = folder.filePath("tagged");
+    ASSERT_TRUE(test::runFfmpeg(
+        {"-f", "lavfi", "-i", "color=c=gray:s=1024x1024,noise=alls=100", "-frames:v", "1", cover}));
+    ASSERT_TRUE(test::writeWav(wav, song, 44100));
+    ASSERT_TRUE(test::runFfmpeg({"-i", wav, "-i", cover, "-map", "0:a", "-map", "1:v", "-c:a",
+                                 "libmp3lame", "-c:v", "copy", "-id3v2_version", "3",
+                                 "-disposition:v", "attached_pic", "-f", "mp3", tagged}));
+    ASSERT_GT(QFileInfo(tagged).size(), 2 * 1024 * 1024);
+
+    const auto wavFile = openDecoded(disguised);
+    ASSERT_TRUE(wavFile);
+    EXPECT_EQ(wavFile->info().codecName, "pcm_s16le");
+    EXPECT_EQ(wavFile->frameCount(), qint64(frames));
+    const auto mp3File = openDecoded(tagged);
+    ASSERT_TRUE(mp3File);
+    EXPECT_EQ(mp3File->info().codecName, "mp3");
+    EXPECT_EQ(mp3File->frameCount(), qint64(frames));
+}
+
+/// How many of this process's open files are nameless files directly in `folder`.
+int unnamedFilesIn(const QString& folder) {
+    const QRegularExpression unnamed(
+        QStringLiteral("^%1/[^/]+ \\(deleted\\)$").arg(QRegularExpression::escape(folder)));
+    int count = 0;
+    for (int descriptor = 0; descriptor < 1024; ++descriptor) {
+        char target[4096];
+        const QByteArray link = "/proc/self/fd/" + QByteArray::number(descriptor);
+        const ssize_t length = ::readlink(link.constData(), target, sizeof target);
+        if (length > 0 &&
+            unnamed.match(QFile::decodeName(QByteArray(target, int(length)))).hasMatch())
+            ++count;
+    }
+    return count;
+}
+
+TEST(TeskExtendedAudioFile, CacheIsAnUnnamedFileInTheUserCacheFolder) {
+    QTemporaryDir folder;
+    const QString song = folder.filePath("song.wav");
+    ASSERT_TRUE(test::writeWav(song, testSong(10000), 44100));
+    const QByteArray savedCacheHome = qgetenv("XDG_CACHE_HOME");
+
+    qputenv("XDG_CACHE_HOME", QFile::encodeName(folder.filePath("cache")));
+    const QString cacheFolder = QStandardPaths::writableLocation(QStandardPaths::CacheLocation);
+    ASSERT_TRUE(cacheFolder.startsWith(folder.path()));
+    {
+        const auto file = openDecoded(song);
+        ASSERT_TRUE(file);
+        EXPECT_EQ(unnamedFilesIn(cacheFolder), 1);
+        EXPECT_TRUE(
+            QDir(cacheFolder)
+                .isEmpty(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden | QDir::System));
+    }
+    EXPECT_EQ(unnamedFilesIn(cacheFolder), 0) << "closed with the song";
+
+    // A cache folder that can't exist (under a plain file) falls back to the temporary folder.
+    qputenv("XDG_CACHE_HOME", QFile::encodeName(song));
+    {
+        const auto file = openDecoded(song);
+        ASSERT_TRUE(file);
+        EXPECT_EQ(unnamedFilesIn(QDir::tempPath()), 1);
+        EXPECT_EQ(file->frameCount(), 10000);
+    }
+    if (savedCacheHome.isNull())
+        qunsetenv("XDG_CACHE_HOME");
+    else
+        qputenv("XDG_CACHE_HOME", savedCacheHome);
+}
+
+} // namespace
+} // namespace tesk
