@@ -1,0 +1,335 @@
+#include "audio/TimePitchStage.h"
+
+#include <rubberband/RubberBandStretcher.h>
+
+#include <algorithm>
+#include <cmath>
+#include <numbers>
+
+namespace tesk {
+namespace {
+
+using RubberBand::RubberBandStretcher;
+
+RubberBandStretcher::Options optionsFor(TimePitchQuality quality) {
+    // Real time; one thread, since the stage already runs on the audio thread; a pitch method
+    // that glides through live changes, including across no shift at all, without a jump.
+    const RubberBandStretcher::Options common = RubberBandStretcher::OptionProcessRealTime |
+                                                RubberBandStretcher::OptionThreadingNever |
+                                                RubberBandStretcher::OptionPitchHighConsistency;
+    // Channels stay "apart" in both: they are mid and side here, and keeping them independent
+    // is what keeps a side of exact zeros at exact zeros (see the class comment).
+    switch (quality) {
+    case TimePitchQuality::Light:
+        return common | RubberBandStretcher::OptionEngineFaster;
+    case TimePitchQuality::Standard:
+        break;
+    }
+    return common | RubberBandStretcher::OptionEngineFiner |
+           RubberBandStretcher::OptionWindowStandard;
+}
+
+// The library reports problems on standard error unless given somewhere else to put them; the
+// audio thread must not write to a stream, and nothing it could say would be acted on there.
+struct SilentLogger : RubberBandStretcher::Logger {
+    void log(const char*) override {}
+    void log(const char*, double) override {}
+    void log(const char*, double, double) override {}
+};
+
+double pitchScale(double cents) {
+    return std::exp2(cents / 1200.0);
+}
+
+} // namespace
+
+TimePitchStage::TimePitchStage(double sampleRate, TimePitchQuality quality)
+    : mQuality(quality)
+    , mInputBuffer(kChannelCount * kMaxProcessSize)
+    , mOutputBuffer(kChannelCount * kMaxProcessSize) {
+    mStretcher = std::make_unique<RubberBandStretcher>(
+        static_cast<std::size_t>(std::lround(sampleRate)), kChannelCount,
+        std::make_shared<SilentLogger>(), optionsFor(quality));
+    mStretcher->setMaxProcessSize(kMaxProcessSize);
+    warmUp();
+    mResamplerDelay = measureResamplerDelay(sampleRate);
+}
+
+void TimePitchStage::warmUp() {
+    // The library sizes some buffers lazily, to the largest the ratios seen so far have needed,
+    // and would grow them inside `process` on the audio thread the first time a user reaches a
+    // new extreme. Driving it through the extremes here makes it grow them now.
+    std::fill(mInputBuffer.begin(), mInputBuffer.end(), 0.0f);
+    const auto step = [&] {
+        const float* silence[kChannelCount] = {mInputBuffer.data(),
+                                               mInputBuffer.data() + kMaxProcessSize};
+        float* discard[kChannelCount] = {mOutputBuffer.data(),
+                                         mOutputBuffer.data() + kMaxProcessSize};
+        mStretcher->process(
+            silence, std::clamp<std::size_t>(mStretcher->getSamplesRequired(), 1, kMaxProcessSize),
+            false);
+        while (mStretcher->available() > 0)
+            mStretcher->retrieve(discard,
+                                 std::min<std::size_t>(mStretcher->available(), kMaxProcessSize));
+    };
+    for (const double rate : {kMinimumRate, 0.5, 1.0, 2.0, kMaximumRate}) {
+        for (const double cents :
+             {kMinimumPitchCents, -1200.0, -100.0, 0.0, 100.0, 1200.0, kMaximumPitchCents}) {
+            mStretcher->setTimeRatio(1.0 / rate);
+            mStretcher->setPitchScale(pitchScale(cents));
+            step();
+        }
+    }
+    // The pitch resampler builds a phase table for each new ratio, into whichever of its two
+    // tables is not playing, and grows a table only when a ratio needs more room than it has
+    // ever had. Of all whole-cent shifts at 44100 Hz, -1087 cents needs the most (found by
+    // trying every one with the library's 3.1 series); this order puts it in both tables. At
+    // other rates or versions it is just one more warm-up step.
+    mStretcher->setTimeRatio(1.0);
+    for (const double cents : {-1087.0, -835.0, -1803.0, -1087.0}) {
+        mStretcher->setPitchScale(pitchScale(cents));
+        step();
+    }
+    mStretcher->setPitchScale(1.0);
+    mStretcher->reset();
+}
+
+double TimePitchStage::measureResamplerDelay(double sampleRate) {
+    // Once the pitch resampler has been through a few ratio changes, as the warm-up takes it,
+    // it delays its input by a fixed extra amount (128 frames with the library's 3.1 series)
+    // that its reported start delay leaves out and that a reset does not clear. Timing a probe
+    // whose placement a fresh stretcher gets exactly right measures it: a 1 kHz tone under a
+    // Gaussian envelope, at rate 1 and no shift, located by its energy centroid.
+    constexpr double kCentre = 6000.0;
+    constexpr double kWidth = 1000.0;
+    constexpr std::size_t kLength = 12000;
+    constexpr std::size_t kEnough = 20000; // input frames after which the probe is all out
+
+    std::size_t pad = mStretcher->getPreferredStartPad();
+    std::uint64_t toDrop = mStretcher->getStartDelay();
+    float* left = mInputBuffer.data();
+    float* right = mInputBuffer.data() + kMaxProcessSize;
+    const float* input[kChannelCount] = {left, right};
+    float* discard[kChannelCount] = {mOutputBuffer.data(), mOutputBuffer.data() + kMaxProcessSize};
+
+    double energy = 0.0;
+    double moment = 0.0;
+    std::size_t fed = 0;
+    std::uint64_t retrieved = 0;
+    while (fed < kEnough) {
+        const std::size_t count =
+            std::clamp<std::size_t>(mStretcher->getSamplesRequired(), 1, kMaxProcessSize);
+        for (std::size_t i = 0; i < count; ++i) {
+            const double n = static_cast<double>(fed + i) - static_cast<double>(pad);
+            const double envelope = std::exp(-0.5 * std::pow((n - kCentre) / kWidth, 2.0));
+            left[i] =
+                n >= 0.0 && n < static_cast<double>(kLength)
+                    ? static_cast<float>(0.5 * envelope *
+                                         std::sin(2.0 * std::numbers::pi * 1000.0 * n / sampleRate))
+                    : 0.0f;
+            right[i] = left[i];
+        }
+        mStretcher->process(input, count, false);
+        fed += count;
+        while (mStretcher->available() > 0) {
+            const std::size_t got = mStretcher->retrieve(
+                discard, std::min<std::size_t>(mStretcher->available(), kMaxProcessSize));
+            for (std::size_t i = 0; i < got; ++i, ++retrieved) {
+                if (retrieved < toDrop)
+                    continue;
+                const double value = discard[0][i];
+                energy += value * value;
+                moment += value * value * static_cast<double>(retrieved - toDrop);
+            }
+        }
+    }
+    mStretcher->reset();
+    return energy > 0.0 ? std::max(0.0, moment / energy - kCentre) : 0.0;
+}
+
+TimePitchStage::~TimePitchStage() = default;
+
+void TimePitchStage::setRate(double rate) noexcept {
+    if (std::isfinite(rate))
+        mRate.store(std::clamp(rate, kMinimumRate, kMaximumRate), std::memory_order_relaxed);
+}
+
+void TimePitchStage::setPitchCents(double cents) noexcept {
+    if (std::isfinite(cents))
+        mPitchCents.store(std::clamp(cents, kMinimumPitchCents, kMaximumPitchCents),
+                          std::memory_order_relaxed);
+}
+
+void TimePitchStage::reset() {
+    mStretcher->reset();
+    mStarted = false;
+    mSourceEnded = false;
+    mTailFramesLeft = 0;
+    mInputEnded = false;
+    mFramesToDrop = 0;
+    mExpectedOutputFrames = 0.0;
+    mOutputFrames = 0;
+    mLatencyFrames.store(0.0, std::memory_order_relaxed);
+}
+
+void TimePitchStage::applyParameters() {
+    // The library's ratios may only change between process calls on the thread that makes
+    // them, so values from other threads wait in atomics until here.
+    const double rate = mRate.load(std::memory_order_relaxed);
+    const double cents = mPitchCents.load(std::memory_order_relaxed);
+    if (rate != mAppliedRate) {
+        mStretcher->setTimeRatio(1.0 / rate);
+        mAppliedRate = rate;
+    }
+    // Whole cents (a hundredth of a semitone, well below what anyone hears) keep the
+    // resampler within the tables the warm-up made room for.
+    const double wholeCents = std::round(cents);
+    if (wholeCents != mAppliedPitchCents) {
+        mStretcher->setPitchScale(pitchScale(wholeCents));
+        mAppliedPitchCents = wholeCents;
+    }
+}
+
+void TimePitchStage::start() {
+    // Silence ahead of the first input lets the stretcher's analysis window reach the first
+    // frame centred; its start delay is then exactly the output to throw away. Both depend on
+    // the ratios, which is why this waits for the first render after a reset.
+    std::size_t pad = mStretcher->getPreferredStartPad();
+    // The resampler's extra delay is counted in frames before it shifts the pitch.
+    mFramesToDrop =
+        mStretcher->getStartDelay() +
+        static_cast<std::uint64_t>(std::llround(mResamplerDelay / pitchScale(mAppliedPitchCents)));
+    std::fill(mInputBuffer.begin(), mInputBuffer.end(), 0.0f);
+    const float* silence[kChannelCount] = {mInputBuffer.data(),
+                                           mInputBuffer.data() + kMaxProcessSize};
+    while (pad > 0) {
+        const std::size_t chunk = std::min<std::size_t>(pad, kMaxProcessSize);
+        mStretcher->process(silence, chunk, false);
+        pad -= chunk;
+    }
+    mStarted = true;
+}
+
+void TimePitchStage::feed(Source& source, std::uint32_t frameCount, bool toEnd) {
+    float* left = mInputBuffer.data();
+    float* right = mInputBuffer.data() + kMaxProcessSize;
+    float* input[kChannelCount] = {left, right};
+    std::uint32_t pulled = 0;
+    if (!mSourceEnded) {
+        pulled = std::min(source.pull(input, frameCount), frameCount);
+        mExpectedOutputFrames += static_cast<double>(pulled) / mAppliedRate;
+        if (toEnd && pulled < frameCount) {
+            // The stretcher holds back its latency's worth of audio even when told the input
+            // is final (the faster engine then drops part of it), so the end of the range is
+            // followed by silence until all of it is out; the output stops at the range's end.
+            mSourceEnded = true;
+            mTailFramesLeft =
+                mStretcher->getPreferredStartPad() + kMaxProcessSize +
+                static_cast<std::size_t>(
+                    (static_cast<double>(mStretcher->getStartDelay()) + mResamplerDelay) *
+                    mAppliedRate);
+        }
+    }
+    std::fill(left + pulled, left + frameCount, 0.0f);
+    std::fill(right + pulled, right + frameCount, 0.0f);
+    if (!toEnd)
+        pulled = frameCount; // playback: a short source simply plays silence
+
+    // Halving and doubling are exact in floating point, so identical channels give a mid equal
+    // to either and a side of exact zeros.
+    for (std::uint32_t i = 0; i < pulled; ++i) {
+        const float l = left[i];
+        const float r = right[i];
+        left[i] = (l + r) * 0.5f;
+        right[i] = (l - r) * 0.5f;
+    }
+
+    bool last = false;
+    if (mSourceEnded) {
+        const std::size_t silence = std::min<std::size_t>(frameCount - pulled, mTailFramesLeft);
+        mTailFramesLeft -= silence;
+        last = mTailFramesLeft == 0;
+    }
+    const float* const constInput[kChannelCount] = {left, right};
+    mStretcher->process(constInput, frameCount, last);
+    mInputEnded = last;
+}
+
+std::uint32_t TimePitchStage::retrieve(float* const* output, std::uint32_t frameCount) {
+    float* mid = mOutputBuffer.data();
+    float* side = mOutputBuffer.data() + kMaxProcessSize;
+    float* const buffers[kChannelCount] = {mid, side};
+    const auto count = static_cast<std::uint32_t>(
+        mStretcher->retrieve(buffers, std::min(frameCount, kMaxProcessSize)));
+    for (std::uint32_t i = 0; i < count; ++i) {
+        output[0][i] = mid[i] + side[i];
+        output[1][i] = mid[i] - side[i];
+    }
+    return count;
+}
+
+std::uint32_t TimePitchStage::renderFrames(float* const* output, std::uint32_t frameCount,
+                                           Source& source, bool toEnd) {
+    applyParameters();
+    if (!mStarted)
+        start();
+
+    // An export ends where the input ends, at its rate: whatever the stretcher still rings out
+    // past that is not part of the range.
+    const auto endOfOutput = [&] {
+        return static_cast<std::uint64_t>(std::llround(mExpectedOutputFrames));
+    };
+
+    std::uint32_t written = 0;
+    while (written < frameCount) {
+        if (mSourceEnded && mOutputFrames >= endOfOutput())
+            break;
+        const int available = mStretcher->available();
+        if (available < 0)
+            break; // everything after the final input has been retrieved
+        if (available > 0) {
+            if (mFramesToDrop > 0) {
+                float* discard[kChannelCount] = {mOutputBuffer.data(),
+                                                 mOutputBuffer.data() + kMaxProcessSize};
+                const auto drop = static_cast<std::uint32_t>(std::min<std::uint64_t>(
+                    {mFramesToDrop, static_cast<std::uint64_t>(available), kMaxProcessSize}));
+                mStretcher->retrieve(discard, drop);
+                mFramesToDrop -= drop;
+                continue;
+            }
+            std::uint32_t wanted =
+                std::min(frameCount - written, static_cast<std::uint32_t>(available));
+            if (mSourceEnded)
+                wanted = static_cast<std::uint32_t>(
+                    std::min<std::uint64_t>(wanted, endOfOutput() - mOutputFrames));
+            float* const destination[kChannelCount] = {output[0] + written, output[1] + written};
+            const std::uint32_t count = retrieve(destination, wanted);
+            written += count;
+            mOutputFrames += count;
+            continue;
+        }
+        if (mInputEnded)
+            break; // nothing more will come
+        const std::size_t required = mStretcher->getSamplesRequired();
+        const auto ask =
+            static_cast<std::uint32_t>(std::clamp<std::size_t>(required, 1, kMaxProcessSize));
+        feed(source, ask, toEnd);
+    }
+
+    std::fill(output[0] + written, output[0] + frameCount, 0.0f);
+    std::fill(output[1] + written, output[1] + frameCount, 0.0f);
+    mLatencyFrames.store(mExpectedOutputFrames - static_cast<double>(mOutputFrames),
+                         std::memory_order_relaxed);
+    return written;
+}
+
+void TimePitchStage::render(float* const* output, std::uint32_t frameCount, Source& source) {
+    renderFrames(output, frameCount, source, false);
+}
+
+std::uint32_t TimePitchStage::renderToEnd(float* const* output, std::uint32_t frameCount,
+                                          Source& source) {
+    return renderFrames(output, frameCount, source, true);
+}
+
+} // namespace tesk
