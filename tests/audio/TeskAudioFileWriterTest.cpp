@@ -1,0 +1,528 @@
+// Exporting to files: what FFmpeg reads back from them (format, samples, exact length, tags,
+// cover), and how failures, cancelling and empty exports end.
+#include "audio/TeskAudioFileWriter.h"
+
+#include "audio/SongMetadataReader.h"
+#include "support/AudioFiles.h"
+#include "support/Signals.h"
+
+extern "C" {
+#include <libavcodec/avcodec.h>
+#include <libavformat/avformat.h>
+}
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QTemporaryDir>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <cmath>
+#include <csignal>
+#include <iterator>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <thread>
+#include <unistd.h>
+
+namespace tesk {
+namespace {
+
+using namespace std::chrono_literals;
+using test::Channels;
+
+/// Slice sizes that cross every boundary: single frames, just under, at and over a queue slot,
+/// several slots at once, and less than an AAC frame.
+const std::uint32_t kAwkwardSlices[] = {4096, 1, 4095, 4097, 10000, 333};
+
+const SongMetadata kNoMetadata;
+
+/// What FFmpeg's demuxer and decoder make of a written file.
+struct ReadBack {
+    std::string container;
+    std::string codec;
+    int sampleRate = 0;
+    int channels = 0;
+    int bitsPerSample = 0;
+    /// The sound stream's duration in frames, -1 when the container doesn't say.
+    std::int64_t streamFrames = -1;
+    /// The decoded sound, with the start the container marks as encoder delay skipped.
+    Channels samples{2};
+    std::string majorBrand;
+};
+
+void appendFrame(const AVFrame& frame, Channels& samples) {
+    const int channels = frame.ch_layout.nb_channels;
+    for (int c = 0; c < std::min(channels, 2); ++c) {
+        std::vector<float>& out = samples[std::size_t(c)];
+        for (int i = 0; i < frame.nb_samples; ++i) {
+            switch (frame.format) {
+            case AV_SAMPLE_FMT_S16:
+                out.push_back(
+                    reinterpret_cast<const std::int16_t*>(frame.data[0])[i * channels + c] /
+                    32768.0f);
+                break;
+            case AV_SAMPLE_FMT_FLTP:
+                out.push_back(reinterpret_cast<const float*>(frame.data[c])[i]);
+                break;
+            default:
+                ADD_FAILURE() << "unexpected sample format " << frame.format;
+                return;
+            }
+        }
+    }
+}
+
+/// Opens and decodes `path` with libavformat and libavcodec, as any player would.
+std::optional<ReadBack> readBack(const QString& path) {
+    const QByteArray url = "file:" + QFile::encodeName(path);
+    AVFormatContext* input = nullptr;
+    if (avformat_open_input(&input, url.constData(), nullptr, nullptr) < 0)
+        return std::nullopt;
+    std::unique_ptr<AVFormatContext, void (*)(AVFormatContext*)> closer(
+        input, [](AVFormatContext* context) { avformat_close_input(&context); });
+    if (avformat_find_stream_info(input, nullptr) < 0)
+        return std::nullopt;
+    const AVCodec* codec = nullptr;
+    const int index = av_find_best_stream(input, AVMEDIA_TYPE_AUDIO, -1, -1, &codec, 0);
+    if (index < 0)
+        return std::nullopt;
+    const AVStream* stream = input->streams[index];
+
+    ReadBack file;
+    file.container = input->iformat->name;
+    file.codec = avcodec_get_name(stream->codecpar->codec_id);
+    file.sampleRate = stream->codecpar->sample_rate;
+    file.channels = stream->codecpar->ch_layout.nb_channels;
+    file.bitsPerSample = stream->codecpar->bits_per_coded_sample;
+    if (stream->duration != AV_NOPTS_VALUE)
+        file.streamFrames = av_rescale_q(stream->duration, stream->time_base, AVRational{1, 44100});
+    if (const AVDictionaryEntry* brand = av_dict_get(input->metadata, "major_brand", nullptr, 0))
+        file.majorBrand = brand->value;
+
+    AVCodecContext* decoder = avcodec_alloc_context3(codec);
+    std::unique_ptr<AVCodecContext, void (*)(AVCodecContext*)> decoderOwner(
+        decoder, [](AVCodecContext* context) { avcodec_free_context(&context); });
+    if (avcodec_parameters_to_context(decoder, stream->codecpar) < 0 ||
+        avcodec_open2(decoder, codec, nullptr) < 0)
+        return std::nullopt;
+    AVPacket* packet = av_packet_alloc();
+    AVFrame* frame = av_frame_alloc();
+    const auto drain = [&] {
+        while (avcodec_receive_frame(decoder, frame) >= 0) {
+            appendFrame(*frame, file.samples);
+            av_frame_unref(frame);
+        }
+    };
+    while (av_read_frame(input, packet) >= 0) {
+        if (packet->stream_index == index && avcodec_send_packet(decoder, packet) >= 0)
+            drain();
+        av_packet_unref(packet);
+    }
+    avcodec_send_packet(decoder, nullptr);
+    drain();
+    av_frame_free(&frame);
+    av_packet_free(&packet);
+    return file;
+}
+
+/// The sound track's edit in an MP4 file, in frames: where the sound starts among the
+/// encoded samples (past the encoder's delay) and how long it plays. -1 when there is none.
+struct Mp4Edit {
+    std::int64_t start = -1;
+    std::int64_t length = -1;
+};
+
+Mp4Edit firstEdit(const QByteArray& mp4) {
+    const auto bigEndian = [&](qsizetype at, int size) {
+        std::int64_t value = 0;
+        for (int i = 0; i < size; ++i)
+            value = (value << 8) | std::uint8_t(mp4.at(at + i));
+        return value;
+    };
+    // mvhd and mdhd: type, version, flags, two dates (4 or 8 bytes each), then the time scale.
+    const auto timeScale = [&](const char* type) -> std::int64_t {
+        const qsizetype box = mp4.indexOf(type);
+        return box < 0 ? 0 : bigEndian(box + 8 + (mp4.at(box + 4) == 1 ? 16 : 8), 4);
+    };
+    const qsizetype elst = mp4.indexOf("elst");
+    const std::int64_t movieScale = timeScale("mvhd");
+    const std::int64_t mediaScale = timeScale("mdhd");
+    if (elst < 0 || movieScale <= 0 || mediaScale != 44100)
+        return {};
+    // elst: type, version, flags, entry count, then duration and media time (4 or 8 bytes).
+    const int size = mp4.at(elst + 4) == 1 ? 8 : 4;
+    const std::int64_t duration = bigEndian(elst + 12, size);
+    if (duration * 44100 % movieScale != 0)
+        return {0, -1}; // not a whole number of frames: the length was rounded
+    return {bigEndian(elst + 12 + size, size), duration * 44100 / movieScale};
+}
+
+std::unique_ptr<TeskAudioFileWriter> createWriter(const QString& path, ExportFormat format,
+                                                  const SongMetadata& metadata = kNoMetadata) {
+    std::optional<TeskError> error;
+    auto writer = TeskAudioFileWriter::create(path, format, metadata, &error);
+    EXPECT_TRUE(writer) << (error ? error->description().toStdString() : "");
+    EXPECT_FALSE(error);
+    return writer;
+}
+
+/// Writes `channels` in slices of the awkward sizes, then finishes.
+bool writeAndFinish(TeskAudioFileWriter& writer, const Channels& channels) {
+    std::optional<TeskError> error;
+    const auto frames = std::uint32_t(channels[0].size());
+    for (std::uint32_t done = 0, slice = 0; done < frames; ++slice) {
+        const std::uint32_t count =
+            std::min(kAwkwardSlices[slice % std::size(kAwkwardSlices)], frames - done);
+        if (!writer.write(channels[0].data() + done, channels[1].data() + done, count, &error)) {
+            ADD_FAILURE() << error->description().toStdString();
+            return false;
+        }
+        done += count;
+    }
+    const bool finished = writer.finish(&error);
+    EXPECT_TRUE(finished) << (error ? error->description().toStdString() : "");
+    return finished;
+}
+
+std::int16_t roundedToSixteenBits(float sample) {
+    return std::int16_t(std::clamp(std::nearbyint(double(sample) * 32768.0), -32768.0, 32767.0));
+}
+
+double levelDb(double amplitude, double reference) {
+    return 20.0 * std::log10(amplitude / reference);
+}
+
+QByteArray picture(const QString& path) {
+    EXPECT_TRUE(test::runFfmpeg(
+        {"-f", "lavfi", "-i", "testsrc=size=80x60:duration=1", "-frames:v", "1", path}));
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+TEST(TeskAudioFileWriter, AcceptsExactlyTheTwoExportExtensions) {
+    EXPECT_EQ(TeskAudioFileWriter::formatForExtension("aif"), ExportFormat::Aiff);
+    EXPECT_EQ(TeskAudioFileWriter::formatForExtension("m4a"), ExportFormat::M4a);
+    for (const char* other : {"aiff", "AIF", "M4A", "wav", "mp4", "", ".aif"})
+        EXPECT_FALSE(TeskAudioFileWriter::formatForExtension(other)) << other;
+}
+
+TEST(TeskAudioFileWriter, AiffHoldsEverySampleRoundedToSixteenBitsAndClipped) {
+    // Left: a sine; right: a ramp from -1.5 to 1.5, through every level and past both limits.
+    const std::size_t frames = 50017;
+    Channels input{test::sine(440.0, 0.9, frames), std::vector<float>(frames)};
+    for (std::size_t i = 0; i < frames; ++i)
+        input[1][i] = float(-1.5 + 3.0 * double(i) / double(frames - 1));
+
+    QTemporaryDir folder;
+    const QString path = folder.filePath("export.aif");
+    auto writer = createWriter(path, ExportFormat::Aiff);
+    ASSERT_TRUE(writer);
+    ASSERT_TRUE(writeAndFinish(*writer, input));
+    EXPECT_EQ(writer->framesWritten(), std::int64_t(frames));
+
+    const std::optional<ReadBack> file = readBack(path);
+    ASSERT_TRUE(file);
+    EXPECT_EQ(file->container, "aiff");
+    EXPECT_EQ(file->codec, "pcm_s16be");
+    EXPECT_EQ(file->sampleRate, 44100);
+    EXPECT_EQ(file->channels, 2);
+    EXPECT_EQ(file->bitsPerSample, 16);
+    EXPECT_EQ(file->streamFrames, std::int64_t(frames));
+    ASSERT_EQ(file->samples[0].size(), frames);
+    ASSERT_EQ(file->samples[1].size(), frames);
+
+    int mismatches = 0;
+    int clipped = 0;
+    for (std::size_t c = 0; c < 2; ++c) {
+        for (std::size_t i = 0; i < frames; ++i) {
+            const auto written = std::int16_t(std::lround(file->samples[c][i] * 32768.0f));
+            if (written != roundedToSixteenBits(input[c][i]) && ++mismatches <= 5)
+                ADD_FAILURE() << "channel " << c << " frame " << i << ": " << written << " for "
+                              << input[c][i];
+            if (std::abs(input[c][i]) >= 1.0f)
+                ++clipped;
+        }
+    }
+    EXPECT_EQ(mismatches, 0);
+    EXPECT_GT(clipped, int(frames / 4)) << "the ramp must reach well past full scale";
+    EXPECT_EQ(file->samples[1].front(), -1.0f);
+    EXPECT_EQ(file->samples[1].back(), 32767.0f / 32768.0f);
+}
+
+TEST(TeskAudioFileWriter, M4aIsAacInAnM4aFileThatDecodesToTheFramesWritten) {
+    // Silence, then 1 kHz on the left and a quieter 1.5 kHz on the right, so that a shifted
+    // start, a wrong rate or swapped channels all show.
+    const std::size_t onset = 8000;
+    const std::size_t frames = 3 * 44100 + 777;
+    Channels input{std::vector<float>(onset), std::vector<float>(onset)};
+    const std::vector<float> left = test::sine(1000.0, 0.5, frames - onset);
+    const std::vector<float> right = test::sine(1500.0, 0.25, frames - onset);
+    input[0].insert(input[0].end(), left.begin(), left.end());
+    input[1].insert(input[1].end(), right.begin(), right.end());
+
+    QTemporaryDir folder;
+    const QString path = folder.filePath("export.m4a");
+    auto writer = createWriter(path, ExportFormat::M4a);
+    ASSERT_TRUE(writer);
+    ASSERT_TRUE(writeAndFinish(*writer, input));
+
+    QFile raw(path);
+    ASSERT_TRUE(raw.open(QIODevice::ReadOnly));
+    const QByteArray bytes = raw.readAll();
+    EXPECT_EQ(bytes.mid(4, 8), QByteArray("ftypM4A "));
+    // Players that honour the edit list (FFmpeg, Apple's) skip the encoder's delay and stop
+    // at the last frame written.
+    const Mp4Edit edit = firstEdit(bytes);
+    EXPECT_GT(edit.start, 0);
+    EXPECT_EQ(edit.length, std::int64_t(frames));
+    const std::optional<ReadBack> file = readBack(path);
+    ASSERT_TRUE(file);
+    EXPECT_NE(file->container.find("m4a"), std::string::npos) << file->container;
+    EXPECT_EQ(file->majorBrand, "M4A ");
+    EXPECT_EQ(file->codec, "aac");
+    EXPECT_EQ(file->sampleRate, 44100);
+    EXPECT_EQ(file->channels, 2);
+
+    // The edit list holds the exact length. FFmpeg's decoding skips the encoder's delay at the
+    // start but still gives the padding of the last AAC frame (under 1024 frames) at the end.
+    EXPECT_EQ(file->streamFrames, std::int64_t(frames));
+    const std::size_t decoded = file->samples[0].size();
+    EXPECT_GE(decoded, frames);
+    EXPECT_LT(decoded, frames + 1024);
+
+    const std::vector<float>& outLeft = file->samples[0];
+    const auto loud = std::find_if(outLeft.begin(), outLeft.end(),
+                                   [](float sample) { return std::abs(sample) > 0.25f; });
+    EXPECT_NEAR(double(loud - outLeft.begin()), double(onset), 6.0) << "the tone starts late";
+
+    ASSERT_GE(decoded, std::size_t(22050 + 44100));
+    const std::span<const float> secondLeft(outLeft.data() + 22050, 44100);
+    const std::span<const float> secondRight(file->samples[1].data() + 22050, 44100);
+    EXPECT_NEAR(levelDb(test::toneAmplitude(secondLeft, 1000.0), 0.5), 0.0, 0.5);
+    EXPECT_NEAR(levelDb(test::toneAmplitude(secondRight, 1500.0), 0.25), 0.0, 0.5);
+    EXPECT_LT(test::toneAmplitude(secondLeft, 1500.0), 0.005);
+    EXPECT_LT(test::toneAmplitude(secondRight, 1000.0), 0.005);
+}
+
+TEST(TeskAudioFileWriter, TagsAndCoverRoundTripInBothFormats) {
+    QTemporaryDir folder;
+    const Channels tone{test::sine(440.0, 0.5, 44100), test::sine(550.0, 0.5, 44100)};
+    struct Case {
+        ExportFormat format;
+        const char* name;
+        const char* cover;
+        const char* mimeType;
+    };
+    for (const Case& export_ : {Case{ExportFormat::Aiff, "tags.aif", "cover.png", "image/png"},
+                                Case{ExportFormat::M4a, "tags.m4a", "cover.jpg", "image/jpeg"}}) {
+        SCOPED_TRACE(export_.name);
+        SongMetadata metadata;
+        metadata.title = QStringLiteral("Ünïcødé — 日本語");
+        metadata.artist = QStringLiteral("Sigur Rós");
+        metadata.album = QStringLiteral("Ágætis byrjun ♪");
+        metadata.coverImage = picture(folder.filePath(export_.cover));
+        metadata.coverMimeType = export_.mimeType;
+        ASSERT_FALSE(metadata.coverImage.isEmpty());
+
+        const QString path = folder.filePath(export_.name);
+        auto writer = createWriter(path, export_.format, metadata);
+        ASSERT_TRUE(writer);
+        ASSERT_TRUE(writeAndFinish(*writer, tone));
+        EXPECT_EQ(readSongMetadata(path), metadata);
+        // The picture rides in a stream of its own, beside the whole sound.
+        const std::optional<ReadBack> file = readBack(path);
+        ASSERT_TRUE(file);
+        EXPECT_GE(file->samples[0].size(), 44100u);
+    }
+}
+
+TEST(TeskAudioFileWriter, CoverThatIsNotAPictureIsLeftOut) {
+    QTemporaryDir folder;
+    SongMetadata metadata;
+    metadata.title = QStringLiteral("Title");
+    metadata.coverImage = QByteArray("GIF89a, or anything else that is neither JPEG nor PNG");
+    metadata.coverMimeType = QStringLiteral("image/jpeg");
+    for (const ExportFormat format : {ExportFormat::Aiff, ExportFormat::M4a}) {
+        const QString path = folder.filePath(format == ExportFormat::Aiff ? "x.aif" : "x.m4a");
+        auto writer = createWriter(path, format, metadata);
+        ASSERT_TRUE(writer);
+        ASSERT_TRUE(
+            writeAndFinish(*writer, {test::sine(440.0, 0.5, 4410), test::sine(440.0, 0.5, 4410)}));
+        const std::optional<SongMetadata> read = readSongMetadata(path);
+        ASSERT_TRUE(read);
+        EXPECT_EQ(read->title, metadata.title);
+        EXPECT_TRUE(read->coverImage.isEmpty());
+    }
+}
+
+TEST(TeskAudioFileWriter, FolderThatCannotHoldTheFileFailsAtCreation) {
+    QTemporaryDir folder;
+    const QString notAFolder = folder.filePath("plain file");
+    ASSERT_TRUE(QFile(notAFolder).open(QIODevice::WriteOnly));
+    QStringList paths{folder.filePath("missing folder/song.aif"), notAFolder + "/song.m4a"};
+    // Permissions don't stop the superuser, so a read-only folder only tells otherwise.
+    if (geteuid() != 0) {
+        const QString readOnly = folder.filePath("read-only");
+        ASSERT_TRUE(QDir(folder.path()).mkdir("read-only"));
+        ASSERT_EQ(chmod(QFile::encodeName(readOnly).constData(), 0555), 0);
+        paths.append(readOnly + "/song.aif");
+    }
+    for (const QString& path : paths) {
+        SCOPED_TRACE(path.toStdString());
+        std::optional<TeskError> error;
+        const ExportFormat format = path.endsWith("aif") ? ExportFormat::Aiff : ExportFormat::M4a;
+        EXPECT_FALSE(TeskAudioFileWriter::create(path, format, kNoMetadata, &error));
+        ASSERT_TRUE(error);
+        EXPECT_EQ(error->domain(), AudioExportErrorDomain);
+        EXPECT_EQ(error->code(), qint64(AudioExportErrorCode::CannotCreate));
+        EXPECT_TRUE(error->localizedDescription().contains("song."));
+        EXPECT_EQ(error->userInfo().value(AudioExportPathKey).toString(), path);
+        EXPECT_FALSE(QFileInfo::exists(path));
+    }
+}
+
+/// Writes one-slice writes of a tone until write() fails or `maximumSlices` went in.
+int writeUntilFailure(TeskAudioFileWriter& writer, int maximumSlices,
+                      std::optional<TeskError>* error) {
+    const std::vector<float> left = test::sine(440.0, 0.5, TeskAudioFileWriter::kSliceFrames);
+    const std::vector<float> right = test::noise(0.5, TeskAudioFileWriter::kSliceFrames);
+    for (int slice = 0; slice < maximumSlices; ++slice) {
+        if (!writer.write(left.data(), right.data(), TeskAudioFileWriter::kSliceFrames, error))
+            return slice;
+    }
+    return maximumSlices;
+}
+
+TEST(TeskAudioFileWriter, WriteFailureIsReportedByEveryLaterCall) {
+    // A file-size limit makes the disk refuse the file part-way, as a failing disk would.
+    QTemporaryDir folder;
+    rlimit original{};
+    ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &original), 0);
+    const auto previousHandler = std::signal(SIGXFSZ, SIG_IGN);
+    rlimit limited = original;
+    limited.rlim_cur = 256 * 1024;
+    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &limited), 0);
+
+    for (const ExportFormat format : {ExportFormat::Aiff, ExportFormat::M4a}) {
+        const QString path =
+            folder.filePath(format == ExportFormat::Aiff ? "limited.aif" : "limited.m4a");
+        SCOPED_TRACE(path.toStdString());
+        auto writer = createWriter(path, format);
+        ASSERT_TRUE(writer);
+        std::optional<TeskError> error;
+        // A minute of sound is far more than 256 KiB in either format.
+        const int slicesWritten = writeUntilFailure(*writer, 650, &error);
+        EXPECT_LT(slicesWritten, 650);
+        ASSERT_TRUE(error);
+        EXPECT_EQ(error->domain(), AudioExportErrorDomain);
+        EXPECT_EQ(error->code(), qint64(AudioExportErrorCode::CannotWrite));
+        EXPECT_TRUE(error->localizedDescription().contains(QFileInfo(path).fileName()));
+
+        const float silence[1] = {0.0f};
+        std::optional<TeskError> again;
+        EXPECT_FALSE(writer->write(silence, silence, 1, &again));
+        EXPECT_EQ(again, error);
+        std::optional<TeskError> atFinish;
+        EXPECT_FALSE(writer->finish(&atFinish));
+        EXPECT_EQ(atFinish, error);
+        EXPECT_FALSE(QFileInfo::exists(path)) << "a broken file is not left behind";
+    }
+    setrlimit(RLIMIT_FSIZE, &original);
+    std::signal(SIGXFSZ, previousHandler);
+}
+
+TEST(TeskAudioFileWriter, FullDiskIsReportedAsSuchAndADeviceIsNotDeleted) {
+    const QString full = QStringLiteral("/dev/full");
+    if (!QFileInfo(full).isWritable())
+        GTEST_SKIP() << "no /dev/full here";
+    std::optional<TeskError> error;
+    auto writer = TeskAudioFileWriter::create(full, ExportFormat::Aiff, kNoMetadata, &error);
+    // The header may already reach the device at creation; if not, the sound soon does.
+    if (writer) {
+        const int slicesWritten = writeUntilFailure(*writer, 650, &error);
+        EXPECT_LT(slicesWritten, 650);
+        if (!error)
+            writer->finish(&error);
+        writer.reset();
+    }
+    ASSERT_TRUE(error);
+    EXPECT_EQ(error->code(), qint64(AudioExportErrorCode::DiskFull));
+    EXPECT_TRUE(error->localizedDescription().contains("full"));
+    struct stat status {};
+    ASSERT_EQ(stat("/dev/full", &status), 0);
+    EXPECT_TRUE(S_ISCHR(status.st_mode));
+}
+
+TEST(TeskAudioFileWriter, CancelStopsABlockedWriteAndDeletesThePartialFile) {
+    QTemporaryDir folder;
+    const QString path = folder.filePath("cancelled.m4a");
+    auto writer = createWriter(path, ExportFormat::M4a);
+    ASSERT_TRUE(writer);
+
+    // The export thread writes far faster than AAC encodes, so it soon waits on a full queue.
+    std::atomic<int> slicesWritten{-1};
+    std::optional<TeskError> writeError;
+    std::thread exportThread(
+        [&] { slicesWritten = writeUntilFailure(*writer, 6000, &writeError); });
+    for (int wait = 0; wait < 5000 && writer->framesWritten() < 20 * 4096; ++wait)
+        std::this_thread::sleep_for(1ms);
+    EXPECT_TRUE(QFileInfo::exists(path));
+    writer->cancel();
+    exportThread.join();
+
+    EXPECT_LT(slicesWritten.load(), 6000);
+    ASSERT_TRUE(writeError);
+    EXPECT_EQ(writeError->code(), qint64(AudioExportErrorCode::Cancelled));
+    EXPECT_FALSE(QFileInfo::exists(path));
+    std::optional<TeskError> finishError;
+    EXPECT_FALSE(writer->finish(&finishError));
+    EXPECT_EQ(finishError, writeError);
+
+    // Dropping an unfinished writer cancels too; cancelling a finished one keeps its file.
+    const QString dropped = folder.filePath("dropped.aif");
+    writer = createWriter(dropped, ExportFormat::Aiff);
+    ASSERT_TRUE(writer);
+    writeUntilFailure(*writer, 3, &writeError);
+    writer.reset();
+    EXPECT_FALSE(QFileInfo::exists(dropped));
+
+    const QString kept = folder.filePath("kept.aif");
+    writer = createWriter(kept, ExportFormat::Aiff);
+    ASSERT_TRUE(writer);
+    writeUntilFailure(*writer, 3, &writeError);
+    ASSERT_TRUE(writer->finish(nullptr));
+    writer->cancel();
+    writer.reset();
+    const std::optional<ReadBack> file = readBack(kept);
+    ASSERT_TRUE(file);
+    EXPECT_EQ(file->samples[0].size(), 3u * TeskAudioFileWriter::kSliceFrames);
+}
+
+TEST(TeskAudioFileWriter, EmptyExportFailsClearlyAndLeavesNoFile) {
+    QTemporaryDir folder;
+    for (const ExportFormat format : {ExportFormat::Aiff, ExportFormat::M4a}) {
+        const QString path =
+            folder.filePath(format == ExportFormat::Aiff ? "empty.aif" : "empty.m4a");
+        SCOPED_TRACE(path.toStdString());
+        auto writer = createWriter(path, format);
+        ASSERT_TRUE(writer);
+        const float none[1] = {0.0f};
+        std::optional<TeskError> error;
+        EXPECT_TRUE(writer->write(none, none, 0, &error)) << "writing nothing is no failure";
+        EXPECT_FALSE(writer->finish(&error));
+        ASSERT_TRUE(error);
+        EXPECT_EQ(error->code(), qint64(AudioExportErrorCode::NothingWritten));
+        EXPECT_TRUE(error->localizedDescription().contains(QFileInfo(path).fileName()));
+        std::optional<TeskError> again;
+        EXPECT_FALSE(writer->finish(&again));
+        EXPECT_EQ(again, error);
+        EXPECT_FALSE(QFileInfo::exists(path));
+    }
+}
+
+} // namespace
+} // namespace tesk
