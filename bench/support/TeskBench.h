@@ -12,4 +12,19 @@ namespace tesk::bench {
 void declareTarget(std::string name, std::string benchmarkName, std::string unit, double scale,
                    double target);
 
+/// Declares a target on the ratio of two benchmarks' real times per iteration, printing
+/// "BENCH <name> <ratio> x target <= <targetRatio> anchor <anchor time> ms": `benchmarkName` is
+/// measured against `anchorBenchmarkName`, typically an established tool doing the same work
+/// on the same machine in the same run.
+/// Call before the benchmarks run, for example from a static initializer.
+void declareRatioTarget(std::string name, std::string benchmarkName,
+                        std::string anchorBenchmarkName, double targetRatio);
+
+/// Declares a target on a counter the benchmark sets (`state.counters[counterName]`), for
+/// figures that are not times (underruns, memory), printing
+/// "BENCH <name> <counter value> <unit> target <= <target>".
+/// Call before the benchmarks run, for example from a static initializer.
+void declareCounterTarget(std::string name, std::string benchmarkName, std::string counterName,
+                          std::string unit, double target);
+
 } // namespace tesk::bench

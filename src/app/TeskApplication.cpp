@@ -1,5 +1,7 @@
 #include "app/TeskApplication.h"
 
+#include "audio/ProcessingChainPool.h"
+
 #include <QMainWindow>
 
 namespace tesk {
@@ -7,6 +9,8 @@ namespace tesk {
 TeskApplication::TeskApplication(int& argc, char** argv)
     : QApplication(argc, argv) {
     configureIdentity();
+    // The first song should not wait for its processing chain to be built.
+    ProcessingChainPool::prepare();
     mMainWindow = createEmptyWindow();
 }
 

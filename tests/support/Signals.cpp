@@ -58,4 +58,36 @@ double toneAmplitude(std::span<const float> samples, double frequency, double sa
     return 2.0 * std::hypot(re, im) / static_cast<double>(samples.size());
 }
 
+std::vector<float> bandPass(std::span<const float> samples, double low, double high,
+                            double sampleRate) {
+    // Four biquads per edge, with the Q of each pole pair of an 8th-order Butterworth filter.
+    constexpr double kQualities[] = {0.50979558, 0.60134489, 0.89997622, 2.56291545};
+    std::vector<double> signal(samples.begin(), samples.end());
+    const auto filter = [&](double frequency, double quality, bool highPass) {
+        // R. Bristow-Johnson's cookbook high- and low-pass.
+        const double omega = 2.0 * std::numbers::pi * frequency / sampleRate;
+        const double alpha = std::sin(omega) / (2.0 * quality);
+        const double cosine = std::cos(omega);
+        const double a0 = 1.0 + alpha;
+        const double b1 = (highPass ? -(1.0 + cosine) : 1.0 - cosine) / a0;
+        const double b0 = std::abs(b1) / 2.0;
+        const double a1 = -2.0 * cosine / a0;
+        const double a2 = (1.0 - alpha) / a0;
+        double x1 = 0.0, x2 = 0.0, y1 = 0.0, y2 = 0.0;
+        for (double& value : signal) {
+            const double y = b0 * value + b1 * x1 + b0 * x2 - a1 * y1 - a2 * y2;
+            x2 = x1;
+            x1 = value;
+            y2 = y1;
+            y1 = y;
+            value = y;
+        }
+    };
+    for (const double quality : kQualities) {
+        filter(low, quality, true);
+        filter(high, quality, false);
+    }
+    return {signal.begin(), signal.end()};
+}
+
 } // namespace tesk::test

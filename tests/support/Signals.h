@@ -30,4 +30,9 @@ double rmsDb(std::span<const float> samples);
 double toneAmplitude(std::span<const float> samples, double frequency,
                      double sampleRate = kSampleRate);
 
+/// `samples` through an 8th-order Butterworth high-pass at `low` Hz and low-pass at `high` Hz:
+/// 48 dB per octave outside the band, so what is left can be measured as the band's content.
+std::vector<float> bandPass(std::span<const float> samples, double low, double high,
+                            double sampleRate = kSampleRate);
+
 } // namespace tesk::test

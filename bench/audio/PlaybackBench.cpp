@@ -1,0 +1,299 @@
+// Playback as the user meets it: what the whole chain costs, how fast a seek is heard, and
+// whether a long session under a busy main thread ever leaves the device without sound.
+#include "audio/ProcessingChainPool.h"
+#include "audio/TeskExtendedAudioFile.h"
+#include "audio/TeskExtendedAudioFilePlayer.h"
+#include "support/GeneratedSong.h"
+#include "support/TeskBench.h"
+
+#include <QCoreApplication>
+#include <QElapsedTimer>
+#include <QProcess>
+#include <benchmark/benchmark.h>
+
+#include <chrono>
+#include <cmath>
+#include <cstdlib>
+#include <random>
+#include <thread>
+
+namespace {
+
+using namespace tesk;
+
+/// A generated song held in memory: tones over noise, so no stage sees silence.
+class GeneratedSong : public DecodedFrames {
+public:
+    explicit GeneratedSong(qint64 frames)
+        : mLeft(std::size_t(frames))
+        , mRight(std::size_t(frames)) {
+        std::mt19937 generator(3);
+        std::uniform_real_distribution<float> noise(-0.05f, 0.05f);
+        for (std::size_t i = 0; i < mLeft.size(); ++i) {
+            const double t = double(i) / 44100.0;
+            const float voice = float(0.3 * std::sin(2 * M_PI * 440.0 * t) *
+                                      (0.6 + 0.4 * std::sin(2 * M_PI * 3.0 * t)));
+            mLeft[i] = voice + float(0.2 * std::sin(2 * M_PI * 110.0 * t)) + noise(generator);
+            mRight[i] = voice + float(0.2 * std::sin(2 * M_PI * 165.0 * t)) + noise(generator);
+        }
+    }
+    qint64 frameCount() const override { return qint64(mLeft.size()); }
+    qint64 decodedFrameCount() const override { return frameCount(); }
+    bool isDecodingFinished() const override { return true; }
+    qint64 readFrames(qint64 start, qint64 count, float* left, float* right) const override {
+        const qint64 end = std::min(start + count, frameCount());
+        if (start < 0 || start >= end)
+            return 0;
+        std::copy(mLeft.begin() + start, mLeft.begin() + end, left);
+        std::copy(mRight.begin() + start, mRight.begin() + end, right);
+        return end - start;
+    }
+
+private:
+    std::vector<float> mLeft;
+    std::vector<float> mRight;
+};
+
+/// Feeds the chain straight from a song, looping, without the reader's thread.
+class SongSource : public ChainSource {
+public:
+    explicit SongSource(const DecodedFrames& song)
+        : mSong(song) {}
+    std::uint32_t supplyFrames(const AudioBufferList& buffers, std::uint32_t frameCount,
+                               SourceRuns& runs) noexcept override {
+        if (mPosition + frameCount > mSong.frameCount())
+            mPosition = 0;
+        runs.count = 1;
+        runs.runs[0] = {0, mPosition, 1};
+        mPosition += mSong.readFrames(mPosition, frameCount, buffers.buffers[0].data,
+                                      buffers.buffers[1].data);
+        return frameCount;
+    }
+
+private:
+    const DecodedFrames& mSong;
+    qint64 mPosition = 0;
+};
+
+QCoreApplication& application() {
+    static int argc = 1;
+    static char name[] = "tesk-bench";
+    static char* argv[] = {name, nullptr};
+    static QCoreApplication app(argc, argv);
+    return app;
+}
+
+void configureAllEffects(ProcessingChain& chain) {
+    chain.setRate(0.5f);
+    chain.setPitchCents(300.0f);
+    chain.setEqualizerEnabled(true);
+    chain.setEqualizerGains({3, 2, 0, -2, -4, -4, -2, 0, 2, 3});
+    chain.setRemoveVocals(true);
+    chain.setVocalBand(120.0, 2800.0);
+    chain.setPanAdjust(true);
+    chain.setPanAmount(0.4);
+}
+
+/// One second of output through the whole chain at 0.5x, +3 semitones, every effect on.
+void BM_ChainAllEffectsPerOutputSecond(benchmark::State& state) {
+    GeneratedSong song(44100 * 30);
+    SongSource source(song);
+    ProcessingChain chain(44100.0, TimePitchQuality::Standard);
+    chain.setSource(&source);
+    configureAllEffects(chain);
+    std::vector<float> left(512), right(512);
+    for (int warm = 0; warm < 40; ++warm)
+        chain.render(left.data(), right.data(), 512);
+    for (auto _ : state) {
+        for (int slice = 0; slice < 44100 / 512 + 1; ++slice)
+            chain.render(left.data(), right.data(), 512);
+        benchmark::DoNotOptimize(left.data());
+    }
+}
+BENCHMARK(BM_ChainAllEffectsPerOutputSecond)->Unit(benchmark::kMillisecond)->MinTime(3.0);
+
+/// A device the benchmark pulls itself, so it can see when the new sound arrives.
+class PulledDevice : public TeskSoundDevice {
+public:
+    explicit PulledDevice(AudioRenderer& renderer)
+        : mRenderer(renderer) {}
+    void start() override { mRunning = true; }
+    void stop() override { mRunning = false; }
+    bool isRunning() const override { return mRunning; }
+    bool hasSoundOutput() const override { return true; }
+    std::uint32_t bufferFrames() const override { return kDefaultBufferFrames; }
+    bool isLost() const override { return false; }
+    std::uint64_t framesRendered() const override { return 0; }
+    /// Pulls one period and says whether it held sound.
+    bool pull() {
+        mRenderer.renderAudio(mLeft.data(), mRight.data(), kDefaultBufferFrames);
+        float peak = 0.0f;
+        for (float sample : mLeft)
+            peak = std::max(peak, std::fabs(sample));
+        return peak > 1e-3f;
+    }
+
+private:
+    AudioRenderer& mRenderer;
+    bool mRunning = false;
+    std::array<float, kDefaultBufferFrames> mLeft{};
+    std::array<float, kDefaultBufferFrames> mRight{};
+};
+
+/// From a seek to the moment the device is handed the new sound, plus one device period for the
+/// device to play it.
+void BM_SeekToSound(benchmark::State& state) {
+    application();
+    TeskExtendedAudioFilePlayer player(std::make_shared<GeneratedSong>(44100 * 240), false);
+    PulledDevice* device = nullptr;
+    player.outputAudioUnit()->setSoundDeviceFactory([&device](AudioRenderer& renderer) {
+        auto made = std::make_unique<PulledDevice>(renderer);
+        device = made.get();
+        return made;
+    });
+    player.setPlaybackSpeed(0.75f);
+    player.setPlaybackPitchInSemitones(-2.0);
+    player.startFilePlaying();
+    std::mt19937 generator(5);
+    std::uniform_int_distribution<qint64> where(0, 44100 * 230);
+    const double period = double(TeskSoundDevice::kDefaultBufferFrames) / 44100.0;
+    for (auto _ : state) {
+        for (int i = 0; i < 20; ++i) // play a little first
+            device->pull();
+        const auto started = std::chrono::steady_clock::now();
+        player.setCurrentFrame(where(generator));
+        // The first pull right after the seek may still find the ring being emptied.
+        while (!device->pull() &&
+               std::chrono::steady_clock::now() - started < std::chrono::seconds(1))
+            std::this_thread::sleep_for(std::chrono::microseconds(200));
+        const double seconds =
+            std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
+        state.SetIterationTime(seconds + period);
+    }
+    player.stopFilePlaying();
+}
+BENCHMARK(BM_SeekToSound)->UseManualTime()->Iterations(30)->Unit(benchmark::kMillisecond);
+
+/// Long playback at a 512-frame device period while the main thread is kept busy and keeps
+/// changing every parameter: the device must never find the ring empty. TESK_SOAK_SECONDS sets
+/// the length (ten minutes by default).
+void BM_PlaybackSoak(benchmark::State& state) {
+    application();
+    const char* configured = std::getenv("TESK_SOAK_SECONDS");
+    const int seconds = configured ? std::max(1, std::atoi(configured)) : 600;
+    for (auto _ : state) {
+        TeskExtendedAudioFilePlayer player(std::make_shared<GeneratedSong>(44100 * 60), false);
+        player.outputAudioUnit()->useSilentDevice();
+        player.setEqualizerEnabled(true);
+        player.setVocalRemoval(true);
+        player.setPanAdjust(true);
+        player.setLooping(true);
+        player.setLoopRange({44100, 44100 * 50});
+        player.startFilePlaying();
+        QElapsedTimer elapsed;
+        elapsed.start();
+        volatile double busy = 0.0;
+        for (int step = 0; elapsed.elapsed() < seconds * 1000; ++step) {
+            // A busy main thread: 20 ms of work out of every 25.
+            const auto until = std::chrono::steady_clock::now() + std::chrono::milliseconds(20);
+            while (std::chrono::steady_clock::now() < until)
+                busy = busy + std::sqrt(double(step));
+            player.setPlaybackSpeed(0.5f + 0.05f * float(step % 20));
+            player.setPlaybackPitchInSemitones(double(step % 9) - 4.0);
+            TeskEqualizerSettings bands;
+            bands.setBands({double(step % 7) - 3, 1, 2, 0, -2, 0, 1, -1, 2, 0});
+            player.setEqualizerSettings(&bands);
+            player.setPanAmount(double(step % 10) / 10.0);
+            QCoreApplication::processEvents();
+            std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        }
+        state.counters["underruns"] = double(player.outputAudioUnit()->underrunCount());
+        state.counters["seconds"] = seconds;
+        player.stopFilePlaying();
+    }
+}
+BENCHMARK(BM_PlaybackSoak)->Iterations(1)->Unit(benchmark::kSecond);
+
+/// From opening a 4-minute MP3 to the device being handed its first sound, plus one device
+/// period for the device to play it.
+void BM_OpenToFirstSound(benchmark::State& state) {
+    application();
+    const QString song = bench::generatedSongFile(240);
+    if (song.isEmpty()) {
+        state.SkipWithError("could not make the song with ffmpeg");
+        return;
+    }
+    const double period = double(TeskSoundDevice::kDefaultBufferFrames) / 44100.0;
+    // As Tesk does at start-up, and as it has done again after each open by the time the user
+    // opens the next song.
+    ProcessingChainPool::prepare();
+    for (auto _ : state) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(500));
+        const auto started = std::chrono::steady_clock::now();
+        std::optional<TeskError> error;
+        std::shared_ptr<TeskExtendedAudioFile> file =
+            TeskExtendedAudioFile::openForPlayback(song, &error);
+        if (!file) {
+            state.SkipWithError("the song did not open");
+            return;
+        }
+        TeskExtendedAudioFilePlayer player(file, false);
+        PulledDevice* device = nullptr;
+        player.outputAudioUnit()->setSoundDeviceFactory([&device](AudioRenderer& renderer) {
+            auto made = std::make_unique<PulledDevice>(renderer);
+            device = made.get();
+            return made;
+        });
+        player.startFilePlaying();
+        while (!device->pull() &&
+               std::chrono::steady_clock::now() - started < std::chrono::seconds(2))
+            std::this_thread::sleep_for(std::chrono::microseconds(200));
+        state.SetIterationTime(
+            std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count() +
+            period);
+        player.stopFilePlaying();
+    }
+}
+BENCHMARK(BM_OpenToFirstSound)->UseManualTime()->Iterations(10)->Unit(benchmark::kMillisecond);
+
+/// Peak resident memory of a separate headless process that opens a 10-minute MP3 and plays it
+/// with effects on until the whole song has been decoded.
+void BM_TenMinuteSongMemory(benchmark::State& state) {
+    const QString song = bench::generatedSongFile(600);
+    if (song.isEmpty()) {
+        state.SkipWithError("could not make the song with ffmpeg");
+        return;
+    }
+    for (auto _ : state) {
+        QProcess probe;
+        probe.start(QStringLiteral(TESK_MEMORY_PROBE), {song, QStringLiteral("8")});
+        probe.waitForFinished(60000);
+        const QString output = QString::fromLocal8Bit(probe.readAllStandardOutput());
+        const auto lines = output.split(u'\n');
+        for (const QString& line : lines) {
+            if (line.startsWith(QStringLiteral("peak_rss_kb ")))
+                state.counters["peak_rss_mb"] = line.section(u' ', 1).toDouble() / 1024.0;
+            if (line.startsWith(QStringLiteral("decoded_frames ")))
+                state.counters["decoded_seconds"] = line.section(u' ', 1).toDouble() / 44100.0;
+        }
+        if (probe.exitCode() != 0)
+            state.SkipWithError("the memory probe failed");
+    }
+}
+BENCHMARK(BM_TenMinuteSongMemory)->Iterations(1)->Unit(benchmark::kSecond);
+
+const bool declared = [] {
+    bench::declareTarget("chain_cpu_all_effects",
+                         "BM_ChainAllEffectsPerOutputSecond/min_time:3.000", "%", 1e-7, 20.0);
+    bench::declareTarget("seek_to_sound", "BM_SeekToSound/iterations:30/manual_time", "ms", 1e-6,
+                         50.0);
+    bench::declareTarget("open_to_first_sound", "BM_OpenToFirstSound/iterations:10/manual_time",
+                         "ms", 1e-6, 50.0);
+    bench::declareCounterTarget("ten_minute_song_peak_memory",
+                                "BM_TenMinuteSongMemory/iterations:1", "peak_rss_mb", "MB", 120.0);
+    bench::declareCounterTarget("playback_underruns", "BM_PlaybackSoak/iterations:1", "underruns",
+                                "count", 0.0);
+    return true;
+}();
+
+} // namespace

@@ -1,0 +1,151 @@
+#include "audio/AheadRenderer.h"
+
+#include "diagnostics/RealtimeThread.h"
+
+#include <algorithm>
+#include <chrono>
+#include <pthread.h>
+#include <sched.h>
+
+namespace tesk {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+/// How long the rendering thread waits for the source after a start or a seek before it plays
+/// silence instead.
+constexpr auto kSourceWait = std::chrono::milliseconds(100);
+/// How much is rendered before the device starts pulling.
+constexpr std::uint32_t kPrefillBlocks = 4;
+
+void raiseThreadPriority() {
+    // A real-time priority where the system grants one; an ordinary thread otherwise.
+    sched_param parameters{};
+    parameters.sched_priority = std::max(1, sched_get_priority_min(SCHED_FIFO) + 5);
+    pthread_setschedparam(pthread_self(), SCHED_FIFO, &parameters);
+}
+
+} // namespace
+
+AheadRenderer::AheadRenderer(ProcessingChain& chain)
+    : mChain(chain) {}
+
+AheadRenderer::~AheadRenderer() {
+    stop();
+}
+
+void AheadRenderer::start(TeskSoundDevice& device) {
+    if (isRunning())
+        return;
+    mChain.reset();
+    // The ring starts empty; the callback's state follows when it sees the new generation.
+    mReadCount.store(mWriteCount.load());
+    mGeneration.fetch_add(1);
+    mHasHeardPosition = false;
+    mStopping = false;
+    mThread = std::thread([this] { run(); });
+
+    const auto deadline = Clock::now() + kSourceWait;
+    while (queuedBlocks() < kPrefillBlocks && Clock::now() < deadline)
+        std::this_thread::sleep_for(std::chrono::microseconds(500));
+    mDevice = &device;
+    device.start();
+}
+
+void AheadRenderer::stop() {
+    if (mDevice) {
+        mDevice->stop();
+        mDevice = nullptr;
+    }
+    if (!mThread.joinable())
+        return;
+    mStopping = true;
+    mThread.join();
+}
+
+void AheadRenderer::flush() {
+    mGeneration.fetch_add(1, std::memory_order_acq_rel);
+    mHasHeardPosition.store(false, std::memory_order_relaxed);
+}
+
+std::uint64_t AheadRenderer::queuedBlocks() const {
+    return mWriteCount.load(std::memory_order_acquire) - mReadCount.load(std::memory_order_acquire);
+}
+
+void AheadRenderer::run() {
+    raiseThreadPriority();
+    markRealtimeThread(RealtimeRole::Rendering);
+    std::uint64_t generation = 0;
+    Clock::time_point waitForSourceUntil{};
+    while (!mStopping.load(std::memory_order_relaxed)) {
+        const std::uint64_t wanted = mGeneration.load(std::memory_order_acquire);
+        if (wanted != generation) {
+            if (generation != 0)
+                mChain.reset();
+            generation = wanted;
+            waitForSourceUntil = Clock::now() + kSourceWait;
+        }
+        if (queuedBlocks() >= kBlockCount ||
+            (!mChain.sourceReady() && Clock::now() < waitForSourceUntil)) {
+            std::this_thread::sleep_for(std::chrono::microseconds(500));
+            continue;
+        }
+        waitForSourceUntil = {};
+        const std::uint64_t written = mWriteCount.load(std::memory_order_relaxed);
+        Block& block = mBlocks[written % kBlockCount];
+        block.generation = generation;
+        mChain.render(block.left.data(), block.right.data(), kBlockFrames, &block.position);
+        mWriteCount.store(written + 1, std::memory_order_release);
+    }
+}
+
+void AheadRenderer::renderAudio(float* left, float* right, std::uint32_t frameCount) noexcept {
+    markRealtimeThread(RealtimeRole::Device);
+    // What the device plays now is what it was handed one period ago.
+    if (mHasPendingHeard) {
+        mHeardFrame.store(mPendingHeard, std::memory_order_relaxed);
+        mHasHeardPosition.store(true, std::memory_order_relaxed);
+    }
+    const std::uint64_t generation = mGeneration.load(std::memory_order_acquire);
+    if (generation != mSeenGeneration) {
+        mSeenGeneration = generation;
+        mAwaitingFirstBlock = true;
+        mHasPendingHeard = false;
+    }
+
+    std::uint32_t done = 0;
+    bool positioned = false;
+    while (done < frameCount) {
+        const std::uint64_t read = mReadCount.load(std::memory_order_relaxed);
+        if (read == mWriteCount.load(std::memory_order_acquire)) {
+            if (!mAwaitingFirstBlock)
+                mUnderruns.fetch_add(1, std::memory_order_relaxed);
+            break;
+        }
+        const Block& block = mBlocks[read % kBlockCount];
+        if (block.generation != generation) {
+            mBlockOffset = 0;
+            mReadCount.store(read + 1, std::memory_order_release);
+            continue;
+        }
+        mAwaitingFirstBlock = false;
+        if (!positioned) {
+            mPendingHeard = block.position.sourceFrame + block.position.sourceStep * mBlockOffset;
+            mHasPendingHeard = true;
+            positioned = true;
+        }
+        const std::uint32_t take = std::min(kBlockFrames - mBlockOffset, frameCount - done);
+        std::copy_n(block.left.data() + mBlockOffset, take, left + done);
+        std::copy_n(block.right.data() + mBlockOffset, take, right + done);
+        done += take;
+        mBlockOffset += take;
+        if (mBlockOffset == kBlockFrames) {
+            mBlockOffset = 0;
+            mReadCount.store(read + 1, std::memory_order_release);
+        }
+    }
+    std::fill(left + done, left + frameCount, 0.0f);
+    std::fill(right + done, right + frameCount, 0.0f);
+}
+
+} // namespace tesk

@@ -1,0 +1,82 @@
+#pragma once
+
+#include "audio/ProcessingChain.h"
+#include "audio/TeskSoundDevice.h"
+
+#include <array>
+#include <atomic>
+#include <cstdint>
+#include <thread>
+
+namespace tesk {
+
+/// Runs the processing chain on its own thread, a little ahead of the sound device, into a
+/// lock-free ring that the device's callback only copies from. The stretcher works in bursts
+/// that do not always fit one device period; the ring absorbs them, so the callback never waits
+/// and a busy main thread never makes a gap.
+///
+/// Also knows which source frame is being heard: every block in the ring carries where it came
+/// from, and the callback publishes the position of what it handed the device a period ago.
+class AheadRenderer final : public AudioRenderer {
+public:
+    static constexpr std::uint32_t kBlockFrames = 256;
+    /// 16 blocks: about 93 ms ahead at most.
+    static constexpr std::uint32_t kBlockCount = 16;
+
+    explicit AheadRenderer(ProcessingChain& chain);
+    ~AheadRenderer() override;
+
+    /// Starts rendering ahead and, once a little is ready, `device`. Main thread.
+    void start(TeskSoundDevice& device);
+    /// Stops `device` (if it is the one started) and the rendering thread. Main thread.
+    void stop();
+    bool isRunning() const { return mThread.joinable(); }
+
+    /// Drops what is queued and restarts the chain from the source's next frames: a seek.
+    /// Main thread.
+    void flush();
+
+    /// The source frame being heard now, and whether there is one yet. Any thread.
+    double heardSourceFrame() const { return mHeardFrame.load(std::memory_order_relaxed); }
+    bool hasHeardPosition() const { return mHasHeardPosition.load(std::memory_order_relaxed); }
+
+    /// Times the device found the ring empty while playing (not counting the moment after a
+    /// seek). Any thread.
+    std::uint64_t underrunCount() const { return mUnderruns.load(std::memory_order_relaxed); }
+
+    /// The device's pull. Audio thread: copies only.
+    void renderAudio(float* left, float* right, std::uint32_t frameCount) noexcept override;
+
+private:
+    struct Block {
+        std::uint64_t generation = 0;
+        SlicePosition position;
+        std::array<float, kBlockFrames> left{};
+        std::array<float, kBlockFrames> right{};
+    };
+
+    void run();
+    std::uint64_t queuedBlocks() const;
+
+    ProcessingChain& mChain;
+    TeskSoundDevice* mDevice = nullptr;
+    std::thread mThread;
+    std::atomic<bool> mStopping{false};
+    std::array<Block, kBlockCount> mBlocks;
+    std::atomic<std::uint64_t> mWriteCount{0};
+    std::atomic<std::uint64_t> mReadCount{0};
+    std::atomic<std::uint64_t> mGeneration{0}; // raised by each flush
+
+    // Audio thread only.
+    std::uint32_t mBlockOffset = 0;
+    bool mAwaitingFirstBlock = true;
+    std::uint64_t mSeenGeneration = 0;
+    double mPendingHeard = 0.0;
+    bool mHasPendingHeard = false;
+
+    std::atomic<double> mHeardFrame{0.0};
+    std::atomic<bool> mHasHeardPosition{false};
+    std::atomic<std::uint64_t> mUnderruns{0};
+};
+
+} // namespace tesk

@@ -1,0 +1,164 @@
+#include "audio/ProcessingChain.h"
+
+#include "audio/dsp/PanMix.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace tesk {
+namespace {
+
+AudioBufferList stereoList(float* left, float* right, std::uint32_t frameCount) {
+    AudioBufferList list;
+    list.bufferCount = 2;
+    list.buffers[0] = {1, frameCount, left};
+    list.buffers[1] = {1, frameCount, right};
+    return list;
+}
+
+} // namespace
+
+ProcessingChain::ProcessingChain(double sampleRate, TimePitchQuality quality)
+    : mEqualizer(sampleRate)
+    , mTimePitch(sampleRate, quality)
+    , mVocalRemover(2, 4096)
+    , mSpectrumAnalyzer(AudioStreamDescription{sampleRate, 2, false}) {
+    mEqualizer.setBypassed(true);
+}
+
+ProcessingChain::~ProcessingChain() = default;
+
+void ProcessingChain::setRate(float rate) noexcept {
+    mRate.store(rate, std::memory_order_relaxed);
+    mTimePitch.setRate(rate);
+}
+
+void ProcessingChain::setPitchCents(float cents) noexcept {
+    mPitchCents.store(cents, std::memory_order_relaxed);
+    mTimePitch.setPitchCents(cents);
+}
+
+void ProcessingChain::setEqualizerGains(const std::array<float, kBandCount>& gainsDb) noexcept {
+    mEqualizerGainsSet = gainsDb;
+    mEqualizerGains.write(gainsDb);
+}
+
+std::array<float, ProcessingChain::kBandCount> ProcessingChain::equalizerGains() const noexcept {
+    return mEqualizerGainsSet;
+}
+
+void ProcessingChain::setVocalBand(double lowHertz, double highHertz) noexcept {
+    mVocalLow.store(lowHertz, std::memory_order_relaxed);
+    mVocalHigh.store(highHertz, std::memory_order_relaxed);
+}
+
+void ProcessingChain::reset() {
+    mEqualizer.reset();
+    mTimePitch.reset();
+    mVocalRemover.reset();
+    mInputFrames = 0;
+    mInputRunsWritten = 0;
+    mAppliedLevel = mLevel.load(std::memory_order_relaxed);
+}
+
+void ProcessingChain::applyParameters() {
+    if (const auto* gains = mEqualizerGains.read())
+        mEqualizer.setBandGains(*gains);
+    mEqualizer.setBypassed(!mEqualizerEnabled.load(std::memory_order_relaxed));
+}
+
+void ProcessingChain::render(float* left, float* right, std::uint32_t frameCount,
+                             SlicePosition* position) {
+    frameCount = std::min(frameCount, kMaxSliceFrames);
+    applyParameters();
+    float* output[2] = {left, right};
+    mTimePitch.render(output, frameCount, *this);
+    processAfterStretch(left, right, frameCount);
+
+    if (position) {
+        // The stretcher holds back `latencyFrames` output frames' worth of input: the frame
+        // after this slice plays input frame (pulled − latency × rate).
+        const double rate = mTimePitch.rate();
+        const double next = double(mInputFrames) - mTimePitch.latencyFrames() * rate;
+        const double first = std::max(0.0, next - frameCount * rate);
+        position->sourceFrame = sourceFrameForInput(first);
+        const double later = sourceFrameForInput(first + 1.0);
+        position->sourceStep = later < position->sourceFrame ? -rate : rate;
+    }
+}
+
+std::uint32_t ProcessingChain::renderToEnd(float* left, float* right, std::uint32_t frameCount) {
+    frameCount = std::min(frameCount, kMaxSliceFrames);
+    applyParameters();
+    float* output[2] = {left, right};
+    const std::uint32_t written = mTimePitch.renderToEnd(output, frameCount, *this);
+    processAfterStretch(left, right, written);
+    return written;
+}
+
+std::uint32_t ProcessingChain::pull(float* const* input, std::uint32_t frameCount) {
+    std::fill_n(input[0], frameCount, 0.0f);
+    std::fill_n(input[1], frameCount, 0.0f);
+    std::uint32_t supplied = 0;
+    if (mSource) {
+        SourceRuns runs;
+        supplied =
+            mSource->supplyFrames(stereoList(input[0], input[1], frameCount), frameCount, runs);
+        for (std::uint32_t i = 0; i < runs.count; ++i) {
+            const SourceRun& run = runs.runs[i];
+            mInputRuns[mInputRunsWritten % kInputRunCount] = {mInputFrames + run.outputOffset,
+                                                              run.sourceFrame, run.direction};
+            ++mInputRunsWritten;
+        }
+    }
+    mEqualizer.process(input, supplied);
+    mInputFrames += supplied;
+    return supplied;
+}
+
+double ProcessingChain::sourceFrameForInput(double inputFrame) const {
+    const std::uint64_t kept = std::min<std::uint64_t>(mInputRunsWritten, kInputRunCount);
+    for (std::uint64_t back = 1; back <= kept; ++back) {
+        const InputRun& run = mInputRuns[(mInputRunsWritten - back) % kInputRunCount];
+        if (double(run.inputFrame) <= inputFrame || back == kept)
+            return double(run.sourceFrame) +
+                   run.direction * std::max(0.0, inputFrame - double(run.inputFrame));
+    }
+    return 0.0;
+}
+
+void ProcessingChain::processAfterStretch(float* left, float* right, std::uint32_t frameCount) {
+    if (frameCount == 0)
+        return;
+    if (mRemoveVocals.load(std::memory_order_relaxed)) {
+        mVocalRemover.setLowFrequency(mVocalLow.load(std::memory_order_relaxed));
+        mVocalRemover.setHighFrequency(mVocalHigh.load(std::memory_order_relaxed));
+        mVocalRemover.addInput(0, left, frameCount);
+        mVocalRemover.addInput(1, right, frameCount);
+        mVocalRemover.process();
+        mVocalRemover.getOutput(0, left, frameCount);
+        mVocalRemover.getOutput(1, right, frameCount);
+    }
+
+    mSpectrumAnalyzer.copyFromAudioBufferList(stereoList(left, right, frameCount), frameCount);
+
+    if (mPanAdjust.load(std::memory_order_relaxed)) {
+        applyPanMix(left, right, frameCount, mPanAmount.load(std::memory_order_relaxed),
+                    mOutOfPhase.load(std::memory_order_relaxed));
+    }
+
+    // The level glides across the slice, so a volume change does not click.
+    const float target = mLevel.load(std::memory_order_relaxed);
+    const float start = mAppliedLevel;
+    if (start == target && target == 1.0f)
+        return;
+    const float step = (target - start) / float(frameCount);
+    for (std::uint32_t i = 0; i < frameCount; ++i) {
+        const float gain = start + step * float(i + 1);
+        left[i] *= gain;
+        right[i] *= gain;
+    }
+    mAppliedLevel = target;
+}
+
+} // namespace tesk

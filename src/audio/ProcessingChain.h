@@ -1,0 +1,145 @@
+#pragma once
+
+#include "audio/SSpectrumAnalyzer.h"
+#include "audio/TeskAudioFileReader.h"
+#include "audio/TimePitchStage.h"
+#include "audio/dsp/AudioBufferList.h"
+#include "audio/dsp/GraphicEqualizer.h"
+#include "audio/dsp/LatestValue.h"
+#include "audio/dsp/SVocalRemover.h"
+
+#include <array>
+#include <atomic>
+#include <cstdint>
+#include <vector>
+
+namespace tesk {
+
+/// Supplies a song's frames to the chain (the file player).
+class ChainSource {
+public:
+    virtual ~ChainSource() = default;
+    /// Fills `frameCount` frames of the two buffers of `buffers`, which arrive zeroed, and says
+    /// where they came from in `runs`. What it leaves alone stays silent.
+    /// Rendering thread: never blocks, allocates or throws.
+    /// Returns how many frames it supplied: fewer only at the end of what it has to give.
+    virtual std::uint32_t supplyFrames(const AudioBufferList& buffers, std::uint32_t frameCount,
+                                       SourceRuns& runs) noexcept = 0;
+    /// Whether frames are waiting, so that rendering after a seek need not begin with silence.
+    /// The source may wait a little for frames that are on their way (the rendering thread runs
+    /// ahead of the device), but not past the end of what it has to give.
+    /// Rendering thread.
+    virtual bool hasFramesReady() noexcept { return true; }
+};
+
+/// Where a rendered slice came from: the source frame of its first frame and how far the
+/// source moves per output frame (the rate, negative when playing backwards).
+struct SlicePosition {
+    double sourceFrame = 0.0;
+    double sourceStep = 1.0;
+};
+
+/// Tesk's processing chain: source, equalizer, time-pitch, vocal reduction, spectrum feed,
+/// pan / out-of-phase mix and level. The same chain serves playback (pulled a little ahead of
+/// the sound device) and export (pulled as fast as it goes).
+///
+/// Parameters may be set from the main thread at any time and apply from the next slice;
+/// everything else belongs to the one thread that renders.
+class ProcessingChain : private TimePitchStage::Source {
+public:
+    static constexpr std::uint32_t kMaxSliceFrames = 1024;
+    static constexpr std::uint32_t kBandCount = GraphicEqualizer::kBandCount;
+
+    ProcessingChain(double sampleRate, TimePitchQuality quality);
+    ~ProcessingChain() override;
+
+    /// Main thread, while nothing renders.
+    void setSource(ChainSource* source) { mSource = source; }
+
+    // Parameters. Main thread (each handoff has one writer); read at the next slice.
+    void setRate(float rate) noexcept;
+    float rate() const noexcept { return mRate.load(std::memory_order_relaxed); }
+    void setPitchCents(float cents) noexcept;
+    float pitchCents() const noexcept { return mPitchCents.load(std::memory_order_relaxed); }
+    void setLevel(float level) noexcept { mLevel.store(level, std::memory_order_relaxed); }
+    float level() const noexcept { return mLevel.load(std::memory_order_relaxed); }
+    void setEqualizerEnabled(bool enabled) noexcept { mEqualizerEnabled.store(enabled); }
+    bool equalizerEnabled() const noexcept { return mEqualizerEnabled.load(); }
+    /// Band gains in dB, band 0 the lowest.
+    void setEqualizerGains(const std::array<float, kBandCount>& gainsDb) noexcept;
+    std::array<float, kBandCount> equalizerGains() const noexcept;
+    void setRemoveVocals(bool enabled) noexcept { mRemoveVocals.store(enabled); }
+    bool removeVocals() const noexcept { return mRemoveVocals.load(); }
+    void setVocalBand(double lowHertz, double highHertz) noexcept;
+    void setPanAdjust(bool enabled) noexcept { mPanAdjust.store(enabled); }
+    bool panAdjust() const noexcept { return mPanAdjust.load(); }
+    void setPanAmount(double amount) noexcept { mPanAmount.store(amount); }
+    double panAmount() const noexcept { return mPanAmount.load(); }
+    void setOutOfPhase(bool outOfPhase) noexcept { mOutOfPhase.store(outOfPhase); }
+    bool outOfPhase() const noexcept { return mOutOfPhase.load(); }
+
+    /// Forgets the audio inside the chain (equalizer, stretcher, vocal remover), so the next
+    /// slice starts afresh from the source's next frames.
+    /// Rendering thread, or any thread while nothing renders.
+    void reset();
+
+    /// Renders `frameCount` (at most kMaxSliceFrames) processed frames and says where the first
+    /// of them came from.
+    /// Rendering thread. Allocates nothing (a pitch change may inside the stretcher library).
+    void render(float* left, float* right, std::uint32_t frameCount,
+                SlicePosition* position = nullptr);
+
+    /// As `render`, for an export: once the source runs short the stretcher's tail is drained;
+    /// returns the frames written, fewer than asked (or 0) at the end.
+    /// Rendering thread (the export thread).
+    std::uint32_t renderToEnd(float* left, float* right, std::uint32_t frameCount);
+
+    /// Whether the source has frames waiting. Rendering thread.
+    bool sourceReady() noexcept { return mSource == nullptr || mSource->hasFramesReady(); }
+
+    /// The spectrum of what plays, after vocal reduction and before the pan mix.
+    /// Its spectra are read on the main thread.
+    SSpectrumAnalyzer& spectrumAnalyzer() { return mSpectrumAnalyzer; }
+
+private:
+    std::uint32_t pull(float* const* input, std::uint32_t frameCount) override;
+    void applyParameters();
+    void processAfterStretch(float* left, float* right, std::uint32_t frameCount);
+    /// The source frame that the chain's input frame `inputFrame` came from.
+    double sourceFrameForInput(double inputFrame) const;
+
+    ChainSource* mSource = nullptr;
+    GraphicEqualizer mEqualizer;
+    TimePitchStage mTimePitch;
+    SVocalRemover mVocalRemover;
+    SSpectrumAnalyzer mSpectrumAnalyzer;
+
+    std::atomic<float> mRate{1.0f};
+    std::atomic<float> mPitchCents{0.0f};
+    std::atomic<float> mLevel{1.0f};
+    std::atomic<bool> mEqualizerEnabled{false};
+    LatestValue<std::array<float, kBandCount>> mEqualizerGains;
+    std::array<float, kBandCount> mEqualizerGainsSet{}; // main thread's copy, for reading back
+    std::atomic<bool> mRemoveVocals{false};
+    std::atomic<double> mVocalLow{150.0};
+    std::atomic<double> mVocalHigh{3600.0};
+    std::atomic<bool> mPanAdjust{false};
+    std::atomic<double> mPanAmount{0.5};
+    std::atomic<bool> mOutOfPhase{false};
+
+    // Rendering thread only.
+    float mAppliedLevel = 1.0f;
+    std::uint64_t mInputFrames = 0; // frames pulled from the source since the last reset
+    /// Where runs of the chain's input came from, newest last, so a heard frame can be traced
+    /// back to the song even across loop seams and seeks.
+    struct InputRun {
+        std::uint64_t inputFrame;
+        std::int64_t sourceFrame;
+        int direction;
+    };
+    static constexpr std::size_t kInputRunCount = 256;
+    std::array<InputRun, kInputRunCount> mInputRuns{};
+    std::uint64_t mInputRunsWritten = 0;
+};
+
+} // namespace tesk

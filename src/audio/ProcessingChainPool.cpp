@@ -1,0 +1,33 @@
+#include "audio/ProcessingChainPool.h"
+
+#include <future>
+#include <map>
+
+namespace tesk {
+namespace {
+
+std::map<TimePitchQuality, std::future<std::unique_ptr<ProcessingChain>>>& spares() {
+    static std::map<TimePitchQuality, std::future<std::unique_ptr<ProcessingChain>>> all;
+    return all;
+}
+
+} // namespace
+
+void ProcessingChainPool::prepare(TimePitchQuality quality) {
+    auto& spare = spares()[quality];
+    if (spare.valid())
+        return;
+    spare = std::async(std::launch::async, [quality] {
+        return std::make_unique<ProcessingChain>(kSampleRate, quality);
+    });
+}
+
+std::unique_ptr<ProcessingChain> ProcessingChainPool::take(TimePitchQuality quality) {
+    auto& spare = spares()[quality];
+    std::unique_ptr<ProcessingChain> chain =
+        spare.valid() ? spare.get() : std::make_unique<ProcessingChain>(kSampleRate, quality);
+    prepare(quality);
+    return chain;
+}
+
+} // namespace tesk

@@ -1,0 +1,355 @@
+#include "audio/TeskAudioFileReader.h"
+
+#include <algorithm>
+#include <chrono>
+
+namespace tesk {
+namespace {
+
+std::uint64_t packRange(LoopRange range) {
+    return std::uint64_t(range.location) << 32 | range.length;
+}
+
+LoopRange unpackRange(std::uint64_t packed) {
+    return {std::uint32_t(packed >> 32), std::uint32_t(packed & 0xffffffffu)};
+}
+
+// How long the reader thread sleeps when it has nothing to do: the ring holds far more.
+constexpr auto kIdlePoll = std::chrono::milliseconds(1);
+
+} // namespace
+
+TeskAudioFileReader::TeskAudioFileReader(std::uint32_t bufferCount, std::uint32_t framesPerBuffer)
+    : mScratchLeft(kBlockFrames)
+    , mScratchRight(kBlockFrames) {
+    const std::uint32_t frames = std::max(1u, bufferCount) * std::max(1u, framesPerBuffer);
+    mBlocks.resize((frames + kBlockFrames - 1) / kBlockFrames);
+    for (Block& block : mBlocks) {
+        block.left.resize(kBlockFrames);
+        block.right.resize(kBlockFrames);
+    }
+}
+
+TeskAudioFileReader::~TeskAudioFileReader() {
+    stop();
+}
+
+void TeskAudioFileReader::setAudioFile(std::shared_ptr<const DecodedFrames> frames) {
+    stop();
+    mFrames = std::move(frames);
+}
+
+void TeskAudioFileReader::start() {
+    if (mThread.joinable() || !mFrames)
+        return;
+    {
+        std::lock_guard lock(mPlanMutex);
+        mStopping = false;
+    }
+    replan(mCurrentFrame.load());
+    mThread = std::thread([this] { run(); });
+}
+
+void TeskAudioFileReader::stop() {
+    if (!mThread.joinable())
+        return;
+    {
+        std::lock_guard lock(mPlanMutex);
+        mStopping = true;
+    }
+    mWake.notify_all();
+    mThread.join();
+}
+
+bool TeskAudioFileReader::running() const {
+    return mThread.joinable();
+}
+
+std::int64_t TeskAudioFileReader::currentFrame() const {
+    return mCurrentFrame.load(std::memory_order_relaxed);
+}
+
+void TeskAudioFileReader::setCurrentFrame(std::int64_t frame) {
+    replan(std::max<std::int64_t>(0, frame));
+}
+
+void TeskAudioFileReader::setReverse(bool reverse) {
+    mReverse = reverse;
+    replan(currentFrame());
+}
+
+bool TeskAudioFileReader::isReverse() const {
+    return mReverse;
+}
+
+void TeskAudioFileReader::setLooping(bool looping) {
+    mLooping = looping;
+    replan(currentFrame());
+}
+
+bool TeskAudioFileReader::isLooping() const {
+    return mLooping;
+}
+
+void TeskAudioFileReader::setLoopRange(LoopRange range) {
+    mLoopRange = packRange(range);
+    replan(currentFrame());
+}
+
+LoopRange TeskAudioFileReader::loopRange() const {
+    return unpackRange(mLoopRange);
+}
+
+bool TeskAudioFileReader::hasFramesReady() noexcept {
+    const std::uint64_t generation = mGeneration.load(std::memory_order_acquire);
+    const std::uint64_t written = mWriteCount.load(std::memory_order_acquire);
+    for (std::uint64_t read = mReadCount.load(std::memory_order_relaxed); read < written; ++read) {
+        if (mBlocks[read % mBlocks.size()].generation == generation)
+            return true;
+        // Read before the last seek: let the reader thread have the room.
+        mReadOffset = 0;
+        mReadCount.store(read + 1, std::memory_order_release);
+    }
+    return false;
+}
+
+bool TeskAudioFileReader::endOfStream() const {
+    return mEndOfStream.load(std::memory_order_acquire);
+}
+
+void TeskAudioFileReader::replan(std::int64_t position) {
+    {
+        std::lock_guard lock(mPlanMutex);
+        mPlan.generation += 1;
+        mPlan.position = position;
+        mPlan.reverse = mReverse;
+        mPlan.looping = mLooping;
+        mPlan.range = loopRange();
+        mPlanChanged = true;
+        // The position first: whoever sees the new generation also sees where it starts.
+        mCurrentFrame.store(position, std::memory_order_relaxed);
+        mGeneration.store(mPlan.generation, std::memory_order_release);
+    }
+    mEndOfStream.store(false, std::memory_order_release);
+    mWake.notify_all();
+}
+
+void TeskAudioFileReader::run() {
+    Plan plan;
+    bool idle = true; // nothing to read until the first plan arrives
+    const auto blockCount = std::uint64_t(mBlocks.size());
+    for (;;) {
+        {
+            std::unique_lock lock(mPlanMutex);
+            if (idle ||
+                mWriteCount.load() - mReadCount.load(std::memory_order_acquire) >= blockCount)
+                mWake.wait_for(lock, kIdlePoll, [this] { return mStopping || mPlanChanged; });
+            if (mStopping)
+                return;
+            if (mPlanChanged) {
+                plan = mPlan;
+                mPlanChanged = false;
+                idle = false;
+            }
+        }
+        // Fill what room there is, then look at the plan again.
+        while (!idle) {
+            const std::uint64_t written = mWriteCount.load(std::memory_order_relaxed);
+            if (written - mReadCount.load(std::memory_order_acquire) >= blockCount)
+                break;
+            Block& block = mBlocks[written % blockCount];
+            if (!fillBlock(plan, block))
+                break; // waiting for the decoder
+            mWriteCount.store(written + 1, std::memory_order_release);
+            if (block.endOfStream)
+                idle = true;
+            std::lock_guard lock(mPlanMutex);
+            if (mPlanChanged || mStopping)
+                break;
+        }
+    }
+}
+
+bool TeskAudioFileReader::fillBlock(Plan& plan, Block& block) {
+    const std::int64_t decoded = mFrames->decodedFrameCount();
+    const bool finished = mFrames->isDecodingFinished();
+    const std::int64_t total =
+        finished ? mFrames->frameCount() : std::numeric_limits<std::int64_t>::max();
+    const std::int64_t loopStart = plan.range.location;
+    const std::int64_t loopEnd = std::min<std::int64_t>(loopStart + plan.range.length, total);
+    const bool looping = plan.looping && plan.range.length > 0 && loopEnd > loopStart;
+
+    block.generation = plan.generation;
+    block.endOfStream = false;
+    block.frameCount = 0;
+
+    if (!plan.reverse) {
+        block.direction = 1;
+        if (looping && plan.position >= loopEnd)
+            plan.position = loopStart;
+        const std::int64_t end = looping && plan.position < loopEnd ? loopEnd : total;
+        block.firstFrame = plan.position;
+        if (plan.position >= end || (finished && plan.position >= decoded)) {
+            block.endOfStream = true;
+            return true;
+        }
+        const std::int64_t frames =
+            std::min({std::int64_t(kBlockFrames), end - plan.position, decoded - plan.position});
+        if (frames <= 0)
+            return false;
+        readForwards(plan, plan.position, std::uint32_t(frames), block.left.data(),
+                     block.right.data());
+        block.frameCount = std::uint32_t(frames);
+        plan.position += frames;
+        if (looping && plan.position >= loopEnd)
+            plan.position = loopStart;
+        return true;
+    }
+
+    // Backwards: the position is the boundary below which frames are played, so the first
+    // frame played is position - 1.
+    block.direction = -1;
+    if (looping && (plan.position <= loopStart || plan.position > loopEnd))
+        plan.position = loopEnd;
+    if (finished)
+        plan.position = std::min(plan.position, decoded);
+    const std::int64_t floor = looping ? loopStart : 0;
+    block.firstFrame = plan.position - 1;
+    if (plan.position <= floor) {
+        block.endOfStream = true;
+        return true;
+    }
+    if (plan.position > decoded)
+        return false; // not decoded that far yet
+    const std::int64_t frames = std::min(std::int64_t(kBlockFrames), plan.position - floor);
+    const std::int64_t start = plan.position - frames;
+    readForwards(plan, start, std::uint32_t(frames), mScratchLeft.data(), mScratchRight.data());
+    std::reverse_copy(mScratchLeft.begin(), mScratchLeft.begin() + frames, block.left.begin());
+    std::reverse_copy(mScratchRight.begin(), mScratchRight.begin() + frames, block.right.begin());
+    block.frameCount = std::uint32_t(frames);
+    plan.position = start;
+    if (looping && plan.position <= loopStart)
+        plan.position = loopEnd;
+    return true;
+}
+
+void TeskAudioFileReader::readForwards(const Plan& plan, std::int64_t start, std::uint32_t count,
+                                       float* left, float* right) {
+    const std::int64_t read = mFrames->readFrames(start, count, left, right);
+    std::fill(left + std::max<std::int64_t>(read, 0), left + count, 0.0f);
+    std::fill(right + std::max<std::int64_t>(read, 0), right + count, 0.0f);
+    if (plan.looping && plan.range.length > 0)
+        applySeamCrossfade(plan, start, count, left, right);
+}
+
+void TeskAudioFileReader::applySeamCrossfade(const Plan& plan, std::int64_t start,
+                                             std::uint32_t count, float* left, float* right) {
+    // Near the seam, fade from the frames before it into the frames that will follow it once
+    // the loop wraps, so the wrap joins two matching stretches and the loop keeps its length.
+    const std::int64_t loopStart = plan.range.location;
+    const std::int64_t loopEnd = loopStart + plan.range.length;
+    const std::int64_t decoded = mFrames->decodedFrameCount();
+    const std::int64_t half = plan.range.length / 2;
+    std::int64_t fadeStart;
+    std::int64_t fadeFrames;
+    std::int64_t partnerOffset;
+    if (!plan.reverse) {
+        // Forwards the seam is the loop's end; its partner stretch lies just before the start.
+        fadeFrames = std::min<std::int64_t>({kLoopCrossfadeFrames, loopStart, half});
+        fadeStart = loopEnd - fadeFrames;
+        partnerOffset = -std::int64_t(plan.range.length);
+    } else {
+        // Backwards the seam is the loop's start; its partner lies just after the end.
+        fadeFrames = std::min<std::int64_t>({kLoopCrossfadeFrames, decoded - loopEnd, half});
+        fadeStart = loopStart;
+        partnerOffset = plan.range.length;
+    }
+    const std::int64_t from = std::max(start, fadeStart);
+    const std::int64_t to = std::min(start + count, fadeStart + fadeFrames);
+    if (fadeFrames <= 0 || from >= to)
+        return;
+    const auto frames = std::uint32_t(to - from);
+    float partnerLeft[kLoopCrossfadeFrames];
+    float partnerRight[kLoopCrossfadeFrames];
+    const std::int64_t read =
+        mFrames->readFrames(from + partnerOffset, frames, partnerLeft, partnerRight);
+    for (std::int64_t frame = from; frame < from + read; ++frame) {
+        // The weight of the partner grows towards the seam.
+        const std::int64_t towardsSeam =
+            plan.reverse ? fadeStart + fadeFrames - 1 - frame + 1 : frame - fadeStart + 1;
+        const float weight = float(towardsSeam) / float(fadeFrames + 1);
+        const std::size_t i = std::size_t(frame - start);
+        const std::size_t j = std::size_t(frame - from);
+        left[i] = left[i] * (1.0f - weight) + partnerLeft[j] * weight;
+        right[i] = right[i] * (1.0f - weight) + partnerRight[j] * weight;
+    }
+}
+
+void TeskAudioFileReader::copyInto(const AudioBufferList& buffers, std::uint32_t frameCount,
+                                   std::uint32_t& framesWritten, SourceRuns* runs,
+                                   std::uint32_t offset) noexcept {
+    framesWritten = 0;
+    if (runs)
+        runs->count = 0;
+    if (buffers.bufferCount < 2)
+        return;
+    const std::uint64_t generation = mGeneration.load(std::memory_order_acquire);
+    if (generation != mRendererGeneration) {
+        mRendererGeneration = generation;
+        mReadOffset = 0;
+    }
+    const auto blockCount = std::uint64_t(mBlocks.size());
+    float* left = buffers.buffers[0].data + offset;
+    float* right = buffers.buffers[1].data + offset;
+    std::int64_t position = 0;
+    bool moved = false;
+
+    while (framesWritten < frameCount) {
+        const std::uint64_t read = mReadCount.load(std::memory_order_relaxed);
+        if (read == mWriteCount.load(std::memory_order_acquire))
+            break; // the ring ran dry
+        const Block& block = mBlocks[read % blockCount];
+        if (block.generation != generation) {
+            // Read before the last seek: nobody wants it any more.
+            mReadOffset = 0;
+            mReadCount.store(read + 1, std::memory_order_release);
+            continue;
+        }
+        const std::uint32_t take =
+            std::min(block.frameCount - mReadOffset, frameCount - framesWritten);
+        if (take > 0) {
+            std::copy_n(block.left.data() + mReadOffset, take, left + framesWritten);
+            std::copy_n(block.right.data() + mReadOffset, take, right + framesWritten);
+            const std::int64_t first =
+                block.firstFrame + block.direction * std::int64_t(mReadOffset);
+            if (runs) {
+                SourceRun* last = runs->count > 0 ? &runs->runs[runs->count - 1] : nullptr;
+                const bool continues =
+                    last && last->direction == block.direction &&
+                    last->sourceFrame + block.direction * std::int64_t(offset + framesWritten -
+                                                                       last->outputOffset) ==
+                        first;
+                if (!continues && runs->count < SourceRuns::kMaxRuns)
+                    runs->runs[runs->count++] = {offset + framesWritten, first, block.direction};
+            }
+            framesWritten += take;
+            mReadOffset += take;
+            // The boundary after the last frame taken, in playing order.
+            position = block.direction > 0 ? first + take : first - take + 1;
+            moved = true;
+        }
+        if (mReadOffset >= block.frameCount) {
+            if (block.endOfStream)
+                mEndOfStream.store(true, std::memory_order_release);
+            mReadOffset = 0;
+            mReadCount.store(read + 1, std::memory_order_release);
+            if (block.endOfStream)
+                break;
+        }
+    }
+    // A seek made meanwhile has already moved the position: leave it.
+    if (moved && mGeneration.load(std::memory_order_acquire) == generation)
+        mCurrentFrame.store(position, std::memory_order_relaxed);
+}
+
+} // namespace tesk

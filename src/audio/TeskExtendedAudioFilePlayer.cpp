@@ -1,0 +1,267 @@
+#include "audio/TeskExtendedAudioFilePlayer.h"
+
+#include "diagnostics/TeskAssert.h"
+
+#include <QMetaObject>
+#include <chrono>
+#include <cmath>
+#include <thread>
+
+namespace tesk {
+namespace {
+using Clock = std::chrono::steady_clock;
+constexpr int kEndWatchMilliseconds = 20;
+/// How long rendering waits for the reader before it plays silence instead.
+constexpr auto kReaderWait = std::chrono::milliseconds(40);
+} // namespace
+
+TeskExtendedAudioFilePlayer::TeskExtendedAudioFilePlayer(
+    std::shared_ptr<const DecodedFrames> frames, bool forEffects, TimePitchQuality quality,
+    QObject* parent)
+    : QObject(parent)
+    , mAudioFile(std::move(frames))
+    , mOutputAudioUnit(std::make_unique<TeskOutputAudioUnit>(AudioStreamDescription::engineFormat(),
+                                                             forEffects, quality))
+    , mFileReader(3, 4096) {
+    mOutputAudioUnit->setDelegate(this);
+    mFileReader.setAudioFile(mAudioFile);
+    mOutputAudioUnit->setOutputAudioUnitHandler(this);
+    mEndWatch.setInterval(kEndWatchMilliseconds);
+    connect(&mEndWatch, &QTimer::timeout, this, &TeskExtendedAudioFilePlayer::checkForEndOfFile);
+}
+
+TeskExtendedAudioFilePlayer::~TeskExtendedAudioFilePlayer() {
+    mOutputAudioUnit->setDelegate(nullptr);
+    mOutputAudioUnit->stop();
+    mFileReader.stop();
+}
+
+double TeskExtendedAudioFilePlayer::sampleRate() const {
+    return AudioStreamDescription::engineFormat().sampleRate;
+}
+
+void TeskExtendedAudioFilePlayer::startFilePlaying() {
+    if (isFilePlaying())
+        return;
+    mDone = false;
+    mEndReported = false;
+    mFileReader.setCurrentFrame(mCurrentFrame);
+    mFileReader.start();
+    mOutputAudioUnit->start();
+    mEndWatch.start();
+}
+
+void TeskExtendedAudioFilePlayer::stopFilePlaying() {
+    currentFrame(); // remember where playback stopped
+    mOutputAudioUnit->stop();
+    mFileReader.stop();
+    mEndWatch.stop();
+}
+
+bool TeskExtendedAudioFilePlayer::isFilePlaying() const {
+    return mOutputAudioUnit->isRunning();
+}
+
+void TeskExtendedAudioFilePlayer::setPlaybackSpeed(float speed) {
+    TESK_PARAMETER_ASSERT(speed > 0.0 || speed < 0.0);
+    const bool reverse = speed < 0.0f;
+    if (reverse != mFileReader.isReverse()) {
+        // Turn round at the frame being heard, not at where the reader has got to ahead of it.
+        const qint64 heard = currentFrame();
+        mFileReader.setReverse(reverse);
+        if (isFilePlaying())
+            seek(heard);
+    }
+    mOutputAudioUnit->setPlaybackRate(std::fabs(speed));
+}
+
+float TeskExtendedAudioFilePlayer::playbackSpeed() const {
+    return mOutputAudioUnit->playbackRate();
+}
+
+void TeskExtendedAudioFilePlayer::setPlaybackPitchInSemitones(double semitones) {
+    mOutputAudioUnit->setPlaybackPitch(float(100.0 * semitones));
+}
+
+double TeskExtendedAudioFilePlayer::playbackPitchInSemitones() const {
+    return double(mOutputAudioUnit->playbackPitch()) / 100.0;
+}
+
+void TeskExtendedAudioFilePlayer::setPlaybackVolume(float decibels) {
+    mOutputAudioUnit->setPlaybackLevel(float(std::pow(10.0, double(decibels) / 20.0)));
+}
+
+void TeskExtendedAudioFilePlayer::setPlaybackLevel(float level) {
+    mOutputAudioUnit->setPlaybackLevel(level);
+}
+
+void TeskExtendedAudioFilePlayer::setLooping(bool looping) {
+    mFileReader.setLooping(looping);
+}
+bool TeskExtendedAudioFilePlayer::isLooping() const {
+    return mFileReader.isLooping();
+}
+void TeskExtendedAudioFilePlayer::setLoopRange(LoopRange range) {
+    mFileReader.setLoopRange(range);
+}
+LoopRange TeskExtendedAudioFilePlayer::loopRange() const {
+    return mFileReader.loopRange();
+}
+
+void TeskExtendedAudioFilePlayer::setVocalRemoval(bool enabled) {
+    mOutputAudioUnit->setRemoveVocals(enabled);
+}
+bool TeskExtendedAudioFilePlayer::vocalRemoval() const {
+    return mOutputAudioUnit->removeVocals();
+}
+void TeskExtendedAudioFilePlayer::setVocalReductionEffectSettings(
+    const TeskVocalReductionEffectSettings* settings) {
+    mOutputAudioUnit->setVocalReductionEffectSettings(settings);
+}
+const TeskVocalReductionEffectSettings*
+TeskExtendedAudioFilePlayer::vocalReductionEffectSettings() const {
+    return mOutputAudioUnit->vocalReductionEffectSettings();
+}
+void TeskExtendedAudioFilePlayer::setPanAdjust(bool enabled) {
+    mOutputAudioUnit->setPanAdjust(enabled);
+}
+bool TeskExtendedAudioFilePlayer::panAdjust() const {
+    return mOutputAudioUnit->panAdjust();
+}
+void TeskExtendedAudioFilePlayer::setPanAmount(double amount) {
+    mOutputAudioUnit->setPanAmount(amount);
+}
+double TeskExtendedAudioFilePlayer::panAmount() const {
+    return mOutputAudioUnit->panAmount();
+}
+void TeskExtendedAudioFilePlayer::setEqualizerEnabled(bool enabled) {
+    mOutputAudioUnit->setEqualizerEnabled(enabled);
+}
+bool TeskExtendedAudioFilePlayer::equalizerEnabled() const {
+    return mOutputAudioUnit->equalizerEnabled();
+}
+void TeskExtendedAudioFilePlayer::setEqualizerSettings(const TeskEqualizerSettings* settings) {
+    mOutputAudioUnit->setEqualizerSettings(settings);
+}
+const TeskEqualizerSettings* TeskExtendedAudioFilePlayer::equalizerSettings() const {
+    return mOutputAudioUnit->equalizerSettings();
+}
+void TeskExtendedAudioFilePlayer::setOutOfPhase(bool outOfPhase) {
+    mOutputAudioUnit->setOutOfPhase(outOfPhase);
+}
+bool TeskExtendedAudioFilePlayer::outOfPhase() const {
+    return mOutputAudioUnit->outOfPhase();
+}
+std::vector<float> TeskExtendedAudioFilePlayer::frequencyTable() {
+    return mOutputAudioUnit->frequencyTable();
+}
+std::vector<float> TeskExtendedAudioFilePlayer::frequencyResponseForChannel(unsigned channel) {
+    return mOutputAudioUnit->frequencyResponseForChannel(channel);
+}
+
+qint64 TeskExtendedAudioFilePlayer::currentFrame() const {
+    if (isFilePlaying()) {
+        const double heard = mOutputAudioUnit->heardSourceFrame();
+        // Until the first frames are heard, the position is where playback started.
+        if (heard >= 0.0)
+            mCurrentFrame = qint64(std::llround(heard));
+    }
+    return mCurrentFrame;
+}
+
+void TeskExtendedAudioFilePlayer::setCurrentFrame(qint64 frame) {
+    const qint64 total = totalFrames();
+    if (frame < 0)
+        frame = 0;
+    if (frame > total)
+        frame = total - 1; // exactly the length is kept as it is
+    mCurrentFrame = frame;
+    if (isFilePlaying())
+        seek(frame);
+}
+
+void TeskExtendedAudioFilePlayer::seek(qint64 frame) {
+    mCurrentFrame = frame;
+    mFileReader.setCurrentFrame(frame);
+    mDone = false;
+    mEndReported = false;
+    mOutputAudioUnit->flush();
+}
+
+float TeskExtendedAudioFilePlayer::currentTime() const {
+    return float(currentFrame()) / float(sampleRate()) * 1000.0f;
+}
+
+void TeskExtendedAudioFilePlayer::setCurrentTime(float milliseconds) {
+    const auto frame = qint64(std::floor(float(sampleRate()) * (milliseconds / 1000.0f)));
+    mFileReader.setCurrentFrame(frame);
+    if (isFilePlaying())
+        mOutputAudioUnit->flush();
+}
+
+qint64 TeskExtendedAudioFilePlayer::totalFrames() const {
+    return mAudioFile->frameCount();
+}
+
+float TeskExtendedAudioFilePlayer::maxTime() const {
+    return float(totalFrames()) / float(sampleRate()) * 1000.0f;
+}
+
+std::uint32_t TeskExtendedAudioFilePlayer::supplyFrames(const AudioBufferList& buffers,
+                                                        std::uint32_t frameCount,
+                                                        SourceRuns& runs) noexcept {
+    // After the end the buffers stay as they came: silent.
+    if (mDone.load(std::memory_order_relaxed))
+        return 0;
+    // The rendering thread runs ahead of the device, so it can afford to wait a moment for the
+    // reader rather than play a gap that would also put the position out of step.
+    Clock::time_point deadline{};
+    std::uint32_t written = 0;
+    runs.count = 0;
+    for (;;) {
+        std::uint32_t copied = 0;
+        SourceRuns copiedRuns;
+        mFileReader.copyInto(buffers, frameCount - written, copied, &copiedRuns, written);
+        for (std::uint32_t i = 0; i < copiedRuns.count && runs.count < SourceRuns::kMaxRuns; ++i)
+            runs.runs[runs.count++] = copiedRuns.runs[i];
+        written += copied;
+        if (mFileReader.endOfStream()) {
+            mDone.store(true, std::memory_order_release);
+            break;
+        }
+        if (written == frameCount)
+            break;
+        const Clock::time_point now = Clock::now();
+        if (deadline == Clock::time_point{})
+            deadline = now + kReaderWait;
+        else if (now >= deadline)
+            break;
+        std::this_thread::sleep_for(std::chrono::microseconds(200));
+    }
+    return written;
+}
+
+bool TeskExtendedAudioFilePlayer::hasFramesReady() noexcept {
+    return mDone.load(std::memory_order_relaxed) || mFileReader.hasFramesReady();
+}
+
+void TeskExtendedAudioFilePlayer::checkForEndOfFile() {
+    if (mEndReported || !mDone.load(std::memory_order_acquire))
+        return;
+    mEndReported = true;
+    if (mDelegate)
+        mDelegate->audioFilePlayerDidReachEndOfFile(this);
+}
+
+void TeskExtendedAudioFilePlayer::audioUnitDidStop(TeskOutputAudioUnit*) {
+    // Told after the current event, as a message from the output would be.
+    QMetaObject::invokeMethod(
+        this,
+        [this] {
+            if (mDelegate)
+                mDelegate->audioFilePlayerDidStop(this);
+        },
+        Qt::QueuedConnection);
+}
+
+} // namespace tesk

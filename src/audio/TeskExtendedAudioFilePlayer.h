@@ -1,0 +1,123 @@
+#pragma once
+
+#include "audio/DecodedFrames.h"
+#include "audio/TeskAudioFileReader.h"
+#include "audio/TeskOutputAudioUnit.h"
+
+#include <QObject>
+#include <QTimer>
+#include <atomic>
+#include <memory>
+
+namespace tesk {
+
+class TeskExtendedAudioFilePlayer;
+
+/// Told of the end of the song, of a stop and of export progress. Every message has an empty
+/// default; the delegate is not owned. Always on the main thread.
+class TeskExtendedAudioFilePlayerDelegate {
+public:
+    virtual ~TeskExtendedAudioFilePlayerDelegate() = default;
+    virtual void audioFilePlayerDidReachEndOfFile(TeskExtendedAudioFilePlayer*) {}
+    virtual void audioFilePlayerDidStop(TeskExtendedAudioFilePlayer*) {}
+    virtual void audioFilePlayerUpdatedExportWithProgress(TeskExtendedAudioFilePlayer*, double) {}
+};
+
+/// Plays one song through one output: keeps the play position in frames, loops over a range,
+/// plays forwards or backwards, and tells its delegate when the song ends or playback stops.
+/// Its effect and level operations pass on to the output with the conversions the transport
+/// needs (speed sign as direction, semitones to cents, decibels to gain).
+///
+/// Main thread, except `supplyFrames`, which the rendering thread calls.
+class TeskExtendedAudioFilePlayer : public QObject,
+                                    private ChainSource,
+                                    private TeskOutputAudioUnitDelegate {
+    Q_OBJECT
+    Q_PROPERTY(qint64 currentFrame READ currentFrame WRITE setCurrentFrame)
+    Q_PROPERTY(float currentTime READ currentTime WRITE setCurrentTime)
+    Q_CLASSINFO("keyPathsForValuesAffectingCurrentTime", "currentFrame")
+
+public:
+    /// Plays `frames`, which the player shares with whoever else reads the song.
+    TeskExtendedAudioFilePlayer(std::shared_ptr<const DecodedFrames> frames, bool forEffects,
+                                TimePitchQuality quality = TimePitchQuality::Standard,
+                                QObject* parent = nullptr);
+    ~TeskExtendedAudioFilePlayer() override;
+
+    TeskOutputAudioUnit* outputAudioUnit() const { return mOutputAudioUnit.get(); }
+    const std::shared_ptr<const DecodedFrames>& audioFile() const { return mAudioFile; }
+
+    void startFilePlaying();
+    void stopFilePlaying();
+    bool isFilePlaying() const;
+
+    /// A negative speed plays backwards; zero is a programming error.
+    void setPlaybackSpeed(float speed);
+    /// Always positive: the direction is not reported back.
+    float playbackSpeed() const;
+    void setPlaybackPitchInSemitones(double semitones);
+    double playbackPitchInSemitones() const;
+    /// Decibels; 0 dB is unity.
+    void setPlaybackVolume(float decibels);
+    /// Linear gain.
+    void setPlaybackLevel(float level);
+
+    void setLooping(bool looping);
+    bool isLooping() const;
+    void setLoopRange(LoopRange range);
+    LoopRange loopRange() const;
+
+    void setVocalRemoval(bool enabled);
+    bool vocalRemoval() const;
+    void setVocalReductionEffectSettings(const TeskVocalReductionEffectSettings* settings);
+    const TeskVocalReductionEffectSettings* vocalReductionEffectSettings() const;
+    void setPanAdjust(bool enabled);
+    bool panAdjust() const;
+    void setPanAmount(double amount);
+    double panAmount() const;
+    void setEqualizerEnabled(bool enabled);
+    bool equalizerEnabled() const;
+    void setEqualizerSettings(const TeskEqualizerSettings* settings);
+    const TeskEqualizerSettings* equalizerSettings() const;
+    void setOutOfPhase(bool outOfPhase);
+    bool outOfPhase() const;
+    std::vector<float> frequencyTable();
+    std::vector<float> frequencyResponseForChannel(unsigned channel);
+
+    /// While playing, the frame being heard now; else the last one seen or set.
+    qint64 currentFrame() const;
+    /// Clamped to the song (a value of exactly the length is kept); a seek while playing.
+    void setCurrentFrame(qint64 frame);
+    /// Milliseconds.
+    float currentTime() const;
+    /// Moves the reader directly, without clamping.
+    void setCurrentTime(float milliseconds);
+    qint64 totalFrames() const;
+    float maxTime() const;
+
+    void setDelegate(TeskExtendedAudioFilePlayerDelegate* delegate) { mDelegate = delegate; }
+    TeskExtendedAudioFilePlayerDelegate* delegate() const { return mDelegate; }
+
+private:
+    std::uint32_t supplyFrames(const AudioBufferList& buffers, std::uint32_t frameCount,
+                               SourceRuns& runs) noexcept override;
+    bool hasFramesReady() noexcept override;
+    void audioUnitDidStop(TeskOutputAudioUnit* unit) override;
+    void checkForEndOfFile();
+    double sampleRate() const;
+    /// Moves the reader to `frame` and has the output drop what it holds.
+    void seek(qint64 frame);
+
+    std::shared_ptr<const DecodedFrames> mAudioFile;
+    std::unique_ptr<TeskOutputAudioUnit> mOutputAudioUnit;
+    TeskAudioFileReader mFileReader;
+    TeskExtendedAudioFilePlayerDelegate* mDelegate = nullptr;
+    mutable qint64 mCurrentFrame = 0;
+    /// Set by the rendering thread at the end of the song, cleared at each start.
+    std::atomic<bool> mDone{false};
+    bool mEndReported = false;
+    /// The rendering thread never messages the main thread; the main thread looks instead.
+    QTimer mEndWatch;
+};
+
+} // namespace tesk

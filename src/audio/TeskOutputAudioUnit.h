@@ -1,0 +1,141 @@
+#pragma once
+
+#include "audio/AheadRenderer.h"
+#include "audio/ProcessingChain.h"
+#include "audio/TeskEqualizerSettings.h"
+#include "audio/TeskSoundDevice.h"
+#include "audio/TeskVocalReductionEffectSettings.h"
+#include "audio/dsp/AudioStreamDescription.h"
+
+#include <QObject>
+#include <QTimer>
+#include <functional>
+#include <memory>
+#include <vector>
+
+namespace tesk {
+
+class TeskOutputAudioUnit;
+
+/// Told when the output starts and stops. Every message has an empty default; the delegate is
+/// not owned. Main thread.
+class TeskOutputAudioUnitDelegate {
+public:
+    virtual ~TeskOutputAudioUnitDelegate() = default;
+    virtual void audioUnitDidStart(TeskOutputAudioUnit*) {}
+    virtual void audioUnitDidStop(TeskOutputAudioUnit*) {}
+    virtual void outputAudioUnitDidUpdateProgress(TeskOutputAudioUnit*, double) {}
+};
+
+/// The output of one song: its processing chain (equalizer, time-pitch, vocal reduction,
+/// spectrum, pan, level), run ahead of the system's sound device, or of a silent device when
+/// none opens. Created by the file player; the player's source feeds it.
+///
+/// Main thread, unless said otherwise.
+class TeskOutputAudioUnit : public QObject {
+    Q_OBJECT
+    Q_PROPERTY(bool equalizerEnabled READ equalizerEnabled WRITE setEqualizerEnabled NOTIFY
+                   equalizerEnabledChanged)
+    Q_PROPERTY(bool hasSoundOutput READ hasSoundOutput NOTIFY soundOutputChanged)
+
+public:
+    /// `forEffects` is accepted for callers that open a song to process it; the chain is the
+    /// same either way.
+    TeskOutputAudioUnit(const AudioStreamDescription& streamDescription, bool forEffects,
+                        TimePitchQuality quality = TimePitchQuality::Standard,
+                        QObject* parent = nullptr);
+    ~TeskOutputAudioUnit() override;
+
+    /// Where the chain's frames come from. While stopped.
+    void setOutputAudioUnitHandler(ChainSource* handler);
+
+    /// Starts playing; on a running output it changes nothing. Opens the sound device the first
+    /// time, falling back to the silent device when none opens.
+    void start();
+    void stop();
+    bool isRunning() const;
+
+    /// Drops what is queued for the device and restarts the chain from the source's next
+    /// frames, so a seek is heard at once.
+    void flush();
+
+    void setPlaybackRate(float rate);
+    float playbackRate() const;
+    /// Cents.
+    void setPlaybackPitch(float cents);
+    float playbackPitch() const;
+    /// Linear gain.
+    void setPlaybackLevel(float level);
+    float playbackLevel() const;
+
+    void setEqualizerEnabled(bool enabled);
+    bool equalizerEnabled() const;
+    /// Stores a copy; bands 0 to 9 reach the equalizer (a missing band is 0 dB).
+    void setEqualizerSettings(const TeskEqualizerSettings* settings);
+    const TeskEqualizerSettings* equalizerSettings() const { return mEqualizerSettings.get(); }
+    void setRemoveVocals(bool enabled);
+    bool removeVocals() const;
+    /// Stores a copy; its band applies from the next block.
+    void setVocalReductionEffectSettings(const TeskVocalReductionEffectSettings* settings);
+    const TeskVocalReductionEffectSettings* vocalReductionEffectSettings() const {
+        return mVocalReductionEffectSettings.get();
+    }
+    void setPanAdjust(bool enabled);
+    bool panAdjust() const;
+    void setPanAmount(double amount);
+    double panAmount() const;
+    void setOutOfPhase(bool outOfPhase);
+    bool outOfPhase() const;
+
+    void setDelegate(TeskOutputAudioUnitDelegate* delegate) { mDelegate = delegate; }
+    TeskOutputAudioUnitDelegate* delegate() const { return mDelegate; }
+    const AudioStreamDescription& streamDescription() const { return mStreamDescription; }
+
+    /// The frequency of each spectrum point, and the live spectrum of a channel (empty before
+    /// the first analysis).
+    std::vector<float> frequencyTable();
+    std::vector<float> frequencyResponseForChannel(unsigned channel);
+
+    /// False while playing into the silent device; `noSoundReason` then says why.
+    bool hasSoundOutput() const;
+    QString noSoundReason() const { return mNoSoundReason; }
+
+    /// The source frame being heard now, while running; negative when not known yet.
+    double heardSourceFrame() const;
+    /// Times the device found nothing to play while running.
+    std::uint64_t underrunCount() const { return mRenderer.underrunCount(); }
+
+    /// The chain itself, for an offline render (export) while stopped.
+    ProcessingChain& chain() { return *mChain; }
+
+    /// Makes the devices this output plays into from now on (opened at the next start): for
+    /// tests and headless use. The default opens the system's device, or the silent one.
+    using SoundDeviceFactory =
+        std::function<std::unique_ptr<TeskSoundDevice>(AudioRenderer& renderer)>;
+    void setSoundDeviceFactory(SoundDeviceFactory factory);
+    /// Plays into the silent device instead of the system's. While stopped.
+    void useSilentDevice();
+
+signals:
+    void equalizerEnabledChanged();
+    void OutputAudioUnitDidStartNotification();
+    void OutputAudioUnitDidStopNotification();
+    void soundOutputChanged();
+
+private:
+    void openDevice();
+    void checkDevice();
+
+    AudioStreamDescription mStreamDescription;
+    TeskOutputAudioUnitDelegate* mDelegate = nullptr;
+    std::unique_ptr<ProcessingChain> mChain;
+    AheadRenderer mRenderer;
+    std::unique_ptr<TeskSoundDevice> mDevice;
+    QString mNoSoundReason;
+    SoundDeviceFactory mDeviceFactory;
+    QTimer mDeviceWatch;
+    std::unique_ptr<TeskEqualizerSettings> mEqualizerSettings;
+    std::unique_ptr<TeskVocalReductionEffectSettings> mVocalReductionEffectSettings;
+};
+
+} // namespace tesk

@@ -1,0 +1,120 @@
+#include "audio/ProcessingChain.h"
+
+#include "support/Signals.h"
+
+#include <cmath>
+#include <gtest/gtest.h>
+
+using namespace tesk;
+
+namespace {
+
+/// Plays two prepared channels from their start.
+class VectorSource : public ChainSource {
+public:
+    VectorSource(std::vector<float> left, std::vector<float> right)
+        : mLeft(std::move(left))
+        , mRight(std::move(right)) {}
+
+    std::uint32_t supplyFrames(const AudioBufferList& buffers, std::uint32_t frameCount,
+                               SourceRuns& runs) noexcept override {
+        const auto frames =
+            std::uint32_t(std::min<std::size_t>(frameCount, mLeft.size() - mPosition));
+        std::copy_n(mLeft.begin() + mPosition, frames, buffers.buffers[0].data);
+        std::copy_n(mRight.begin() + mPosition, frames, buffers.buffers[1].data);
+        runs.count = 1;
+        runs.runs[0] = {0, std::int64_t(mPosition), 1};
+        mPosition += frames;
+        return frames;
+    }
+
+private:
+    std::vector<float> mLeft;
+    std::vector<float> mRight;
+    std::size_t mPosition = 0;
+};
+
+struct Rendered {
+    std::vector<float> left;
+    std::vector<float> right;
+    /// The steady part, after the chain's start-up.
+    std::span<const float> steadyLeft() const { return std::span(left).subspan(22050, 44100); }
+    std::span<const float> steadyRight() const { return std::span(right).subspan(22050, 44100); }
+};
+
+Rendered render(ProcessingChain& chain, std::size_t frames) {
+    Rendered out{std::vector<float>(frames), std::vector<float>(frames)};
+    for (std::size_t done = 0; done < frames; done += 512)
+        chain.render(out.left.data() + done, out.right.data() + done,
+                     std::uint32_t(std::min<std::size_t>(512, frames - done)));
+    return out;
+}
+
+constexpr std::size_t kFrames = 44100 * 2;
+
+} // namespace
+
+TEST(ProcessingChain, PanMixComesAfterTheSpectrumAndLevelLast) {
+    // Left carries 300 Hz, right 700 Hz.
+    ProcessingChain chain(44100.0, TimePitchQuality::Standard);
+    VectorSource source(test::sine(300.0, 0.5, kFrames), test::sine(700.0, 0.5, kFrames));
+    chain.setSource(&source);
+    chain.setPanAdjust(true);
+    chain.setPanAmount(0.0); // the left channel on both sides
+    chain.setLevel(0.5f);
+    const Rendered out = render(chain, kFrames);
+
+    EXPECT_NEAR(test::toneAmplitude(out.steadyLeft(), 300.0), 0.25, 0.01);
+    EXPECT_NEAR(test::toneAmplitude(out.steadyRight(), 300.0), 0.25, 0.01);
+    EXPECT_LT(test::toneAmplitude(out.steadyRight(), 700.0), 0.25 * 1e-3);
+
+    // The spectrum saw both channels before the mix: the right one still peaks near 700 Hz.
+    const auto table = chain.spectrumAnalyzer().frequencyTable();
+    const auto right = chain.spectrumAnalyzer().spectrumForChannel(1);
+    ASSERT_EQ(right.size(), table.size());
+    const auto peak = std::max_element(right.begin(), right.end()) - right.begin();
+    EXPECT_NEAR(table[std::size_t(peak)], 700.0, 700.0 * 0.13);
+}
+
+TEST(ProcessingChain, EqualizerAndVocalReductionFollowTheirSwitches) {
+    // The same 100 Hz, 5 kHz and 8 kHz tones on both channels: centred, like a lead voice.
+    const auto tones =
+        test::mix(test::mix(test::sine(100.0, 0.3, kFrames), test::sine(5000.0, 0.3, kFrames)),
+                  test::sine(8000.0, 0.3, kFrames));
+
+    const auto rendered = [&](auto configure) {
+        ProcessingChain chain(44100.0, TimePitchQuality::Standard);
+        VectorSource source(tones, tones);
+        chain.setSource(&source);
+        configure(chain);
+        return render(chain, kFrames);
+    };
+
+    const Rendered plain = rendered([](ProcessingChain&) {});
+    EXPECT_NEAR(test::toneAmplitude(plain.steadyLeft(), 5000.0), 0.3, 0.02);
+
+    // Bass only: the upper six bands cut by 20 dB.
+    const Rendered bass = rendered([](ProcessingChain& chain) {
+        chain.setEqualizerGains({0, 0, 0, 0, -20, -20, -20, -20, -20, -20});
+        chain.setEqualizerEnabled(true);
+    });
+    EXPECT_NEAR(test::toneAmplitude(bass.steadyLeft(), 100.0), 0.3, 0.02);
+    EXPECT_LT(test::toneAmplitude(bass.steadyLeft(), 8000.0), 0.3 * 0.15);
+
+    // Gains set but the equalizer off: nothing changes.
+    const Rendered bypassed = rendered([](ProcessingChain& chain) {
+        chain.setEqualizerGains({0, 0, 0, 0, -20, -20, -20, -20, -20, -20});
+    });
+    EXPECT_NEAR(test::toneAmplitude(bypassed.steadyLeft(), 8000.0), 0.3, 0.02);
+
+    // The male-vocals band covers 5 kHz (it works at twice the set frequencies, up to 5.6 kHz)
+    // but neither 100 Hz nor 8 kHz.
+    const Rendered reduced = rendered([](ProcessingChain& chain) {
+        chain.setVocalBand(120.0, 2800.0);
+        chain.setRemoveVocals(true);
+    });
+    EXPECT_LT(test::toneAmplitude(reduced.steadyLeft(), 5000.0), 0.3 * 0.01);
+    EXPECT_LT(test::toneAmplitude(reduced.steadyRight(), 5000.0), 0.3 * 0.01);
+    EXPECT_NEAR(test::toneAmplitude(reduced.steadyLeft(), 100.0), 0.3, 0.03);
+    EXPECT_NEAR(test::toneAmplitude(reduced.steadyLeft(), 8000.0), 0.3, 0.03);
+}

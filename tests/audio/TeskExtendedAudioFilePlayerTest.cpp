@@ -1,0 +1,196 @@
+#include "audio/TeskExtendedAudioFilePlayer.h"
+
+#include "support/Assertions.h"
+#include "support/ManualSoundDevice.h"
+#include "support/MemorySong.h"
+#include "support/Signals.h"
+
+#include <QCoreApplication>
+#include <QElapsedTimer>
+#include <cmath>
+#include <gtest/gtest.h>
+#include <thread>
+
+using namespace tesk;
+using tesk::test::ManualSoundDevice;
+using tesk::test::MemorySong;
+
+namespace {
+
+class RecordingDelegate : public TeskExtendedAudioFilePlayerDelegate {
+public:
+    void audioFilePlayerDidReachEndOfFile(TeskExtendedAudioFilePlayer*) override { ++ends; }
+    void audioFilePlayerDidStop(TeskExtendedAudioFilePlayer*) override { ++stops; }
+    int ends = 0;
+    int stops = 0;
+};
+
+/// A player whose output goes to a device the test pulls by hand.
+struct ManualPlayer {
+    explicit ManualPlayer(std::shared_ptr<DecodedFrames> song)
+        : player(std::move(song), false) {
+        player.outputAudioUnit()->setSoundDeviceFactory([this](AudioRenderer& renderer) {
+            auto made = std::make_unique<ManualSoundDevice>(renderer);
+            device = made.get();
+            return made;
+        });
+    }
+
+    /// Pulls device periods at twice the pace of a real device, which leaves the rendering
+    /// thread time to stay ahead even on a loaded machine.
+    void play(int periods) {
+        for (int i = 0; i < periods; ++i) {
+            std::this_thread::sleep_for(std::chrono::microseconds(5800));
+            device->pull();
+            positions.push_back(player.currentFrame());
+        }
+    }
+
+    TeskExtendedAudioFilePlayer player;
+    ManualSoundDevice* device = nullptr;
+    std::vector<qint64> positions; // after each period
+};
+
+/// A 2 kHz burst under a Gaussian envelope (sigma 5 ms) centred every `spacing` frames from
+/// `first` on, on both channels: smooth enough that the stretcher keeps it in place, unlike a
+/// click, whose attack it moves by several milliseconds when slowing down.
+std::shared_ptr<MemorySong> bursts(qint64 frames, qint64 first, qint64 spacing) {
+    std::vector<float> samples(static_cast<std::size_t>(frames), 0.0f);
+    const double sigma = 220.0;
+    for (qint64 centre = first; centre < frames; centre += spacing) {
+        for (qint64 f = std::max<qint64>(0, centre - 1500); f < std::min(frames, centre + 1500);
+             ++f) {
+            const double t = double(f - centre);
+            samples[std::size_t(f)] += float(0.8 * std::exp(-0.5 * t * t / (sigma * sigma)) *
+                                             std::sin(2.0 * M_PI * 2000.0 * double(f) / 44100.0));
+        }
+    }
+    return std::make_shared<MemorySong>(samples, samples);
+}
+
+/// The output frames at the energy centre of each burst.
+std::vector<double> burstCentres(const std::vector<float>& samples) {
+    std::vector<double> centres;
+    std::size_t i = 0;
+    while (i < samples.size()) {
+        if (std::fabs(samples[i]) < 0.05f) {
+            ++i;
+            continue;
+        }
+        // A burst: everything up to the next 2000 frames of quiet.
+        std::size_t end = i;
+        double weighted = 0.0;
+        double energy = 0.0;
+        for (std::size_t j = i; j < samples.size() && j < end + 2000; ++j) {
+            const double e = double(samples[j]) * samples[j];
+            if (samples[j] * samples[j] > 1e-6f)
+                end = j;
+            weighted += e * double(j);
+            energy += e;
+        }
+        centres.push_back(weighted / energy);
+        i = end + 2000;
+    }
+    return centres;
+}
+} // namespace
+
+TEST(TeskExtendedAudioFilePlayer, ConvertsTransportValuesAndClampsThePosition) {
+    TeskExtendedAudioFilePlayer player(MemorySong::counting(10000), false);
+    player.setCurrentFrame(-5);
+    EXPECT_EQ(player.currentFrame(), 0);
+    player.setCurrentFrame(10001);
+    EXPECT_EQ(player.currentFrame(), 9999);
+    player.setCurrentFrame(10000); // exactly the length is kept
+    EXPECT_EQ(player.currentFrame(), 10000);
+    EXPECT_FLOAT_EQ(player.currentTime(), 10000.0f / 44100.0f * 1000.0f);
+    EXPECT_FLOAT_EQ(player.maxTime(), 10000.0f / 44100.0f * 1000.0f);
+
+    player.setPlaybackSpeed(-0.5f);
+    EXPECT_FLOAT_EQ(player.playbackSpeed(), 0.5f); // the direction is not reported back
+    EXPECT_TRUE(player.outputAudioUnit()->chain().rate() > 0.0f);
+    player.setPlaybackPitchInSemitones(-2.0);
+    EXPECT_FLOAT_EQ(player.outputAudioUnit()->playbackPitch(), -200.0f);
+    EXPECT_DOUBLE_EQ(player.playbackPitchInSemitones(), -2.0);
+    player.setPlaybackVolume(0.0f);
+    EXPECT_FLOAT_EQ(player.outputAudioUnit()->playbackLevel(), 1.0f);
+    player.setPlaybackVolume(-6.0f);
+    EXPECT_NEAR(player.outputAudioUnit()->playbackLevel(), 0.501, 0.001);
+
+    EXPECT_TESK_ASSERTION(player.setPlaybackSpeed(0.0f),
+                          "Invalid parameter not satisfying: speed > 0.0 || speed < 0.0");
+}
+
+TEST(TeskExtendedAudioFilePlayer, TheReportedPositionIsTheFrameBeingHeard) {
+    // Bursts every 0.25 s: wherever one is heard, the position reported for that moment must
+    // name its source frame within 10 ms, of the song and of the listener's time alike, at any
+    // speed and in either direction.
+    const qint64 spacing = 11025;
+    const qint64 first = 4000;
+    for (const float speed : {1.0f, 0.5f, 2.0f, -1.0f, -0.75f}) {
+        SCOPED_TRACE(speed);
+        ManualPlayer manual(bursts(44100 * 8, first, spacing));
+        manual.player.setPlaybackSpeed(speed);
+        manual.player.setCurrentFrame(speed < 0 ? 44100 * 6 : 0);
+        manual.player.startFilePlaying();
+        manual.play(200);
+        EXPECT_EQ(manual.player.outputAudioUnit()->underrunCount(), 0u);
+
+        const auto centres = burstCentres(manual.device->left);
+
+        ASSERT_GE(centres.size(), 4u);
+        const std::uint32_t period = TeskSoundDevice::kDefaultBufferFrames;
+        const double tolerance = 441.0 * std::min(1.0, double(std::fabs(speed)));
+        for (double centre : centres) {
+            const auto callback = std::size_t(centre) / period;
+            if (callback + 1 >= manual.positions.size())
+                continue;
+            // Reported after the next period: the frame heard at the start of this one.
+            const double heardAtStart = double(manual.positions[callback + 1]);
+            const double heard = heardAtStart + (centre - double(callback * period)) * speed;
+            const double nearest =
+                double(first) + std::round((heard - double(first)) / spacing) * spacing;
+            EXPECT_NEAR(heard, nearest, tolerance) << "output frame " << centre;
+        }
+        manual.player.stopFilePlaying();
+    }
+}
+
+TEST(TeskExtendedAudioFilePlayer, TellsTheEndOfTheSongOnceAndPlaysSilenceAfterIt) {
+    ManualPlayer manual(MemorySong::sine(20000, 440.0, 0.5));
+    RecordingDelegate delegate;
+    manual.player.setDelegate(&delegate);
+    manual.player.setCurrentFrame(15000);
+    manual.player.startFilePlaying();
+    manual.play(60); // 30720 frames, far past the end
+    QElapsedTimer waited;
+    waited.start();
+    while (delegate.ends == 0 && waited.elapsed() < 2000)
+        QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
+    EXPECT_EQ(delegate.ends, 1);
+    EXPECT_TRUE(manual.player.isFilePlaying()); // the end stops nothing by itself
+
+    const auto& heard = manual.device->left;
+    ASSERT_GT(heard.size(), 25000u);
+    EXPECT_GT(test::rms(std::span(heard).subspan(0, 4000)), 0.2);
+    EXPECT_LT(test::rms(std::span(heard).subspan(heard.size() - 8000)), 1e-4);
+
+    manual.player.stopFilePlaying();
+    QCoreApplication::processEvents();
+    EXPECT_EQ(delegate.stops, 1);
+    EXPECT_EQ(delegate.ends, 1);
+}
+
+TEST(TeskExtendedAudioFilePlayer, PlaysTheSongsFramesBackwards) {
+    // The position falls as it plays, and the song's tone is still there.
+    ManualPlayer manual(MemorySong::sine(44100 * 4, 220.0, 0.5));
+    manual.player.setPlaybackSpeed(-1.0f);
+    manual.player.setCurrentFrame(44100 * 3);
+    manual.player.startFilePlaying();
+    manual.play(100);
+    const qint64 moved = manual.positions.front() - manual.positions.back();
+    // 99 periods of 512 frames heard backwards at speed 1.
+    EXPECT_NEAR(double(moved), 99.0 * 512.0, 1024.0);
+    EXPECT_NEAR(test::toneAmplitude(std::span(manual.device->left).subspan(10000, 22050), 220.0),
+                0.5, 0.05);
+}
