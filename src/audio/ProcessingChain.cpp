@@ -22,7 +22,9 @@ ProcessingChain::ProcessingChain(double sampleRate, TimePitchQuality quality)
     : mEqualizer(sampleRate)
     , mTimePitch(sampleRate, quality)
     , mVocalRemover(2, 4096)
-    , mSpectrumAnalyzer(AudioStreamDescription{sampleRate, 2, false}) {
+    , mSpectrumAnalyzer(AudioStreamDescription{sampleRate, 2, false})
+    , mExportLeft(kMaxSliceFrames)
+    , mExportRight(kMaxSliceFrames) {
     mEqualizer.setBypassed(true);
 }
 
@@ -87,13 +89,55 @@ void ProcessingChain::render(float* left, float* right, std::uint32_t frameCount
     }
 }
 
-std::uint32_t ProcessingChain::renderToEnd(float* left, float* right, std::uint32_t frameCount) {
+void ProcessingChain::beginExport() {
+    reset();
+    mVocalRemover.clear();
+    mExportFlushFrames = 0;
+    mExportStretchEnded = false;
+}
+
+std::uint32_t ProcessingChain::renderForExport(float* left, float* right,
+                                               std::uint32_t frameCount) {
     frameCount = std::min(frameCount, kMaxSliceFrames);
     applyParameters();
-    float* output[2] = {left, right};
-    const std::uint32_t written = mTimePitch.renderToEnd(output, frameCount, *this);
-    processAfterStretch(left, right, written);
-    return written;
+    if (!mRemoveVocals.load(std::memory_order_relaxed)) {
+        float* output[2] = {left, right};
+        const std::uint32_t written = mTimePitch.renderToEnd(output, frameCount, *this);
+        processAfterVocalReduction(left, right, written);
+        return written;
+    }
+
+    // The vocal remover gives its first processed frames only after a block and a half: take
+    // only what it has processed, so the export neither repeats nor skips anything, and feed it
+    // silence after the end until its last block is out.
+    mVocalRemover.setLowFrequency(mVocalLow.load(std::memory_order_relaxed));
+    mVocalRemover.setHighFrequency(mVocalHigh.load(std::memory_order_relaxed));
+    constexpr std::uint32_t kTailFrames = 3072;
+    for (;;) {
+        const std::uint32_t taken = mVocalRemover.getOutput(0, left, frameCount);
+        mVocalRemover.getOutput(1, right, taken);
+        if (taken > 0) {
+            processAfterVocalReduction(left, right, taken);
+            return taken;
+        }
+        std::uint32_t produced = 0;
+        if (!mExportStretchEnded) {
+            float* output[2] = {mExportLeft.data(), mExportRight.data()};
+            produced = mTimePitch.renderToEnd(output, kMaxSliceFrames, *this);
+            mExportStretchEnded = produced < kMaxSliceFrames;
+        }
+        if (produced == 0) {
+            if (mExportFlushFrames >= kTailFrames)
+                return 0;
+            std::fill(mExportLeft.begin(), mExportLeft.end(), 0.0f);
+            std::fill(mExportRight.begin(), mExportRight.end(), 0.0f);
+            produced = kMaxSliceFrames;
+            mExportFlushFrames += produced;
+        }
+        mVocalRemover.addInput(0, mExportLeft.data(), produced);
+        mVocalRemover.addInput(1, mExportRight.data(), produced);
+        mVocalRemover.process();
+    }
 }
 
 std::uint32_t ProcessingChain::pull(float* const* input, std::uint32_t frameCount) {
@@ -139,7 +183,13 @@ void ProcessingChain::processAfterStretch(float* left, float* right, std::uint32
         mVocalRemover.getOutput(0, left, frameCount);
         mVocalRemover.getOutput(1, right, frameCount);
     }
+    processAfterVocalReduction(left, right, frameCount);
+}
 
+void ProcessingChain::processAfterVocalReduction(float* left, float* right,
+                                                 std::uint32_t frameCount) {
+    if (frameCount == 0)
+        return;
     mSpectrumAnalyzer.copyFromAudioBufferList(stereoList(left, right, frameCount), frameCount);
 
     if (mPanAdjust.load(std::memory_order_relaxed)) {

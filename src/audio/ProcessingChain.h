@@ -89,10 +89,17 @@ public:
     void render(float* left, float* right, std::uint32_t frameCount,
                 SlicePosition* position = nullptr);
 
-    /// As `render`, for an export: once the source runs short the stretcher's tail is drained;
-    /// returns the frames written, fewer than asked (or 0) at the end.
-    /// Rendering thread (the export thread).
-    std::uint32_t renderToEnd(float* left, float* right, std::uint32_t frameCount);
+    /// Prepares an export: forgets all audio inside the chain, so that its output starts with
+    /// the source's next frame. Rendering thread (the export thread).
+    void beginExport();
+
+    /// Renders the next processed frames of an export (at most `frameCount`, at most
+    /// kMaxSliceFrames) and returns how many; 0 once everything is out. Unlike playback it
+    /// keeps the output in line with the source: the vocal reduction's block delay is taken
+    /// out and its tail drained, and the stretcher's tail is drained once the source runs
+    /// short, so output frame F / rate plays source frame F.
+    /// Rendering thread (the export thread). Allocates nothing.
+    std::uint32_t renderForExport(float* left, float* right, std::uint32_t frameCount);
 
     /// Whether the source has frames waiting. Rendering thread.
     bool sourceReady() noexcept { return mSource == nullptr || mSource->hasFramesReady(); }
@@ -105,6 +112,8 @@ private:
     std::uint32_t pull(float* const* input, std::uint32_t frameCount) override;
     void applyParameters();
     void processAfterStretch(float* left, float* right, std::uint32_t frameCount);
+    /// The stages after the vocal reduction: spectrum, pan mix, level.
+    void processAfterVocalReduction(float* left, float* right, std::uint32_t frameCount);
     /// The source frame that the chain's input frame `inputFrame` came from.
     double sourceFrameForInput(double inputFrame) const;
 
@@ -129,6 +138,10 @@ private:
 
     // Rendering thread only.
     float mAppliedLevel = 1.0f;
+    std::uint32_t mExportFlushFrames = 0; // silence fed to the vocal remover after the end
+    bool mExportStretchEnded = false;
+    std::vector<float> mExportLeft;
+    std::vector<float> mExportRight;
     std::uint64_t mInputFrames = 0; // frames pulled from the source since the last reset
     /// Where runs of the chain's input came from, newest last, so a heard frame can be traced
     /// back to the song even across loop seams and seeks.

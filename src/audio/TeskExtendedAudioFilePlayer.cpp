@@ -13,6 +13,8 @@ using Clock = std::chrono::steady_clock;
 constexpr int kEndWatchMilliseconds = 20;
 /// How long rendering waits for the reader before it plays silence instead.
 constexpr auto kReaderWait = std::chrono::milliseconds(40);
+/// An export can wait for the decoder as long as it has to; this only ends a stalled one.
+constexpr auto kExportReaderWait = std::chrono::seconds(30);
 } // namespace
 
 TeskExtendedAudioFilePlayer::TeskExtendedAudioFilePlayer(
@@ -213,6 +215,9 @@ std::uint32_t TeskExtendedAudioFilePlayer::supplyFrames(const AudioBufferList& b
     // After the end the buffers stay as they came: silent.
     if (mDone.load(std::memory_order_relaxed))
         return 0;
+    const bool exporting = mExportFramesLeft >= 0;
+    if (exporting)
+        frameCount = std::uint32_t(std::min<qint64>(frameCount, mExportFramesLeft));
     // The rendering thread runs ahead of the device, so it can afford to wait a moment for the
     // reader rather than play a gap that would also put the position out of step.
     Clock::time_point deadline{};
@@ -233,11 +238,13 @@ std::uint32_t TeskExtendedAudioFilePlayer::supplyFrames(const AudioBufferList& b
             break;
         const Clock::time_point now = Clock::now();
         if (deadline == Clock::time_point{})
-            deadline = now + kReaderWait;
+            deadline = now + (exporting ? kExportReaderWait : kReaderWait);
         else if (now >= deadline)
             break;
         std::this_thread::sleep_for(std::chrono::microseconds(200));
     }
+    if (exporting)
+        mExportFramesLeft -= written;
     return written;
 }
 
@@ -260,6 +267,38 @@ void TeskExtendedAudioFilePlayer::audioUnitDidStop(TeskOutputAudioUnit*) {
         [this] {
             if (mDelegate)
                 mDelegate->audioFilePlayerDidStop(this);
+        },
+        Qt::QueuedConnection);
+}
+
+TeskOutputAudioUnit::ExportOutcome
+TeskExtendedAudioFilePlayer::writeSamplesInRange(LoopRange range, const QString& path) {
+    mDone = false;
+    mFileReader.setCurrentFrame(range.location);
+    mFileReader.start();
+    mExportFramesLeft = range.length;
+    struct Restore {
+        TeskExtendedAudioFilePlayer& player;
+        ~Restore() {
+            player.mExportFramesLeft = -1;
+            player.mFileReader.stop();
+        }
+    } restore{*this};
+    return mOutputAudioUnit->writeSamples(range.length, path, mSongMetadata);
+}
+
+void TeskExtendedAudioFilePlayer::cancelWriteToFile() {
+    mOutputAudioUnit->cancelWriteToFile();
+}
+
+void TeskExtendedAudioFilePlayer::outputAudioUnitDidUpdateProgress(TeskOutputAudioUnit*,
+                                                                   double progress) {
+    // Passed on after the current event, as the output passed it to us.
+    QMetaObject::invokeMethod(
+        this,
+        [this, progress] {
+            if (mDelegate)
+                mDelegate->audioFilePlayerUpdatedExportWithProgress(this, progress);
         },
         Qt::QueuedConnection);
 }

@@ -95,6 +95,19 @@ public:
     qint64 totalFrames() const;
     float maxTime() const;
 
+    /// Renders the source frames of `range` (from its location, in the reader's direction,
+    /// looping as the reader does) through the chain into a file whose type its extension
+    /// chooses, tagged with the song's metadata, as TeskOutputAudioUnit::writeSamples does.
+    /// Progress reaches the delegate on the main thread. Playback must be stopped.
+    /// Export thread. Throws NSXError when the file cannot be written.
+    TeskOutputAudioUnit::ExportOutcome writeSamplesInRange(LoopRange range, const QString& path);
+    /// Stops a running export after its current slice. Any thread.
+    void cancelWriteToFile();
+    /// The title, artist, album and cover written into exported files. Main thread, before an
+    /// export.
+    void setSongMetadata(const SongMetadata& metadata) { mSongMetadata = metadata; }
+    const SongMetadata& songMetadata() const { return mSongMetadata; }
+
     void setDelegate(TeskExtendedAudioFilePlayerDelegate* delegate) { mDelegate = delegate; }
     TeskExtendedAudioFilePlayerDelegate* delegate() const { return mDelegate; }
 
@@ -103,6 +116,7 @@ private:
                                SourceRuns& runs) noexcept override;
     bool hasFramesReady() noexcept override;
     void audioUnitDidStop(TeskOutputAudioUnit* unit) override;
+    void outputAudioUnitDidUpdateProgress(TeskOutputAudioUnit* unit, double progress) override;
     void checkForEndOfFile();
     double sampleRate() const;
     /// Moves the reader to `frame` and has the output drop what it holds.
@@ -116,6 +130,10 @@ private:
     /// Set by the rendering thread at the end of the song, cleared at each start.
     std::atomic<bool> mDone{false};
     bool mEndReported = false;
+    /// While exporting: the source frames still to give the chain (export thread only), or
+    /// negative when not exporting.
+    qint64 mExportFramesLeft = -1;
+    SongMetadata mSongMetadata;
     /// The rendering thread never messages the main thread; the main thread looks instead.
     QTimer mEndWatch;
 };

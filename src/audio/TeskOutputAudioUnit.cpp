@@ -1,6 +1,12 @@
 #include "audio/TeskOutputAudioUnit.h"
 
 #include "audio/ProcessingChainPool.h"
+#include "audio/TeskAudioFileWriter.h"
+#include "diagnostics/NSXReturnThrowError.h"
+
+#include <QFileInfo>
+#include <QMetaObject>
+#include <cmath>
 
 namespace tesk {
 namespace {
@@ -176,6 +182,65 @@ bool TeskOutputAudioUnit::hasSoundOutput() const {
 
 double TeskOutputAudioUnit::heardSourceFrame() const {
     return mRenderer.hasHeardPosition() ? mRenderer.heardSourceFrame() : -1.0;
+}
+
+TeskOutputAudioUnit::ExportOutcome TeskOutputAudioUnit::writeSamples(qint64 sourceFrameCount,
+                                                                     const QString& path,
+                                                                     const SongMetadata& metadata) {
+    const auto format = TeskAudioFileWriter::formatForExtension(QFileInfo(path).suffix());
+    if (!format)
+        return ExportOutcome::Ignored;
+    mCancelExport = false;
+    mExportingAudio = true;
+    struct ExportingFlag {
+        std::atomic<bool>& flag;
+        ~ExportingFlag() { flag = false; }
+    } exporting{mExportingAudio};
+
+    std::optional<TeskError> error;
+    auto writer = TeskAudioFileWriter::create(path, *format, metadata, &error);
+    if (!writer)
+        throw NSXError(*error);
+
+    mChain->beginExport();
+    const auto totalFrames = std::int64_t(std::llrint(double(sourceFrameCount) / mChain->rate()));
+    std::vector<float> left(kExportSliceFrames);
+    std::vector<float> right(kExportSliceFrames);
+    std::int64_t sampleTime = 0;
+    std::int64_t lastReported = 0;
+    bool cancelled = mCancelExport.load();
+    while (!cancelled && totalFrames > sampleTime) {
+        // Whole slices: a short end is silence.
+        std::uint32_t filled = 0;
+        while (filled < kExportSliceFrames) {
+            const std::uint32_t rendered = mChain->renderForExport(
+                left.data() + filled, right.data() + filled, kExportSliceFrames - filled);
+            if (rendered == 0)
+                break;
+            filled += rendered;
+        }
+        std::fill(left.begin() + filled, left.end(), 0.0f);
+        std::fill(right.begin() + filled, right.end(), 0.0f);
+        sampleTime += kExportSliceFrames;
+        if (!writer->write(left.data(), right.data(), kExportSliceFrames, &error))
+            throw NSXError(*error);
+        cancelled = mCancelExport.load();
+        if (!cancelled && sampleTime - lastReported > 22050) {
+            const double progress = std::min(1.0, double(sampleTime) / double(totalFrames));
+            QMetaObject::invokeMethod(
+                this, [this, progress] { notifyDelegateOfExportProgress(progress); },
+                Qt::QueuedConnection);
+            lastReported = sampleTime;
+        }
+    }
+    if (!writer->finish(&error) && !(cancelled && sampleTime == 0))
+        throw NSXError(*error);
+    return cancelled ? ExportOutcome::Cancelled : ExportOutcome::Written;
+}
+
+void TeskOutputAudioUnit::notifyDelegateOfExportProgress(double progress) {
+    if (mDelegate)
+        mDelegate->outputAudioUnitDidUpdateProgress(this, progress);
 }
 
 } // namespace tesk

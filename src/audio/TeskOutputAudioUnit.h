@@ -2,6 +2,7 @@
 
 #include "audio/AheadRenderer.h"
 #include "audio/ProcessingChain.h"
+#include "audio/SongMetadata.h"
 #include "audio/TeskEqualizerSettings.h"
 #include "audio/TeskSoundDevice.h"
 #include "audio/TeskVocalReductionEffectSettings.h"
@@ -105,6 +106,29 @@ public:
     /// Times the device found nothing to play while running.
     std::uint64_t underrunCount() const { return mRenderer.underrunCount(); }
 
+    /// How an export ended.
+    enum class ExportOutcome {
+        Written,   ///< the whole range is in the file
+        Cancelled, ///< stopped by `cancelWriteToFile` after the slice being written
+        Ignored,   ///< the file name ends neither in "aif" nor in "m4a": no file, no error
+    };
+
+    /// Renders `sourceFrameCount` frames of the source through the chain, as fast as it goes,
+    /// into a file whose type its extension chooses ("aif": AIFF, 16-bit; "m4a": AAC), tagged
+    /// with `metadata`. The file holds round(frames / rate) frames rounded up to whole slices;
+    /// progress goes to the delegate on the main thread at most every 22050 frames. A cancelled
+    /// export leaves what it wrote. Playback must not run meanwhile.
+    /// Export thread (any but the main and audio threads). Throws NSXError when the file
+    /// cannot be written.
+    ExportOutcome writeSamples(qint64 sourceFrameCount, const QString& path,
+                               const SongMetadata& metadata = {});
+    /// Stops a running export after its current slice. Any thread.
+    void cancelWriteToFile() { mCancelExport.store(true); }
+    bool isExporting() const { return mExportingAudio.load(); }
+
+    /// The frames of one export slice.
+    static constexpr std::uint32_t kExportSliceFrames = 1024;
+
     /// The chain itself, for an offline render (export) while stopped.
     ProcessingChain& chain() { return *mChain; }
 
@@ -124,6 +148,7 @@ signals:
 
 private:
     void openDevice();
+    void notifyDelegateOfExportProgress(double progress);
     void checkDevice();
 
     AudioStreamDescription mStreamDescription;
@@ -136,6 +161,8 @@ private:
     QTimer mDeviceWatch;
     std::unique_ptr<TeskEqualizerSettings> mEqualizerSettings;
     std::unique_ptr<TeskVocalReductionEffectSettings> mVocalReductionEffectSettings;
+    std::atomic<bool> mCancelExport{false};
+    std::atomic<bool> mExportingAudio{false};
 };
 
 } // namespace tesk

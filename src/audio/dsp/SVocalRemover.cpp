@@ -154,4 +154,12 @@ void SVocalRemover::reset() noexcept {
         std::fill(overlap.begin(), overlap.end(), 0.0f);
 }
 
+void SVocalRemover::clear() noexcept {
+    reset();
+    for (std::uint32_t channel = 0; channel < channelCount; ++channel) {
+        inputQueues[channel]->advance(inputQueues[channel]->used());
+        outputQueues[channel]->advance(outputQueues[channel]->used());
+    }
+}
+
 } // namespace tesk

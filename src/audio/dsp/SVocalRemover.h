@@ -66,6 +66,11 @@ public:
     /// Rendering thread. Never allocates or locks.
     void reset() noexcept;
 
+    /// Forgets everything: the overlap and the queued samples, so that what comes out next
+    /// starts with the next sample added. An export starts with it, to line up with its range.
+    /// Rendering thread. Never allocates or locks.
+    void clear() noexcept;
+
 private:
     struct FFTDeleter {
         void operator()(kiss_fftr_state* state) const noexcept;

@@ -1,0 +1,217 @@
+#include "audio/TeskExtendedAudioFile.h"
+#include "audio/TeskExtendedAudioFilePlayer.h"
+
+#include "diagnostics/NSXReturnThrowError.h"
+#include "support/MemorySong.h"
+#include "support/Signals.h"
+
+#include <QCoreApplication>
+#include <QElapsedTimer>
+#include <QFile>
+#include <QTemporaryDir>
+#include <QThread>
+#include <cmath>
+#include <gtest/gtest.h>
+#include <thread>
+
+using namespace tesk;
+using tesk::test::MemorySong;
+
+namespace {
+
+/// Collects export progress, checking that each report arrives on the main thread.
+class ProgressDelegate : public TeskExtendedAudioFilePlayerDelegate {
+public:
+    void audioFilePlayerUpdatedExportWithProgress(TeskExtendedAudioFilePlayer* player,
+                                                  double progress) override {
+        EXPECT_EQ(QThread::currentThread(), QCoreApplication::instance()->thread());
+        reports.push_back(progress);
+        if (cancelAtFirstReport)
+            player->cancelWriteToFile();
+    }
+    std::vector<double> reports;
+    bool cancelAtFirstReport = false;
+};
+
+struct ExportResult {
+    TeskOutputAudioUnit::ExportOutcome outcome = TeskOutputAudioUnit::ExportOutcome::Ignored;
+    std::optional<TeskError> error;
+};
+
+/// Exports `range` on a worker thread while the main thread delivers progress, as the window
+/// does.
+ExportResult exportOnWorker(TeskExtendedAudioFilePlayer& player, LoopRange range,
+                            const QString& path) {
+    ExportResult result;
+    bool finished = false;
+    std::thread worker([&] {
+        try {
+            result.outcome = player.writeSamplesInRange(range, path);
+        } catch (const NSXError& raised) {
+            result.error = raised.error();
+        }
+        finished = true;
+    });
+    while (!finished)
+        QCoreApplication::processEvents(QEventLoop::AllEvents, 5);
+    worker.join();
+    QCoreApplication::processEvents(); // the last queued reports
+    return result;
+}
+
+/// Reads an exported file back with Tesk's own decoder.
+std::unique_ptr<TeskExtendedAudioFile> readBack(const QString& path) {
+    std::optional<TeskError> error;
+    auto file = TeskExtendedAudioFile::openForPlayback(path, &error);
+    if (file)
+        file->waitUntilDecoded();
+    return file;
+}
+
+std::vector<float> leftChannel(const TeskExtendedAudioFile& file) {
+    std::vector<float> left(std::size_t(file.frameCount()));
+    std::vector<float> right(left.size());
+    file.readFrames(0, file.frameCount(), left.data(), right.data());
+    return left;
+}
+
+/// A 2 kHz burst under a Gaussian envelope (sigma 20 ms) centred on `centre`, in silence, on
+/// the side only (right = -left). The stretcher keeps so smooth a burst in place; a click it
+/// would move by a few milliseconds, as any phase vocoder does with sharp attacks.
+std::shared_ptr<MemorySong> burstAt(qint64 frames, qint64 centre) {
+    std::vector<float> left(static_cast<std::size_t>(frames), 0.0f);
+    std::vector<float> right(left.size(), 0.0f);
+    for (qint64 f = centre - 5000; f < centre + 5000; ++f) {
+        const double t = double(f - centre) / 882.0;
+        left[std::size_t(f)] = float(0.8 * std::exp(-0.5 * t * t) *
+                                     std::sin(2.0 * M_PI * 2000.0 * double(f) / 44100.0));
+        right[std::size_t(f)] = -left[std::size_t(f)];
+    }
+    return std::make_shared<MemorySong>(left, right);
+}
+
+double energyCentre(const std::vector<float>& samples) {
+    double weighted = 0.0;
+    double energy = 0.0;
+    for (std::size_t i = 0; i < samples.size(); ++i) {
+        weighted += double(samples[i]) * samples[i] * double(i);
+        energy += double(samples[i]) * samples[i];
+    }
+    return weighted / energy;
+}
+
+constexpr std::uint32_t kSlice = TeskOutputAudioUnit::kExportSliceFrames;
+
+} // namespace
+
+TEST(TeskExport, TheExtensionChoosesTheFormatExactly) {
+    QTemporaryDir folder;
+    TeskExtendedAudioFilePlayer player(MemorySong::sine(44100, 440.0, 0.5), true);
+    for (const char* name : {"a.wav", "b.aiff", "c.AIF", "d.M4A", "e"}) {
+        const QString path = folder.filePath(QString::fromUtf8(name));
+        EXPECT_EQ(exportOnWorker(player, {0, 44100}, path).outcome,
+                  TeskOutputAudioUnit::ExportOutcome::Ignored)
+            << name;
+        EXPECT_FALSE(QFile::exists(path)) << name;
+    }
+
+    const QString aiff = folder.filePath(QStringLiteral("song.aif"));
+    ASSERT_EQ(exportOnWorker(player, {0, 44100}, aiff).outcome,
+              TeskOutputAudioUnit::ExportOutcome::Written);
+    const auto aiffBack = readBack(aiff);
+    ASSERT_TRUE(aiffBack);
+    EXPECT_EQ(aiffBack->info().codecName, QStringLiteral("pcm_s16be"));
+    EXPECT_EQ(aiffBack->info().sourceSampleRate, 44100.0);
+    EXPECT_EQ(aiffBack->info().sourceChannels, 2);
+    // Whole slices: the length rounded up to the next one.
+    EXPECT_EQ(aiffBack->frameCount(), qint64((44100 + kSlice - 1) / kSlice * kSlice));
+
+    const QString m4a = folder.filePath(QStringLiteral("song.m4a"));
+    ASSERT_EQ(exportOnWorker(player, {0, 44100}, m4a).outcome,
+              TeskOutputAudioUnit::ExportOutcome::Written);
+    const auto m4aBack = readBack(m4a);
+    ASSERT_TRUE(m4aBack);
+    EXPECT_EQ(m4aBack->info().codecName, QStringLiteral("aac"));
+    EXPECT_EQ(m4aBack->info().sourceChannels, 2);
+    EXPECT_EQ(m4aBack->frameCount(), aiffBack->frameCount());
+    const auto m4aLeft = leftChannel(*m4aBack);
+    EXPECT_NEAR(test::toneAmplitude(std::span(m4aLeft).subspan(4410, 22050), 440.0), 0.5, 0.03);
+}
+
+TEST(TeskExport, SpeedSetsTheLengthAndPitchTheTone) {
+    QTemporaryDir folder;
+    TeskExtendedAudioFilePlayer player(MemorySong::sine(44100 * 2, 440.0, 0.5), true);
+    player.setPlaybackSpeed(0.5f);
+    player.setPlaybackPitchInSemitones(12.0);
+    const QString path = folder.filePath(QStringLiteral("slow.aif"));
+    ASSERT_EQ(exportOnWorker(player, {0, 44100}, path).outcome,
+              TeskOutputAudioUnit::ExportOutcome::Written);
+    const auto back = readBack(path);
+    ASSERT_TRUE(back);
+    EXPECT_GE(back->frameCount(), 88200);
+    EXPECT_LT(back->frameCount(), 88200 + kSlice);
+    const auto left = leftChannel(*back);
+    // The tone an octave up, and nothing lost at the end of the range.
+    EXPECT_NEAR(test::toneAmplitude(std::span(left).subspan(22050, 44100), 880.0), 0.5, 0.05);
+    EXPECT_LT(test::toneAmplitude(std::span(left).subspan(22050, 44100), 440.0), 0.02);
+    EXPECT_GT(test::rms(std::span(left).subspan(88200 - 2205, 2205)), 0.25);
+}
+
+TEST(TeskExport, StartsOnTheRangesFirstFrameWithoutTheStretchersDelay) {
+    // A burst at source frame 30000 of a range starting at 10000 lands at output frame
+    // 20000 / rate, within 1 ms, with or without the vocal reduction (which keeps side-only
+    // sound).
+    for (const float speed : {1.0f, 0.5f, 2.0f}) {
+        for (const bool vocals : {false, true}) {
+            SCOPED_TRACE(testing::Message() << "speed " << speed << " vocals " << vocals);
+            auto song = burstAt(44100 * 3, 30000);
+            QTemporaryDir folder;
+            TeskExtendedAudioFilePlayer player(song, true);
+            player.setPlaybackSpeed(speed);
+            player.setVocalRemoval(vocals);
+            const QString path = folder.filePath(QStringLiteral("burst.aif"));
+            ASSERT_EQ(exportOnWorker(player, {10000, 60000}, path).outcome,
+                      TeskOutputAudioUnit::ExportOutcome::Written);
+            const auto back = readBack(path);
+            ASSERT_TRUE(back);
+            const double centre = energyCentre(leftChannel(*back));
+            EXPECT_NEAR(centre, 20000.0 / speed, 44.1);
+        }
+    }
+}
+
+TEST(TeskExport, ProgressRisesOnTheMainThreadAndCancelStopsAfterTheSlice) {
+    QTemporaryDir folder;
+    TeskExtendedAudioFilePlayer player(MemorySong::sine(44100 * 20, 440.0, 0.5), true);
+    ProgressDelegate delegate;
+    player.setDelegate(&delegate);
+    const QString path = folder.filePath(QStringLiteral("whole.m4a"));
+    ASSERT_EQ(exportOnWorker(player, {0, 44100 * 20}, path).outcome,
+              TeskOutputAudioUnit::ExportOutcome::Written);
+    // One report per more than 22050 frames: 39 for 20 s in slices of 1024.
+    ASSERT_GE(delegate.reports.size(), 35u);
+    EXPECT_LE(delegate.reports.size(), 40u);
+    for (std::size_t i = 1; i < delegate.reports.size(); ++i)
+        EXPECT_GT(delegate.reports[i], delegate.reports[i - 1]);
+    EXPECT_LE(delegate.reports.back(), 1.0);
+    EXPECT_GT(delegate.reports.back(), 0.9);
+
+    ProgressDelegate cancelling;
+    cancelling.cancelAtFirstReport = true;
+    player.setDelegate(&cancelling);
+    const QString cancelled = folder.filePath(QStringLiteral("cancelled.aif"));
+    EXPECT_EQ(exportOnWorker(player, {0, 44100 * 20}, cancelled).outcome,
+              TeskOutputAudioUnit::ExportOutcome::Cancelled);
+    EXPECT_LE(cancelling.reports.size(), 2u); // one more may have been on its way
+    const auto back = readBack(cancelled);
+    ASSERT_TRUE(back); // what was written stays, for the caller to keep or delete
+    EXPECT_LT(back->frameCount(), 44100 * 10);
+}
+
+TEST(TeskExport, AnUnwritableFileRaisesOnTheExportThread) {
+    TeskExtendedAudioFilePlayer player(MemorySong::sine(44100, 440.0, 0.5), true);
+    const ExportResult result =
+        exportOnWorker(player, {0, 44100}, QStringLiteral("/nonexistent-folder/song.aif"));
+    ASSERT_TRUE(result.error.has_value());
+    EXPECT_FALSE(result.error->localizedDescription().isEmpty());
+}
