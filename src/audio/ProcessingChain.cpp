@@ -49,6 +49,19 @@ std::array<float, ProcessingChain::kBandCount> ProcessingChain::equalizerGains()
     return mEqualizerGainsSet;
 }
 
+void ProcessingChain::copyParametersFrom(const ProcessingChain& other) {
+    setRate(other.rate());
+    setPitchCents(other.pitchCents());
+    setLevel(other.level());
+    setEqualizerEnabled(other.equalizerEnabled());
+    setEqualizerGains(other.equalizerGains());
+    setRemoveVocals(other.removeVocals());
+    setVocalBand(other.mVocalLow.load(), other.mVocalHigh.load());
+    setPanAdjust(other.panAdjust());
+    setPanAmount(other.panAmount());
+    setOutOfPhase(other.outOfPhase());
+}
+
 void ProcessingChain::setVocalBand(double lowHertz, double highHertz) noexcept {
     mVocalLow.store(lowHertz, std::memory_order_relaxed);
     mVocalHigh.store(highHertz, std::memory_order_relaxed);

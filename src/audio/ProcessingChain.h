@@ -56,6 +56,13 @@ public:
     /// Main thread, while nothing renders.
     void setSource(ChainSource* source) { mSource = source; }
 
+    TimePitchQuality timePitchQuality() const { return mTimePitch.quality(); }
+
+    /// Takes every parameter (rate, pitch, level, effects) from `other`, so that two chains
+    /// render alike: an export renders its two halves on two chains at once.
+    /// While nothing renders this chain.
+    void copyParametersFrom(const ProcessingChain& other);
+
     // Parameters. Main thread (each handoff has one writer); read at the next slice.
     void setRate(float rate) noexcept;
     float rate() const noexcept { return mRate.load(std::memory_order_relaxed); }

@@ -13,6 +13,8 @@ using Clock = std::chrono::steady_clock;
 constexpr int kEndWatchMilliseconds = 20;
 /// How long rendering waits for the reader before it plays silence instead.
 constexpr auto kReaderWait = std::chrono::milliseconds(40);
+/// From this length on, an export renders its two halves at once.
+constexpr std::uint32_t kTwoPartFrames = 20 * 44100;
 /// An export can wait for the decoder as long as it has to; this only ends a stalled one.
 constexpr auto kExportReaderWait = std::chrono::seconds(30);
 } // namespace
@@ -273,6 +275,12 @@ void TeskExtendedAudioFilePlayer::audioUnitDidStop(TeskOutputAudioUnit*) {
 
 TeskOutputAudioUnit::ExportOutcome
 TeskExtendedAudioFilePlayer::writeSamplesInRange(LoopRange range, const QString& path) {
+    // A long stretch played forwards renders in two halves on the machine's two cores; the
+    // reader, which follows loops and plays backwards, serves the rest.
+    if (!mFileReader.isReverse() && !mFileReader.isLooping() && range.length >= kTwoPartFrames) {
+        return mOutputAudioUnit->writeSamplesInTwoParts(*mAudioFile, range.location, range.length,
+                                                        path, mSongMetadata);
+    }
     mDone = false;
     mFileReader.setCurrentFrame(range.location);
     mFileReader.start();

@@ -7,11 +7,70 @@
 #include <QFileInfo>
 #include <QMetaObject>
 #include <cmath>
+#include <cstdio>
+#include <thread>
 
 namespace tesk {
 namespace {
+
 constexpr int kDeviceWatchMilliseconds = 500;
+constexpr std::int64_t kProgressFrames = 22050;
+
+/// Feeds a chain from a stretch of a song's decoded frames, played forwards, waiting for the
+/// decoder where it has not got that far yet.
+class FrameRangeSource : public ChainSource {
+public:
+    FrameRangeSource(const DecodedFrames& frames, qint64 start, qint64 count)
+        : mFrames(frames)
+        , mPosition(start)
+        , mEnd(start + count) {}
+
+    std::uint32_t supplyFrames(const AudioBufferList& buffers, std::uint32_t frameCount,
+                               SourceRuns& runs) noexcept override {
+        const auto wanted = std::uint32_t(std::clamp<qint64>(mEnd - mPosition, 0, frameCount));
+        std::uint32_t copied = 0;
+        while (copied < wanted) {
+            const qint64 read = mFrames.readFrames(mPosition + copied, wanted - copied,
+                                                   buffers.buffers[0].data + copied,
+                                                   buffers.buffers[1].data + copied);
+            copied += std::uint32_t(std::max<qint64>(read, 0));
+            if (copied < wanted) {
+                if (mFrames.isDecodingFinished() &&
+                    mFrames.decodedFrameCount() <= mPosition + copied)
+                    break;
+                std::this_thread::sleep_for(std::chrono::milliseconds(2));
+            }
+        }
+        runs.count = 1;
+        runs.runs[0] = {0, mPosition, 1};
+        mPosition += copied;
+        return copied;
+    }
+
+private:
+    const DecodedFrames& mFrames;
+    qint64 mPosition;
+    const qint64 mEnd;
+};
+
+/// Fills `frameCount` frames of an export from `chain`; what is left after its end is silence.
+/// Returns the frames the chain gave.
+std::uint32_t renderExportSlice(ProcessingChain& chain, float* left, float* right,
+                                std::uint32_t frameCount) {
+    std::uint32_t filled = 0;
+    while (filled < frameCount) {
+        const std::uint32_t rendered =
+            chain.renderForExport(left + filled, right + filled, frameCount - filled);
+        if (rendered == 0)
+            break;
+        filled += rendered;
+    }
+    std::fill(left + filled, left + frameCount, 0.0f);
+    std::fill(right + filled, right + frameCount, 0.0f);
+    return filled;
 }
+
+} // namespace
 
 TeskOutputAudioUnit::TeskOutputAudioUnit(const AudioStreamDescription& streamDescription, bool,
                                          TimePitchQuality quality, QObject* parent)
@@ -32,6 +91,7 @@ TeskOutputAudioUnit::~TeskOutputAudioUnit() {
 }
 
 void TeskOutputAudioUnit::setOutputAudioUnitHandler(ChainSource* handler) {
+    mPlaybackSource = handler;
     mChain->setSource(handler);
 }
 
@@ -211,21 +271,12 @@ TeskOutputAudioUnit::ExportOutcome TeskOutputAudioUnit::writeSamples(qint64 sour
     bool cancelled = mCancelExport.load();
     while (!cancelled && totalFrames > sampleTime) {
         // Whole slices: a short end is silence.
-        std::uint32_t filled = 0;
-        while (filled < kExportSliceFrames) {
-            const std::uint32_t rendered = mChain->renderForExport(
-                left.data() + filled, right.data() + filled, kExportSliceFrames - filled);
-            if (rendered == 0)
-                break;
-            filled += rendered;
-        }
-        std::fill(left.begin() + filled, left.end(), 0.0f);
-        std::fill(right.begin() + filled, right.end(), 0.0f);
+        renderExportSlice(*mChain, left.data(), right.data(), kExportSliceFrames);
         sampleTime += kExportSliceFrames;
         if (!writer->write(left.data(), right.data(), kExportSliceFrames, &error))
             throw NSXError(*error);
         cancelled = mCancelExport.load();
-        if (!cancelled && sampleTime - lastReported > 22050) {
+        if (!cancelled && sampleTime - lastReported > kProgressFrames) {
             const double progress = std::min(1.0, double(sampleTime) / double(totalFrames));
             QMetaObject::invokeMethod(
                 this, [this, progress] { notifyDelegateOfExportProgress(progress); },
@@ -234,6 +285,181 @@ TeskOutputAudioUnit::ExportOutcome TeskOutputAudioUnit::writeSamples(qint64 sour
         }
     }
     if (!writer->finish(&error) && !(cancelled && sampleTime == 0))
+        throw NSXError(*error);
+    return cancelled ? ExportOutcome::Cancelled : ExportOutcome::Written;
+}
+
+TeskOutputAudioUnit::ExportOutcome
+TeskOutputAudioUnit::writeSamplesInTwoParts(const DecodedFrames& frames, qint64 location,
+                                            qint64 sourceFrameCount, const QString& path,
+                                            const SongMetadata& metadata) {
+    const auto format = TeskAudioFileWriter::formatForExtension(QFileInfo(path).suffix());
+    if (!format)
+        return ExportOutcome::Ignored;
+    mCancelExport = false;
+    mExportingAudio = true;
+    struct ExportingFlag {
+        std::atomic<bool>& flag;
+        ~ExportingFlag() { flag = false; }
+    } exporting{mExportingAudio};
+
+    std::optional<TeskError> error;
+    auto writer = TeskAudioFileWriter::create(path, *format, metadata, &error);
+    if (!writer)
+        throw NSXError(*error);
+
+    // The second half starts a few seconds early, so its chain has settled by the join, at a
+    // source frame whose output falls on the export's own frame grid.
+    const double rate = mChain->rate();
+    const auto total = std::int64_t(std::llrint(double(sourceFrameCount) / rate));
+    const std::int64_t paddedTotal =
+        (total + kExportSliceFrames - 1) / kExportSliceFrames * kExportSliceFrames;
+    constexpr std::int64_t kCrossfade = 4096;
+    const std::int64_t half = sourceFrameCount / 2;
+    const std::int64_t preroll = 3 * 44100;
+    std::int64_t secondStart = std::max<std::int64_t>(0, half - preroll);
+    double bestMisfit = 1.0;
+    for (std::int64_t candidate = secondStart;
+         candidate > std::max<std::int64_t>(0, secondStart - 4000); --candidate) {
+        const double output = double(candidate) / rate;
+        const double misfit = std::fabs(output - std::round(output));
+        if (misfit < bestMisfit) {
+            bestMisfit = misfit;
+            secondStart = candidate;
+        }
+        if (misfit < 1e-6)
+            break;
+    }
+    const auto secondOffset = std::int64_t(std::llrint(double(secondStart) / rate));
+    const std::int64_t joinStart = std::int64_t(std::llrint(double(half) / rate)) - kCrossfade / 2;
+    const std::int64_t joinEnd = joinStart + kCrossfade;
+
+    std::unique_ptr<ProcessingChain> second = ProcessingChainPool::take(mChain->timePitchQuality());
+    second->copyParametersFrom(*mChain);
+    FrameRangeSource firstSource(frames, location, sourceFrameCount);
+    FrameRangeSource secondSource(frames, location + secondStart, sourceFrameCount - secondStart);
+    mChain->setSource(&firstSource);
+    second->setSource(&secondSource);
+    struct RestoreSource {
+        ProcessingChain& chain;
+        ChainSource* source;
+        ~RestoreSource() { chain.setSource(source); }
+    } restoreSource{*mChain, mPlaybackSource};
+    mChain->beginExport();
+    second->beginExport();
+
+    // The second half goes to a temporary file (gone when closed) until the first is written.
+    std::unique_ptr<std::FILE, int (*)(std::FILE*)> spill(std::tmpfile(), &std::fclose);
+    if (!spill) {
+        throw NSXError(TeskError(NSPOSIXErrorDomain, errno,
+                                 {{LocalizedDescriptionKey,
+                                   tr("Tesk could not make a temporary file for the export.")}}));
+    }
+    std::atomic<std::int64_t> secondRendered{0};
+    std::atomic<bool> secondFailed{false};
+    std::atomic<bool> abandon{false};
+    std::thread secondThread([&, chain = second.get()] {
+        std::vector<float> left(kExportSliceFrames), right(kExportSliceFrames);
+        std::vector<float> interleaved(2 * kExportSliceFrames);
+        std::int64_t output = secondOffset;
+        while (output < paddedTotal && !mCancelExport.load() && !abandon.load()) {
+            renderExportSlice(*chain, left.data(), right.data(), kExportSliceFrames);
+            // Only what lies from the start of the join on is kept.
+            const std::int64_t skip =
+                std::clamp<std::int64_t>(joinStart - output, 0, kExportSliceFrames);
+            std::size_t kept = 0;
+            for (std::int64_t i = skip; i < kExportSliceFrames; ++i, ++kept) {
+                interleaved[2 * kept] = left[std::size_t(i)];
+                interleaved[2 * kept + 1] = right[std::size_t(i)];
+            }
+            if (std::fwrite(interleaved.data(), 2 * sizeof(float), kept, spill.get()) != kept) {
+                secondFailed = true;
+                return;
+            }
+            output += kExportSliceFrames;
+            secondRendered.store(output - secondOffset);
+        }
+    });
+    struct JoinSecond {
+        std::thread& thread;
+        std::atomic<bool>& abandon;
+        ~JoinSecond() {
+            abandon = true;
+            if (thread.joinable())
+                thread.join();
+        }
+    } joinSecond{secondThread, abandon};
+
+    const double work = double(joinEnd + (paddedTotal - secondOffset));
+    std::int64_t reportedWork = 0;
+    const auto reportProgress = [&](std::int64_t done) {
+        if (done - reportedWork <= kProgressFrames)
+            return;
+        const double progress = std::min(1.0, double(done) / work);
+        QMetaObject::invokeMethod(
+            this, [this, progress] { notifyDelegateOfExportProgress(progress); },
+            Qt::QueuedConnection);
+        reportedWork = done;
+    };
+
+    // The first half, written as it comes, and its part of the join kept aside.
+    std::vector<float> left(kExportSliceFrames), right(kExportSliceFrames);
+    std::vector<float> joinLeft(static_cast<std::size_t>(kCrossfade));
+    std::vector<float> joinRight(static_cast<std::size_t>(kCrossfade));
+    std::int64_t output = 0;
+    bool cancelled = false;
+    while (output < joinEnd && !(cancelled = mCancelExport.load())) {
+        renderExportSlice(*mChain, left.data(), right.data(), kExportSliceFrames);
+        const std::int64_t direct =
+            std::clamp<std::int64_t>(joinStart - output, 0, kExportSliceFrames);
+        if (direct > 0 && !writer->write(left.data(), right.data(), std::uint32_t(direct), &error))
+            throw NSXError(*error);
+        for (std::int64_t i = direct; i < kExportSliceFrames && output + i < joinEnd; ++i) {
+            joinLeft[std::size_t(output + i - joinStart)] = left[std::size_t(i)];
+            joinRight[std::size_t(output + i - joinStart)] = right[std::size_t(i)];
+        }
+        output += kExportSliceFrames;
+        reportProgress(std::min(output, joinEnd) + secondRendered.load());
+    }
+    while (!cancelled && secondThread.joinable() &&
+           secondRendered.load() < paddedTotal - secondOffset && !secondFailed.load()) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        reportProgress(joinEnd + secondRendered.load());
+        cancelled = mCancelExport.load();
+    }
+    secondThread.join();
+    if (secondFailed.load()) {
+        throw NSXError(TeskError(NSPOSIXErrorDomain, EIO,
+                                 {{LocalizedDescriptionKey,
+                                   tr("Tesk could not write the temporary file of the export.")}}));
+    }
+
+    if (!cancelled) {
+        // The join: the first half fades out as the second fades in, then the second half.
+        std::rewind(spill.get());
+        std::vector<float> interleaved(2 * kExportSliceFrames);
+        std::int64_t written = joinStart;
+        while (written < paddedTotal) {
+            const std::size_t want =
+                std::size_t(std::min<std::int64_t>(kExportSliceFrames, paddedTotal - written));
+            const std::size_t got =
+                std::fread(interleaved.data(), 2 * sizeof(float), want, spill.get());
+            for (std::size_t i = 0; i < want; ++i) {
+                left[i] = i < got ? interleaved[2 * i] : 0.0f;
+                right[i] = i < got ? interleaved[2 * i + 1] : 0.0f;
+                const std::int64_t inJoin = written + std::int64_t(i) - joinStart;
+                if (inJoin < kCrossfade) {
+                    const float in = float(inJoin + 1) / float(kCrossfade + 1);
+                    left[i] = left[i] * in + joinLeft[std::size_t(inJoin)] * (1.0f - in);
+                    right[i] = right[i] * in + joinRight[std::size_t(inJoin)] * (1.0f - in);
+                }
+            }
+            if (!writer->write(left.data(), right.data(), std::uint32_t(want), &error))
+                throw NSXError(*error);
+            written += std::int64_t(want);
+        }
+    }
+    if (!writer->finish(&error) && !(cancelled && writer->framesWritten() == 0))
         throw NSXError(*error);
     return cancelled ? ExportOutcome::Cancelled : ExportOutcome::Written;
 }

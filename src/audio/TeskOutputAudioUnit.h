@@ -1,6 +1,7 @@
 #pragma once
 
 #include "audio/AheadRenderer.h"
+#include "audio/DecodedFrames.h"
 #include "audio/ProcessingChain.h"
 #include "audio/SongMetadata.h"
 #include "audio/TeskEqualizerSettings.h"
@@ -122,6 +123,14 @@ public:
     /// cannot be written.
     ExportOutcome writeSamples(qint64 sourceFrameCount, const QString& path,
                                const SongMetadata& metadata = {});
+    /// As `writeSamples`, for `sourceFrameCount` frames of `frames` from `location`, played
+    /// forwards: the two halves render on two chains at once, one on this thread and one on a
+    /// thread of its own, and join in a short crossfade. Takes half the time on two cores.
+    /// Export thread. Throws NSXError when the file cannot be written.
+    ExportOutcome writeSamplesInTwoParts(const DecodedFrames& frames, qint64 location,
+                                         qint64 sourceFrameCount, const QString& path,
+                                         const SongMetadata& metadata = {});
+
     /// Stops a running export after its current slice. Any thread.
     void cancelWriteToFile() { mCancelExport.store(true); }
     bool isExporting() const { return mExportingAudio.load(); }
@@ -161,6 +170,7 @@ private:
     QTimer mDeviceWatch;
     std::unique_ptr<TeskEqualizerSettings> mEqualizerSettings;
     std::unique_ptr<TeskVocalReductionEffectSettings> mVocalReductionEffectSettings;
+    ChainSource* mPlaybackSource = nullptr;
     std::atomic<bool> mCancelExport{false};
     std::atomic<bool> mExportingAudio{false};
 };

@@ -181,31 +181,71 @@ TEST(TeskExport, StartsOnTheRangesFirstFrameWithoutTheStretchersDelay) {
 }
 
 TEST(TeskExport, ProgressRisesOnTheMainThreadAndCancelStopsAfterTheSlice) {
-    QTemporaryDir folder;
-    TeskExtendedAudioFilePlayer player(MemorySong::sine(44100 * 20, 440.0, 0.5), true);
-    ProgressDelegate delegate;
-    player.setDelegate(&delegate);
-    const QString path = folder.filePath(QStringLiteral("whole.m4a"));
-    ASSERT_EQ(exportOnWorker(player, {0, 44100 * 20}, path).outcome,
-              TeskOutputAudioUnit::ExportOutcome::Written);
-    // One report per more than 22050 frames: 39 for 20 s in slices of 1024.
-    ASSERT_GE(delegate.reports.size(), 35u);
-    EXPECT_LE(delegate.reports.size(), 40u);
-    for (std::size_t i = 1; i < delegate.reports.size(); ++i)
-        EXPECT_GT(delegate.reports[i], delegate.reports[i - 1]);
-    EXPECT_LE(delegate.reports.back(), 1.0);
-    EXPECT_GT(delegate.reports.back(), 0.9);
+    // 10 s goes through the reader on one chain; 30 s renders its halves on two at once.
+    for (const int seconds : {10, 30}) {
+        SCOPED_TRACE(seconds);
+        QTemporaryDir folder;
+        const std::uint32_t frames = 44100u * std::uint32_t(seconds);
+        TeskExtendedAudioFilePlayer player(MemorySong::sine(frames, 440.0, 0.5), true);
+        ProgressDelegate delegate;
+        player.setDelegate(&delegate);
+        const QString path = folder.filePath(QStringLiteral("whole.m4a"));
+        ASSERT_EQ(exportOnWorker(player, {0, frames}, path).outcome,
+                  TeskOutputAudioUnit::ExportOutcome::Written);
+        // At most one report per 22050 frames of work (rendering both halves is more work
+        // than the file's length), and not much less often.
+        ASSERT_GE(delegate.reports.size(), std::size_t(frames / 22050 * 8 / 10));
+        EXPECT_LE(delegate.reports.size(), std::size_t(frames / 22050 * 13 / 10));
+        for (std::size_t i = 1; i < delegate.reports.size(); ++i)
+            EXPECT_GT(delegate.reports[i], delegate.reports[i - 1]);
+        EXPECT_LE(delegate.reports.back(), 1.0);
+        EXPECT_GT(delegate.reports.back(), 0.85);
 
-    ProgressDelegate cancelling;
-    cancelling.cancelAtFirstReport = true;
-    player.setDelegate(&cancelling);
-    const QString cancelled = folder.filePath(QStringLiteral("cancelled.aif"));
-    EXPECT_EQ(exportOnWorker(player, {0, 44100 * 20}, cancelled).outcome,
-              TeskOutputAudioUnit::ExportOutcome::Cancelled);
-    EXPECT_LE(cancelling.reports.size(), 2u); // one more may have been on its way
-    const auto back = readBack(cancelled);
-    ASSERT_TRUE(back); // what was written stays, for the caller to keep or delete
-    EXPECT_LT(back->frameCount(), 44100 * 10);
+        ProgressDelegate cancelling;
+        cancelling.cancelAtFirstReport = true;
+        player.setDelegate(&cancelling);
+        const QString cancelled = folder.filePath(QStringLiteral("cancelled.aif"));
+        EXPECT_EQ(exportOnWorker(player, {0, frames}, cancelled).outcome,
+                  TeskOutputAudioUnit::ExportOutcome::Cancelled);
+        EXPECT_LE(cancelling.reports.size(), 2u); // one more may have been on its way
+        const auto back = readBack(cancelled);
+        ASSERT_TRUE(back); // what was written stays, for the caller to keep or delete
+        EXPECT_LT(back->frameCount(), qint64(frames) / 2);
+    }
+}
+
+TEST(TeskExport, TwoHalvesRenderedAtOnceJoinWithoutASeam) {
+    // A steady tone through the whole chain: around the join of the halves its level and its
+    // smoothness are those of the rest of the file.
+    for (const float speed : {1.0f, 0.75f}) {
+        SCOPED_TRACE(speed);
+        QTemporaryDir folder;
+        const std::uint32_t frames = 44100 * 30;
+        TeskExtendedAudioFilePlayer player(MemorySong::sine(frames, 330.0, 0.5), true);
+        player.setPlaybackSpeed(speed);
+        player.setPlaybackPitchInSemitones(-2.0);
+        player.setEqualizerEnabled(true);
+        player.setVocalRemoval(true);
+        const QString path = folder.filePath(QStringLiteral("joined.aif"));
+        ASSERT_EQ(exportOnWorker(player, {0, frames}, path).outcome,
+                  TeskOutputAudioUnit::ExportOutcome::Written);
+        const auto back = readBack(path);
+        ASSERT_TRUE(back);
+        const auto left = leftChannel(*back);
+        const auto join = std::size_t(double(frames / 2) / double(speed));
+        const double tone = 330.0 * std::exp2(-2.0 / 12.0);
+        const auto around = std::span(left).subspan(join - 8820, 17640);
+        const auto elsewhere = std::span(left).subspan(join / 2, 17640);
+        EXPECT_NEAR(test::toneAmplitude(around, tone), test::toneAmplitude(elsewhere, tone), 0.02);
+        // The largest step between neighbouring samples: a seam would show as a jump.
+        const auto largestStep = [](std::span<const float> samples) {
+            float largest = 0.0f;
+            for (std::size_t i = 1; i < samples.size(); ++i)
+                largest = std::max(largest, std::fabs(samples[i] - samples[i - 1]));
+            return largest;
+        };
+        EXPECT_LT(largestStep(around), largestStep(elsewhere) * 1.2f);
+    }
 }
 
 TEST(TeskExport, AnUnwritableFileRaisesOnTheExportThread) {
