@@ -1,0 +1,166 @@
+#include "waveform/Waveform.h"
+
+#include "support/AudioFiles.h"
+#include "support/MemorySong.h"
+#include "support/Signals.h"
+
+#include <QCoreApplication>
+#include <QFile>
+#include <QTemporaryDir>
+#include <QTest>
+#include <QThread>
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <thread>
+
+namespace {
+
+using namespace tesk;
+using test::MemorySong;
+
+/// Notes what the waveform says, and flags a message off the main thread or out of order.
+struct Recorder : WaveformDelegate {
+    int scansBegun = 0;
+    qint64 lengthAtBegin = -1;
+    std::vector<FrameRange> ranges;
+    bool misplaced = false;
+
+    void waveformDidBeginScanningFile(Waveform* waveform) override {
+        misplaced |= QThread::currentThread() != qApp->thread() || !ranges.empty();
+        ++scansBegun;
+        lengthAtBegin = waveform->totalFrameCount();
+    }
+    void waveformHasAvailableFrames(Waveform* waveform, FrameRange frames) override {
+        const qint64 end = ranges.empty() ? 0 : ranges.back().location + ranges.back().length;
+        misplaced |= QThread::currentThread() != qApp->thread() || scansBegun != 1 ||
+                     frames.location != end ||
+                     waveform->availableFrameCount() != end + frames.length;
+        ranges.push_back(frames);
+    }
+};
+
+bool waitForScanEnd(const Waveform& waveform) {
+    return QTest::qWaitFor([&] { return !waveform.isScanning(); }, 20000);
+}
+
+TEST(Waveform, SummarisesInFileOrderOnTheMainThreadAsTheSongDecodes) {
+    // Every frame's magnitude is its own index, so each bin's peak is its last frame.
+    const qint64 frames = 2 * 88200 + 5013;
+    const auto song = MemorySong::counting(frames);
+    song->decodeOnlyUpTo(100000);
+    Recorder recorder;
+    Waveform waveform(song, QUrl(), &recorder);
+    EXPECT_EQ(recorder.scansBegun, 0) << "told before the main thread's event loop ran";
+    ASSERT_TRUE(QTest::qWaitFor([&] { return recorder.ranges.size() == 1; }));
+    QTest::qWait(50);
+    EXPECT_EQ(recorder.ranges.size(), 1u) << "a block of frames not decoded yet";
+    song->finishDecoding();
+    ASSERT_TRUE(waitForScanEnd(waveform));
+
+    EXPECT_FALSE(recorder.misplaced);
+    EXPECT_EQ(recorder.lengthAtBegin, frames);
+    EXPECT_EQ(recorder.ranges,
+              (std::vector<FrameRange>{{0, 88200}, {88200, 88200}, {176400, 5013}}));
+    const auto& blocks = waveform.waveformBlocks();
+    ASSERT_EQ(blocks.size(), 3u);
+    EXPECT_EQ(blocks[1].pointBuffer()->front(), (WaveformPoint{88225.0f, 88249.0f}));
+    // 100 bins and one of 13 frames, centred on them.
+    EXPECT_EQ(blocks[2].pointBuffer()->size(), 101u);
+    EXPECT_EQ(blocks[2].pointBuffer()->back(), (WaveformPoint{181406.0f, float(frames - 1)}));
+}
+
+TEST(Waveform, DrawsFromBaseLineToBaseLineAtAboutOneVertexPerPoint) {
+    const qint64 frames = 10 * 88200 + 777;
+    Waveform waveform(MemorySong::sine(frames, 440.0, 0.5), QUrl(), nullptr);
+    ASSERT_TRUE(waitForScanEnd(waveform));
+    // Zoom 0 shows 50 × (maximum + 1) frames a point, rounded; zoom 1 one bin of 50.
+    EXPECT_EQ(waveform.sampleFromPoint(10.5f, 9.3, 0.0), 5407);
+    EXPECT_EQ(waveform.pointFromSample(5150, 9.3, 0.0), 10.0f);
+    EXPECT_EQ(waveform.sampleFromPoint(10.5f, 9.3, 1.0), 525);
+    EXPECT_EQ(waveform.blockIndexForPoint(1764.0f, 9.3, 1.0), 1);
+    EXPECT_EQ(waveform.blockIndexForPoint(-1.0f, 9.3, 1.0), Waveform::NSNotFound);
+
+    // The whole song across a 400-point view at zoom 0, as the view sets its maximum zoom.
+    const double maximumZoom = double(frames) / (400.0 * 50.0) - 1.0;
+    const auto whole = waveform.createPathForRect({0, 0, 400, 100}, maximumZoom, 0.0);
+    ASSERT_TRUE(whole);
+    const int last = whole->elementCount() - 1;
+    EXPECT_EQ(QPointF(whole->elementAt(0)), QPointF(0.5, 0.0));
+    EXPECT_EQ(QPointF(whole->elementAt(last)), QPointF(399.5, 0.0));
+    EXPECT_NEAR(last, 400, 20) << "one vertex a point";
+    for (int i = 1; i < last; ++i)
+        ASSERT_NEAR(whole->elementAt(i).y, 0.5, 0.01) << i;
+
+    // At zoom 1 every bin is a vertex; past the song nothing; a rect from the last block to
+    // past the song is drawn to the song's end.
+    const auto close = waveform.createPathForRect({3600, 0, 20, 100}, maximumZoom, 1.0);
+    ASSERT_TRUE(close);
+    EXPECT_EQ(close->elementCount(), 1764 + 2);
+    const float end = float(frames) / 50.0f;
+    EXPECT_FALSE(waveform.createPathForRect({end + 1, 0, 100, 100}, maximumZoom, 1.0));
+    const auto tail = waveform.createPathForRect({end - 5, 0, 100, 100}, maximumZoom, 1.0);
+    ASSERT_TRUE(tail);
+    EXPECT_EQ(tail->elementCount(), 16 + 2);
+    EXPECT_EQ(QPointF(tail->elementAt(17)), QPointF(std::floor((frames - 1) / 50.0) + 0.5, 0.0));
+}
+
+TEST(Waveform, EmptyUnreadableAndCutOffSongsBeginTheScanAndDrawOnlyWhatDecoded) {
+    QTemporaryDir folder;
+    const QString wav = folder.filePath("song.wav");
+    const QString garbage = folder.filePath("garbage.mp3");
+    ASSERT_TRUE(test::writeWav(wav, {test::sine(1000, 0.2, 100000), test::sine(1000, 0.2, 100000)},
+                               44100, test::WavSampleFormat::Int16));
+    // Cut off in the middle: the header still claims 100000 frames.
+    ASSERT_TRUE(QFile(wav).resize(44 + 4 * 60000));
+    QFile file(garbage);
+    ASSERT_TRUE(file.open(QIODevice::WriteOnly) && file.write(QByteArray(5000, 'x')) == 5000);
+    file.close();
+
+    Recorder silent, unreadable, cutOff;
+    Waveform fromEmpty(std::make_shared<MemorySong>(std::vector<float>{}, std::vector<float>{}),
+                       QUrl(), &silent);
+    Waveform fromGarbage(QUrl::fromLocalFile(garbage), &unreadable);
+    Waveform fromCutOff(QUrl::fromLocalFile(wav), &cutOff);
+    for (const Waveform* waveform : {&fromEmpty, &fromGarbage, &fromCutOff})
+        ASSERT_TRUE(waitForScanEnd(*waveform));
+    for (const Recorder* recorder : {&silent, &unreadable}) {
+        EXPECT_EQ(recorder->scansBegun, 1);
+        EXPECT_EQ(recorder->lengthAtBegin, 0);
+        EXPECT_TRUE(recorder->ranges.empty());
+    }
+    EXPECT_FALSE(fromGarbage.createPathForRect({0, 0, 100, 100}, 0.0, 1.0));
+
+    EXPECT_FALSE(cutOff.misplaced);
+    EXPECT_EQ(cutOff.ranges, (std::vector<FrameRange>{{0, 60000}}));
+    EXPECT_FALSE(fromCutOff.createPathForRect({1200, 0, 100, 100}, 0.0, 1.0));
+    const auto drawn = fromCutOff.createPathForRect({1000, 0, 1000, 100}, 0.0, 1.0);
+    ASSERT_TRUE(drawn);
+    EXPECT_EQ(QPointF(drawn->elementAt(drawn->elementCount() - 1)), QPointF(1199.5, 0.0));
+    EXPECT_NEAR(drawn->elementAt(1).y, 0.2, 0.001);
+}
+
+TEST(Waveform, StoppingEndsTheScanAtOnceAndNothingMoreArrives) {
+    // Stopped while waiting for decoding: the decoder never catches up.
+    const auto song = MemorySong::sine(5 * 88200, 440.0, 0.5);
+    song->decodeOnlyUpTo(100000);
+    Recorder waiting;
+    Waveform waveform(song, QUrl(), &waiting);
+    ASSERT_TRUE(QTest::qWaitFor([&] { return waiting.ranges.size() == 1; }));
+    waveform.stop();
+    EXPECT_FALSE(waveform.isScanning());
+    song->finishDecoding();
+    QTest::qWait(50);
+    EXPECT_EQ(waiting.ranges.size(), 1u);
+
+    // Stopped while the worker waits on a hand-over that the main thread has not run: the
+    // queued message is dropped rather than delivered or waited for.
+    Recorder handingOver;
+    Waveform blocked(MemorySong::sine(88200, 440.0, 0.5), QUrl(), &handingOver);
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    blocked.stop();
+    QTest::qWait(20);
+    EXPECT_EQ(handingOver.scansBegun, 0);
+}
+
+} // namespace
