@@ -1,5 +1,7 @@
 #include "audio/SongMetadataReader.h"
 
+#include "audio/FfmpegLogging.h"
+
 extern "C" {
 #include <libavcodec/avcodec.h>
 #include <libavformat/avformat.h>
@@ -68,6 +70,7 @@ const AVStream* coverStream(const AVFormatContext& context) {
 } // namespace
 
 std::optional<SongMetadata> readSongMetadata(const QString& path) {
+    quietFfmpegLogging();
     // "file:" keeps FFmpeg from reading a colon in the path as the name of a protocol.
     const QByteArray url = "file:" + QFile::encodeName(path);
     AVFormatContext* opened = nullptr;

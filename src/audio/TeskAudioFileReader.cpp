@@ -171,8 +171,9 @@ void TeskAudioFileReader::run() {
 }
 
 bool TeskAudioFileReader::fillBlock(Plan& plan, Block& block) {
-    const std::int64_t decoded = mFrames->decodedFrameCount();
+    // Finished first: once it is, the decoded count read after it is final.
     const bool finished = mFrames->isDecodingFinished();
+    const std::int64_t decoded = mFrames->decodedFrameCount();
     const std::int64_t total =
         finished ? mFrames->frameCount() : std::numeric_limits<std::int64_t>::max();
     const std::int64_t loopStart = plan.range.location;

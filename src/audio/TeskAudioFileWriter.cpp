@@ -1,5 +1,7 @@
 #include "audio/TeskAudioFileWriter.h"
 
+#include "audio/FfmpegLogging.h"
+
 #include "diagnostics/TeskAssert.h"
 
 extern "C" {
@@ -149,6 +151,7 @@ std::unique_ptr<TeskAudioFileWriter> TeskAudioFileWriter::create(const QString& 
                                                                  ExportFormat format,
                                                                  const SongMetadata& metadata,
                                                                  std::optional<TeskError>* error) {
+    quietFfmpegLogging();
     std::unique_ptr<TeskAudioFileWriter> writer(new TeskAudioFileWriter(path, format));
     if (std::optional<TeskError> failure = writer->open(metadata)) {
         if (error)

@@ -1,5 +1,7 @@
 #include "audio/TeskExtendedAudioFile.h"
 
+#include "audio/FfmpegLogging.h"
+
 #include "audio/SongCache.h"
 #include "audio/SongDecoder.h"
 #include "audio/SongFileError.h"
@@ -11,6 +13,7 @@ namespace tesk {
 
 std::unique_ptr<TeskExtendedAudioFile>
 TeskExtendedAudioFile::openForPlayback(const QString& path, std::optional<TeskError>* error) {
+    quietFfmpegLogging();
     std::optional<TeskError> failure;
     std::unique_ptr<SongDecoder> decoder = SongDecoder::open(path, &failure);
     std::unique_ptr<SongCache> cache;

@@ -282,7 +282,9 @@ TeskExtendedAudioFilePlayer::writeSamplesInRange(LoopRange range, const QString&
                                                         path, mSongMetadata);
     }
     mDone = false;
-    mFileReader.setCurrentFrame(range.location);
+    // Played backwards, the range is heard from its last frame down to its first.
+    mFileReader.setCurrentFrame(mFileReader.isReverse() ? qint64(range.location) + range.length
+                                                        : qint64(range.location));
     mFileReader.start();
     mExportFramesLeft = range.length;
     struct Restore {

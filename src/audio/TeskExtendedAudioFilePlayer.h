@@ -95,11 +95,11 @@ public:
     qint64 totalFrames() const;
     float maxTime() const;
 
-    /// Renders the source frames of `range` (from its location, in the reader's direction,
-    /// looping as the reader does) through the chain into a file whose type its extension
-    /// chooses, tagged with the song's metadata, as TeskOutputAudioUnit::writeSamples does.
-    /// Progress reaches the delegate on the main thread. Playback must be stopped.
-    /// Export thread. Throws NSXError when the file cannot be written.
+    /// Renders the source frames of `range` (from its first frame, or from its last when playing
+    /// backwards; looping as the reader does) through the chain into a file whose type its
+    /// extension chooses, tagged with the song's metadata, as TeskOutputAudioUnit::writeSamples
+    /// does. Progress reaches the delegate on the main thread. Playback must be stopped. Export
+    /// thread. Throws NSXError when the file cannot be written.
     TeskOutputAudioUnit::ExportOutcome writeSamplesInRange(LoopRange range, const QString& path);
     /// Stops a running export after its current slice. Any thread.
     void cancelWriteToFile();

@@ -1,0 +1,438 @@
+#include "app/RenderCommand.h"
+
+#include "app/SongPart.h"
+
+#include "audio/SongMetadataReader.h"
+#include "audio/TeskEqualizerSettings.h"
+#include "audio/TeskExtendedAudioFile.h"
+#include "audio/TeskVocalReductionEffectSettings.h"
+#include "diagnostics/NSXReturnThrowError.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QRandomGenerator>
+#include <atomic>
+#include <cerrno>
+#include <cmath>
+#include <csignal>
+#include <cstdio>
+#include <cstring>
+#include <fcntl.h>
+#include <filesystem>
+#include <unistd.h>
+
+namespace tesk {
+namespace {
+
+constexpr double kEngineRate = 44100.0;
+constexpr int kPollMilliseconds = 50;
+/// The bar's clock and the playback status move on every fifth poll.
+constexpr int kPollsPerRedraw = 5;
+/// The end of the song is reported when the reader hands over its last frame, which is still
+/// the renderer's ring (about 0.1 s) and the device's buffer away from being heard.
+constexpr int kDrainMilliseconds = 300;
+
+/// The signal that asked us to stop, or 0. Written only by the handler: a lock-free atomic is
+/// all a handler may touch; the main thread polls it.
+std::atomic<int> gInterruptSignal{0};
+static_assert(std::atomic<int>::is_always_lock_free);
+
+extern "C" void onInterruptSignal(int signal) {
+    gInterruptSignal.store(signal, std::memory_order_relaxed);
+}
+
+/// Creates an empty file beside `target` named ".NAME.tmp-XXXXXX.EXT": hidden, unique, and
+/// ending in the same extension, which is what chooses the export's format. Returns its path,
+/// or empty with the reason in `error`.
+QString createTemporaryBeside(const QString& target, QString* error) {
+    const QFileInfo info(target);
+    const QString stem =
+        info.dir().filePath(QLatin1Char('.') + info.completeBaseName() + QStringLiteral(".tmp-"));
+    constexpr int kAttempts = 100;
+    for (int attempt = 0; attempt < kAttempts; ++attempt) {
+        // Six base-36 digits.
+        const QString tag = QString::number(QRandomGenerator::global()->bounded(2176782336u), 36)
+                                .rightJustified(6, QLatin1Char('0'));
+        const QString path = stem + tag + QLatin1Char('.') + info.suffix();
+        // O_EXCL: never reuse a file someone else has; 0666 lets the umask decide, as for any
+        // file the user makes.
+        const int fd = ::open(QFile::encodeName(path).constData(),
+                              O_CREAT | O_EXCL | O_WRONLY | O_CLOEXEC, 0666);
+        if (fd >= 0) {
+            ::close(fd);
+            return path;
+        }
+        if (errno != EEXIST) {
+            *error = QString::fromLocal8Bit(std::strerror(errno));
+            return {};
+        }
+    }
+    *error = QStringLiteral("no free temporary name in %1").arg(info.dir().path());
+    return {};
+}
+
+std::filesystem::path fileSystemPath(const QString& path) {
+    return std::filesystem::path(QFile::encodeName(path).toStdString());
+}
+
+} // namespace
+
+RenderCommand::RenderCommand(RenderOptions options, QObject* parent)
+    : QObject(parent)
+    , mOptions(std::move(options))
+    , mProgress(RenderProgress::styleFor(stderr, mOptions.quiet), stderr) {
+    mPollTimer.setInterval(kPollMilliseconds);
+    connect(&mPollTimer, &QTimer::timeout, this, &RenderCommand::poll);
+    mDrainTimer.setSingleShot(true);
+    mDrainTimer.setInterval(kDrainMilliseconds);
+    connect(&mDrainTimer, &QTimer::timeout, this, [this] {
+        mPlaying = false;
+        mPlayer->stopFilePlaying();
+        showPlaybackStatus(mOptions.speed < 0.0f ? 0 : mPlayer->totalFrames());
+        mProgress.endLine();
+        finish(kRenderDone);
+    });
+}
+
+RenderCommand::~RenderCommand() {
+    mCancelRequested = true;
+    if (mPlayer)
+        mPlayer->cancelWriteToFile();
+    if (mFile)
+        mFile->stopDecoding();
+    if (mWorker.joinable())
+        mWorker.join();
+    if (mPlayer)
+        mPlayer->setDelegate(nullptr);
+}
+
+void RenderCommand::installInterruptHandlers() {
+    struct sigaction action = {};
+    action.sa_handler = onInterruptSignal;
+    sigemptyset(&action.sa_mask);
+    // One request to stop is a polite one; the second is not waited on.
+    action.sa_flags = SA_RESETHAND;
+    sigaction(SIGINT, &action, nullptr);
+    sigaction(SIGTERM, &action, nullptr);
+}
+
+int RenderCommand::exec() {
+    std::optional<TeskError> error;
+    mFile = TeskExtendedAudioFile::openForPlayback(mOptions.inputPath, &error);
+    if (!mFile) {
+        reportError(error ? error->localizedDescription()
+                          : QStringLiteral("cannot read %1").arg(mOptions.inputPath));
+        return kRenderInputUnreadable;
+    }
+    mPollTimer.start();
+    if (mOptions.info)
+        showInfo();
+    else if (!mOptions.outputPath.isEmpty())
+        exportSong();
+    else
+        playSong();
+    if (!mExitCode)
+        mLoop.exec();
+    mPollTimer.stop();
+    return mExitCode.value_or(kRenderInterrupted);
+}
+
+void RenderCommand::finish(int exitCode) {
+    if (mExitCode)
+        return;
+    mExitCode = exitCode;
+    mLoop.exit(exitCode);
+}
+
+void RenderCommand::reportError(const QString& message) {
+    mProgress.endLine();
+    std::fputs(("tesk-render: " + message + '\n').toLocal8Bit().constData(), stderr);
+    std::fflush(stderr);
+}
+
+void RenderCommand::warnAboutDecoding() {
+    if (const auto error = mFile->decodingError())
+        reportError(QStringLiteral("warning: %1").arg(error->localizedDescription()));
+}
+
+void RenderCommand::runInBackground(std::function<WorkResult()> work,
+                                    void (RenderCommand::*done)(const WorkResult&)) {
+    mWorker = std::thread([this, work = std::move(work), done] {
+        const WorkResult result = work();
+        QMetaObject::invokeMethod(
+            this,
+            [this, result, done] {
+                mWorker.join();
+                (this->*done)(result);
+            },
+            Qt::QueuedConnection);
+    });
+}
+
+// --- Info -----------------------------------------------------------------------------------
+
+void RenderCommand::showInfo() {
+    // The length is only exact once everything is decoded.
+    runInBackground(
+        [this] {
+            mFile->waitUntilDecoded();
+            return WorkResult{};
+        },
+        &RenderCommand::infoDidEnd);
+}
+
+void RenderCommand::infoDidEnd(const WorkResult&) {
+    if (mInterrupted) {
+        reportError(QStringLiteral("interrupted"));
+        finish(kRenderInterrupted);
+        return;
+    }
+    warnAboutDecoding();
+    const SongFileInfo info = mFile->info();
+    QString text = QStringLiteral("frames: %1\nduration: %2 s\nsample rate: %3 Hz\nchannels: "
+                                  "%4\ncodec: %5\n")
+                       .arg(info.frameCount)
+                       .arg(info.durationSeconds, 0, 'f', 3)
+                       .arg(info.sourceSampleRate, 0, 'g', 10)
+                       .arg(info.sourceChannels)
+                       .arg(info.codecName);
+    if (const auto metadata = readSongMetadata(mOptions.inputPath)) {
+        const std::pair<const char*, QString> tags[] = {
+            {"title", metadata->title}, {"artist", metadata->artist}, {"album", metadata->album}};
+        for (const auto& [key, value] : tags)
+            if (!value.isEmpty())
+                text += QStringLiteral("%1: %2\n").arg(QLatin1String(key), value);
+    }
+    std::fputs(text.toLocal8Bit().constData(), stdout);
+    std::fflush(stdout);
+    finish(kRenderDone);
+}
+
+// --- Export ---------------------------------------------------------------------------------
+
+void RenderCommand::exportSong() {
+    if (QFileInfo(mOptions.outputPath).isDir()) {
+        reportError(QStringLiteral("cannot write %1: it is a folder").arg(mOptions.outputPath));
+        finish(kRenderOutputUnwritable);
+        return;
+    }
+    // Everything is written into a file of our own first, so that whatever was at OUTPUT
+    // survives a failed or cancelled export.
+    QString error;
+    mTemporaryPath = createTemporaryBeside(mOptions.outputPath, &error);
+    if (mTemporaryPath.isEmpty()) {
+        reportError(QStringLiteral("cannot write %1: %2").arg(mOptions.outputPath, error));
+        finish(kRenderOutputUnwritable);
+        return;
+    }
+    mPlayer = std::make_unique<TeskExtendedAudioFilePlayer>(mFile, true, mOptions.quality);
+    configurePlayer();
+    mPlayer->setSongMetadata(readSongMetadata(mOptions.inputPath).value_or(SongMetadata{}));
+    mPlayer->setDelegate(this);
+    mExporting = true;
+    mProgress.showExport(0.0);
+    runInBackground([this] { return runExport(); }, &RenderCommand::exportDidEnd);
+}
+
+RenderCommand::WorkResult RenderCommand::runExport() {
+    // The export needs the song's exact length, and decoding is far quicker than rendering.
+    mFile->waitUntilDecoded();
+    if (mCancelRequested)
+        return {kRenderInterrupted, {}};
+    const qint64 totalFrames = mFile->frameCount();
+    if (mFile->decodedFrameCount() == 0) {
+        const auto error = mFile->decodingError();
+        return {kRenderInputUnreadable,
+                error ? error->localizedDescription()
+                      : QStringLiteral("no sound in %1").arg(mOptions.inputPath)};
+    }
+    QString error;
+    const auto frames = framesToPlay(totalFrames, &error);
+    if (!frames)
+        return {kRenderBadUsage, error};
+    // Backwards, the reader's position is the boundary below which it plays: the end.
+    const LoopRange range{std::uint32_t(frames->first),
+                          std::uint32_t(frames->second - frames->first)};
+    try {
+        switch (mPlayer->writeSamplesInRange(range, mTemporaryPath)) {
+        case TeskOutputAudioUnit::ExportOutcome::Written:
+            return {kRenderDone, {}};
+        case TeskOutputAudioUnit::ExportOutcome::Cancelled:
+            return {kRenderInterrupted, {}};
+        case TeskOutputAudioUnit::ExportOutcome::Ignored:
+            break;
+        }
+        return {kRenderBadUsage,
+                QStringLiteral("OUTPUT must end in .aif or .m4a: %1").arg(mOptions.outputPath)};
+    } catch (const NSXError& exception) {
+        // The writer names the file it was given; the user knows it as OUTPUT.
+        QString reason = exception.error().localizedDescription();
+        reason.replace(QFileInfo(mTemporaryPath).fileName(),
+                       QFileInfo(mOptions.outputPath).fileName());
+        return {kRenderOutputUnwritable,
+                QStringLiteral("cannot write %1: %2").arg(mOptions.outputPath, reason)};
+    } catch (const std::exception& exception) {
+        return {kRenderOutputUnwritable,
+                QStringLiteral("cannot write %1: %2")
+                    .arg(mOptions.outputPath, QString::fromLocal8Bit(exception.what()))};
+    }
+}
+
+void RenderCommand::exportDidEnd(const WorkResult& result) {
+    mExporting = false;
+    // Progress still on its way from the player would redraw the finished bar.
+    mPlayer->setDelegate(nullptr);
+    int exitCode = mInterrupted ? kRenderInterrupted : result.exitCode;
+    QString message = result.message;
+    std::error_code error;
+    const std::filesystem::path temporary = fileSystemPath(mTemporaryPath);
+    const std::filesystem::path output = fileSystemPath(mOptions.outputPath);
+    if (exitCode == kRenderDone) {
+        // A replaced file keeps who may read it.
+        const auto status = std::filesystem::status(output, error);
+        if (!error && std::filesystem::exists(status))
+            std::filesystem::permissions(temporary, status.permissions(), error);
+        error.clear();
+        std::filesystem::rename(temporary, output, error);
+        if (error) {
+            exitCode = kRenderOutputUnwritable;
+            message = QStringLiteral("cannot write %1: %2")
+                          .arg(mOptions.outputPath, QString::fromStdString(error.message()));
+        }
+    }
+    if (exitCode != kRenderDone)
+        std::filesystem::remove(temporary, error);
+
+    if (exitCode == kRenderDone)
+        mProgress.finishExport();
+    if (!message.isEmpty())
+        reportError(message);
+    if (exitCode == kRenderInterrupted)
+        reportError(QStringLiteral("interrupted; %1 was not written").arg(mOptions.outputPath));
+    warnAboutDecoding();
+    finish(exitCode);
+}
+
+std::optional<std::pair<qint64, qint64>> RenderCommand::framesToPlay(qint64 totalFrames,
+                                                                     QString* error) const {
+    if (!mOptions.range)
+        return std::pair{qint64(0), totalFrames};
+    const qint64 first = std::llround(mOptions.range->start * kEngineRate);
+    const qint64 end =
+        std::min(totalFrames, qint64(std::llround(mOptions.range->end * kEngineRate)));
+    if (first >= end) {
+        *error = QStringLiteral("--range starts after the end of the song (%1 s)")
+                     .arg(double(totalFrames) / kEngineRate, 0, 'f', 3);
+        return std::nullopt;
+    }
+    return std::pair{first, end};
+}
+
+// --- Playback -------------------------------------------------------------------------------
+
+void RenderCommand::playSong() {
+    // While the song decodes its length is the container's estimate, close enough to place
+    // the range.
+    QString error;
+    const auto frames = framesToPlay(mFile->frameCount(), &error);
+    if (!frames) {
+        reportError(error);
+        finish(kRenderBadUsage);
+        return;
+    }
+    std::shared_ptr<const DecodedFrames> song = mFile;
+    if (mOptions.range) {
+        song = std::make_shared<SongPart>(mFile, frames->first, frames->second);
+        mPartOffset = frames->first;
+    }
+    mPlayer = std::make_unique<TeskExtendedAudioFilePlayer>(song, false, mOptions.quality);
+    configurePlayer();
+    mPlayer->setDelegate(this);
+    // Backwards, the position is the boundary below which the reader plays: the end.
+    mPlayer->setCurrentFrame(mOptions.speed < 0.0f ? mPlayer->totalFrames() : 0);
+    mPlayer->startFilePlaying();
+    // Playing on silently keeps the status line, the timing and the exit codes what they
+    // would be with sound, which a script checking a song can rely on.
+    if (!mPlayer->outputAudioUnit()->hasSoundOutput())
+        reportError(QStringLiteral("no sound device (%1); playing silently")
+                        .arg(mPlayer->outputAudioUnit()->noSoundReason()));
+    mPlaying = true;
+    showPlaybackStatus(mPlayer->currentFrame());
+}
+
+void RenderCommand::showPlaybackStatus(qint64 frame) {
+    const auto seconds = [this](qint64 partFrame) {
+        return double(mPartOffset + partFrame) / kEngineRate;
+    };
+    const qint64 total = mPlayer->totalFrames();
+    const bool backwards = mOptions.speed < 0.0f;
+    mProgress.showPlayback(seconds(frame), seconds(backwards ? total : 0),
+                           seconds(backwards ? 0 : total), mOptions.speed, mOptions.pitchSemitones);
+}
+
+void RenderCommand::audioFilePlayerDidReachEndOfFile(TeskExtendedAudioFilePlayer*) {
+    if (mReachedEnd || !mPlaying)
+        return;
+    mReachedEnd = true;
+    mDrainTimer.start();
+}
+
+void RenderCommand::audioFilePlayerUpdatedExportWithProgress(TeskExtendedAudioFilePlayer*,
+                                                             double progress) {
+    mProgress.showExport(progress);
+}
+
+// --- Both -----------------------------------------------------------------------------------
+
+void RenderCommand::configurePlayer() {
+    mPlayer->setPlaybackSpeed(mOptions.speed);
+    mPlayer->setPlaybackPitchInSemitones(mOptions.pitchSemitones);
+    mPlayer->setPlaybackLevel(mOptions.level);
+    if (mOptions.equalizerBands) {
+        TeskEqualizerSettings settings;
+        settings.setBands(*mOptions.equalizerBands);
+        mPlayer->setEqualizerSettings(&settings);
+        mPlayer->setEqualizerEnabled(true);
+    }
+    if (mOptions.vocalBand) {
+        TeskVocalReductionEffectSettings settings;
+        settings.setLowFrequency(mOptions.vocalBand->low);
+        settings.setHighFrequency(mOptions.vocalBand->high);
+        mPlayer->setVocalReductionEffectSettings(&settings);
+        mPlayer->setVocalRemoval(true);
+    }
+    if (mOptions.panAdjust) {
+        mPlayer->setPanAmount(mOptions.panAmount);
+        mPlayer->setOutOfPhase(mOptions.outOfPhase);
+        mPlayer->setPanAdjust(true);
+    }
+}
+
+void RenderCommand::poll() {
+    if (!mInterrupted && gInterruptSignal.load(std::memory_order_relaxed) != 0) {
+        mInterrupted = true;
+        mCancelRequested = true;
+        // Lets an export or --info still waiting for the decoder go at once.
+        mFile->stopDecoding();
+        if (mPlaying) {
+            mPlaying = false;
+            mPlayer->stopFilePlaying();
+            reportError(QStringLiteral("interrupted"));
+            finish(kRenderInterrupted);
+            return;
+        }
+    }
+    // Repeated while the export runs: one that had not begun yet when the first cancel came
+    // would clear it as it starts.
+    if (mInterrupted && mExporting)
+        mPlayer->cancelWriteToFile();
+    if (++mPolls % kPollsPerRedraw != 0)
+        return;
+    if (mExporting)
+        mProgress.tick();
+    else if (mPlaying && !mReachedEnd)
+        showPlaybackStatus(mPlayer->currentFrame());
+}
+
+} // namespace tesk

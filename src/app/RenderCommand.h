@@ -1,0 +1,104 @@
+#pragma once
+
+#include "app/RenderOptions.h"
+#include "app/RenderProgress.h"
+#include "audio/TeskExtendedAudioFilePlayer.h"
+
+#include <QEventLoop>
+#include <QObject>
+#include <QTimer>
+#include <atomic>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <thread>
+
+namespace tesk {
+
+class TeskExtendedAudioFile;
+
+/// The work of `tesk-render` once its command line is read: opens INPUT, then prints what it
+/// reads (--info), exports it through the player into OUTPUT, or plays it through the sound
+/// device. Errors go to standard error as one line starting "tesk-render: ".
+///
+/// An export renders into a temporary file beside OUTPUT, on a thread of its own so that the
+/// main thread can show progress and answer Ctrl-C, and only a complete file is renamed over
+/// OUTPUT.
+///
+/// Main thread, with a QCoreApplication.
+class RenderCommand : public QObject, private TeskExtendedAudioFilePlayerDelegate {
+    Q_OBJECT
+
+public:
+    explicit RenderCommand(RenderOptions options, QObject* parent = nullptr);
+    ~RenderCommand() override;
+
+    /// Makes SIGINT and SIGTERM ask the running command to stop (a second SIGINT ends the
+    /// program at once). Call once, before `exec`.
+    static void installInterruptHandlers();
+
+    /// Does the work and returns the exit code (RenderExitCode).
+    int exec();
+
+private:
+    /// What the work thread hands back.
+    struct WorkResult {
+        int exitCode = kRenderDone;
+        QString message;
+    };
+
+    void showInfo();
+    void infoDidEnd(const WorkResult& result);
+    void exportSong();
+    /// Export thread: waits for the whole song, then renders it into the temporary file.
+    WorkResult runExport();
+    void exportDidEnd(const WorkResult& result);
+    void playSong();
+    /// The status line at `frame` of what the player plays.
+    void showPlaybackStatus(qint64 frame);
+    /// The options' speed, pitch, level and effects.
+    void configurePlayer();
+    /// The frames [first, end) of the song to play: all of them, or the range clipped to the
+    /// song; null, with `error` set, when the range starts after the song's end.
+    std::optional<std::pair<qint64, qint64>> framesToPlay(qint64 totalFrames, QString* error) const;
+    /// Runs `work` on the work thread, then `done` with its result on the main thread.
+    void runInBackground(std::function<WorkResult()> work,
+                         void (RenderCommand::*done)(const WorkResult&));
+    /// Every few milliseconds: looks for an interrupt and moves the display on.
+    void poll();
+    /// Ends the event loop with `exitCode`; the first call wins.
+    void finish(int exitCode);
+    /// "tesk-render: `message`" on a line of its own.
+    void reportError(const QString& message);
+    void warnAboutDecoding();
+
+    void audioFilePlayerDidReachEndOfFile(TeskExtendedAudioFilePlayer* player) override;
+    void audioFilePlayerUpdatedExportWithProgress(TeskExtendedAudioFilePlayer* player,
+                                                  double progress) override;
+
+    const RenderOptions mOptions;
+    std::shared_ptr<TeskExtendedAudioFile> mFile;
+    std::unique_ptr<TeskExtendedAudioFilePlayer> mPlayer;
+    RenderProgress mProgress;
+    QEventLoop mLoop;
+    std::optional<int> mExitCode;
+    QTimer mPollTimer;
+    int mPolls = 0;
+    bool mInterrupted = false;
+    /// Read by the work thread between its steps.
+    std::atomic<bool> mCancelRequested{false};
+    std::thread mWorker;
+
+    // Export.
+    QString mTemporaryPath;
+    bool mExporting = false;
+
+    // Playback.
+    bool mPlaying = false;
+    /// Where the part played (--range) starts in the song.
+    qint64 mPartOffset = 0;
+    bool mReachedEnd = false;
+    QTimer mDrainTimer;
+};
+
+} // namespace tesk

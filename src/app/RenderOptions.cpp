@@ -1,0 +1,242 @@
+#include "app/RenderOptions.h"
+
+#include "audio/TeskEqualizerSettings.h"
+#include "audio/TeskVocalReductionEffectSettings.h"
+
+#include <QCommandLineParser>
+#include <QFileInfo>
+#include <cmath>
+
+namespace tesk {
+namespace {
+
+// Written by hand rather than taken from QCommandLineParser::helpText, which prints the full
+// path the program was started with and has no room for the notes at the end.
+const char* const kHelp =
+    R"(Usage: tesk-render [OPTIONS] INPUT [OUTPUT.aif|OUTPUT.m4a]
+
+Plays INPUT through Tesk's processing chain: into OUTPUT (AIFF or AAC in M4A) when it is
+given, else through the sound device with a status line until the end or Ctrl-C.
+
+  --speed F                 speed factor, default 1; negative plays backwards
+                            (0.05 to 4 either way)
+  --pitch S                 pitch shift in semitones, -24 to 24, default 0
+  --volume G                linear level, 0 to 4, default 1
+  --range A-B               only this part of the song, in seconds (for example 12.5-31);
+                            an end past the song stops at the song's end
+  --eq NAME|G0,...,G9       flat, isolate-bass, isolate-mids, or ten gains in dB
+                            (-40 to 20), lowest band first
+  --vocal-reduction NAME|LOW-HIGH   male, female, or a band in Hz (20 to 20000)
+  --pan P                   pan amount 0 to 1, 0.5 is the centre
+  --out-of-phase            subtract instead of add in the pan mix (switches the pan mix
+                            on, at the centre unless --pan says otherwise)
+  --quality NAME            standard (the default) or light (less processor time)
+  --info                    print what Tesk reads from INPUT and exit: frames (at 44100 Hz),
+                            duration, the file's own sample rate, channels and codec
+  -q, --quiet               no progress display
+  -h, --help                this text
+
+Every effect named is switched on. INPUT may be any file FFmpeg decodes. An existing OUTPUT
+is only replaced once the new file is complete. Without a sound device, playback goes on
+silently (with a warning) so that the status line still runs.
+
+Exit codes: 0 done, 1 bad usage, 2 INPUT unreadable, 3 OUTPUT cannot be written,
+130 interrupted (Ctrl-C or SIGTERM; a second Ctrl-C stops at once).
+)";
+
+constexpr double kMinimumPitch = -24.0;
+constexpr double kMaximumPitch = 24.0;
+constexpr double kMaximumLevel = 4.0;
+// The editor shows -20 to 20 dB; deeper cuts help to isolate an instrument, larger boosts only
+// clip.
+constexpr double kMinimumBandGain = -40.0;
+constexpr double kMaximumBandGain = 20.0;
+constexpr double kMinimumFrequency = 20.0;
+constexpr double kMaximumFrequency = 20000.0;
+
+std::optional<double> parseNumber(const QString& text) {
+    bool ok = false;
+    const double value = text.trimmed().toDouble(&ok);
+    if (!ok || !std::isfinite(value))
+        return std::nullopt;
+    return value;
+}
+
+/// "A-B" with both numbers; negative numbers cannot be written, nor are they wanted.
+std::optional<std::pair<double, double>> parsePair(const QString& text) {
+    const QStringList parts = text.split(QLatin1Char('-'));
+    if (parts.size() != 2)
+        return std::nullopt;
+    const auto first = parseNumber(parts[0]);
+    const auto second = parseNumber(parts[1]);
+    if (!first || !second)
+        return std::nullopt;
+    return std::pair{*first, *second};
+}
+
+RenderCommandLine badUsage(const QString& reason) {
+    RenderCommandLine result;
+    result.action = RenderCommandLine::Action::BadUsage;
+    result.text = reason;
+    return result;
+}
+
+} // namespace
+
+RenderCommandLine parseRenderCommandLine(const QStringList& arguments) {
+    QCommandLineParser parser;
+    parser.setSingleDashWordOptionMode(QCommandLineParser::ParseAsCompactedShortOptions);
+    const QCommandLineOption speedOption(QStringLiteral("speed"), {}, QStringLiteral("F"));
+    const QCommandLineOption pitchOption(QStringLiteral("pitch"), {}, QStringLiteral("S"));
+    const QCommandLineOption volumeOption(QStringLiteral("volume"), {}, QStringLiteral("G"));
+    const QCommandLineOption rangeOption(QStringLiteral("range"), {}, QStringLiteral("A-B"));
+    const QCommandLineOption eqOption(QStringLiteral("eq"), {}, QStringLiteral("NAME"));
+    const QCommandLineOption vocalOption(QStringLiteral("vocal-reduction"), {},
+                                         QStringLiteral("NAME"));
+    const QCommandLineOption panOption(QStringLiteral("pan"), {}, QStringLiteral("P"));
+    const QCommandLineOption outOfPhaseOption(QStringLiteral("out-of-phase"));
+    const QCommandLineOption qualityOption(QStringLiteral("quality"), {}, QStringLiteral("NAME"));
+    const QCommandLineOption infoOption(QStringLiteral("info"));
+    const QCommandLineOption quietOption(QStringList{QStringLiteral("q"), QStringLiteral("quiet")});
+    const QCommandLineOption helpOption(QStringList{QStringLiteral("h"), QStringLiteral("help")});
+    parser.addOptions({speedOption, pitchOption, volumeOption, rangeOption, eqOption, vocalOption,
+                       panOption, outOfPhaseOption, qualityOption, infoOption, quietOption,
+                       helpOption});
+
+    if (!parser.parse(arguments)) {
+        // Qt's sentences end in a full stop; ours go on with a pointer to --help.
+        QString reason = parser.errorText();
+        if (reason.endsWith(QLatin1Char('.')))
+            reason.chop(1);
+        return badUsage(reason);
+    }
+    if (parser.isSet(helpOption)) {
+        RenderCommandLine result;
+        result.action = RenderCommandLine::Action::ShowHelp;
+        result.text = QString::fromUtf8(kHelp);
+        return result;
+    }
+
+    RenderOptions options;
+    const QStringList positional = parser.positionalArguments();
+    if (positional.isEmpty())
+        return badUsage(QStringLiteral("no INPUT given"));
+    if (positional.size() > 2)
+        return badUsage(QStringLiteral("too many arguments: %1").arg(positional.mid(2).join(' ')));
+    options.inputPath = positional[0];
+    options.info = parser.isSet(infoOption);
+    options.quiet = parser.isSet(quietOption);
+    if (positional.size() == 2) {
+        if (options.info)
+            return badUsage(QStringLiteral("--info takes INPUT only, not an OUTPUT"));
+        options.outputPath = positional[1];
+        // Exactly these two, as the export itself understands them: "aiff" or "AIF" would
+        // otherwise be silently skipped.
+        const QString suffix = QFileInfo(options.outputPath).suffix();
+        if (suffix != QLatin1String("aif") && suffix != QLatin1String("m4a"))
+            return badUsage(
+                QStringLiteral("OUTPUT must end in .aif or .m4a: %1").arg(options.outputPath));
+    }
+
+    if (parser.isSet(speedOption)) {
+        const auto speed = parseNumber(parser.value(speedOption));
+        if (!speed || std::fabs(*speed) < TimePitchStage::kMinimumRate ||
+            std::fabs(*speed) > TimePitchStage::kMaximumRate)
+            return badUsage(QStringLiteral("--speed takes a factor from 0.05 to 4, negative to "
+                                           "play backwards: %1")
+                                .arg(parser.value(speedOption)));
+        options.speed = float(*speed);
+    }
+    if (parser.isSet(pitchOption)) {
+        const auto pitch = parseNumber(parser.value(pitchOption));
+        if (!pitch || *pitch < kMinimumPitch || *pitch > kMaximumPitch)
+            return badUsage(QStringLiteral("--pitch takes semitones from -24 to 24: %1")
+                                .arg(parser.value(pitchOption)));
+        options.pitchSemitones = *pitch;
+    }
+    if (parser.isSet(volumeOption)) {
+        const auto level = parseNumber(parser.value(volumeOption));
+        if (!level || *level < 0.0 || *level > kMaximumLevel)
+            return badUsage(QStringLiteral("--volume takes a linear level from 0 to 4: %1")
+                                .arg(parser.value(volumeOption)));
+        options.level = float(*level);
+    }
+    if (parser.isSet(rangeOption)) {
+        const auto range = parsePair(parser.value(rangeOption));
+        if (!range || range->first < 0.0 || range->first >= range->second)
+            return badUsage(QStringLiteral("--range takes START-END in seconds, START before "
+                                           "END (for example 12.5-31): %1")
+                                .arg(parser.value(rangeOption)));
+        options.range = SecondsRange{range->first, range->second};
+    }
+    if (parser.isSet(eqOption)) {
+        const QString value = parser.value(eqOption);
+        if (value == QLatin1String("flat"))
+            options.equalizerBands = TeskEqualizerSettings::flatPreset()->bands();
+        else if (value == QLatin1String("isolate-bass"))
+            options.equalizerBands = TeskEqualizerSettings::isolateBassPreset()->bands();
+        else if (value == QLatin1String("isolate-mids"))
+            options.equalizerBands = TeskEqualizerSettings::isolateMidsPreset()->bands();
+        else {
+            const QStringList parts = value.split(QLatin1Char(','));
+            QList<double> bands;
+            for (const QString& part : parts) {
+                const auto gain = parseNumber(part);
+                if (gain && *gain >= kMinimumBandGain && *gain <= kMaximumBandGain)
+                    bands.append(*gain);
+            }
+            if (parts.size() != TeskEqualizerSettings::kBandCount || bands.size() != parts.size())
+                return badUsage(QStringLiteral("--eq takes flat, isolate-bass, isolate-mids or "
+                                               "ten comma-separated gains from -40 to 20 dB: %1")
+                                    .arg(value));
+            options.equalizerBands = bands;
+        }
+    }
+    if (parser.isSet(vocalOption)) {
+        const QString value = parser.value(vocalOption);
+        std::unique_ptr<TeskVocalReductionEffectSettings> preset;
+        if (value == QLatin1String("male"))
+            preset = TeskVocalReductionEffectSettings::maleVocalPreset();
+        else if (value == QLatin1String("female"))
+            preset = TeskVocalReductionEffectSettings::femaleVocalPreset();
+        if (preset) {
+            options.vocalBand = FrequencyBand{preset->lowFrequency(), preset->highFrequency()};
+        } else {
+            const auto band = parsePair(value);
+            if (!band || band->first < kMinimumFrequency || band->second > kMaximumFrequency ||
+                band->first >= band->second)
+                return badUsage(QStringLiteral("--vocal-reduction takes male, female or a band "
+                                               "LOW-HIGH in Hz from 20 to 20000: %1")
+                                    .arg(value));
+            options.vocalBand = FrequencyBand{band->first, band->second};
+        }
+    }
+    if (parser.isSet(panOption)) {
+        const auto pan = parseNumber(parser.value(panOption));
+        if (!pan || *pan < 0.0 || *pan > 1.0)
+            return badUsage(QStringLiteral("--pan takes an amount from 0 to 1: %1")
+                                .arg(parser.value(panOption)));
+        options.panAdjust = true;
+        options.panAmount = *pan;
+    }
+    if (parser.isSet(outOfPhaseOption)) {
+        options.panAdjust = true;
+        options.outOfPhase = true;
+    }
+    if (parser.isSet(qualityOption)) {
+        const QString value = parser.value(qualityOption);
+        if (value == QLatin1String("standard"))
+            options.quality = TimePitchQuality::Standard;
+        else if (value == QLatin1String("light"))
+            options.quality = TimePitchQuality::Light;
+        else
+            return badUsage(QStringLiteral("--quality takes standard or light: %1").arg(value));
+    }
+
+    RenderCommandLine result;
+    result.action = RenderCommandLine::Action::Run;
+    result.options = options;
+    return result;
+}
+
+} // namespace tesk

@@ -1,0 +1,355 @@
+// tesk-render run as the program it is: its arguments, exit codes, files and messages.
+#include "audio/SongMetadataReader.h"
+#include "audio/TeskExtendedAudioFile.h"
+#include "support/AudioFiles.h"
+#include "support/Signals.h"
+
+#include <QDir>
+#include <QElapsedTimer>
+#include <QFile>
+#include <QMap>
+#include <QProcess>
+#include <QRegularExpression>
+#include <QTemporaryDir>
+#include <csignal>
+#include <filesystem>
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+
+using namespace tesk;
+using namespace tesk::test;
+
+namespace {
+
+constexpr int kTimeoutMilliseconds = 60000;
+
+struct RenderRun {
+    int exitCode = -1;
+    QString out;
+    QString err;
+};
+
+RenderRun runRender(const QStringList& arguments, QProcess* process = nullptr) {
+    QProcess local;
+    QProcess& child = process ? *process : local;
+    child.start(QStringLiteral(TESK_RENDER_PATH), arguments);
+    EXPECT_TRUE(child.waitForFinished(kTimeoutMilliseconds)) << arguments.join(' ').toStdString();
+    EXPECT_EQ(child.exitStatus(), QProcess::NormalExit);
+    return {child.exitCode(), QString::fromUtf8(child.readAllStandardOutput()),
+            QString::fromUtf8(child.readAllStandardError())};
+}
+
+/// `seconds` of stereo sine at `frequency` Hz, at `rate`, as a float WAV.
+QString writeSine(const QString& path, double frequency, double seconds, int rate = 44100) {
+    const auto frames = std::size_t(std::llround(seconds * rate));
+    const auto left = sine(frequency, 0.5, frames, rate);
+    EXPECT_TRUE(writeWav(path, {left, left}, rate));
+    return path;
+}
+
+/// Three one-second tones in a row, 440, 660 and 880 Hz, so that the part rendered can be told
+/// by its pitch.
+QString writeThreeTones(const QString& path) {
+    std::vector<float> left;
+    for (const double frequency : {440.0, 660.0, 880.0}) {
+        const auto tone = sine(frequency, 0.5, 44100);
+        left.insert(left.end(), tone.begin(), tone.end());
+    }
+    EXPECT_TRUE(writeWav(path, {left, left}, 44100));
+    return path;
+}
+
+std::unique_ptr<TeskExtendedAudioFile> readBack(const QString& path) {
+    std::optional<TeskError> error;
+    auto file = TeskExtendedAudioFile::openForPlayback(path, &error);
+    if (file)
+        file->waitUntilDecoded();
+    return file;
+}
+
+std::vector<float> leftChannel(const TeskExtendedAudioFile& file, qint64 start, qint64 count) {
+    std::vector<float> left(static_cast<std::size_t>(count));
+    std::vector<float> right(left.size());
+    left.resize(std::size_t(file.readFrames(start, count, left.data(), right.data())));
+    return left;
+}
+
+QByteArray contents(const QString& path) {
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+void writeContents(const QString& path, const QByteArray& bytes) {
+    QFile file(path);
+    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+    file.write(bytes);
+}
+
+QStringList filesIn(const QString& folder) {
+    return QDir(folder).entryList(QDir::Files | QDir::Hidden | QDir::NoDotAndDotDot, QDir::Name);
+}
+
+/// Waits until the running `process` has written `text` to standard error.
+bool waitForError(QProcess& process, const QString& text, QString& seen) {
+    QElapsedTimer clock;
+    clock.start();
+    process.waitForStarted();
+    while (!seen.contains(text) && clock.elapsed() < kTimeoutMilliseconds &&
+           process.state() == QProcess::Running) {
+        process.waitForReadyRead(100);
+        seen += QString::fromUtf8(process.readAllStandardError());
+    }
+    return seen.contains(text);
+}
+
+} // namespace
+
+TEST(TeskRender, RejectsBadUsageWithExitCodeOneAndOneLine) {
+    QTemporaryDir folder;
+    const QString input = writeSine(folder.filePath("in.wav"), 440.0, 0.2);
+    const QString out = folder.filePath("out.m4a");
+    const QList<QStringList> cases = {
+        {},
+        {input, out, "extra"},
+        {"--bogus", input},
+        {"--speed", "0", input, out},
+        {"--speed", "5", input, out},
+        {"--pitch", "25", input, out},
+        {"--volume", "-1", input, out},
+        {"--range", "5-3", input, out},
+        {"--range", "abc", input, out},
+        {"--eq", "1,2,3", input, out},
+        {"--eq", "loud", input, out},
+        {"--eq", "0,0,0,0,0,0,0,0,0,30", input, out},
+        {"--vocal-reduction", "3000-200", input, out},
+        {"--pan", "1.5", input, out},
+        {"--quality", "best", input, out},
+        {"--info", input, out},
+    };
+    for (const QStringList& arguments : cases) {
+        const RenderRun run = runRender(arguments);
+        EXPECT_EQ(run.exitCode, 1) << arguments.join(' ').toStdString();
+        EXPECT_TRUE(run.err.startsWith("tesk-render: ")) << run.err.toStdString();
+        EXPECT_EQ(run.err.count('\n'), 1) << run.err.toStdString();
+    }
+    // The extension must be exactly one of the two the export writes.
+    for (const QString name : {"out.wav", "out.aiff", "out.AIF", "out"}) {
+        const RenderRun run = runRender({input, folder.filePath(name)});
+        EXPECT_EQ(run.exitCode, 1) << name.toStdString();
+        EXPECT_TRUE(run.err.contains(".aif") && run.err.contains(".m4a")) << run.err.toStdString();
+    }
+    EXPECT_EQ(filesIn(folder.path()), QStringList{"in.wav"});
+
+    const RenderRun help = runRender({"--help"});
+    EXPECT_EQ(help.exitCode, 0);
+    EXPECT_TRUE(help.out.startsWith("Usage: tesk-render")) << help.out.toStdString();
+}
+
+TEST(TeskRender, UnreadableInputExitsTwoAndUnwritableOutputThree) {
+    QTemporaryDir folder;
+    const QString input = writeSine(folder.filePath("in.wav"), 440.0, 0.3);
+    const QString text = folder.filePath("notes.txt");
+    writeContents(text, "not a song at all\n");
+
+    for (const QString& bad : {folder.filePath("missing.wav"), text}) {
+        const RenderRun run = runRender({bad, folder.filePath("out.aif")});
+        EXPECT_EQ(run.exitCode, 2) << bad.toStdString();
+        EXPECT_TRUE(run.err.startsWith("tesk-render: ")) << run.err.toStdString();
+        EXPECT_TRUE(run.err.contains(QFileInfo(bad).fileName())) << run.err.toStdString();
+    }
+    EXPECT_EQ(runRender({"--info", text}).exitCode, 2);
+
+    // A folder that cannot exist (its parent is a file), and a folder in OUTPUT's place.
+    const RenderRun notAFolder = runRender({input, input + "/out.m4a"});
+    EXPECT_EQ(notAFolder.exitCode, 3);
+    EXPECT_TRUE(notAFolder.err.startsWith("tesk-render: cannot write"))
+        << notAFolder.err.toStdString();
+    ASSERT_TRUE(QDir(folder.path()).mkdir("taken.aif"));
+    EXPECT_EQ(runRender({input, folder.filePath("taken.aif")}).exitCode, 3);
+    EXPECT_EQ(filesIn(folder.path()), (QStringList{"in.wav", "notes.txt"}));
+}
+
+TEST(TeskRender, ExportsAifAndM4aOfTheSongsLengthOverTheSpeedWithItsTags) {
+    QTemporaryDir folder;
+    // FLAC at 48 kHz: any file FFmpeg decodes, converted to the engine's rate.
+    const QString input = folder.filePath("in.flac");
+    const auto tone = sine(440.0, 0.5, 96000, 48000.0);
+    ASSERT_TRUE(writeEncoded(input, {tone, tone}, 48000,
+                             {"-metadata", "title=Practice Tune", "-metadata", "artist=Tesk"}));
+    const qint64 sourceFrames = 88200;
+
+    struct Case {
+        QString name;
+        QStringList options;
+        double speed;
+    };
+    // A file already at OUTPUT is replaced, and who may read it stays as it was.
+    writeContents(folder.filePath("out.aif"), "an older take");
+    QFile::setPermissions(folder.filePath("out.aif"),
+                          QFile::ReadOwner | QFile::WriteOwner | QFile::ReadGroup);
+    for (const Case& c : {Case{"out.aif", {}, 1.0}, Case{"out.m4a", {"--speed", "2"}, 2.0},
+                          Case{"slow.aif", {"--speed", "-0.5", "--quality", "light"}, 0.5}}) {
+        const QString output = folder.filePath(c.name);
+        const RenderRun run = runRender(c.options + QStringList{"-q", input, output});
+        ASSERT_EQ(run.exitCode, 0) << run.err.toStdString();
+        EXPECT_FALSE(run.err.contains(QRegularExpression("\\d%"))) << run.err.toStdString();
+        const auto file = readBack(output);
+        ASSERT_TRUE(file) << c.name.toStdString();
+        // Whole slices of 1024 frames, and whatever the AAC decoder trims or pads at the ends.
+        EXPECT_NEAR(double(file->frameCount()), double(sourceFrames) / c.speed, 1100.0)
+            << c.name.toStdString();
+        const auto middle = leftChannel(*file, file->frameCount() / 4, 8820);
+        EXPECT_NEAR(toneAmplitude(middle, 440.0), 0.5, 0.1) << c.name.toStdString();
+        const auto metadata = readSongMetadata(output);
+        ASSERT_TRUE(metadata);
+        EXPECT_EQ(metadata->title, "Practice Tune");
+        EXPECT_EQ(metadata->artist, "Tesk");
+    }
+    using std::filesystem::perms;
+    EXPECT_EQ(std::filesystem::status(folder.filePath("out.aif").toStdString()).permissions(),
+              perms::owner_read | perms::owner_write | perms::group_read);
+    EXPECT_EQ(probeAudioStream(folder.filePath("out.aif"), "codec_name"), "pcm_s16be");
+    EXPECT_EQ(probeAudioStream(folder.filePath("out.m4a"), "codec_name"), "aac");
+    EXPECT_EQ(filesIn(folder.path()),
+              (QStringList{"in.flac", "in.flac.source.wav", "out.aif", "out.m4a", "slow.aif"}));
+}
+
+TEST(TeskRender, AppliesPitchVolumeAndEffectsNamedOnTheCommandLine) {
+    QTemporaryDir folder;
+    const QString input = writeSine(folder.filePath("in.wav"), 1000.0, 1.0);
+    const auto middleOf = [&](const QStringList& options) {
+        const QString output = folder.filePath("out.aif");
+        const RenderRun run = runRender(options + QStringList{"-q", input, output});
+        EXPECT_EQ(run.exitCode, 0) << run.err.toStdString();
+        const auto file = readBack(output);
+        return file ? leftChannel(*file, 11025, 22050) : std::vector<float>{};
+    };
+
+    const auto octaveUp = middleOf({"--pitch", "12", "--volume", "0.5"});
+    EXPECT_NEAR(toneAmplitude(octaveUp, 2000.0), 0.25, 0.05);
+    EXPECT_LT(toneAmplitude(octaveUp, 1000.0), 0.02);
+    // 1 kHz is the centre of a band the bass preset cuts by 20 dB.
+    EXPECT_NEAR(toneAmplitude(middleOf({"--eq", "isolate-bass"}), 1000.0), 0.05, 0.02);
+    EXPECT_NEAR(toneAmplitude(middleOf({"--eq", "0,0,0,0,0,0,0,0,0,0"}), 1000.0), 0.5, 0.05);
+    EXPECT_NEAR(toneAmplitude(middleOf({"--eq", "0,0,0,0,0,-6,0,0,0,0"}), 1000.0), 0.25, 0.03);
+    // Identical channels are all centre: the vocal reduction takes a tone inside its band away
+    // (the remover works at twice the frequencies set).
+    EXPECT_LT(rms(middleOf({"--vocal-reduction", "200-2000"})), 0.02);
+    EXPECT_NEAR(toneAmplitude(middleOf({"--vocal-reduction", "2000-4000"}), 1000.0), 0.5, 0.05);
+    // Out of phase at the centre subtracts the channels from each other: silence on the left.
+    EXPECT_LT(rms(middleOf({"--out-of-phase"})), 1e-3);
+}
+
+TEST(TeskRender, RangeExportsThatPartInEitherDirection) {
+    QTemporaryDir folder;
+    const QString input = writeThreeTones(folder.filePath("in.wav"));
+    for (const QString speed : {"1", "-1"}) {
+        const QString output = folder.filePath("part.aif");
+        const RenderRun run =
+            runRender({"-q", "--speed", speed, "--range", "1.25-1.75", input, output});
+        ASSERT_EQ(run.exitCode, 0) << run.err.toStdString();
+        const auto file = readBack(output);
+        ASSERT_TRUE(file);
+        EXPECT_NEAR(double(file->frameCount()), 22050.0, 1024.0) << speed.toStdString();
+        const auto part = leftChannel(*file, 2048, 17640);
+        EXPECT_NEAR(toneAmplitude(part, 660.0), 0.5, 0.05) << speed.toStdString();
+        EXPECT_LT(toneAmplitude(part, 440.0) + toneAmplitude(part, 880.0), 0.02);
+    }
+    // An end past the song stops at its end; a start past it is bad usage.
+    const RenderRun tail =
+        runRender({"-q", "--range", "2.5-60", input, folder.filePath("tail.m4a")});
+    EXPECT_EQ(tail.exitCode, 0) << tail.err.toStdString();
+    const auto file = readBack(folder.filePath("tail.m4a"));
+    ASSERT_TRUE(file);
+    EXPECT_NEAR(double(file->frameCount()), 22050.0, 1100.0);
+    EXPECT_EQ(runRender({"--range", "4-5", input, folder.filePath("none.aif")}).exitCode, 1);
+    EXPECT_EQ(filesIn(folder.path()), (QStringList{"in.wav", "part.aif", "tail.m4a"}));
+}
+
+TEST(TeskRender, InfoPrintsWhatTeskReadsFromTheFile) {
+    QTemporaryDir folder;
+    const QString input = folder.filePath("mono.wav");
+    ASSERT_TRUE(writeWav(input, {sine(440.0, 0.5, 72000, 48000.0)}, 48000, WavSampleFormat::Int16));
+    const RenderRun run = runRender({"--info", input});
+    ASSERT_EQ(run.exitCode, 0) << run.err.toStdString();
+    EXPECT_TRUE(run.err.isEmpty()) << run.err.toStdString();
+    QMap<QString, QString> fields;
+    for (const QString& line : run.out.split('\n', Qt::SkipEmptyParts))
+        fields.insert(line.section(": ", 0, 0), line.section(": ", 1));
+    EXPECT_EQ(fields.value("frames"), "66150"); // 1.5 s at 44100 Hz
+    EXPECT_EQ(fields.value("duration"), "1.500 s");
+    EXPECT_EQ(fields.value("sample rate"), "48000 Hz");
+    EXPECT_EQ(fields.value("channels"), "1");
+    EXPECT_EQ(fields.value("codec"), "pcm_s16le");
+}
+
+TEST(TeskRender, InterruptedExportKeepsTheOriginalAndLeavesNoPartialFile) {
+    QTemporaryDir folder;
+    const QString input = writeSine(folder.filePath("long.wav"), 440.0, 60.0);
+    const QString output = folder.filePath("out.m4a");
+    const QByteArray original("the take to keep");
+    writeContents(output, original);
+
+    QProcess process;
+    process.start(QStringLiteral(TESK_RENDER_PATH), {input, output});
+    QString err;
+    // Standard error is a pipe here: plain progress lines, the first at 10 %.
+    ASSERT_TRUE(waitForError(process, "10% done", err)) << err.toStdString();
+    QElapsedTimer sinceSignal;
+    sinceSignal.start();
+    ::kill(pid_t(process.processId()), SIGINT);
+    ASSERT_TRUE(process.waitForFinished(kTimeoutMilliseconds));
+    err += QString::fromUtf8(process.readAllStandardError());
+    EXPECT_EQ(process.exitStatus(), QProcess::NormalExit);
+    EXPECT_EQ(process.exitCode(), 130);
+    // The rest of the minute would take several seconds more to render.
+    EXPECT_LT(sinceSignal.elapsed(), 2000);
+    EXPECT_TRUE(err.contains("tesk-render: interrupted")) << err.toStdString();
+    EXPECT_EQ(contents(output), original);
+    EXPECT_EQ(filesIn(folder.path()), (QStringList{"long.wav", "out.m4a"}));
+}
+
+TEST(TeskRender, FailedExportKeepsTheOriginal) {
+    QTemporaryDir folder;
+    const QString input = writeSine(folder.filePath("in.wav"), 440.0, 3.0);
+    const QString output = folder.filePath("out.aif");
+    const QByteArray original(200000, 'x');
+    writeContents(output, original);
+
+    // A disk that fills up: no file the renderer writes may grow past 64 KiB, and the write
+    // fails rather than the signal ending the process.
+    QProcess process;
+    process.setChildProcessModifier([] {
+        ::signal(SIGXFSZ, SIG_IGN);
+        const rlimit limit{64 * 1024, 64 * 1024};
+        ::setrlimit(RLIMIT_FSIZE, &limit);
+    });
+    const RenderRun run = runRender({"-q", input, output}, &process);
+    EXPECT_EQ(run.exitCode, 3);
+    EXPECT_TRUE(run.err.startsWith("tesk-render: cannot write " + output)) << run.err.toStdString();
+    EXPECT_FALSE(run.err.contains(".tmp-")) << run.err.toStdString();
+    EXPECT_EQ(contents(output), original);
+    EXPECT_EQ(filesIn(folder.path()), (QStringList{"in.wav", "out.aif"}));
+}
+
+TEST(TeskRender, PlaysARangeToItsEndAndStopsOnSigterm) {
+    QTemporaryDir folder;
+    const QString input = writeSine(folder.filePath("in.wav"), 440.0, 30.0);
+
+    // Half a second of song at twice the speed ends on its own, at the range's end.
+    QElapsedTimer clock;
+    clock.start();
+    const RenderRun range = runRender({"--range", "10-10.5", "--speed", "2", input});
+    EXPECT_EQ(range.exitCode, 0) << range.err.toStdString();
+    EXPECT_LT(clock.elapsed(), 5000);
+    EXPECT_TRUE(range.err.contains("0:10.5 / 0:10.5  speed 2  pitch 0")) << range.err.toStdString();
+
+    QProcess process;
+    process.start(QStringLiteral(TESK_RENDER_PATH), {"--pitch", "-2", input});
+    QString err;
+    ASSERT_TRUE(waitForError(process, "speed 1  pitch -2", err)) << err.toStdString();
+    ::kill(pid_t(process.processId()), SIGTERM);
+    ASSERT_TRUE(process.waitForFinished(5000));
+    EXPECT_EQ(process.exitStatus(), QProcess::NormalExit);
+    EXPECT_EQ(process.exitCode(), 130);
+}
