@@ -118,3 +118,28 @@ TEST(ProcessingChain, EqualizerAndVocalReductionFollowTheirSwitches) {
     EXPECT_NEAR(test::toneAmplitude(reduced.steadyLeft(), 100.0), 0.3, 0.03);
     EXPECT_NEAR(test::toneAmplitude(reduced.steadyLeft(), 8000.0), 0.3, 0.03);
 }
+
+TEST(ProcessingChain, PlaysAtTheExtremesOfSpeedAndPitch) {
+    // Every speed from 0.05 to 4 and every pitch from -24 to +24 semitones: sound comes out,
+    // finite and within range, with no silence where the song plays.
+    for (const float rate : {0.05f, 0.5f, 4.0f}) {
+        for (const float cents : {-2400.0f, 0.0f, 2400.0f}) {
+            SCOPED_TRACE(testing::Message() << "rate " << rate << " cents " << cents);
+            ProcessingChain chain(44100.0, TimePitchQuality::Standard);
+            VectorSource source(test::noise(0.3, kFrames * 4, 3), test::noise(0.3, kFrames * 4, 4));
+            chain.setSource(&source);
+            chain.setRate(rate);
+            chain.setPitchCents(cents);
+            const Rendered out = render(chain, 44100);
+            bool finite = true;
+            float peak = 0.0f;
+            for (float sample : out.left) {
+                finite = finite && std::isfinite(sample);
+                peak = std::max(peak, std::fabs(sample));
+            }
+            EXPECT_TRUE(finite);
+            EXPECT_LT(peak, 2.0f);
+            EXPECT_GT(test::rms(std::span(out.left).subspan(22050)), 0.02);
+        }
+    }
+}

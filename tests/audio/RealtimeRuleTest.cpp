@@ -8,7 +8,9 @@
 
 #include <QCoreApplication>
 #include <QElapsedTimer>
+#include <cstdlib>
 #include <gtest/gtest.h>
+#include <mutex>
 #include <thread>
 
 using namespace tesk;
@@ -46,6 +48,23 @@ void playWhileChangingEverything(TeskExtendedAudioFilePlayer& player, int millis
 }
 
 } // namespace
+
+TEST(RealtimeRule, TheWatchSeesAllocationsFreesAndLocksOnMarkedThreads) {
+    // Without this, a watch that counted nothing would pass the test below.
+    resetRealtimeViolations();
+    std::thread([] {
+        markRealtimeThread(RealtimeRole::Device);
+        void* (*volatile allocate)(std::size_t) = &std::malloc;
+        std::free(allocate(64));
+        std::mutex mutex;
+        std::lock_guard lock(mutex);
+    }).join();
+    const RealtimeViolations seen = realtimeViolations(RealtimeRole::Device);
+    EXPECT_GE(seen.allocations, 1u);
+    EXPECT_GE(seen.frees, 1u);
+    EXPECT_GE(seen.locks, 1u);
+    EXPECT_EQ(realtimeViolations(RealtimeRole::Rendering).allocations, 0u);
+}
 
 TEST(RealtimeRule, NoAllocationOrLockOnTheAudioThreadsWhilePlaying) {
     TeskExtendedAudioFilePlayer player(MemorySong::sine(44100 * 10, 330.0, 0.3), false);
