@@ -224,10 +224,10 @@ void BM_OpenToFirstSound(benchmark::State& state) {
         return;
     }
     const double period = double(TeskSoundDevice::kDefaultBufferFrames) / 44100.0;
-    // As Tesk does at start-up, and as it has done again after each open by the time the user
-    // opens the next song.
-    ProcessingChainPool::prepare();
     for (auto _ : state) {
+        // As Tesk does at start-up, and again once a song has opened, well before the user
+        // opens the next one.
+        ProcessingChainPool::prepare();
         std::this_thread::sleep_for(std::chrono::milliseconds(500));
         const auto started = std::chrono::steady_clock::now();
         std::optional<TeskError> error;

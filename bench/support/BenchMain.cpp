@@ -51,6 +51,10 @@ std::vector<CounterTarget>& counterTargets() {
 /// The console report, plus a note of each run's real time per iteration in nanoseconds.
 class RecordingReporter : public benchmark::ConsoleReporter {
 public:
+    // No colours: the BENCH lines that follow must start their line for whoever reads them.
+    RecordingReporter()
+        : ConsoleReporter(OO_Tabular) {}
+
     void ReportRuns(const std::vector<Run>& runs) override {
         ConsoleReporter::ReportRuns(runs);
         for (const Run& run : runs) {

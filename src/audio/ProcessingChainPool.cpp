@@ -24,10 +24,7 @@ void ProcessingChainPool::prepare(TimePitchQuality quality) {
 
 std::unique_ptr<ProcessingChain> ProcessingChainPool::take(TimePitchQuality quality) {
     auto& spare = spares()[quality];
-    std::unique_ptr<ProcessingChain> chain =
-        spare.valid() ? spare.get() : std::make_unique<ProcessingChain>(kSampleRate, quality);
-    prepare(quality);
-    return chain;
+    return spare.valid() ? spare.get() : std::make_unique<ProcessingChain>(kSampleRate, quality);
 }
 
 } // namespace tesk

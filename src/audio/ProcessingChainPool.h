@@ -16,11 +16,12 @@ public:
     static constexpr double kSampleRate = 44100.0;
 
     /// Starts building a spare chain of `quality` in the background, if none is ready or on its
-    /// way. Tesk calls it at start-up.
+    /// way. Tesk calls it at start-up and again once a song has opened; a spare costs memory
+    /// (the stretcher's tables), so nothing builds one unasked.
     static void prepare(TimePitchQuality quality = TimePitchQuality::Standard);
 
     /// A chain of `quality`: the spare when there is one (waiting for it if it is still being
-    /// built), else a new one. Then starts building the next spare.
+    /// built), else a new one.
     static std::unique_ptr<ProcessingChain> take(TimePitchQuality quality);
 };
 

@@ -9,6 +9,7 @@
 #include <cmath>
 #include <cstdio>
 #include <thread>
+#include <unistd.h>
 
 namespace tesk {
 namespace {
@@ -250,13 +251,7 @@ TeskOutputAudioUnit::ExportOutcome TeskOutputAudioUnit::writeSamples(qint64 sour
     const auto format = TeskAudioFileWriter::formatForExtension(QFileInfo(path).suffix());
     if (!format)
         return ExportOutcome::Ignored;
-    mCancelExport = false;
-    mExportingAudio = true;
-    struct ExportingFlag {
-        std::atomic<bool>& flag;
-        ~ExportingFlag() { flag = false; }
-    } exporting{mExportingAudio};
-
+    ExportingFlag exporting(*this);
     std::optional<TeskError> error;
     auto writer = TeskAudioFileWriter::create(path, *format, metadata, &error);
     if (!writer)
@@ -296,13 +291,7 @@ TeskOutputAudioUnit::writeSamplesInTwoParts(const DecodedFrames& frames, qint64 
     const auto format = TeskAudioFileWriter::formatForExtension(QFileInfo(path).suffix());
     if (!format)
         return ExportOutcome::Ignored;
-    mCancelExport = false;
-    mExportingAudio = true;
-    struct ExportingFlag {
-        std::atomic<bool>& flag;
-        ~ExportingFlag() { flag = false; }
-    } exporting{mExportingAudio};
-
+    ExportingFlag exporting(*this);
     std::optional<TeskError> error;
     auto writer = TeskAudioFileWriter::create(path, *format, metadata, &error);
     if (!writer)
@@ -316,7 +305,7 @@ TeskOutputAudioUnit::writeSamplesInTwoParts(const DecodedFrames& frames, qint64 
         (total + kExportSliceFrames - 1) / kExportSliceFrames * kExportSliceFrames;
     constexpr std::int64_t kCrossfade = 4096;
     const std::int64_t half = sourceFrameCount / 2;
-    const std::int64_t preroll = 3 * 44100;
+    const std::int64_t preroll = 44100 + 44100 / 2;
     std::int64_t secondStart = std::max<std::int64_t>(0, half - preroll);
     double bestMisfit = 1.0;
     for (std::int64_t candidate = secondStart;
@@ -348,20 +337,27 @@ TeskOutputAudioUnit::writeSamplesInTwoParts(const DecodedFrames& frames, qint64 
     mChain->beginExport();
     second->beginExport();
 
-    // The second half goes to a temporary file (gone when closed) until the first is written.
+    // The second half goes to a temporary file (gone when closed) until the first is written;
+    // from then on it is copied to the export while it is still being rendered, so the
+    // encoder does not have to wait for the whole of it.
     std::unique_ptr<std::FILE, int (*)(std::FILE*)> spill(std::tmpfile(), &std::fclose);
     if (!spill) {
         throw NSXError(TeskError(NSPOSIXErrorDomain, errno,
                                  {{LocalizedDescriptionKey,
                                    tr("Tesk could not make a temporary file for the export.")}}));
     }
-    std::atomic<std::int64_t> secondRendered{0};
+    const int spillFile = fileno(spill.get());
+    constexpr std::int64_t kSpillFrameBytes = 2 * sizeof(float);
+    std::atomic<std::int64_t> secondRendered{0}; // output frames rendered, preroll included
+    std::atomic<std::int64_t> secondSpilled{0};  // frames in the file, from the join's start
+    std::atomic<bool> secondDone{false};
     std::atomic<bool> secondFailed{false};
     std::atomic<bool> abandon{false};
     std::thread secondThread([&, chain = second.get()] {
         std::vector<float> left(kExportSliceFrames), right(kExportSliceFrames);
         std::vector<float> interleaved(2 * kExportSliceFrames);
         std::int64_t output = secondOffset;
+        std::int64_t spilled = 0;
         while (output < paddedTotal && !mCancelExport.load() && !abandon.load()) {
             renderExportSlice(*chain, left.data(), right.data(), kExportSliceFrames);
             // Only what lies from the start of the join on is kept.
@@ -372,13 +368,18 @@ TeskOutputAudioUnit::writeSamplesInTwoParts(const DecodedFrames& frames, qint64 
                 interleaved[2 * kept] = left[std::size_t(i)];
                 interleaved[2 * kept + 1] = right[std::size_t(i)];
             }
-            if (std::fwrite(interleaved.data(), 2 * sizeof(float), kept, spill.get()) != kept) {
+            const auto bytes = ssize_t(kept * kSpillFrameBytes);
+            if (::pwrite(spillFile, interleaved.data(), std::size_t(bytes),
+                         off_t(spilled * kSpillFrameBytes)) != bytes) {
                 secondFailed = true;
-                return;
+                break;
             }
+            spilled += std::int64_t(kept);
             output += kExportSliceFrames;
-            secondRendered.store(output - secondOffset);
+            secondSpilled.store(spilled, std::memory_order_release);
+            secondRendered.store(output - secondOffset, std::memory_order_release);
         }
+        secondDone.store(true, std::memory_order_release);
     });
     struct JoinSecond {
         std::thread& thread;
@@ -421,44 +422,52 @@ TeskOutputAudioUnit::writeSamplesInTwoParts(const DecodedFrames& frames, qint64 
         output += kExportSliceFrames;
         reportProgress(std::min(output, joinEnd) + secondRendered.load());
     }
-    while (!cancelled && secondThread.joinable() &&
-           secondRendered.load() < paddedTotal - secondOffset && !secondFailed.load()) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(20));
-        reportProgress(joinEnd + secondRendered.load());
-        cancelled = mCancelExport.load();
-    }
-    secondThread.join();
-    if (secondFailed.load()) {
-        throw NSXError(TeskError(NSPOSIXErrorDomain, EIO,
-                                 {{LocalizedDescriptionKey,
-                                   tr("Tesk could not write the temporary file of the export.")}}));
-    }
 
-    if (!cancelled) {
-        // The join: the first half fades out as the second fades in, then the second half.
-        std::rewind(spill.get());
-        std::vector<float> interleaved(2 * kExportSliceFrames);
-        std::int64_t written = joinStart;
-        while (written < paddedTotal) {
-            const std::size_t want =
-                std::size_t(std::min<std::int64_t>(kExportSliceFrames, paddedTotal - written));
-            const std::size_t got =
-                std::fread(interleaved.data(), 2 * sizeof(float), want, spill.get());
-            for (std::size_t i = 0; i < want; ++i) {
-                left[i] = i < got ? interleaved[2 * i] : 0.0f;
-                right[i] = i < got ? interleaved[2 * i + 1] : 0.0f;
-                const std::int64_t inJoin = written + std::int64_t(i) - joinStart;
-                if (inJoin < kCrossfade) {
-                    const float in = float(inJoin + 1) / float(kCrossfade + 1);
-                    left[i] = left[i] * in + joinLeft[std::size_t(inJoin)] * (1.0f - in);
-                    right[i] = right[i] * in + joinRight[std::size_t(inJoin)] * (1.0f - in);
-                }
-            }
-            if (!writer->write(left.data(), right.data(), std::uint32_t(want), &error))
-                throw NSXError(*error);
-            written += std::int64_t(want);
+    // The join, where the first half fades out as the second fades in, then the rest of the
+    // second half as it arrives; silence pads the last slice.
+    std::vector<float> interleaved(2 * kExportSliceFrames);
+    std::int64_t written = joinStart;
+    while (!cancelled && written < paddedTotal) {
+        cancelled = mCancelExport.load();
+        const bool done = secondDone.load(std::memory_order_acquire);
+        if (secondFailed.load()) {
+            throw NSXError(
+                TeskError(NSPOSIXErrorDomain, EIO,
+                          {{LocalizedDescriptionKey,
+                            tr("Tesk could not write the temporary file of the export.")}}));
         }
+        const std::int64_t ready =
+            done ? paddedTotal - joinStart : secondSpilled.load(std::memory_order_acquire);
+        const std::int64_t want =
+            std::min<std::int64_t>(kExportSliceFrames, ready - (written - joinStart));
+        if (want <= 0) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(2));
+            reportProgress(joinEnd + secondRendered.load());
+            continue;
+        }
+        const ssize_t got =
+            ::pread(spillFile, interleaved.data(), std::size_t(want * kSpillFrameBytes),
+                    off_t((written - joinStart) * kSpillFrameBytes));
+        const std::int64_t gotFrames = std::max<ssize_t>(got, 0) / kSpillFrameBytes;
+        for (std::int64_t i = 0; i < want; ++i) {
+            left[std::size_t(i)] = i < gotFrames ? interleaved[std::size_t(2 * i)] : 0.0f;
+            right[std::size_t(i)] = i < gotFrames ? interleaved[std::size_t(2 * i + 1)] : 0.0f;
+            const std::int64_t inJoin = written + i - joinStart;
+            if (inJoin < kCrossfade) {
+                const float in = float(inJoin + 1) / float(kCrossfade + 1);
+                left[std::size_t(i)] =
+                    left[std::size_t(i)] * in + joinLeft[std::size_t(inJoin)] * (1.0f - in);
+                right[std::size_t(i)] =
+                    right[std::size_t(i)] * in + joinRight[std::size_t(inJoin)] * (1.0f - in);
+            }
+        }
+        if (!writer->write(left.data(), right.data(), std::uint32_t(want), &error))
+            throw NSXError(*error);
+        written += want;
+        reportProgress(joinEnd + secondRendered.load());
     }
+    abandon = true;
+    secondThread.join();
     if (!writer->finish(&error) && !(cancelled && writer->framesWritten() == 0))
         throw NSXError(*error);
     return cancelled ? ExportOutcome::Cancelled : ExportOutcome::Written;

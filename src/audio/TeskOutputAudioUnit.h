@@ -156,6 +156,17 @@ signals:
     void soundOutputChanged();
 
 private:
+    /// Marks an export as running for as long as it lives, with its cancel request cleared.
+    struct ExportingFlag {
+        explicit ExportingFlag(TeskOutputAudioUnit& unit)
+            : unit(unit) {
+            unit.mCancelExport = false;
+            unit.mExportingAudio = true;
+        }
+        ~ExportingFlag() { unit.mExportingAudio = false; }
+        TeskOutputAudioUnit& unit;
+    };
+
     void openDevice();
     void notifyDelegateOfExportProgress(double progress);
     void checkDevice();

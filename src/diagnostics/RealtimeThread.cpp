@@ -5,8 +5,12 @@ namespace {
 thread_local RealtimeRole currentRole = RealtimeRole::None;
 }
 
-void markRealtimeThread(RealtimeRole role) noexcept { currentRole = role; }
+void markRealtimeThread(RealtimeRole role) noexcept {
+    currentRole = role;
+}
 
-RealtimeRole realtimeRole() noexcept { return currentRole; }
+RealtimeRole realtimeRole() noexcept {
+    return currentRole;
+}
 
 } // namespace tesk
