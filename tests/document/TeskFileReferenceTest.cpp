@@ -1,0 +1,223 @@
+#include "document/TeskFileReference.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QStandardPaths>
+#include <QTemporaryDir>
+#include <gtest/gtest.h>
+#include <random>
+
+using namespace tesk;
+
+namespace {
+
+/// A scratch tree per test. Song names carry the tree's own name so nothing outside it (the
+/// music folder of whoever runs the tests) can answer a search by name.
+class FileReferenceTest : public testing::Test {
+protected:
+    QString root() const { return QFileInfo(mDir.path()).canonicalFilePath(); }
+    QString path(const QString& relative) const { return root() + QLatin1Char('/') + relative; }
+    QString unique(const QString& name) const {
+        return QFileInfo(root()).fileName() + QLatin1Char('-') + name;
+    }
+
+    QString makeFile(const QString& relative, const QByteArray& contents = "RIFF....WAVE") {
+        const QString file = path(relative);
+        EXPECT_TRUE(QDir().mkpath(QFileInfo(file).absolutePath()));
+        QFile out(file);
+        EXPECT_TRUE(out.open(QIODevice::WriteOnly));
+        out.write(contents);
+        return file;
+    }
+    void move(const QString& from, const QString& to) {
+        ASSERT_TRUE(QDir().mkpath(QFileInfo(to).absolutePath()));
+        ASSERT_TRUE(QFile::rename(from, to));
+    }
+    /// A copy is a new inode, as after a move to another disk.
+    void copyAway(const QString& from, const QString& to) {
+        ASSERT_TRUE(QDir().mkpath(QFileInfo(to).absolutePath()));
+        ASSERT_TRUE(QFile::copy(from, to));
+        ASSERT_TRUE(QFile::remove(from));
+    }
+
+    QTemporaryDir mDir;
+};
+
+TEST_F(FileReferenceTest, ResolvesAsMadeAndOnlyForExistingFiles) {
+    const QString song = makeFile(unique("song.wav"));
+    const auto reference = TeskFileReference::fromPath(song);
+    ASSERT_TRUE(reference);
+    EXPECT_EQ(reference->resolvedPath(), song);
+    EXPECT_EQ(reference->fileName(), unique("song.wav"));
+    EXPECT_EQ(reference->size(), 12);
+    EXPECT_NE(reference->inode(), 0u);
+
+    // A relative path is taken from the document's folder.
+    const QString document = path(QStringLiteral("practice.tesk"));
+    const auto relative = TeskFileReference::fromPath(unique("song.wav"), document);
+    ASSERT_TRUE(relative);
+    EXPECT_EQ(relative->resolvedPath(), song);
+    EXPECT_EQ(relative->relativePath(), unique("song.wav"));
+
+    EXPECT_FALSE(TeskFileReference::fromPath(path(QStringLiteral("missing.wav"))));
+    EXPECT_FALSE(TeskFileReference::fromPath(root()));
+    EXPECT_FALSE(TeskFileReference::fromPath(QString()));
+}
+
+TEST_F(FileReferenceTest, FindsTheFileRenamedInItsFolder) {
+    const QString song = makeFile(QStringLiteral("album/") + unique("song.wav"));
+    makeFile(QStringLiteral("album/") + unique("other.wav"));
+    const auto reference = TeskFileReference::fromPath(song);
+    ASSERT_TRUE(reference);
+
+    const QString renamed = path(QStringLiteral("album/") + unique("renamed.wav"));
+    move(song, renamed);
+    EXPECT_EQ(reference->resolvedPath(), renamed);
+
+    // A file saved in the song's place under its name is taken for it.
+    const QString replacement = makeFile(QStringLiteral("album/") + unique("song.wav"));
+    EXPECT_EQ(reference->resolvedPath(), replacement);
+}
+
+TEST_F(FileReferenceTest, FindsTheFileMovedToAnotherFolderOfTheSameFileSystem) {
+    const QString song = makeFile(QStringLiteral("a/") + unique("song.wav"));
+    makeFile(QStringLiteral("b/c/") + unique("decoy.wav"));
+    const auto reference = TeskFileReference::fromPath(song);
+    ASSERT_TRUE(reference);
+
+    // Renamed too, so only its identity can find it; the old folder is gone.
+    const QString moved = path(QStringLiteral("b/c/d/") + unique("moved.wav"));
+    move(song, moved);
+    ASSERT_TRUE(QDir(path(QStringLiteral("a"))).removeRecursively());
+    EXPECT_EQ(reference->resolvedPath(), moved);
+}
+
+TEST_F(FileReferenceTest, FindsTheFileBesideTheDocumentAndMovedWithIt) {
+    const QString document = makeFile(QStringLiteral("project/practice.tesk"), "{}");
+    const QString song = makeFile(QStringLiteral("project/audio/") + unique("song.wav"));
+    const auto reference = TeskFileReference::fromPath(song, document);
+    ASSERT_TRUE(reference);
+    EXPECT_EQ(reference->relativePath(), QStringLiteral("audio/") + unique("song.wav"));
+
+    // The document and its song moved together, as copies with new inodes: only the
+    // relative path knows where the song went.
+    const QString movedDocument = path(QStringLiteral("elsewhere/deep/moved/practice.tesk"));
+    const QString movedSong =
+        path(QStringLiteral("elsewhere/deep/moved/audio/") + unique("song.wav"));
+    copyAway(document, movedDocument);
+    copyAway(song, movedSong);
+    EXPECT_EQ(reference->resolvedPath(movedDocument), movedSong);
+    EXPECT_EQ(reference->resolvedPath(), QString());
+
+    // The song put beside the document, again as a new file.
+    const QString beside = path(QStringLiteral("elsewhere/deep/moved/") + unique("song.wav"));
+    copyAway(movedSong, beside);
+    EXPECT_EQ(reference->resolvedPath(movedDocument), beside);
+}
+
+TEST_F(FileReferenceTest, FindsTheFileInTheMusicFolder) {
+    // Qt reads the music folder from the XDG user directories on every call.
+    const QByteArray savedConfigHome = qgetenv("XDG_CONFIG_HOME");
+    const QString config = path(QStringLiteral("config"));
+    const QString music = path(QStringLiteral("Music"));
+    ASSERT_TRUE(QDir().mkpath(music));
+    makeFile(QStringLiteral("config/user-dirs.dirs"), "XDG_MUSIC_DIR=\"" + music.toUtf8() + "\"\n");
+    qputenv("XDG_CONFIG_HOME", config.toUtf8());
+    struct Restore {
+        QByteArray value;
+        ~Restore() {
+            if (value.isEmpty()) {
+                qunsetenv("XDG_CONFIG_HOME");
+            } else {
+                qputenv("XDG_CONFIG_HOME", value);
+            }
+        }
+    } restore{savedConfigHome};
+    ASSERT_EQ(QStandardPaths::writableLocation(QStandardPaths::MusicLocation), music);
+
+    const QString song = makeFile(QStringLiteral("downloads/") + unique("song.wav"));
+    const auto reference = TeskFileReference::fromPath(song);
+    ASSERT_TRUE(reference);
+    const QString filed = path(QStringLiteral("Music/Artist/") + unique("song.wav"));
+    copyAway(song, filed);
+    EXPECT_EQ(reference->resolvedPath(), filed);
+}
+
+TEST_F(FileReferenceTest, DeletedFileResolvesToNothingAndEqualsNothing) {
+    const QString song = makeFile(QStringLiteral("a/") + unique("song.wav"));
+    const auto reference = TeskFileReference::fromPath(song);
+    const auto same = TeskFileReference::fromPath(song);
+    ASSERT_TRUE(reference && same);
+    EXPECT_EQ(*reference, *same);
+
+    ASSERT_TRUE(QFile::remove(song));
+    EXPECT_EQ(reference->resolvedPath(), QString());
+    EXPECT_EQ(reference->resolvedPath(path(QStringLiteral("practice.tesk"))), QString());
+    EXPECT_FALSE(*reference == *same);
+}
+
+TEST_F(FileReferenceTest, ReferencesThroughALinkAndTheRealPathAreEqual) {
+    const QString real = makeFile(QStringLiteral("real/") + unique("song.wav"));
+    const QString other = makeFile(QStringLiteral("real/") + unique("other.wav"));
+    const QString link = path(QStringLiteral("link.wav"));
+    ASSERT_TRUE(QFile::link(real, link));
+
+    const auto viaLink = TeskFileReference::fromPath(link);
+    const auto viaReal = TeskFileReference::fromPath(real);
+    const auto toOther = TeskFileReference::fromPath(other);
+    ASSERT_TRUE(viaLink && viaReal && toOther);
+    EXPECT_EQ(viaLink->resolvedPath(), real);
+    EXPECT_EQ(viaLink->absolutePath(), link);
+    EXPECT_TRUE(viaLink->isEqual(*viaReal));
+    EXPECT_EQ(viaLink->hash(), viaReal->hash());
+    EXPECT_FALSE(viaReal->isEqual(*toOther));
+}
+
+TEST_F(FileReferenceTest, BytesRoundTripAndDamagedBytesAreRefused) {
+    const QString document = path(QStringLiteral("practice.tesk"));
+    const QString song = makeFile(QStringLiteral("songs/") + unique("sóng ♪.wav"));
+    const auto reference = TeskFileReference::fromPath(song, document);
+    ASSERT_TRUE(reference);
+    const QByteArray bytes = reference->toBytes();
+
+    const auto read = TeskFileReference::fromBytes(bytes);
+    ASSERT_TRUE(read);
+    EXPECT_EQ(read->absolutePath(), reference->absolutePath());
+    EXPECT_EQ(read->relativePath(), reference->relativePath());
+    EXPECT_EQ(read->fileName(), reference->fileName());
+    EXPECT_EQ(read->device(), reference->device());
+    EXPECT_EQ(read->inode(), reference->inode());
+    EXPECT_EQ(read->size(), reference->size());
+    EXPECT_EQ(read->modificationTime(), reference->modificationTime());
+    EXPECT_EQ(read->toBytes(), bytes);
+    // The read copy still follows the file.
+    const QString renamed = path(QStringLiteral("songs/renamed.wav"));
+    move(song, renamed);
+    EXPECT_EQ(read->resolvedPath(document), renamed);
+
+    for (qsizetype length = 0; length < bytes.size(); ++length) {
+        EXPECT_FALSE(TeskFileReference::fromBytes(bytes.first(length))) << "length " << length;
+    }
+    EXPECT_FALSE(TeskFileReference::fromBytes(bytes + QByteArray(1, '\0')));
+    for (qsizetype bit = 0; bit < bytes.size() * 8; ++bit) {
+        QByteArray flipped = bytes;
+        flipped[bit / 8] = char(flipped[bit / 8] ^ (1 << (bit % 8)));
+        EXPECT_FALSE(TeskFileReference::fromBytes(flipped)) << "bit " << bit;
+    }
+
+    std::mt19937 random(20261122);
+    for (int round = 0; round < 2000; ++round) {
+        QByteArray garbage(qsizetype(random() % 200), Qt::Uninitialized);
+        for (char& byte : garbage) {
+            byte = char(random());
+        }
+        // Half of them look like ours at first sight, so the reading goes past the header.
+        if (round % 2 == 0) {
+            garbage = bytes.first(qsizetype(random() % bytes.size())) + garbage;
+        }
+        EXPECT_FALSE(TeskFileReference::fromBytes(garbage)) << "round " << round;
+    }
+}
+
+} // namespace
