@@ -98,14 +98,21 @@ template <typename T> std::int32_t nsxCheckedValue(const T& value) {
         return 0;
 }
 
+/// The error value a checked call's result makes, if it counts as failure.
+template <typename T>
+std::optional<TeskError> nsxCheck(const T& result, const char* expression, const char* file,
+                                  int line, const char* function) {
+    std::optional<TeskError> error;
+    NSXMakeErrorImp(nsxTypeEncoding<T>(), nsxCheckedValue(result), file, line, function, expression,
+                    &error);
+    return error;
+}
+
 /// Behind NSXThrowError: raises NSXError when the check fails, else returns the result.
 template <typename T>
 T nsxCheckOrThrow(T result, const char* expression, const char* file, int line,
                   const char* function) {
-    std::optional<TeskError> error;
-    NSXMakeErrorImp(nsxTypeEncoding<T>(), nsxCheckedValue(result), file, line, function, expression,
-                    &error);
-    if (error)
+    if (auto error = nsxCheck(result, expression, file, line, function))
         throw NSXError(*error);
     return result;
 }
@@ -117,10 +124,7 @@ void nsxLogError(const char* file, const TeskError& error);
 template <typename T>
 void nsxCheckOrLog(T result, const char* expression, const char* file, int line,
                    const char* function) {
-    std::optional<TeskError> error;
-    NSXMakeErrorImp(nsxTypeEncoding<T>(), nsxCheckedValue(result), file, line, function, expression,
-                    &error);
-    if (error)
+    if (auto error = nsxCheck(result, expression, file, line, function))
         nsxLogError(file, *error);
 }
 
