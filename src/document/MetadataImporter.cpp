@@ -13,6 +13,7 @@ struct MetadataImporter::Result {
     QString artist;
     QString album;
     QImage albumArt;
+    SongMetadata metadata;
 };
 
 // The worker outlives neither the process nor this state, but may outlive the importer: it
@@ -73,6 +74,7 @@ void MetadataImporter::beginMetadataImport() {
             result.artist = metadata->artist;
             result.album = metadata->album;
             result.albumArt = albumArtworkFromCover(metadata->coverImage);
+            result.metadata = *metadata;
         }
         // Holding the lock keeps the importer alive while the result is queued to it.
         std::lock_guard lock(shared->mutex);
@@ -92,6 +94,7 @@ void MetadataImporter::finishImporting(Result result) {
     mArtist = std::move(result.artist);
     mAlbum = std::move(result.album);
     mAlbumArt = std::move(result.albumArt);
+    mSongMetadata = std::move(result.metadata);
     mFinished = true;
     if (mDelegate)
         mDelegate->metadataImporterDidFinishImporting(this);

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "audio/SongMetadata.h"
+
 #include <QImage>
 #include <QObject>
 #include <QSize>
@@ -62,6 +64,8 @@ public:
     QString album() const { return mAlbum; }
     /// The cover as `albumArtworkFromCover` draws it; null when the file has none.
     QImage albumArt() const { return mAlbumArt; }
+    /// The tags and the cover picture as the file stores them, for writing into exports.
+    const SongMetadata& songMetadata() const { return mSongMetadata; }
 
 private:
     struct Result;
@@ -77,6 +81,7 @@ private:
     QString mArtist;
     QString mAlbum;
     QImage mAlbumArt;
+    SongMetadata mSongMetadata;
     std::shared_ptr<SharedState> mShared;
 };
 

@@ -1,0 +1,24 @@
+#pragma once
+
+#include <QString>
+#include <QStringList>
+#include <QUrl>
+
+namespace tesk {
+
+/// The types of file Tesk opens, in order: its own documents (TeskDocumentType), MP3, MPEG-4
+/// audio, AIFF, AIFC and WAV, as MIME names.
+QStringList supportedAudioFileTypes();
+
+/// The type of the file at `path`: TeskDocumentType for a file named "*.tesk", else what its
+/// content says (the name is not trusted: songs are often misnamed). Empty when the file can't
+/// be read. Any thread.
+QString contentTypeOfFile(const QString& path);
+
+/// Whether Tesk opens the local file `url`: its type must be one of the supported types
+/// exactly. A type that merely derives from one (an audiobook's from MPEG-4 audio) is refused,
+/// as is any URL that is not a local file. Sets `type` (when given) to the type found, if any.
+/// Any thread.
+bool canOpenFile(const QUrl& url, QString* type = nullptr);
+
+} // namespace tesk

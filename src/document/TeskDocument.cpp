@@ -1,0 +1,692 @@
+#include "document/TeskDocument.h"
+
+#include "audio/ProcessingChainPool.h"
+#include "audio/TeskExtendedAudioFile.h"
+#include "diagnostics/NSXReturnThrowError.h"
+#include "document/SongTypes.h"
+#include "document/TeskDocumentFile.h"
+#include "document/TeskDocumentWindow.h"
+
+#include <QCoreApplication>
+#include <QFile>
+#include <QFileInfo>
+#include <QSaveFile>
+#include <QSettings>
+#include <QUndoCommand>
+#include <functional>
+
+namespace tesk {
+namespace {
+
+// Observation contexts: only their addresses matter.
+const char kPlaybackVolumeContext[] = "teskDocument.playbackVolume";
+const char kPitchAdjustmentContext[] = "teskDocument.pitchAdjustment";
+const char kPlaybackSpeedContext[] = "teskDocument.playbackSpeed";
+const char kVocalReductionContext[] = "teskDocument.vocalReduction";
+const char kPanningContext[] = "teskDocument.panning";
+const char kEqualizerContext[] = "teskDocument.equalizer";
+
+struct EffectsObservation {
+    const char* key;
+    const void* context;
+};
+// The player copies the vocal band rather than sharing it, so the band itself is observed too.
+const EffectsObservation kEffectsObservations[] = {
+    {"vocalReductionEnabled", kVocalReductionContext},
+    {"vocalReductionEffectSettings", kVocalReductionContext},
+    {"panningEnabled", kPanningContext},
+    {"panAmount", kPanningContext},
+    {"outOfPhase", kPanningContext},
+    {"equalizerEnabled", kEqualizerContext},
+    {"equalizerSettings", kEqualizerContext},
+};
+
+const QString ZORBTeskErrorDomain = QStringLiteral("ZORBTeskErrorDomain");
+constexpr qint64 kFileReadUnknownError = 256;
+constexpr qint64 kFileNoSuchFileError = 4;
+constexpr qint64 kFileReadNoSuchFileError = 260;
+constexpr qint64 kFileReadNoPermissionError = 257;
+constexpr qint64 kFileReadCorruptFileError = 259;
+constexpr qint64 kFileWriteUnknownError = 512;
+/// A document holds a few settings; anything this large is not one, and reading it whole
+/// could take all the memory there is.
+constexpr qint64 kLargestDocumentBytes = 16 * 1024 * 1024;
+
+TeskError fileError(qint64 code, const QString& description, const QString& path) {
+    return TeskError(
+        NSCocoaErrorDomain, code,
+        {{LocalizedDescriptionKey, description}, {QStringLiteral("NSFilePath"), path}});
+}
+
+TeskError badAudioFileError(const std::optional<TeskError>& cause) {
+    QVariantMap userInfo{
+        {LocalizedDescriptionKey, QCoreApplication::translate("TeskDocument", "Bad Audio File")},
+        {LocalizedRecoverySuggestionKey,
+         QCoreApplication::translate("TeskDocument",
+                                     "There was an error while loading the audio file.")}};
+    if (cause)
+        userInfo.insert(QStringLiteral("NSUnderlyingError"), QVariant::fromValue(*cause));
+    return TeskError(ZORBTeskErrorDomain, 0, userInfo);
+}
+
+QString quotedName(const QString& path) {
+    return QStringLiteral("\u201c%1\u201d").arg(QFileInfo(path).fileName());
+}
+
+} // namespace
+
+/// One undoable change: applying either value is the same store call, so undo and redo also
+/// reach the player.
+class TeskDocument::SetValueCommand : public QUndoCommand {
+public:
+    SetValueCommand(const QString& text, std::function<void()> redo, std::function<void()> undo)
+        : QUndoCommand(text)
+        , mRedo(std::move(redo))
+        , mUndo(std::move(undo)) {}
+    void redo() override { mRedo(); }
+    void undo() override { mUndo(); }
+
+private:
+    std::function<void()> mRedo;
+    std::function<void()> mUndo;
+};
+
+TeskDocument::TeskDocument(QObject* parent)
+    : QObject(parent) {
+    bool ok = false;
+    const double lastVolume = QSettings().value(PlaybackVolumeSettingKey, 1.0).toDouble(&ok);
+    mPlaybackVolume = ok ? lastVolume : 1.0;
+    setEffectsSettings(std::make_unique<TeskEffectsSettings>());
+    addObserver(this, this, QStringLiteral("playbackVolume"), ObservingOption::Initial,
+                kPlaybackVolumeContext);
+    addObserver(this, this, QStringLiteral("pitchAdjustment"), ObservingOption::Initial,
+                kPitchAdjustmentContext);
+    addObserver(this, this, QStringLiteral("playbackSpeed"), ObservingOption::Initial,
+                kPlaybackSpeedContext);
+    connect(&mUndoStack, &QUndoStack::cleanChanged, this, &TeskDocument::documentEditedChanged);
+}
+
+TeskDocument::~TeskDocument() {
+    if (mExportThread.joinable()) {
+        mPlaybackController->cancelWriteToFile();
+        mExportThread.join();
+    }
+    if (mMetadataImporter)
+        mMetadataImporter->setDelegate(nullptr);
+    if (mPlaybackController) {
+        mPlaybackController->setDelegate(nullptr);
+        mPlaybackController->stopFilePlaying();
+    }
+    removeObserver(this, this, QStringLiteral("playbackVolume"), kPlaybackVolumeContext);
+    removeObserver(this, this, QStringLiteral("pitchAdjustment"), kPitchAdjustmentContext);
+    removeObserver(this, this, QStringLiteral("playbackSpeed"), kPlaybackSpeedContext);
+    observeEffectsSettings(false);
+}
+
+void TeskDocument::setPlaybackVolume(double volume) {
+    mPlaybackVolume = volume;
+    emit playbackVolumeChanged();
+}
+
+void TeskDocument::setZoomLevel(double zoomLevel) {
+    mZoomLevel = zoomLevel;
+    emit zoomLevelChanged();
+}
+
+void TeskDocument::setPlaybackSpeed(double speed) {
+    mPlaybackSpeed = speed;
+    emit playbackSpeedChanged();
+}
+
+void TeskDocument::setPitchAdjustment(double semitones) {
+    mPitchAdjustment = semitones;
+    emit pitchAdjustmentChanged();
+}
+
+void TeskDocument::setDocumentWindowFrame(const QRectF& frame) {
+    mDocumentWindowFrame = frame;
+    emit documentWindowFrameChanged();
+}
+
+void TeskDocument::setEffectsVisible(bool visible) {
+    mEffectsVisible = visible;
+    emit effectsVisibleChanged();
+}
+
+void TeskDocument::setLoopRange(LoopRange range) {
+    const LoopRange previous = mLoopRange;
+    // An unchanged value would only leave an undo step that does nothing.
+    if (!mUndoRegistrationEnabled || range == previous) {
+        storeLoopRange(range);
+        return;
+    }
+    mUndoStack.push(new SetValueCommand(
+        tr("Change Loop"), [this, range] { storeLoopRange(range); },
+        [this, previous] { storeLoopRange(previous); }));
+}
+
+void TeskDocument::storeLoopRange(LoopRange range) {
+    mLoopRange = range;
+    emit loopRangeChanged();
+    TeskExtendedAudioFilePlayer* player = mPlaybackController.get();
+    if (!player || !player->isLooping() || !player->isFilePlaying())
+        return;
+    player->setLoopRange(range);
+    if (range.length == 0) {
+        player->setLooping(false);
+        return;
+    }
+    // Only a position past the new end moves; one before the new start plays on into the loop.
+    const std::uint32_t end = range.location + range.length;
+    if (player->currentFrame() > qint64(end))
+        player->setCurrentFrame(range.location);
+}
+
+const QList<quint32>& TeskDocument::markers(MarkerKind kind) const {
+    switch (kind) {
+    case MarkerKind::Generic:
+        return mGenericMarkers;
+    case MarkerKind::Chorus:
+        return mChorusMarkers;
+    case MarkerKind::Verse:
+        return mVerseMarkers;
+    case MarkerKind::Bridge:
+        break;
+    }
+    return mBridgeMarkers;
+}
+
+void TeskDocument::setGenericMarkers(const QList<quint32>& markers) {
+    setMarkers(MarkerKind::Generic, markers);
+}
+void TeskDocument::setChorusMarkers(const QList<quint32>& markers) {
+    setMarkers(MarkerKind::Chorus, markers);
+}
+void TeskDocument::setVerseMarkers(const QList<quint32>& markers) {
+    setMarkers(MarkerKind::Verse, markers);
+}
+void TeskDocument::setBridgeMarkers(const QList<quint32>& markers) {
+    setMarkers(MarkerKind::Bridge, markers);
+}
+
+void TeskDocument::setMarkers(MarkerKind kind, const QList<quint32>& markers) {
+    const QList<quint32> previous = this->markers(kind);
+    if (!mUndoRegistrationEnabled || markers == previous) {
+        storeMarkers(kind, markers);
+        return;
+    }
+    mUndoStack.push(new SetValueCommand(
+        tr("Change Markers"), [this, kind, markers] { storeMarkers(kind, markers); },
+        [this, kind, previous] { storeMarkers(kind, previous); }));
+}
+
+void TeskDocument::storeMarkers(MarkerKind kind, const QList<quint32>& markers) {
+    switch (kind) {
+    case MarkerKind::Generic:
+        mGenericMarkers = markers;
+        emit genericMarkersChanged();
+        break;
+    case MarkerKind::Chorus:
+        mChorusMarkers = markers;
+        emit chorusMarkersChanged();
+        break;
+    case MarkerKind::Verse:
+        mVerseMarkers = markers;
+        emit verseMarkersChanged();
+        break;
+    case MarkerKind::Bridge:
+        mBridgeMarkers = markers;
+        emit bridgeMarkersChanged();
+        break;
+    }
+}
+
+void TeskDocument::dropMarker(MarkerKind kind) {
+    if (!canDropMarkers())
+        return;
+    const auto frame = static_cast<quint32>(currentFrame());
+    QList<quint32> changed = markers(kind);
+    if (changed.contains(frame))
+        changed.removeAll(frame);
+    else
+        changed.append(frame);
+    setMarkers(kind, changed);
+}
+
+void TeskDocument::setEffectsSettings(std::unique_ptr<TeskEffectsSettings> settings) {
+    observeEffectsSettings(false);
+    mEffectsSettings = std::move(settings);
+    observeEffectsSettings(true);
+    emit effectsSettingsChanged();
+}
+
+void TeskDocument::observeEffectsSettings(bool observe) {
+    if (!mEffectsSettings)
+        return;
+    for (const EffectsObservation& observation : kEffectsObservations) {
+        const QString key = QString::fromLatin1(observation.key);
+        if (observe)
+            addObserver(mEffectsSettings.get(), this, key, ObservingOption::Initial,
+                        observation.context);
+        else
+            removeObserver(mEffectsSettings.get(), this, key, observation.context);
+    }
+}
+
+void TeskDocument::observeValueForKeyPath(const QString&, QObject*, const void* context) {
+    TeskExtendedAudioFilePlayer* player = mPlaybackController.get();
+    if (context == kPlaybackVolumeContext) {
+        if (player)
+            player->setPlaybackLevel(float(mPlaybackVolume));
+        QSettings().setValue(PlaybackVolumeSettingKey, mPlaybackVolume);
+        return;
+    }
+    if (!player)
+        return;
+    if (context == kPitchAdjustmentContext) {
+        player->setPlaybackPitchInSemitones(mPitchAdjustment);
+    } else if (context == kPlaybackSpeedContext) {
+        player->setPlaybackSpeed(float(mPlaybackSpeed));
+    } else if (context == kVocalReductionContext && mEffectsSettings) {
+        player->setVocalReductionEffectSettings(mEffectsSettings->vocalReductionEffectSettings());
+        player->setVocalRemoval(mEffectsSettings->isVocalReductionEnabled());
+    } else if (context == kPanningContext && mEffectsSettings) {
+        player->setPanAdjust(mEffectsSettings->isPanningEnabled());
+        player->setPanAmount(mEffectsSettings->panAmount());
+        player->setOutOfPhase(mEffectsSettings->isOutOfPhase());
+    } else if (context == kEqualizerContext && mEffectsSettings) {
+        player->setEqualizerEnabled(mEffectsSettings->isEqualizerEnabled());
+        player->setEqualizerSettings(mEffectsSettings->equalizerSettings());
+    }
+}
+
+void TeskDocument::setAudioFileAlias(std::optional<TeskFileReference> alias) {
+    if (alias && mAudioFileAlias && alias->isEqual(*mAudioFileAlias))
+        return;
+    if (!alias && !mAudioFileAlias)
+        return;
+    mAudioFileAlias = std::move(alias);
+    mSongError.reset();
+
+    if (mExportThread.joinable())
+        waitForExport();
+    if (mPlaybackController) {
+        mPlaybackController->setDelegate(nullptr);
+        mPlaybackController->stopFilePlaying();
+        mPlaybackController.reset();
+    }
+    if (mMetadataImporter) {
+        mMetadataImporter->setDelegate(nullptr);
+        mMetadataImporter.reset();
+    }
+
+    const QString path =
+        mAudioFileAlias ? mAudioFileAlias->resolvedPath(mFileURL.toLocalFile()) : QString();
+    if (mAudioFileAlias && path.isEmpty()) {
+        const QString name = mAudioFileAlias->fileName();
+        mSongError = fileError(kFileNoSuchFileError,
+                               tr("The song %1 could not be found.").arg(quotedName(name)), name);
+    } else if (!path.isEmpty()) {
+        std::optional<TeskError> openError;
+        try {
+            std::shared_ptr<TeskExtendedAudioFile> file =
+                TeskExtendedAudioFile::openForPlayback(path, &openError);
+            if (file)
+                mPlaybackController = std::make_unique<TeskExtendedAudioFilePlayer>(file, true);
+        } catch (const NSXError& exception) {
+            openError = exception.error();
+        }
+        if (mPlaybackController) {
+            mPlaybackController->setPlaybackLevel(float(mPlaybackVolume));
+            mPlaybackController->setPlaybackSpeed(float(mPlaybackSpeed));
+            mPlaybackController->setPlaybackPitchInSemitones(mPitchAdjustment);
+            // A song located again later must sound with the effects already set.
+            for (const void* context : {kVocalReductionContext, kPanningContext, kEqualizerContext})
+                observeValueForKeyPath({}, mEffectsSettings.get(), context);
+            // The next song opened should not wait for its chain either.
+            ProcessingChainPool::prepare();
+        } else {
+            mSongError = openError;
+        }
+        MetadataImporterDelegate* delegate = this;
+        mMetadataImporter = std::make_unique<MetadataImporter>(QUrl::fromLocalFile(path), delegate);
+    }
+    emit audioFileChanged();
+    emit songMetadataChanged();
+}
+
+QUrl TeskDocument::audioFileURL() const {
+    if (!mAudioFileAlias)
+        return {};
+    const QString path = mAudioFileAlias->resolvedPath(mFileURL.toLocalFile());
+    return path.isEmpty() ? QUrl() : QUrl::fromLocalFile(path);
+}
+
+void TeskDocument::setAudioFileURL(const QUrl& url) {
+    setAudioFileAlias(TeskFileReference::fromPath(url.toLocalFile(), mFileURL.toLocalFile()));
+    updateChangeCount(ChangeType::Done);
+    mUndoStack.clear();
+}
+
+QString TeskDocument::songTitle() const {
+    return mMetadataImporter ? mMetadataImporter->title() : QString();
+}
+QString TeskDocument::songArtist() const {
+    return mMetadataImporter ? mMetadataImporter->artist() : QString();
+}
+QString TeskDocument::songAlbum() const {
+    return mMetadataImporter ? mMetadataImporter->album() : QString();
+}
+QImage TeskDocument::songAlbumArt() const {
+    return mMetadataImporter ? mMetadataImporter->albumArt() : QImage();
+}
+
+bool TeskDocument::isFilePlaying() const {
+    return mPlaybackController && mPlaybackController->isFilePlaying();
+}
+bool TeskDocument::isLooping() const {
+    return mPlaybackController && mPlaybackController->isLooping();
+}
+qint64 TeskDocument::currentFrame() const {
+    return mPlaybackController ? mPlaybackController->currentFrame() : 0;
+}
+void TeskDocument::setCurrentFrame(qint64 frame) {
+    if (mPlaybackController)
+        mPlaybackController->setCurrentFrame(frame);
+}
+std::vector<float> TeskDocument::frequencyTable() const {
+    return mPlaybackController ? mPlaybackController->frequencyTable() : std::vector<float>();
+}
+std::vector<float> TeskDocument::frequencyResponseForChannel(unsigned channel) const {
+    return mPlaybackController ? mPlaybackController->frequencyResponseForChannel(channel)
+                               : std::vector<float>();
+}
+
+void TeskDocument::startFilePlayingWithLoop(bool loop) {
+    TeskExtendedAudioFilePlayer* player = mPlaybackController.get();
+    if (!player || isExporting())
+        return;
+    player->setDelegate(this);
+    player->setLooping(loop);
+    player->setLoopRange(mLoopRange);
+    if (loop) {
+        const qint64 frame = player->currentFrame();
+        const std::uint32_t start = mLoopRange.location;
+        const std::uint32_t end = mLoopRange.location + mLoopRange.length;
+        // Exactly at the end stays: the loop wraps from there at once.
+        if (frame < qint64(start) || frame > qint64(end))
+            player->setCurrentFrame(start);
+    }
+    player->startFilePlaying();
+    if (mPlaybackDelegate)
+        mPlaybackDelegate->documentDidBeginPlayingAudio(this);
+}
+
+void TeskDocument::stopFilePlaying() {
+    if (!mPlaybackController)
+        return;
+    mPlaybackController->setDelegate(nullptr);
+    mPlaybackController->stopFilePlaying();
+    if (mPlaybackDelegate)
+        mPlaybackDelegate->documentDidStopPlayingAudio(this);
+}
+
+void TeskDocument::offsetCurrentFrame(qint32 frames) {
+    setCurrentFrame(currentFrame() + qint64(frames));
+}
+
+void TeskDocument::audioFilePlayerDidReachEndOfFile(TeskExtendedAudioFilePlayer*) {
+    // Later, from the event loop: the player is still inside its own end-of-song check.
+    QMetaObject::invokeMethod(this, &TeskDocument::stopFilePlaying, Qt::QueuedConnection);
+}
+
+void TeskDocument::audioFilePlayerUpdatedExportWithProgress(TeskExtendedAudioFilePlayer*,
+                                                            double progress) {
+    if (mFileExportDelegate)
+        mFileExportDelegate->updateFileExportWithProgress(progress);
+}
+
+void TeskDocument::metadataImporterDidFinishImporting(MetadataImporter* importer) {
+    if (importer != mMetadataImporter.get())
+        return;
+    if (mPlaybackController)
+        mPlaybackController->setSongMetadata(importer->songMetadata());
+    emit songMetadataChanged();
+    for (TeskDocumentWindow* window : mWindowControllers)
+        window->synchronizeWindowTitleWithDocumentName();
+    if (mMetadataDelegate)
+        mMetadataDelegate->documentDidImportMetadata(this);
+}
+
+bool TeskDocument::performLoopExportToFile(const QVariantMap& options) {
+    TeskExtendedAudioFilePlayer* player = mPlaybackController.get();
+    if (!player || isExporting())
+        return false;
+    const QString path = options.value(QStringLiteral("destinationFile")).toString();
+    const bool withLoop = options.value(QStringLiteral("exportingWithLoop")).toBool();
+    if (path.isEmpty())
+        return false;
+    // Without a loop there is nothing to limit the export to: the whole song goes out.
+    const LoopRange range = withLoop && mLoopRange.length > 0
+                                ? mLoopRange
+                                : LoopRange{0, std::uint32_t(player->totalFrames())};
+    if (player->isFilePlaying())
+        stopFilePlaying();
+    player->setDelegate(this);
+    mExportThread = std::thread([this, player, range, path] {
+        std::optional<TeskError> failure;
+        try {
+            player->writeSamplesInRange(range, path);
+        } catch (const NSXError& exception) {
+            failure = exception.error();
+        }
+        QMetaObject::invokeMethod(
+            this, [this, path, failure] { exportDidEnd(path, failure); }, Qt::QueuedConnection);
+    });
+    return true;
+}
+
+void TeskDocument::cancelFileExportOperation() {
+    if (mPlaybackController)
+        mPlaybackController->cancelWriteToFile();
+}
+
+void TeskDocument::waitForExport() {
+    if (!mExportThread.joinable())
+        return;
+    mExportThread.join();
+    // The thread's last act was to queue its report; deliver it now.
+    QCoreApplication::sendPostedEvents(this, QEvent::MetaCall);
+}
+
+void TeskDocument::exportDidEnd(const QString& path, std::optional<TeskError> failure) {
+    if (mExportThread.joinable())
+        mExportThread.join();
+    if (mPlaybackController)
+        mPlaybackController->setDelegate(nullptr);
+    if (!mFileExportDelegate)
+        return;
+    if (failure)
+        mFileExportDelegate->fileExportDidFail(path, *failure);
+    else
+        mFileExportDelegate->fileDidFinishExporting(path);
+}
+
+void TeskDocument::setFileURL(const QUrl& url) {
+    mFileURL = url;
+}
+
+bool TeskDocument::readFromURL(const QUrl& url, const QString& typeName, TeskError* error) {
+    if (typeName == TeskDocumentType)
+        return readDocumentFromURL(url, error);
+
+    if (!canOpenFile(url))
+        return false;
+    setAudioFileURL(url);
+    if (!mPlaybackController) {
+        if (error)
+            *error = badAudioFileError(mSongError);
+        return false;
+    }
+    // Untitled: saving asks where, so the song itself is never written over.
+    setFileURL({});
+    return true;
+}
+
+bool TeskDocument::readDocumentFromURL(const QUrl& url, TeskError* error) {
+    const QString path = url.toLocalFile();
+    auto fail = [&](qint64 code, const QString& reason) {
+        if (error)
+            *error = fileError(
+                code, tr("The document %1 could not be opened. %2").arg(quotedName(path), reason),
+                path);
+        return false;
+    };
+    QFile file(path);
+    if (!file.exists())
+        return fail(kFileReadNoSuchFileError, tr("There is no such file."));
+    if (!file.open(QIODevice::ReadOnly))
+        return fail(file.error() == QFileDevice::PermissionsError ? kFileReadNoPermissionError
+                                                                  : kFileReadUnknownError,
+                    file.errorString());
+    if (file.size() > kLargestDocumentBytes)
+        return fail(kFileReadCorruptFileError, tr("It is too large to be a Tesk document."));
+    const QByteArray bytes = file.readAll();
+    if (file.error() != QFileDevice::NoError)
+        return fail(kFileReadUnknownError, file.errorString());
+    QString problem;
+    const std::optional<TeskDocumentContents> contents = readDocumentContents(bytes, &problem);
+    if (!contents)
+        return fail(kFileReadCorruptFileError, problem);
+
+    // The song is found relative to this file, so it has to be known first.
+    mFileURL = url;
+    mUndoRegistrationEnabled = false;
+    // The song first: the settings that follow reach its player through observation.
+    if (contents->audioFileAlias) {
+        std::optional<TeskFileReference> alias =
+            TeskFileReference::fromBytes(*contents->audioFileAlias);
+        setAudioFileAlias(alias);
+        if (!alias)
+            mSongError = fileError(kFileReadCorruptFileError,
+                                   tr("The document's reference to its song is damaged."), path);
+    }
+    const std::optional<QList<quint32>>* const markerArrays[] = {
+        &contents->genericMarkers, &contents->chorusMarkers, &contents->verseMarkers,
+        &contents->bridgeMarkers};
+    for (int kind = 0; kind < 4; ++kind) {
+        if (*markerArrays[kind])
+            setMarkers(MarkerKind(kind), **markerArrays[kind]);
+    }
+    setLoopRange({contents->loopLocation.value_or(0), contents->loopLength.value_or(0)});
+    // Deliberately zero when missing, unlike a new document's defaults.
+    setZoomLevel(contents->zoomLevel.value_or(0.0));
+    setPlaybackVolume(contents->playbackVolume.value_or(0.0));
+    setPitchAdjustment(contents->pitchAdjustment.value_or(0.0));
+    if (contents->playbackSpeed && std::abs(*contents->playbackSpeed) > 0.0)
+        setPlaybackSpeed(*contents->playbackSpeed);
+    if (contents->effectsSettings)
+        setEffectsSettings(std::make_unique<TeskEffectsSettings>(*contents->effectsSettings));
+    if (contents->documentWindowFrame)
+        setDocumentWindowFrame(*contents->documentWindowFrame);
+    if (contents->effectsVisible)
+        setEffectsVisible(*contents->effectsVisible);
+    mUndoRegistrationEnabled = true;
+    return true;
+}
+
+bool TeskDocument::writeToURL(const QUrl& url, const QString& typeName, TeskError* error) const {
+    if (typeName != TeskDocumentType)
+        return false;
+    const QString path = url.toLocalFile();
+
+    TeskDocumentContents contents;
+    if (mAudioFileAlias) {
+        // Made afresh for where the document goes, so the song is found beside it later.
+        const QString songPath = mAudioFileAlias->resolvedPath(mFileURL.toLocalFile());
+        const std::optional<TeskFileReference> fresh =
+            songPath.isEmpty() ? std::nullopt : TeskFileReference::fromPath(songPath, path);
+        contents.audioFileAlias = (fresh ? *fresh : *mAudioFileAlias).toBytes();
+    }
+    contents.genericMarkers = mGenericMarkers;
+    contents.chorusMarkers = mChorusMarkers;
+    contents.verseMarkers = mVerseMarkers;
+    contents.bridgeMarkers = mBridgeMarkers;
+    contents.effectsSettings = mEffectsSettings->dictionaryRepresentation();
+    contents.zoomLevel = mZoomLevel;
+    contents.playbackVolume = mPlaybackVolume;
+    contents.loopLocation = mLoopRange.location;
+    contents.loopLength = mLoopRange.length;
+    contents.playbackSpeed = mPlaybackSpeed;
+    contents.pitchAdjustment = mPitchAdjustment;
+    // Where the window is now, moved or not.
+    contents.documentWindowFrame = mWindowControllers.isEmpty()
+                                       ? mDocumentWindowFrame
+                                       : mWindowControllers.first()->windowFrame();
+    contents.effectsVisible = mEffectsVisible;
+
+    QSaveFile file(path);
+    if (!file.open(QIODevice::WriteOnly) || file.write(writeDocumentContents(contents)) < 0 ||
+        !file.commit()) {
+        if (error)
+            *error = fileError(kFileWriteUnknownError,
+                               tr("The document %1 could not be saved. %2")
+                                   .arg(quotedName(path), file.errorString()),
+                               path);
+        return false;
+    }
+    return true;
+}
+
+bool TeskDocument::saveToURL(const QUrl& url, TeskError* error) {
+    if (!writeToURL(url, TeskDocumentType, error))
+        return false;
+    setFileURL(url);
+    updateChangeCount(ChangeType::Cleared);
+    return true;
+}
+
+QString TeskDocument::displayName() const {
+    const QUrl song = audioFileURL();
+    if (mFileURL.isEmpty()) {
+        if (const QString title = songTitle(); !title.isEmpty())
+            return title;
+        if (const QString name = QFileInfo(song.toLocalFile()).completeBaseName(); !name.isEmpty())
+            return name;
+    }
+    if (song.isEmpty())
+        return QStringLiteral("Tesk");
+    return QFileInfo(mFileURL.toLocalFile()).completeBaseName();
+}
+
+bool TeskDocument::isDocumentEdited() const {
+    return mChangeCount != 0 || !mUndoStack.isClean();
+}
+
+void TeskDocument::updateChangeCount(ChangeType change) {
+    if (change == ChangeType::Done) {
+        ++mChangeCount;
+    } else {
+        mChangeCount = 0;
+        mUndoStack.setClean();
+    }
+    emit documentEditedChanged();
+}
+
+void TeskDocument::addWindowController(TeskDocumentWindow* window) {
+    if (!mWindowControllers.contains(window))
+        mWindowControllers.append(window);
+}
+
+void TeskDocument::removeWindowController(TeskDocumentWindow* window) {
+    mWindowControllers.removeAll(window);
+}
+
+void TeskDocument::documentWindowWillClose() {
+    if (mMetadataImporter)
+        mMetadataImporter->setDelegate(nullptr);
+    if (mPlaybackController)
+        mPlaybackController->setDelegate(nullptr);
+}
+
+} // namespace tesk

@@ -1,0 +1,185 @@
+#include "document/TeskDocumentFile.h"
+
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QRegularExpression>
+#include <cmath>
+#include <limits>
+
+namespace tesk {
+namespace {
+
+// The keys, in the order they are written.
+const QString kAudioFileAliasKey = QStringLiteral("audioFileAlias");
+const QString kGenericMarkersKey = QStringLiteral("genericMarkers");
+const QString kChorusMarkersKey = QStringLiteral("chorusMarkers");
+const QString kVerseMarkersKey = QStringLiteral("verseMarkers");
+const QString kBridgeMarkersKey = QStringLiteral("bridgeMarkers");
+const QString kEffectsSettingsKey = QStringLiteral("effectsSettings");
+const QString kZoomLevelKey = QStringLiteral("zoomLevel");
+const QString kPlaybackVolumeKey = QStringLiteral("playbackVolume");
+const QString kLoopLocationKey = QStringLiteral("loopRange.location");
+const QString kLoopLengthKey = QStringLiteral("loopRange.length");
+const QString kPlaybackSpeedKey = QStringLiteral("playbackSpeed");
+const QString kPitchAdjustmentKey = QStringLiteral("pitchAdjustment");
+const QString kDocumentWindowFrameKey = QStringLiteral("documentWindowFrame");
+const QString kEffectsVisibleKey = QStringLiteral("effectsVisible");
+
+QJsonArray markersToJson(const QList<quint32>& markers) {
+    QJsonArray array;
+    for (quint32 frame : markers)
+        array.append(static_cast<qint64>(frame));
+    return array;
+}
+
+std::optional<double> readDouble(const QJsonObject& object, const QString& key) {
+    const QJsonValue value = object.value(key);
+    if (!value.isDouble() || !std::isfinite(value.toDouble()))
+        return std::nullopt;
+    return value.toDouble();
+}
+
+std::optional<quint32> frameFromJson(const QJsonValue& value) {
+    if (!value.isDouble())
+        return std::nullopt;
+    const double number = value.toDouble();
+    if (!(number >= 0.0) || number > std::numeric_limits<quint32>::max() ||
+        number != std::floor(number))
+        return std::nullopt;
+    return static_cast<quint32>(number);
+}
+
+std::optional<quint32> readFrame(const QJsonObject& object, const QString& key) {
+    return frameFromJson(object.value(key));
+}
+
+/// A marker array with any entry that is not a frame number counts as missing as a whole:
+/// keeping the good entries of a damaged array would silently move markers the user placed.
+std::optional<QList<quint32>> readMarkers(const QJsonObject& object, const QString& key) {
+    const QJsonValue value = object.value(key);
+    if (!value.isArray())
+        return std::nullopt;
+    QList<quint32> markers;
+    const QJsonArray array = value.toArray();
+    markers.reserve(array.size());
+    for (const QJsonValue& entry : array) {
+        const std::optional<quint32> frame = frameFromJson(entry);
+        if (!frame)
+            return std::nullopt;
+        markers.append(*frame);
+    }
+    return markers;
+}
+
+/// One line of the object: the key and its value in compact JSON.
+QByteArray jsonLine(const QString& key, const QJsonValue& value) {
+    // QJsonDocument only writes whole arrays and objects; the brackets are cut off again.
+    QByteArray text = QJsonDocument(QJsonArray{value}).toJson(QJsonDocument::Compact);
+    text = text.mid(1, text.size() - 2);
+    return QJsonDocument(QJsonArray{key}).toJson(QJsonDocument::Compact).mid(1).chopped(1) + ": " +
+           text;
+}
+
+} // namespace
+
+QByteArray writeDocumentContents(const TeskDocumentContents& contents) {
+    QList<QByteArray> lines;
+    auto add = [&lines](const QString& key, const auto& member, auto toJson) {
+        if (member)
+            lines.append(jsonLine(key, toJson(*member)));
+    };
+    auto number = [](auto value) { return QJsonValue(static_cast<double>(value)); };
+    add(kAudioFileAliasKey, contents.audioFileAlias,
+        [](const QByteArray& bytes) { return QJsonValue(QString::fromLatin1(bytes.toBase64())); });
+    add(kGenericMarkersKey, contents.genericMarkers, markersToJson);
+    add(kChorusMarkersKey, contents.chorusMarkers, markersToJson);
+    add(kVerseMarkersKey, contents.verseMarkers, markersToJson);
+    add(kBridgeMarkersKey, contents.bridgeMarkers, markersToJson);
+    add(kEffectsSettingsKey, contents.effectsSettings,
+        [](const QVariantMap& map) { return QJsonValue(QJsonObject::fromVariantMap(map)); });
+    add(kZoomLevelKey, contents.zoomLevel, number);
+    add(kPlaybackVolumeKey, contents.playbackVolume, number);
+    add(kLoopLocationKey, contents.loopLocation, number);
+    add(kLoopLengthKey, contents.loopLength, number);
+    add(kPlaybackSpeedKey, contents.playbackSpeed, number);
+    add(kPitchAdjustmentKey, contents.pitchAdjustment, number);
+    add(kDocumentWindowFrameKey, contents.documentWindowFrame,
+        [](const QRectF& rect) { return QJsonValue(stringFromRect(rect)); });
+    add(kEffectsVisibleKey, contents.effectsVisible, [](bool flag) { return QJsonValue(flag); });
+
+    QByteArray bytes = "{\n";
+    for (qsizetype i = 0; i < lines.size(); ++i)
+        bytes += "    " + lines[i] + (i + 1 < lines.size() ? ",\n" : "\n");
+    bytes += "}\n";
+    return bytes;
+}
+
+std::optional<TeskDocumentContents> readDocumentContents(const QByteArray& bytes,
+                                                         QString* problem) {
+    QJsonParseError parseError;
+    const QJsonDocument json = QJsonDocument::fromJson(bytes, &parseError);
+    if (json.isNull() || !json.isObject()) {
+        if (problem) {
+            *problem = json.isNull()
+                           ? QStringLiteral("Its contents are damaged (%1 at byte %2).")
+                                 .arg(parseError.errorString())
+                                 .arg(parseError.offset)
+                           : QStringLiteral("It does not hold Tesk's settings for a song.");
+        }
+        return std::nullopt;
+    }
+    const QJsonObject object = json.object();
+
+    TeskDocumentContents contents;
+    const QJsonValue alias = object.value(kAudioFileAliasKey);
+    if (alias.isString()) {
+        const auto decoded = QByteArray::fromBase64Encoding(
+            alias.toString().toLatin1(), QByteArray::AbortOnBase64DecodingErrors);
+        if (decoded)
+            contents.audioFileAlias = *decoded;
+    }
+    contents.genericMarkers = readMarkers(object, kGenericMarkersKey);
+    contents.chorusMarkers = readMarkers(object, kChorusMarkersKey);
+    contents.verseMarkers = readMarkers(object, kVerseMarkersKey);
+    contents.bridgeMarkers = readMarkers(object, kBridgeMarkersKey);
+    const QJsonValue effects = object.value(kEffectsSettingsKey);
+    if (effects.isObject())
+        contents.effectsSettings = effects.toObject().toVariantMap();
+    contents.zoomLevel = readDouble(object, kZoomLevelKey);
+    contents.playbackVolume = readDouble(object, kPlaybackVolumeKey);
+    contents.loopLocation = readFrame(object, kLoopLocationKey);
+    contents.loopLength = readFrame(object, kLoopLengthKey);
+    contents.playbackSpeed = readDouble(object, kPlaybackSpeedKey);
+    contents.pitchAdjustment = readDouble(object, kPitchAdjustmentKey);
+    const QJsonValue frame = object.value(kDocumentWindowFrameKey);
+    if (frame.isString())
+        contents.documentWindowFrame = rectFromString(frame.toString());
+    const QJsonValue effectsVisible = object.value(kEffectsVisibleKey);
+    if (effectsVisible.isBool())
+        contents.effectsVisible = effectsVisible.toBool();
+    return contents;
+}
+
+QString stringFromRect(const QRectF& rect) {
+    auto number = [](double value) { return QString::number(value, 'g', 9); };
+    return QStringLiteral("{{%1, %2}, {%3, %4}}")
+        .arg(number(rect.x()), number(rect.y()), number(rect.width()), number(rect.height()));
+}
+
+QRectF rectFromString(const QString& text) {
+    static const QRegularExpression numberPattern(
+        QStringLiteral(R"([-+]?(?:\d+\.?\d*|\.\d+)(?:[eE][-+]?\d+)?)"));
+    double values[4] = {0.0, 0.0, 0.0, 0.0};
+    int count = 0;
+    for (auto match = numberPattern.globalMatch(text); match.hasNext() && count < 4; ++count) {
+        const double value = match.next().captured().toDouble();
+        // A window frame has to fit a screen; anything absurd reads as no frame at all.
+        if (!std::isfinite(value) || std::abs(value) > 1.0e7)
+            return {};
+        values[count] = value;
+    }
+    return QRectF(values[0], values[1], values[2], values[3]);
+}
+
+} // namespace tesk
