@@ -625,17 +625,26 @@ bool TeskDocument::writeToURL(const QUrl& url, const QString& typeName, TeskErro
                                        : mWindowControllers.first()->windowFrame();
     contents.effectsVisible = mEffectsVisible;
 
+    const QByteArray bytes = writeDocumentContents(contents);
     QSaveFile file(path);
-    if (!file.open(QIODevice::WriteOnly) || file.write(writeDocumentContents(contents)) < 0 ||
-        !file.commit()) {
-        if (error)
-            *error = fileError(kFileWriteUnknownError,
-                               tr("The document %1 could not be saved. %2")
-                                   .arg(quotedName(path), file.errorString()),
-                               path);
-        return false;
+    QString reason;
+    // Unbuffered, so that a short write shows here rather than being lost in commit().
+    if (!file.open(QIODevice::WriteOnly | QIODevice::Unbuffered)) {
+        reason = file.errorString();
+    } else if (file.write(bytes) != bytes.size()) {
+        // A full disk shows as a short write.
+        reason = tr("Not all of it could be written; the disk may be full.");
+        file.cancelWriting();
+    } else if (!file.commit()) {
+        reason = file.errorString();
     }
-    return true;
+    if (reason.isEmpty())
+        return true;
+    if (error)
+        *error = fileError(
+            kFileWriteUnknownError,
+            tr("The document %1 could not be saved. %2").arg(quotedName(path), reason), path);
+    return false;
 }
 
 bool TeskDocument::saveToURL(const QUrl& url, TeskError* error) {

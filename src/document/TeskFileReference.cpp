@@ -267,8 +267,10 @@ QString TeskFileReference::resolvedPath(const QString& documentPath) const {
     if (QString found = canonicalRegular(mAbsolutePath); !found.isEmpty()) {
         return found;
     }
-    // Renamed in its folder.
-    if (QString found = findIdentity(folder, identity, 0, kFolderScanBudget); !found.isEmpty()) {
+    // Renamed in its folder, or sorted into a folder inside it (an album's); its own entries
+    // are looked at first.
+    if (QString found = findIdentity(folder, identity, kParentScanDepth, kFolderScanBudget);
+        !found.isEmpty()) {
         return found;
     }
     // Moved with the document (perhaps to another disk, where the inode is new), or put

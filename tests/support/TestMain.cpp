@@ -3,6 +3,8 @@
 #include "support/Assertions.h"
 
 #include <QApplication>
+#include <QSettings>
+#include <QTemporaryDir>
 #include <gtest/gtest.h>
 
 namespace {
@@ -19,6 +21,9 @@ int main(int argc, char** argv) {
     QApplication application(argc, argv);
     QCoreApplication::setOrganizationName(QStringLiteral("TeskTests"));
     QCoreApplication::setApplicationName(QStringLiteral("TeskTests"));
+    // Settings that tests write (the last volume used...) stay out of the user's own.
+    QTemporaryDir settings;
+    QSettings::setPath(QSettings::NativeFormat, QSettings::UserScope, settings.path());
     testing::InitGoogleTest(&argc, argv);
     tesk::setAssertionHandler(&throwAssertionFailure);
     return RUN_ALL_TESTS();

@@ -1,0 +1,586 @@
+#include "document/TeskDocument.h"
+
+#include "audio/TeskEqualizerSettings.h"
+#include "audio/TeskVocalReductionEffectSettings.h"
+#include "document/TeskDocumentFile.h"
+#include "document/TeskDocumentWindow.h"
+#include "support/AudioFiles.h"
+#include "support/Signals.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QSettings>
+#include <QSignalSpy>
+#include <QTemporaryDir>
+#include <QTest>
+#include <csignal>
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+
+using namespace tesk;
+using namespace tesk::test;
+
+namespace {
+
+constexpr int kRate = 44100;
+
+class RecordingDelegate : public TeskDocumentPlaybackDelegate,
+                          public TeskDocumentMetadataDelegate,
+                          public TeskDocumentFileExportDelegate {
+public:
+    void documentDidBeginPlayingAudio(TeskDocument*) override { ++began; }
+    void documentDidStopPlayingAudio(TeskDocument*) override { ++stopped; }
+    void documentDidImportMetadata(TeskDocument*) override { ++metadata; }
+    void updateFileExportWithProgress(double value) override { progress.push_back(value); }
+    void fileDidFinishExporting(const QString& path) override { finished = path; }
+    void fileExportDidFail(const QString& path, const TeskError& error) override {
+        failed = path;
+        failure = error;
+    }
+
+    int began = 0;
+    int stopped = 0;
+    int metadata = 0;
+    std::vector<double> progress;
+    QString finished;
+    QString failed;
+    TeskError failure;
+};
+
+class FakeWindow : public TeskDocumentWindow {
+public:
+    void showWindow() override { ++shown; }
+    void synchronizeWindowTitleWithDocumentName() override { ++titleSyncs; }
+    QRectF windowFrame() const override { return frame; }
+
+    int shown = 0;
+    int titleSyncs = 0;
+    QRectF frame{120, 80, 900, 640};
+};
+
+class DocumentTest : public testing::Test {
+protected:
+    QString path(const QString& name) const { return mDir.filePath(name); }
+    QUrl url(const QString& name) const { return QUrl::fromLocalFile(path(name)); }
+
+    /// A stereo sine song of `seconds`, with a title tag when one is given.
+    QString writeSong(const QString& name, double seconds, const QString& title = {}) {
+        const auto frames = std::size_t(seconds * kRate);
+        const Channels channels{sine(440.0, 0.5, frames, kRate), sine(440.0, 0.5, frames, kRate)};
+        const QString file = path(name);
+        if (title.isEmpty()) {
+            EXPECT_TRUE(writeWav(file, channels, kRate, WavSampleFormat::Int16));
+        } else {
+            QString log;
+            EXPECT_TRUE(writeEncoded(file, channels, kRate,
+                                     {QStringLiteral("-metadata"), QStringLiteral("title=") + title,
+                                      QStringLiteral("-c:a"), QStringLiteral("pcm_s16le")},
+                                     &log))
+                << log.toStdString();
+        }
+        return file;
+    }
+
+    /// A document for the song `file`, as opening the song makes it.
+    std::unique_ptr<TeskDocument> openSong(const QString& file) {
+        auto document = std::make_unique<TeskDocument>();
+        TeskError error;
+        EXPECT_TRUE(
+            document->readFromURL(QUrl::fromLocalFile(file), QStringLiteral("audio/x-wav"), &error))
+            << error.description().toStdString();
+        return document;
+    }
+
+    std::unique_ptr<TeskDocument> load(const QString& name, TeskError* error = nullptr) {
+        auto document = std::make_unique<TeskDocument>();
+        TeskError ignored;
+        if (!document->readFromURL(url(name), TeskDocumentType, error ? error : &ignored))
+            return nullptr;
+        return document;
+    }
+
+    void writeFile(const QString& name, const QByteArray& bytes) {
+        QFile file(path(name));
+        ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+        file.write(bytes);
+    }
+
+    QByteArray readFile(const QString& name) {
+        QFile file(path(name));
+        return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+    }
+
+    /// A saved document holding only the keys of `object`, the song reference included.
+    void writeDocument(const QString& name, QJsonObject object, const QString& song) {
+        object.insert(QStringLiteral("audioFileAlias"),
+                      QString::fromLatin1(TeskFileReference::fromPath(song)->toBytes().toBase64()));
+        writeFile(name, QJsonDocument(object).toJson());
+    }
+
+    QTemporaryDir mDir;
+};
+
+TEST_F(DocumentTest, NewDocumentsStartAtTheDefaultsAndTheLastVolumeUsed) {
+    QSettings().remove(TeskDocument::PlaybackVolumeSettingKey);
+    {
+        TeskDocument first;
+        EXPECT_EQ(first.playbackVolume(), 1.0);
+        EXPECT_EQ(first.zoomLevel(), 0.9);
+        EXPECT_EQ(first.playbackSpeed(), 1.0);
+        EXPECT_EQ(first.pitchAdjustment(), 0.0);
+        EXPECT_EQ(first.loopRange(), LoopRange{});
+        for (int kind = 0; kind < 4; ++kind)
+            EXPECT_TRUE(first.markers(MarkerKind(kind)).isEmpty());
+        EXPECT_FALSE(first.effectsVisible());
+        EXPECT_TRUE(first.documentWindowFrame().isNull());
+        ASSERT_NE(first.effectsSettings(), nullptr);
+        EXPECT_EQ(first.effectsSettings()->dictionaryRepresentation(),
+                  TeskEffectsSettings().dictionaryRepresentation());
+        EXPECT_FALSE(first.isDocumentEdited());
+        first.setPlaybackVolume(0.35);
+    }
+    TeskDocument next;
+    EXPECT_EQ(next.playbackVolume(), 0.35);
+}
+
+TEST_F(DocumentTest, WithoutASongNothingPlaysAndMarkersAreRefused) {
+    TeskDocument document;
+    RecordingDelegate delegate;
+    document.setPlaybackDelegate(&delegate);
+    EXPECT_EQ(document.displayName(), QStringLiteral("Tesk"));
+    EXPECT_FALSE(document.canDropMarkers());
+    document.setPlaybackSpeed(0.5);
+    document.setPitchAdjustment(3.0);
+    document.startFilePlaying();
+    document.dropGenericMarker();
+    document.offsetCurrentFrame(1000);
+    EXPECT_FALSE(document.isFilePlaying());
+    EXPECT_EQ(document.currentFrame(), 0);
+    EXPECT_TRUE(document.genericMarkers().isEmpty());
+    EXPECT_EQ(delegate.began, 0);
+    EXPECT_FALSE(document.performLoopExportToFile(
+        {{QStringLiteral("destinationFile"), path(QStringLiteral("out.aif"))}}));
+}
+
+TEST_F(DocumentTest, EverySettingReachesThePlayer) {
+    auto document = openSong(writeSong(QStringLiteral("song.wav"), 1.0));
+    TeskExtendedAudioFilePlayer* player = document->player();
+    ASSERT_NE(player, nullptr);
+
+    document->setPlaybackVolume(0.25);
+    document->setPlaybackSpeed(-0.75);
+    document->setPitchAdjustment(-5.0);
+    EXPECT_FLOAT_EQ(player->outputAudioUnit()->playbackLevel(), 0.25f);
+    EXPECT_FLOAT_EQ(player->playbackSpeed(), 0.75f);
+    EXPECT_DOUBLE_EQ(player->playbackPitchInSemitones(), -5.0);
+
+    TeskEffectsSettings* effects = document->effectsSettings();
+    effects->setVocalReductionEnabled(true);
+    effects->setPanningEnabled(true);
+    effects->setPanAmount(0.8);
+    effects->setOutOfPhase(true);
+    effects->setEqualizerEnabled(true);
+    TeskEqualizerSettings equalizer;
+    QList<double> gains(10, 0.0);
+    gains[3] = -12.0;
+    equalizer.setBands(gains);
+    effects->setEqualizerSettings(&equalizer);
+    // An edit inside the vocal band object reaches the player too.
+    effects->vocalReductionEffectSettings()->setLowFrequency(300.0);
+    EXPECT_TRUE(player->vocalRemoval());
+    EXPECT_EQ(player->vocalReductionEffectSettings()->lowFrequency(), 300.0);
+    EXPECT_TRUE(player->panAdjust());
+    EXPECT_EQ(player->panAmount(), 0.8);
+    EXPECT_TRUE(player->outOfPhase());
+    EXPECT_TRUE(player->equalizerEnabled());
+    EXPECT_EQ(player->equalizerSettings()->gainOfBand(3), -12.0);
+
+    // Installing another settings object pushes all of its values at once.
+    document->setEffectsSettings(std::make_unique<TeskEffectsSettings>());
+    EXPECT_FALSE(player->vocalRemoval());
+    EXPECT_FALSE(player->panAdjust());
+    EXPECT_FALSE(player->outOfPhase());
+    EXPECT_FALSE(player->equalizerEnabled());
+    EXPECT_EQ(player->equalizerSettings()->gainOfBand(3), 0.0);
+    effects = document->effectsSettings();
+    effects->setPanningEnabled(true);
+    EXPECT_TRUE(player->panAdjust());
+}
+
+TEST_F(DocumentTest, MarkersToggleAndUndoAsWholeArraysLikeTheLoop) {
+    auto document = openSong(writeSong(QStringLiteral("song.wav"), 2.0));
+    QUndoStack* undo = document->undoManager();
+    EXPECT_EQ(undo->count(), 0);
+
+    document->setCurrentFrame(1000);
+    document->dropGenericMarker();
+    document->setCurrentFrame(5000);
+    document->dropGenericMarker();
+    document->dropChorusMarker();
+    EXPECT_EQ(document->genericMarkers(), (QList<quint32>{1000, 5000}));
+    EXPECT_EQ(document->chorusMarkers(), (QList<quint32>{5000}));
+    // The second drop at one frame takes the marker away again.
+    document->setCurrentFrame(1000);
+    document->dropGenericMarker();
+    EXPECT_EQ(document->genericMarkers(), (QList<quint32>{5000}));
+
+    undo->undo();
+    EXPECT_EQ(document->genericMarkers(), (QList<quint32>{1000, 5000}));
+    undo->undo();
+    EXPECT_TRUE(document->chorusMarkers().isEmpty());
+    undo->redo();
+    EXPECT_EQ(document->chorusMarkers(), (QList<quint32>{5000}));
+
+    // Plain settings never reach the undo stack; the loop does.
+    const int steps = undo->count();
+    document->setPlaybackSpeed(0.5);
+    document->setPitchAdjustment(2.0);
+    document->setPlaybackVolume(0.5);
+    document->setZoomLevel(0.2);
+    EXPECT_EQ(undo->count(), steps);
+    document->setLoopRange({100, 200});
+    document->setLoopRange({300, 400});
+    undo->undo();
+    EXPECT_EQ(document->loopRange(), (LoopRange{100, 200}));
+    undo->undo();
+    EXPECT_EQ(document->loopRange(), LoopRange{});
+    EXPECT_TRUE(document->isDocumentEdited());
+}
+
+TEST_F(DocumentTest, TheLoopRangeSteersLoopingPlayback) {
+    auto document = openSong(writeSong(QStringLiteral("song.wav"), 6.0));
+    RecordingDelegate delegate;
+    document->setPlaybackDelegate(&delegate);
+    TeskExtendedAudioFilePlayer* player = document->player();
+
+    // Starting exactly at the loop's end stays there.
+    document->setLoopRange({kRate, kRate});
+    document->setCurrentFrame(2 * kRate);
+    document->startFileLooping();
+    EXPECT_EQ(delegate.began, 1);
+    EXPECT_TRUE(player->isLooping());
+    EXPECT_EQ(player->loopRange(), (LoopRange{kRate, kRate}));
+    EXPECT_GE(document->currentFrame(), 2 * kRate - 4410);
+    document->stopFilePlaying();
+    EXPECT_EQ(delegate.stopped, 1);
+
+    // From outside the loop, looping starts at the loop's start.
+    document->setCurrentFrame(4 * kRate);
+    document->startFileLooping();
+    EXPECT_LT(std::abs(document->currentFrame() - kRate), 4410);
+
+    // A new loop that starts after the position leaves it alone...
+    document->setLoopRange({3 * kRate, kRate});
+    EXPECT_EQ(player->loopRange(), (LoopRange{3 * kRate, kRate}));
+    EXPECT_LT(document->currentFrame(), 2 * kRate);
+    // ...one that ends before it sends it to the loop's start.
+    document->setCurrentFrame(5 * kRate);
+    document->setLoopRange({kRate / 2, kRate / 2});
+    EXPECT_LT(std::abs(document->currentFrame() - kRate / 2), 4410);
+    // A loop of no length ends looping, not playback.
+    document->setLoopRange({0, 0});
+    EXPECT_FALSE(player->isLooping());
+    EXPECT_TRUE(player->isFilePlaying());
+    document->stopFilePlaying();
+}
+
+TEST_F(DocumentTest, TheEndOfTheSongStopsPlaybackAndTellsTheDelegate) {
+    auto document = openSong(writeSong(QStringLiteral("song.wav"), 0.5));
+    RecordingDelegate delegate;
+    document->setPlaybackDelegate(&delegate);
+    document->startFilePlaying();
+    EXPECT_TRUE(QTest::qWaitFor([&] { return delegate.stopped == 1; }, 5000));
+    EXPECT_FALSE(document->isFilePlaying());
+    const qint64 end = document->currentFrame();
+    document->offsetCurrentFrame(-kRate / 4);
+    EXPECT_EQ(document->currentFrame(), end - kRate / 4);
+}
+
+TEST_F(DocumentTest, SavingAndLoadingKeepsEveryField) {
+    const QString song = writeSong(QStringLiteral("song.wav"), 1.0);
+    auto document = openSong(song);
+    FakeWindow window;
+    document->addWindowController(&window);
+    document->setPlaybackVolume(0.6);
+    document->setZoomLevel(0.3);
+    document->setLoopRange({4410, 22050});
+    document->setPlaybackSpeed(-0.5);
+    document->setPitchAdjustment(7.0);
+    document->setGenericMarkers({30, 10, 20});
+    document->setChorusMarkers({1});
+    document->setVerseMarkers({4294967295u});
+    document->setBridgeMarkers({7, 8});
+    document->effectsSettings()->setPanningEnabled(true);
+    document->effectsSettings()->setPanAmount(0.2);
+    document->effectsSettings()->vocalReductionEffectSettings()->setHighFrequency(4000.0);
+    document->setEffectsVisible(true);
+    document->setDocumentWindowFrame({1, 2, 3, 4});
+    TeskError error;
+    ASSERT_TRUE(document->saveToURL(url(QStringLiteral("practice.tesk")), &error))
+        << error.description().toStdString();
+    EXPECT_FALSE(document->isDocumentEdited());
+    EXPECT_EQ(document->displayName(), QStringLiteral("practice"));
+
+    auto loaded = load(QStringLiteral("practice.tesk"), &error);
+    ASSERT_TRUE(loaded) << error.description().toStdString();
+    EXPECT_EQ(loaded->audioFileURL(), QUrl::fromLocalFile(QFileInfo(song).canonicalFilePath()));
+    ASSERT_NE(loaded->player(), nullptr);
+    EXPECT_EQ(loaded->playbackVolume(), 0.6);
+    EXPECT_EQ(loaded->zoomLevel(), 0.3);
+    EXPECT_EQ(loaded->loopRange(), (LoopRange{4410, 22050}));
+    EXPECT_EQ(loaded->playbackSpeed(), -0.5);
+    EXPECT_EQ(loaded->pitchAdjustment(), 7.0);
+    EXPECT_EQ(loaded->genericMarkers(), (QList<quint32>{30, 10, 20}));
+    EXPECT_EQ(loaded->chorusMarkers(), (QList<quint32>{1}));
+    EXPECT_EQ(loaded->verseMarkers(), (QList<quint32>{4294967295u}));
+    EXPECT_EQ(loaded->bridgeMarkers(), (QList<quint32>{7, 8}));
+    EXPECT_EQ(loaded->effectsSettings()->dictionaryRepresentation(),
+              document->effectsSettings()->dictionaryRepresentation());
+    EXPECT_TRUE(loaded->effectsVisible());
+    // The window's own frame is saved, not the one the document was opened with.
+    EXPECT_EQ(loaded->documentWindowFrame(), window.frame);
+    // The loaded values went through observation into the new player.
+    EXPECT_FLOAT_EQ(loaded->player()->playbackSpeed(), 0.5f);
+    EXPECT_DOUBLE_EQ(loaded->player()->playbackPitchInSemitones(), 7.0);
+    EXPECT_EQ(loaded->player()->panAmount(), 0.2);
+    EXPECT_EQ(loaded->player()->vocalReductionEffectSettings()->highFrequency(), 4000.0);
+    // Loading is not an edit and cannot be undone.
+    EXPECT_EQ(loaded->undoManager()->count(), 0);
+    EXPECT_FALSE(loaded->isDocumentEdited());
+    EXPECT_EQ(loaded->displayName(), QStringLiteral("practice"));
+}
+
+TEST_F(DocumentTest, MissingAndDamagedKeysFollowTheirRules) {
+    const QString song = writeSong(QStringLiteral("song.wav"), 0.5);
+    // Missing volume and zoom read as zero, not as a new document's defaults.
+    writeDocument(QStringLiteral("bare.tesk"), {}, song);
+    auto bare = load(QStringLiteral("bare.tesk"));
+    ASSERT_TRUE(bare);
+    EXPECT_EQ(bare->playbackVolume(), 0.0);
+    EXPECT_EQ(bare->zoomLevel(), 0.0);
+    EXPECT_EQ(bare->playbackSpeed(), 1.0);
+    EXPECT_EQ(bare->pitchAdjustment(), 0.0);
+    EXPECT_EQ(bare->loopRange(), LoopRange{});
+    EXPECT_FALSE(bare->effectsVisible());
+    EXPECT_EQ(bare->effectsSettings()->dictionaryRepresentation(),
+              TeskEffectsSettings().dictionaryRepresentation());
+
+    // A zero speed is ignored, a negative one applied; wrong types and values out of range
+    // count as missing.
+    writeDocument(QStringLiteral("zero.tesk"), {{QStringLiteral("playbackSpeed"), 0.0}}, song);
+    EXPECT_EQ(load(QStringLiteral("zero.tesk"))->playbackSpeed(), 1.0);
+    writeDocument(QStringLiteral("negative.tesk"),
+                  {{QStringLiteral("playbackSpeed"), -0.25},
+                   {QStringLiteral("playbackVolume"), QStringLiteral("loud")},
+                   {QStringLiteral("zoomLevel"), 0.5},
+                   {QStringLiteral("genericMarkers"), QJsonArray{1, 2.5, 3}},
+                   {QStringLiteral("chorusMarkers"), QJsonArray{9, 8}},
+                   {QStringLiteral("loopRange.location"), 1e300},
+                   {QStringLiteral("loopRange.length"), 500},
+                   {QStringLiteral("effectsVisible"), QStringLiteral("yes")},
+                   {QStringLiteral("documentWindowFrame"), QStringLiteral("{{10, 20}, {300")}},
+                  song);
+    auto damaged = load(QStringLiteral("negative.tesk"));
+    ASSERT_TRUE(damaged);
+    EXPECT_EQ(damaged->playbackSpeed(), -0.25);
+    EXPECT_EQ(damaged->playbackVolume(), 0.0);
+    EXPECT_EQ(damaged->zoomLevel(), 0.5);
+    EXPECT_TRUE(damaged->genericMarkers().isEmpty());
+    EXPECT_EQ(damaged->chorusMarkers(), (QList<quint32>{9, 8}));
+    EXPECT_EQ(damaged->loopRange(), (LoopRange{0, 500}));
+    EXPECT_FALSE(damaged->effectsVisible());
+    EXPECT_EQ(damaged->documentWindowFrame(), QRectF(10, 20, 300, 0));
+}
+
+TEST_F(DocumentTest, TheSongIsFoundAfterAMoveAndAMissingSongIsNoError) {
+    const QString song = writeSong(QStringLiteral("song.wav"), 0.5);
+    TeskDocument document;
+    document.setAudioFileURL(QUrl::fromLocalFile(song));
+    TeskError error;
+    ASSERT_TRUE(document.saveToURL(url(QStringLiteral("practice.tesk")), &error));
+
+    ASSERT_TRUE(QDir(mDir.path()).mkpath(QStringLiteral("elsewhere")));
+    const QString moved = path(QStringLiteral("elsewhere/renamed.wav"));
+    ASSERT_TRUE(QFile::rename(song, moved));
+    auto found = load(QStringLiteral("practice.tesk"));
+    ASSERT_TRUE(found);
+    EXPECT_EQ(found->audioFileURL().toLocalFile(), QFileInfo(moved).canonicalFilePath());
+    EXPECT_NE(found->player(), nullptr);
+
+    // Gone for good: the document still opens, without a song to play.
+    ASSERT_TRUE(QFile::remove(moved));
+    auto lost = load(QStringLiteral("practice.tesk"), &error);
+    ASSERT_TRUE(lost);
+    EXPECT_EQ(lost->player(), nullptr);
+    EXPECT_TRUE(lost->audioFileURL().isEmpty());
+    ASSERT_TRUE(lost->songError());
+    EXPECT_TRUE(lost->songError()->localizedDescription().contains(QStringLiteral("song.wav")));
+    EXPECT_FALSE(lost->canDropMarkers());
+    lost->startFilePlaying();
+    EXPECT_FALSE(lost->isFilePlaying());
+}
+
+TEST_F(DocumentTest, DamagedDocumentFilesGiveAnErrorNamingTheFile) {
+    const QList<std::pair<QString, QByteArray>> damaged{
+        {QStringLiteral("garbage.tesk"), QByteArray("\x00\xff\x13 not json", 14)},
+        {QStringLiteral("truncated.tesk"), QByteArray("{\"zoomLevel\": 0.5, \"genericMar")},
+        {QStringLiteral("array.tesk"), QByteArray("[1, 2, 3]")},
+        {QStringLiteral("empty.tesk"), QByteArray()},
+    };
+    for (const auto& [name, bytes] : damaged) {
+        writeFile(name, bytes);
+        TeskError error;
+        EXPECT_FALSE(load(name, &error)) << name.toStdString();
+        EXPECT_TRUE(error.localizedDescription().contains(name)) << name.toStdString();
+    }
+    TeskError error;
+    EXPECT_FALSE(load(QStringLiteral("absent.tesk"), &error));
+    EXPECT_TRUE(error.localizedDescription().contains(QStringLiteral("absent.tesk")));
+
+    // A damaged song reference opens a document without its song.
+    writeFile(QStringLiteral("alias.tesk"),
+              R"({"audioFileAlias": "bm90IGEgcmVmZXJlbmNl", "zoomLevel": 0.5})");
+    auto document = load(QStringLiteral("alias.tesk"), &error);
+    ASSERT_TRUE(document);
+    EXPECT_EQ(document->zoomLevel(), 0.5);
+    EXPECT_EQ(document->player(), nullptr);
+    EXPECT_TRUE(document->songError().has_value());
+}
+
+TEST_F(DocumentTest, AFailedSaveLeavesThePreviousDocumentWhole) {
+    TeskDocument document;
+    document.setGenericMarkers({1, 2, 3});
+    TeskError error;
+    ASSERT_TRUE(document.saveToURL(url(QStringLiteral("practice.tesk")), &error));
+    const QByteArray saved = readFile(QStringLiteral("practice.tesk"));
+
+    // The disk "fills up" part-way through the write.
+    QList<quint32> many;
+    for (quint32 i = 0; i < 2000; ++i)
+        many.append(i * 1000);
+    document.setGenericMarkers(many);
+    rlimit previous{};
+    ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &previous), 0);
+    const auto previousHandler = std::signal(SIGXFSZ, SIG_IGN);
+    rlimit small = previous;
+    small.rlim_cur = rlim_t(saved.size() + 64);
+    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &small), 0);
+    const bool written = document.saveToURL(url(QStringLiteral("practice.tesk")), &error);
+    setrlimit(RLIMIT_FSIZE, &previous);
+    std::signal(SIGXFSZ, previousHandler);
+
+    EXPECT_FALSE(written);
+    EXPECT_TRUE(error.localizedDescription().contains(QStringLiteral("practice.tesk")));
+    EXPECT_EQ(readFile(QStringLiteral("practice.tesk")), saved);
+    EXPECT_TRUE(document.isDocumentEdited());
+    EXPECT_EQ(QDir(mDir.path()).entryList(QDir::Files).size(), 1) << "no temporary file left";
+
+    // Only Tesk's own type is written.
+    EXPECT_FALSE(document.writeToURL(url(QStringLiteral("other.tesk")),
+                                     QStringLiteral("audio/x-wav"), &error));
+    EXPECT_FALSE(QFile::exists(path(QStringLiteral("other.tesk"))));
+}
+
+TEST_F(DocumentTest, ASongFileGivesAnUntitledDocumentNamedAfterTheSong) {
+    const QString song = writeSong(QStringLiteral("My Song.live.wav"), 0.5, QStringLiteral("Été"));
+    TeskDocument document;
+    RecordingDelegate delegate;
+    FakeWindow window;
+    document.setMetadataDelegate(&delegate);
+    document.addWindowController(&window);
+    TeskError error;
+    ASSERT_TRUE(
+        document.readFromURL(QUrl::fromLocalFile(song), QStringLiteral("audio/x-wav"), &error));
+    EXPECT_TRUE(document.fileURL().isEmpty());
+    EXPECT_TRUE(document.isDocumentEdited());
+    EXPECT_TRUE(document.canDropMarkers());
+    EXPECT_EQ(document.displayName(), QStringLiteral("My Song.live"));
+    ASSERT_TRUE(QTest::qWaitFor([&] { return delegate.metadata == 1; }, 5000));
+    EXPECT_EQ(document.songTitle(), QStringLiteral("Été"));
+    EXPECT_EQ(document.displayName(), QStringLiteral("Été"));
+    EXPECT_EQ(window.titleSyncs, 1);
+    EXPECT_EQ(document.player()->songMetadata().title, QStringLiteral("Été"));
+}
+
+TEST_F(DocumentTest, OnlyLoadableSongsOpen) {
+    // Not a song at all: refused without an error.
+    writeFile(QStringLiteral("notes.wav"), "these are my practice notes, not a song\n");
+    TeskDocument text;
+    TeskError error;
+    EXPECT_FALSE(
+        text.readFromURL(url(QStringLiteral("notes.wav")), QStringLiteral("audio/x-wav"), &error));
+    EXPECT_TRUE(error.domain().isEmpty());
+
+    // Looks like WAV but holds no sound: the "Bad Audio File" error.
+    QByteArray header("RIFF\x24\x00\x00\x00WAVEfmt ", 16);
+    header += QByteArray("\x10\x00\x00\x00\x01\x00\x02\x00\x44\xac\x00\x00\x10\xb1\x02\x00"
+                         "\x04\x00\x10\x00",
+                         20);
+    writeFile(QStringLiteral("broken.wav"), header);
+    TeskDocument broken;
+    EXPECT_FALSE(broken.readFromURL(url(QStringLiteral("broken.wav")),
+                                    QStringLiteral("audio/x-wav"), &error));
+    EXPECT_EQ(error.domain(), QStringLiteral("ZORBTeskErrorDomain"));
+    EXPECT_EQ(error.code(), 0);
+    EXPECT_EQ(error.localizedDescription(), QStringLiteral("Bad Audio File"));
+    EXPECT_EQ(error.localizedRecoverySuggestion(),
+              QStringLiteral("There was an error while loading the audio file."));
+}
+
+TEST_F(DocumentTest, ExportsTheLoopInTheBackgroundAndReportsOnTheMainThread) {
+    auto document = openSong(writeSong(QStringLiteral("song.wav"), 2.0));
+    RecordingDelegate delegate;
+    document->setFileExportDelegate(&delegate);
+    document->setLoopRange({kRate / 2, kRate / 2});
+    const QString output = path(QStringLiteral("loop.aif"));
+    ASSERT_TRUE(document->performLoopExportToFile({{QStringLiteral("destinationFile"), output},
+                                                   {QStringLiteral("exportingWithLoop"), true}}));
+    EXPECT_TRUE(document->isExporting());
+    EXPECT_FALSE(document->performLoopExportToFile(
+        {{QStringLiteral("destinationFile"), path(QStringLiteral("second.aif"))}}));
+    ASSERT_TRUE(QTest::qWaitFor([&] { return !delegate.finished.isEmpty(); }, 20000));
+    EXPECT_EQ(delegate.finished, output);
+    // Exports are written in whole slices.
+    const auto sliced = [](qint64 frames) {
+        constexpr qint64 slice = TeskOutputAudioUnit::kExportSliceFrames;
+        return (frames + slice - 1) / slice * slice;
+    };
+    EXPECT_EQ(probeAudioStream(output, QStringLiteral("duration_ts")).toLongLong(),
+              sliced(kRate / 2));
+    EXPECT_EQ(document->player()->delegate(), nullptr);
+
+    // Without the loop: the whole song, with progress on the way.
+    delegate.finished.clear();
+    const QString song = path(QStringLiteral("song.aif"));
+    ASSERT_TRUE(document->performLoopExportToFile({{QStringLiteral("destinationFile"), song}}));
+    ASSERT_TRUE(QTest::qWaitFor([&] { return !delegate.finished.isEmpty(); }, 20000));
+    EXPECT_EQ(probeAudioStream(song, QStringLiteral("duration_ts")).toLongLong(),
+              sliced(2 * kRate));
+    ASSERT_FALSE(delegate.progress.empty());
+    EXPECT_GT(delegate.progress.back(), 0.5);
+    EXPECT_LE(delegate.progress.back(), 1.0);
+
+    const QString unwritable = path(QStringLiteral("no/such/folder/song.m4a"));
+    ASSERT_TRUE(
+        document->performLoopExportToFile({{QStringLiteral("destinationFile"), unwritable}}));
+    document->waitForExport();
+    EXPECT_EQ(delegate.failed, unwritable);
+    EXPECT_FALSE(delegate.failure.domain().isEmpty());
+}
+
+TEST_F(DocumentTest, AClosingWindowHearsNoLateMetadata) {
+    const QString song = writeSong(QStringLiteral("song.wav"), 0.5, QStringLiteral("Title"));
+    TeskDocument document;
+    RecordingDelegate delegate;
+    document.setMetadataDelegate(&delegate);
+    document.setAudioFileURL(QUrl::fromLocalFile(song));
+    document.documentWindowWillClose();
+    QTest::qWait(300);
+    EXPECT_EQ(delegate.metadata, 0);
+}
+
+} // namespace
