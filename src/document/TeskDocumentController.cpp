@@ -1,0 +1,193 @@
+#include "document/TeskDocumentController.h"
+
+#include "document/SongTypes.h"
+#include "document/TeskDocumentFile.h"
+#include "document/TeskDocumentWindow.h"
+
+#include <QFileInfo>
+#include <QMimeData>
+
+namespace tesk {
+namespace {
+
+QString canonicalPath(const QUrl& url) {
+    return url.isLocalFile() ? QFileInfo(url.toLocalFile()).canonicalFilePath() : QString();
+}
+
+} // namespace
+
+TeskDocumentController::TeskDocumentController(TeskDocumentWindowLayer* windowLayer,
+                                               QObject* parent)
+    : QObject(parent)
+    , mWindowLayer(windowLayer) {
+    connect(this, &TeskDocumentController::TeskFileDraggedNotification, this,
+            &TeskDocumentController::handleDraggedFile);
+}
+
+TeskDocumentController::~TeskDocumentController() = default;
+
+QList<TeskDocument*> TeskDocumentController::documents() const {
+    QList<TeskDocument*> list;
+    for (const auto& document : mDocuments)
+        list.append(document.get());
+    return list;
+}
+
+TeskDocument* TeskDocumentController::firstUntitledDocument() const {
+    // A document whose song is only missing is not empty: its markers are worth keeping.
+    for (const auto& document : mDocuments) {
+        if (!document->audioFileAlias() && document->fileURL().isEmpty())
+            return document.get();
+    }
+    return nullptr;
+}
+
+bool TeskDocumentController::hasUntitledDocument() const {
+    for (const auto& document : mDocuments) {
+        if (!document->isDocumentEdited() && document->fileURL().isEmpty())
+            return true;
+    }
+    return false;
+}
+
+void TeskDocumentController::newDocument() {
+    if (TeskDocument* untitled = firstUntitledDocument())
+        showWindows(untitled);
+    else
+        openUntitledDocumentAndDisplay();
+}
+
+TeskDocument* TeskDocumentController::openUntitledDocumentAndDisplay() {
+    TeskDocument* document = addDocument(std::make_unique<TeskDocument>());
+    showWindows(document);
+    return document;
+}
+
+void TeskDocumentController::openDocument() {
+    const std::size_t count = mDocuments.size();
+    TeskDocument* untitled = firstUntitledDocument();
+    for (const QString& path : mWindowLayer->runOpenPanel()) {
+        TeskError error;
+        if (!openDocumentWithContentsOfURL(QUrl::fromLocalFile(path), true, &error) &&
+            !error.domain().isEmpty())
+            mWindowLayer->presentError(error);
+    }
+    if (mDocuments.size() > count && untitled)
+        closeDocument(untitled);
+}
+
+TeskDocument* TeskDocumentController::openDocumentWithContentsOfURL(const QUrl& url, bool display,
+                                                                    TeskError* error) {
+    if (TeskDocument* open = documentForURL(url)) {
+        if (display)
+            showWindows(open);
+        return open;
+    }
+    auto document = std::make_unique<TeskDocument>();
+    if (!document->readFromURL(url, contentTypeOfFile(url.toLocalFile()), error))
+        return nullptr;
+    TeskDocument* added = addDocument(std::move(document));
+    if (display)
+        showWindows(added);
+    return added;
+}
+
+TeskDocument* TeskDocumentController::documentForURL(const QUrl& url) const {
+    const QString path = canonicalPath(url);
+    if (path.isEmpty())
+        return nullptr;
+    for (const auto& document : mDocuments) {
+        const QUrl own = document->fileURL();
+        if (!own.isEmpty() ? canonicalPath(own) == path
+                           : canonicalPath(document->audioFileURL()) == path)
+            return document.get();
+    }
+    return nullptr;
+}
+
+void TeskDocumentController::closeDocument(TeskDocument* document) {
+    document->documentWindowWillClose();
+    mWindowLayer->closeWindows(document);
+    removeDocument(document);
+}
+
+void TeskDocumentController::removeDocument(TeskDocument* document) {
+    const bool hadUntitled = hasUntitledDocument();
+    const auto found =
+        std::find_if(mDocuments.begin(), mDocuments.end(),
+                     [document](const auto& each) { return each.get() == document; });
+    if (found == mDocuments.end())
+        return;
+    // Whoever is closing it may still be on the stack; it goes once they are done.
+    found->release()->deleteLater();
+    mDocuments.erase(found);
+    if (!hadUntitled && mDocuments.empty())
+        openUntitledDocumentAndDisplay();
+}
+
+QStringList TeskDocumentController::supportedAudioFileTypes() {
+    return tesk::supportedAudioFileTypes();
+}
+
+bool TeskDocumentController::canOpenFile(const QUrl& url, QString* type) {
+    return tesk::canOpenFile(url, type);
+}
+
+bool TeskDocumentController::openFileNamed(const QString& path, TeskError* error) {
+    const QUrl url = QUrl::fromLocalFile(QFileInfo(path).absoluteFilePath());
+    if (!canOpenFile(url))
+        return false;
+    return loadTeskDocumentWithURL(url, error);
+}
+
+bool TeskDocumentController::loadTeskDocumentWithURL(const QUrl& url, TeskError* error) {
+    TeskDocument* untitled = firstUntitledDocument();
+    TeskDocument* opened = openDocumentWithContentsOfURL(url, true, error);
+    if (opened && untitled && untitled != opened)
+        closeDocument(untitled);
+    return opened != nullptr;
+}
+
+QList<TeskDocumentController::OpenReply>
+TeskDocumentController::openFiles(const QStringList& paths) {
+    QList<OpenReply> replies;
+    for (const QString& path : paths) {
+        TeskError error;
+        const bool opened = openFileNamed(path, &error);
+        if (!opened && !error.domain().isEmpty())
+            mWindowLayer->presentError(error);
+        replies.append(opened ? OpenReply::Success : OpenReply::Failure);
+    }
+    return replies;
+}
+
+void TeskDocumentController::handleDraggedFile(const QUrl& url) {
+    if (!url.isLocalFile())
+        return;
+    TeskError error;
+    if (!openFileNamed(url.toLocalFile(), &error) && !error.domain().isEmpty())
+        mWindowLayer->presentError(error);
+}
+
+void TeskDocumentController::newDocumentFromiTunes(const QMimeData& data) {
+    if (!data.hasUrls())
+        return;
+    for (const QUrl& url : data.urls()) {
+        if (canOpenFile(url))
+            emit TeskFileDraggedNotification(url);
+    }
+}
+
+TeskDocument* TeskDocumentController::addDocument(std::unique_ptr<TeskDocument> document) {
+    TeskDocument* added = document.get();
+    mDocuments.push_back(std::move(document));
+    mWindowLayer->makeWindowControllers(added);
+    return added;
+}
+
+void TeskDocumentController::showWindows(TeskDocument* document) {
+    for (TeskDocumentWindow* window : document->windowControllers())
+        window->showWindow();
+}
+
+} // namespace tesk

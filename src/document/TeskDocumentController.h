@@ -1,0 +1,108 @@
+#pragma once
+
+#include "diagnostics/TeskError.h"
+#include "document/TeskDocument.h"
+
+#include <QList>
+#include <QObject>
+#include <QPointF>
+#include <QStringList>
+#include <QUrl>
+#include <memory>
+#include <vector>
+
+class QMimeData;
+
+namespace tesk {
+
+/// What the document controller needs of the windows; the window layer implements it.
+/// Main thread.
+class TeskDocumentWindowLayer {
+public:
+    virtual ~TeskDocumentWindowLayer() = default;
+    /// Makes the window for a new document and adds it to the document's window controllers.
+    virtual void makeWindowControllers(TeskDocument* document) = 0;
+    /// Closes the document's windows without asking anything; the document is going away.
+    virtual void closeWindows(TeskDocument* document) = 0;
+    /// Lets the user pick files to open; empty when cancelled.
+    virtual QStringList runOpenPanel() = 0;
+    /// Shows the user an error.
+    virtual void presentError(const TeskError& error) = 0;
+};
+
+/// Keeps the open documents and decides which windows exist: at most one empty window, which
+/// the next song opened replaces; "New" never makes a second empty window; closing the last
+/// song window brings up an empty one; closing the empty window leaves none. Opening a song or
+/// document that is already open brings its window forward instead of opening it twice.
+///
+/// Main thread.
+class TeskDocumentController : public QObject {
+    Q_OBJECT
+
+public:
+    /// How an open request from outside ended, once per file.
+    enum class OpenReply { Success = 0, Failure = 2 };
+
+    explicit TeskDocumentController(TeskDocumentWindowLayer* windowLayer,
+                                    QObject* parent = nullptr);
+    ~TeskDocumentController() override;
+
+    /// In the order they were opened.
+    QList<TeskDocument*> documents() const;
+    /// The first document without a song or a file of its own: an empty window.
+    TeskDocument* firstUntitledDocument() const;
+    /// Whether some document is unchanged and has no file of its own.
+    bool hasUntitledDocument() const;
+
+    /// Shows the empty window there is, or opens one.
+    void newDocument();
+    TeskDocument* openUntitledDocumentAndDisplay();
+    /// The open dialog: opens what the user picks; if that added a document, the empty window
+    /// goes.
+    void openDocument();
+    /// The document for `url` (a document file or a song), opening it unless it is open
+    /// already; with `display` its window comes forward. Null, with `error` set when there is
+    /// something to tell, when it can't be opened.
+    TeskDocument* openDocumentWithContentsOfURL(const QUrl& url, bool display, TeskError* error);
+    /// The open document whose file, or untitled song, is `url`.
+    TeskDocument* documentForURL(const QUrl& url) const;
+    /// Closes the document's windows and lets it go.
+    void closeDocument(TeskDocument* document);
+    /// Lets the document go; if that leaves no document, and none was an unchanged untitled
+    /// one, an empty window opens.
+    void removeDocument(TeskDocument* document);
+
+    // Opening songs from outside: the command line, a second instance, drops.
+    static QStringList supportedAudioFileTypes();
+    /// Whether the local file `url` is of a type Tesk opens exactly; `type` gets the type found.
+    static bool canOpenFile(const QUrl& url, QString* type = nullptr);
+    /// Opens the file at `path` if Tesk opens its type (otherwise false, without an error).
+    bool openFileNamed(const QString& path, TeskError* error);
+    /// Opens `url`; once it is open, the empty window goes.
+    bool loadTeskDocumentWithURL(const QUrl& url, TeskError* error);
+    /// Opens each file in turn, shows the errors, and answers for each file.
+    QList<OpenReply> openFiles(const QStringList& paths);
+    /// A file dropped on a window, or handed over by another Tesk.
+    void handleDraggedFile(const QUrl& url);
+    /// A drop from a music library or a file manager: each URI of the list is a track, and each
+    /// track Tesk can open is opened as its own document.
+    void newDocumentFromiTunes(const QMimeData& data);
+
+    /// Where the next document window is cascaded from.
+    QPointF nextDocumentWindowPoint() const { return mNextDocumentWindowPoint; }
+    void setNextDocumentWindowPoint(const QPointF& point) { mNextDocumentWindowPoint = point; }
+
+signals:
+    /// One track of a drop can be opened; handleDraggedFile opens it.
+    void TeskFileDraggedNotification(const QUrl& url);
+
+private:
+    TeskDocument* addDocument(std::unique_ptr<TeskDocument> document);
+    void showWindows(TeskDocument* document);
+
+    TeskDocumentWindowLayer* mWindowLayer;
+    std::vector<std::unique_ptr<TeskDocument>> mDocuments;
+    QPointF mNextDocumentWindowPoint;
+};
+
+} // namespace tesk

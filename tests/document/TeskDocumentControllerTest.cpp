@@ -1,0 +1,261 @@
+#include "document/TeskDocumentController.h"
+
+#include "document/TeskDocumentFile.h"
+#include "document/TeskDocumentWindow.h"
+#include "support/AudioFiles.h"
+#include "support/Signals.h"
+
+#include <QCoreApplication>
+#include <QFile>
+#include <QMimeData>
+#include <QTemporaryDir>
+#include <gtest/gtest.h>
+#include <map>
+
+using namespace tesk;
+using namespace tesk::test;
+
+namespace {
+
+constexpr int kRate = 44100;
+
+/// Windows as the window layer would keep them, without drawing any.
+class FakeWindowLayer : public TeskDocumentWindowLayer {
+public:
+    class Window : public TeskDocumentWindow {
+    public:
+        void showWindow() override { ++shown; }
+        void synchronizeWindowTitleWithDocumentName() override {}
+        QRectF windowFrame() const override { return {}; }
+        int shown = 0;
+    };
+
+    void makeWindowControllers(TeskDocument* document) override {
+        auto window = std::make_unique<Window>();
+        document->addWindowController(window.get());
+        windows[document] = std::move(window);
+    }
+    void closeWindows(TeskDocument* document) override { windows.erase(document); }
+    QStringList runOpenPanel() override { return chosen; }
+    void presentError(const TeskError& error) override { errors.append(error); }
+
+    int shownCount(TeskDocument* document) const {
+        const auto found = windows.find(document);
+        return found == windows.end() ? 0 : found->second->shown;
+    }
+
+    std::map<TeskDocument*, std::unique_ptr<Window>> windows;
+    QStringList chosen;
+    QList<TeskError> errors;
+};
+
+class DocumentControllerTest : public testing::Test {
+protected:
+    void SetUp() override { ASSERT_TRUE(mDir.isValid()); }
+    void TearDown() override {
+        // Documents let go are deleted from the event loop.
+        QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+    }
+
+    QString path(const QString& name) const { return mDir.filePath(name); }
+
+    /// Half a second of stereo sine encoded by FFmpeg with `arguments` into `name`.
+    QString writeSong(const QString& name, const QStringList& arguments = {}) {
+        const auto frames = std::size_t(kRate / 2);
+        const Channels channels{sine(440.0, 0.5, frames, kRate), sine(660.0, 0.5, frames, kRate)};
+        QString log;
+        EXPECT_TRUE(writeEncoded(path(name), channels, kRate, arguments, &log))
+            << log.toStdString();
+        return path(name);
+    }
+    QString writeText(const QString& name, const QByteArray& text) {
+        QFile file(path(name));
+        EXPECT_TRUE(file.open(QIODevice::WriteOnly));
+        file.write(text);
+        return path(name);
+    }
+
+    QTemporaryDir mDir;
+    FakeWindowLayer mWindows;
+    TeskDocumentController mController{&mWindows};
+};
+
+TEST_F(DocumentControllerTest, OpensExactlyTheSupportedTypesByContent) {
+    const QList<std::pair<QString, QString>> songs{
+        {writeSong(QStringLiteral("song.mp3")), QStringLiteral("audio/mpeg")},
+        {writeSong(QStringLiteral("song.m4a")), QStringLiteral("audio/mp4")},
+        {writeSong(QStringLiteral("song.aiff")), QStringLiteral("audio/x-aiff")},
+        {writeSong(QStringLiteral("song.aifc"),
+                   {QStringLiteral("-c:a"), QStringLiteral("pcm_s16be"), QStringLiteral("-f"),
+                    QStringLiteral("aiff"), QStringLiteral("-write_id3v2"), QStringLiteral("0")}),
+         QStringLiteral("audio/x-aiff")},
+        {writeSong(QStringLiteral("song.wav")), QStringLiteral("audio/x-wav")},
+        // Named wrongly: the content decides.
+        {writeSong(QStringLiteral("really-an-mp3.wav"),
+                   {QStringLiteral("-f"), QStringLiteral("mp3")}),
+         QStringLiteral("audio/mpeg")},
+    };
+    for (const auto& [song, expected] : songs) {
+        QString type;
+        EXPECT_TRUE(TeskDocumentController::canOpenFile(QUrl::fromLocalFile(song), &type))
+            << song.toStdString() << " is " << type.toStdString();
+        EXPECT_EQ(type, expected) << song.toStdString();
+    }
+
+    // A compressed AIFF is AIFC, a type of its own that Tesk opens too.
+    const QString aifc = writeSong(QStringLiteral("compressed.aif"),
+                                   {QStringLiteral("-c:a"), QStringLiteral("pcm_alaw"),
+                                    QStringLiteral("-f"), QStringLiteral("aiff")});
+    QString type;
+    EXPECT_TRUE(TeskDocumentController::canOpenFile(QUrl::fromLocalFile(aifc), &type));
+    EXPECT_EQ(type, QStringLiteral("audio/x-aifc"));
+
+    // An audiobook is MPEG-4 audio by descent only, and Ogg is no song type of Tesk's.
+    const QString audiobook =
+        writeSong(QStringLiteral("book.m4b"), {QStringLiteral("-f"), QStringLiteral("ipod"),
+                                               QStringLiteral("-brand"), QStringLiteral("M4B ")});
+    EXPECT_FALSE(TeskDocumentController::canOpenFile(QUrl::fromLocalFile(audiobook), &type));
+    EXPECT_EQ(type, QStringLiteral("audio/x-m4b"));
+    EXPECT_FALSE(TeskDocumentController::canOpenFile(
+        QUrl::fromLocalFile(writeSong(QStringLiteral("song.ogg")))));
+    EXPECT_FALSE(TeskDocumentController::canOpenFile(
+        QUrl::fromLocalFile(writeText(QStringLiteral("notes.mp3"), "practice notes\n"))));
+    EXPECT_FALSE(TeskDocumentController::canOpenFile(QUrl::fromLocalFile(path("absent.mp3"))));
+    EXPECT_FALSE(TeskDocumentController::canOpenFile(QUrl(QStringLiteral("https://x/a.mp3"))));
+    EXPECT_TRUE(TeskDocumentController::canOpenFile(
+        QUrl::fromLocalFile(writeText(QStringLiteral("practice.tesk"), "{}")), &type));
+    EXPECT_EQ(type, TeskDocumentType);
+    EXPECT_EQ(TeskDocumentController::supportedAudioFileTypes().first(), TeskDocumentType);
+}
+
+TEST_F(DocumentControllerTest, KeepsAtMostOneEmptyWindow) {
+    TeskDocument* empty = mController.openUntitledDocumentAndDisplay();
+    EXPECT_EQ(mController.firstUntitledDocument(), empty);
+    EXPECT_TRUE(mController.hasUntitledDocument());
+
+    // "New" shows the empty window instead of making a second one.
+    mController.newDocument();
+    EXPECT_EQ(mController.documents().size(), 1);
+    EXPECT_EQ(mWindows.shownCount(empty), 2);
+
+    // A song replaces the empty window.
+    TeskError error;
+    ASSERT_TRUE(mController.openFileNamed(writeSong(QStringLiteral("song.aiff")), &error));
+    ASSERT_EQ(mController.documents().size(), 1);
+    TeskDocument* song = mController.documents().first();
+    EXPECT_NE(song, empty);
+    EXPECT_EQ(mWindows.windows.size(), 1u);
+    EXPECT_EQ(mController.firstUntitledDocument(), nullptr);
+
+    // "New" beside a song makes an empty window; opening the song again only shows it.
+    mController.newDocument();
+    EXPECT_EQ(mController.documents().size(), 2);
+    mController.closeDocument(mController.firstUntitledDocument());
+    ASSERT_TRUE(mController.openFileNamed(path(QStringLiteral("song.aiff")), &error));
+    EXPECT_EQ(mController.documents(), QList<TeskDocument*>{song});
+    EXPECT_EQ(mWindows.shownCount(song), 2);
+
+    // Closing the last song window brings up an empty one; closing that leaves none.
+    mController.closeDocument(song);
+    ASSERT_EQ(mController.documents().size(), 1);
+    TeskDocument* fresh = mController.documents().first();
+    EXPECT_EQ(mController.firstUntitledDocument(), fresh);
+    EXPECT_EQ(mWindows.shownCount(fresh), 1);
+    mController.closeDocument(fresh);
+    EXPECT_TRUE(mController.documents().isEmpty());
+    EXPECT_TRUE(mWindows.windows.empty());
+}
+
+TEST_F(DocumentControllerTest, OpensFilesFromOutsideAndAnswersForEach) {
+    mController.openUntitledDocumentAndDisplay();
+    const QString good = writeSong(QStringLiteral("good.wav"));
+    const QString unsupported = writeSong(QStringLiteral("song.ogg"));
+    // WAV by its header, but no sound in it.
+    const QString broken = writeText(
+        QStringLiteral("broken.wav"),
+        QByteArray("RIFF\x24\x00\x00\x00WAVEfmt \x10\x00\x00\x00\x01\x00\x02\x00\x44\xac\x00\x00"
+                   "\x10\xb1\x02\x00\x04\x00\x10\x00",
+                   36));
+    const QList<TeskDocumentController::OpenReply> replies =
+        mController.openFiles({good, unsupported, broken});
+    using Reply = TeskDocumentController::OpenReply;
+    EXPECT_EQ(replies, (QList<Reply>{Reply::Success, Reply::Failure, Reply::Failure}));
+    // Only the file that should have opened is reported; the unsupported one is refused quietly.
+    ASSERT_EQ(mWindows.errors.size(), 1);
+    EXPECT_EQ(mWindows.errors.first().domain(), QStringLiteral("ZORBTeskErrorDomain"));
+    EXPECT_EQ(mWindows.errors.first().localizedDescription(), QStringLiteral("Bad Audio File"));
+    ASSERT_EQ(mController.documents().size(), 1);
+    EXPECT_EQ(mController.documents().first()->displayName(), QStringLiteral("good"));
+}
+
+TEST_F(DocumentControllerTest, ADropOpensEveryTrackTeskCanPlay) {
+    mController.openUntitledDocumentAndDisplay();
+    QMimeData drop;
+    drop.setUrls({QUrl::fromLocalFile(writeSong(QStringLiteral("one.mp3"))),
+                  QUrl::fromLocalFile(writeSong(QStringLiteral("two.ogg"))),
+                  QUrl(QStringLiteral("https://example.org/three.mp3")),
+                  QUrl::fromLocalFile(writeSong(QStringLiteral("four.m4a")))});
+    mController.newDocumentFromiTunes(drop);
+    const QList<TeskDocument*> documents = mController.documents();
+    ASSERT_EQ(documents.size(), 2);
+    EXPECT_EQ(documents[0]->displayName(), QStringLiteral("one"));
+    EXPECT_EQ(documents[1]->displayName(), QStringLiteral("four"));
+    EXPECT_TRUE(mWindows.errors.isEmpty());
+
+    // A single file dropped on a window, and one that isn't local, which is ignored.
+    mController.handleDraggedFile(QUrl::fromLocalFile(writeSong(QStringLiteral("five.wav"))));
+    mController.handleDraggedFile(QUrl(QStringLiteral("https://example.org/six.wav")));
+    EXPECT_EQ(mController.documents().size(), 3);
+}
+
+TEST_F(DocumentControllerTest, TheOpenDialogReplacesTheEmptyWindowAndFindsSavedDocuments) {
+    TeskDocument* empty = mController.openUntitledDocumentAndDisplay();
+    TeskDocument* song = nullptr;
+    {
+        TeskError error;
+        song = mController.openDocumentWithContentsOfURL(
+            QUrl::fromLocalFile(writeSong(QStringLiteral("song.wav"))), true, &error);
+        ASSERT_TRUE(song);
+        song->setGenericMarkers({100});
+        ASSERT_TRUE(song->saveToURL(QUrl::fromLocalFile(path("practice.tesk")), &error));
+        mController.closeDocument(song);
+    }
+    EXPECT_EQ(mController.documents(), QList<TeskDocument*>{empty});
+
+    mWindows.chosen = {path(QStringLiteral("practice.tesk"))};
+    mController.openDocument();
+    ASSERT_EQ(mController.documents().size(), 1);
+    TeskDocument* practice = mController.documents().first();
+    EXPECT_NE(practice, empty);
+    EXPECT_EQ(practice->genericMarkers(), QList<quint32>{100});
+    EXPECT_EQ(practice->displayName(), QStringLiteral("practice"));
+    EXPECT_EQ(mController.documentForURL(QUrl::fromLocalFile(path("practice.tesk"))), practice);
+
+    // Cancelled: nothing changes.
+    mWindows.chosen.clear();
+    mController.openDocument();
+    EXPECT_EQ(mController.documents(), QList<TeskDocument*>{practice});
+}
+
+TEST_F(DocumentControllerTest, ADocumentWhoseSongIsMissingIsNotAnEmptyWindow) {
+    const QString song = writeSong(QStringLiteral("song.wav"));
+    {
+        TeskDocument document;
+        document.setAudioFileURL(QUrl::fromLocalFile(song));
+        document.setVerseMarkers({1, 2});
+        TeskError error;
+        ASSERT_TRUE(document.saveToURL(QUrl::fromLocalFile(path("practice.tesk")), &error));
+    }
+    ASSERT_TRUE(QFile::remove(song));
+    TeskError error;
+    TeskDocument* lost = mController.openDocumentWithContentsOfURL(
+        QUrl::fromLocalFile(path("practice.tesk")), true, &error);
+    ASSERT_TRUE(lost);
+    EXPECT_EQ(lost->player(), nullptr);
+    EXPECT_EQ(mController.firstUntitledDocument(), nullptr);
+    // Opening another song leaves it be.
+    ASSERT_TRUE(mController.openFileNamed(writeSong(QStringLiteral("other.wav")), &error));
+    EXPECT_EQ(mController.documents().size(), 2);
+}
+
+} // namespace
