@@ -103,6 +103,45 @@ TEST(SongMetadataReader, FindsTagsKeptOnTheSoundStream) {
     EXPECT_TRUE(metadata->coverImage.isEmpty());
 }
 
+TEST(SongMetadataReader, ReadsTheTagsOfAiffWithItsCoverAndOfWav) {
+    QTemporaryDir folder;
+    const QString source = folder.filePath("song.wav");
+    const QString cover = folder.filePath("cover.png");
+    ASSERT_TRUE(test::writeWav(source, twoSecondsOfTone(), 44100));
+    const QByteArray picture = makePicture(cover);
+    ASSERT_FALSE(picture.isEmpty());
+    const QStringList tags{"-metadata",         "title=" + kTitle, "-metadata",
+                           "artist=" + kArtist, "-metadata",       "album=" + kAlbum};
+
+    // AIFF keeps its tags, and the cover, in an ID3 chunk.
+    const QString aiff = folder.filePath("song.aiff");
+    QString log;
+    ASSERT_TRUE(test::runFfmpeg(QStringList{"-i", source, "-i", cover, "-map", "0", "-map", "1",
+                                            "-c:v", "copy", "-disposition:v", "attached_pic",
+                                            "-write_id3v2", "1", "-id3v2_version", "3"} +
+                                    tags + QStringList{aiff},
+                                &log))
+        << log.toStdString();
+    const std::optional<SongMetadata> aiffTags = readSongMetadata(aiff);
+    ASSERT_TRUE(aiffTags);
+    EXPECT_EQ(aiffTags->title, kTitle);
+    EXPECT_EQ(aiffTags->artist, kArtist);
+    EXPECT_EQ(aiffTags->album, kAlbum);
+    EXPECT_EQ(aiffTags->coverImage, picture);
+    EXPECT_EQ(aiffTags->coverMimeType, "image/png");
+
+    // WAV keeps them in its INFO list, as UTF-8, and has no place for a cover.
+    const QString wav = folder.filePath("tagged.wav");
+    ASSERT_TRUE(test::runFfmpeg(QStringList{"-i", source} + tags + QStringList{wav}, &log))
+        << log.toStdString();
+    const std::optional<SongMetadata> wavTags = readSongMetadata(wav);
+    ASSERT_TRUE(wavTags);
+    EXPECT_EQ(wavTags->title, kTitle);
+    EXPECT_EQ(wavTags->artist, kArtist);
+    EXPECT_EQ(wavTags->album, kAlbum);
+    EXPECT_TRUE(wavTags->coverImage.isEmpty());
+}
+
 TEST(SongMetadataReader, SongWithoutTagsGivesEmptyValues) {
     QTemporaryDir folder;
     const QString wav = folder.filePath("plain.wav");
