@@ -426,7 +426,7 @@ TEST_F(DocumentTest, TheSongIsFoundAfterAMoveAndAMissingSongIsNoError) {
 
 TEST_F(DocumentTest, DamagedDocumentFilesGiveAnErrorNamingTheFile) {
     const QList<std::pair<QString, QByteArray>> damaged{
-        {QStringLiteral("garbage.tesk"), QByteArray("\x00\xff\x13 not json", 14)},
+        {QStringLiteral("garbage.tesk"), QByteArray("\x00\xff\x13 not json", 12)},
         {QStringLiteral("truncated.tesk"), QByteArray("{\"zoomLevel\": 0.5, \"genericMar")},
         {QStringLiteral("array.tesk"), QByteArray("[1, 2, 3]")},
         {QStringLiteral("empty.tesk"), QByteArray()},
