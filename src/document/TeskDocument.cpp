@@ -308,8 +308,10 @@ void TeskDocument::setAudioFileAlias(std::optional<TeskFileReference> alias) {
     mAudioFileAlias = std::move(alias);
     mSongError.reset();
 
-    if (mExportThread.joinable())
+    if (mExportThread.joinable()) {
+        cancelFileExportOperation();
         waitForExport();
+    }
     if (mPlaybackController) {
         mPlaybackController->setDelegate(nullptr);
         mPlaybackController->stopFilePlaying();
@@ -391,7 +393,8 @@ qint64 TeskDocument::currentFrame() const {
     return mPlaybackController ? mPlaybackController->currentFrame() : 0;
 }
 void TeskDocument::setCurrentFrame(qint64 frame) {
-    if (mPlaybackController)
+    // The export reads the song through the player's reader; moving it would cut the file.
+    if (mPlaybackController && !isExporting())
         mPlaybackController->setCurrentFrame(frame);
 }
 std::vector<float> TeskDocument::frequencyTable() const {

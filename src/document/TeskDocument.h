@@ -153,8 +153,8 @@ public:
     // The song.
     std::optional<TeskFileReference> audioFileAlias() const { return mAudioFileAlias; }
     /// Makes the player and the metadata importer for the song `alias` finds, unless it finds
-    /// the song already installed. A song that can't be found or decoded leaves the document
-    /// without a player; `songError` says why.
+    /// the song already installed; an export of the old song is cancelled. A song that can't be
+    /// found or decoded leaves the document without a player; `songError` says why.
     void setAudioFileAlias(std::optional<TeskFileReference> alias);
     /// Where the song is now; empty without a song or when it can't be found.
     QUrl audioFileURL() const;
@@ -175,6 +175,7 @@ public:
     bool isFilePlaying() const;
     bool isLooping() const;
     qint64 currentFrame() const;
+    /// Ignored while an export runs.
     void setCurrentFrame(qint64 frame);
     std::vector<float> frequencyTable() const;
     std::vector<float> frequencyResponseForChannel(unsigned channel) const;

@@ -540,6 +540,10 @@ TEST_F(DocumentTest, ExportsTheLoopInTheBackgroundAndReportsOnTheMainThread) {
     ASSERT_TRUE(document->performLoopExportToFile({{QStringLiteral("destinationFile"), output},
                                                    {QStringLiteral("exportingWithLoop"), true}}));
     EXPECT_TRUE(document->isExporting());
+    // The export reads through the player: the position stays put until it is done.
+    const qint64 position = document->currentFrame();
+    document->offsetCurrentFrame(kRate);
+    EXPECT_EQ(document->currentFrame(), position);
     EXPECT_FALSE(document->performLoopExportToFile(
         {{QStringLiteral("destinationFile"), path(QStringLiteral("second.aif"))}}));
     ASSERT_TRUE(QTest::qWaitFor([&] { return !delegate.finished.isEmpty(); }, 20000));
