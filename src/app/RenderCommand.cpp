@@ -197,13 +197,20 @@ void RenderCommand::infoDidEnd(const WorkResult&) {
                        .arg(info.sourceSampleRate, 0, 'g', 10)
                        .arg(info.sourceChannels)
                        .arg(info.codecName);
-    if (const auto metadata = readSongMetadata(mOptions.inputPath)) {
-        const std::pair<const char*, QString> tags[] = {
-            {"title", metadata->title}, {"artist", metadata->artist}, {"album", metadata->album}};
-        for (const auto& [key, value] : tags)
-            if (!value.isEmpty())
-                text += QStringLiteral("%1: %2\n").arg(QLatin1String(key), value);
-    }
+    // Every line is there, tagged or not, so that a script can read them by name.
+    const SongMetadata metadata = readSongMetadata(mOptions.inputPath).value_or(SongMetadata{});
+    const QString none = QStringLiteral("(none)");
+    const std::pair<const char*, QString> tags[] = {
+        {"title", metadata.title}, {"artist", metadata.artist}, {"album", metadata.album}};
+    for (const auto& [key, value] : tags)
+        text += QStringLiteral("%1: %2\n").arg(QLatin1String(key), value.isEmpty() ? none : value);
+    QString cover = none;
+    if (!metadata.coverImage.isEmpty())
+        cover = QStringLiteral("%1, %2 bytes")
+                    .arg(metadata.coverMimeType.isEmpty() ? QStringLiteral("picture")
+                                                          : metadata.coverMimeType)
+                    .arg(metadata.coverImage.size());
+    text += QStringLiteral("cover: %1\n").arg(cover);
     std::fputs(text.toLocal8Bit().constData(), stdout);
     std::fflush(stdout);
     finish(kRenderDone);

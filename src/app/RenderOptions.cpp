@@ -32,7 +32,8 @@ given, else through the sound device with a status line until the end or Ctrl-C.
                             on, at the centre unless --pan says otherwise)
   --quality NAME            standard (the default) or light (less processor time)
   --info                    print what Tesk reads from INPUT and exit: frames (at 44100 Hz),
-                            duration, the file's own sample rate, channels and codec
+                            duration, the file's own sample rate, channels and codec, then
+                            its title, artist, album and cover picture
   -q, --quiet               no progress display
   -h, --help                this text
 

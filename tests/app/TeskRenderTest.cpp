@@ -281,6 +281,45 @@ TEST(TeskRender, InfoPrintsWhatTeskReadsFromTheFile) {
     EXPECT_EQ(fields.value("sample rate"), "48000 Hz");
     EXPECT_EQ(fields.value("channels"), "1");
     EXPECT_EQ(fields.value("codec"), "pcm_s16le");
+    // Untagged: every line is there all the same.
+    for (const char* key : {"title", "artist", "album", "cover"})
+        EXPECT_EQ(fields.value(key), "(none)") << key;
+
+    // An MP3 with ID3 tags and a PNG cover, copied in as it is.
+    const QString cover = folder.filePath("cover.png");
+    const QString tagged = folder.filePath("tagged.mp3");
+    ASSERT_TRUE(runFfmpeg({"-f", "lavfi", "-i", "color=c=red:s=32x32", "-frames:v", "1", cover}));
+    ASSERT_TRUE(runFfmpeg({"-i",
+                           input,
+                           "-i",
+                           cover,
+                           "-map",
+                           "0",
+                           "-map",
+                           "1",
+                           "-c:a",
+                           "libmp3lame",
+                           "-c:v",
+                           "copy",
+                           "-id3v2_version",
+                           "3",
+                           "-disposition:v",
+                           "attached_pic",
+                           "-metadata",
+                           "title=Étude in Blue",
+                           "-metadata",
+                           "artist=The Practisers",
+                           tagged}));
+    const RenderRun mp3 = runRender({"--info", tagged});
+    ASSERT_EQ(mp3.exitCode, 0) << mp3.err.toStdString();
+    QMap<QString, QString> tags;
+    for (const QString& line : mp3.out.split('\n', Qt::SkipEmptyParts))
+        tags.insert(line.section(": ", 0, 0), line.section(": ", 1));
+    EXPECT_EQ(tags.value("codec"), "mp3");
+    EXPECT_EQ(tags.value("title"), "Étude in Blue");
+    EXPECT_EQ(tags.value("artist"), "The Practisers");
+    EXPECT_EQ(tags.value("album"), "(none)");
+    EXPECT_EQ(tags.value("cover"), QString("image/png, %1 bytes").arg(QFileInfo(cover).size()));
 }
 
 TEST(TeskRender, InterruptedExportKeepsTheOriginalAndLeavesNoPartialFile) {
