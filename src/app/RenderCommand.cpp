@@ -1,5 +1,6 @@
 #include "app/RenderCommand.h"
 
+#include "app/RenderDocument.h"
 #include "app/SongPart.h"
 
 #include "audio/SongMetadataReader.h"
@@ -89,7 +90,7 @@ RenderCommand::RenderCommand(RenderOptions options, QObject* parent)
     connect(&mDrainTimer, &QTimer::timeout, this, [this] {
         mPlaying = false;
         mPlayer->stopFilePlaying();
-        showPlaybackStatus(mOptions.speed < 0.0f ? 0 : mPlayer->totalFrames());
+        showPlaybackStatus(mOptions.speed < 0.0 ? 0 : mPlayer->totalFrames());
         mProgress.endLine();
         finish(kRenderDone);
     });
@@ -118,6 +119,10 @@ void RenderCommand::installInterruptHandlers() {
 }
 
 int RenderCommand::exec() {
+    if (!mOptions.documentPath.isEmpty()) {
+        if (const auto exitCode = readDocument())
+            return *exitCode;
+    }
     std::optional<TeskError> error;
     mFile = TeskExtendedAudioFile::openForPlayback(mOptions.inputPath, &error);
     if (!mFile) {
@@ -128,6 +133,8 @@ int RenderCommand::exec() {
     mPollTimer.start();
     if (mOptions.info)
         showInfo();
+    else if (!mOptions.saveDocumentPath.isEmpty())
+        saveDocument();
     else if (!mOptions.outputPath.isEmpty())
         exportSong();
     else
@@ -156,6 +163,19 @@ void RenderCommand::warnAboutDecoding() {
         reportError(QStringLiteral("warning: %1").arg(error->localizedDescription()));
 }
 
+std::optional<RenderCommand::WorkResult> RenderCommand::waitForWholeSong() {
+    mFile->waitUntilDecoded();
+    if (mCancelRequested)
+        return WorkResult{kRenderInterrupted, {}};
+    if (mFile->decodedFrameCount() == 0) {
+        const auto error = mFile->decodingError();
+        return WorkResult{kRenderInputUnreadable,
+                          error ? error->localizedDescription()
+                                : QStringLiteral("no sound in %1").arg(mOptions.inputPath)};
+    }
+    return std::nullopt;
+}
+
 void RenderCommand::runInBackground(std::function<WorkResult()> work,
                                     void (RenderCommand::*done)(const WorkResult&)) {
     mWorker = std::thread([this, work = std::move(work), done] {
@@ -168,6 +188,70 @@ void RenderCommand::runInBackground(std::function<WorkResult()> work,
             },
             Qt::QueuedConnection);
     });
+}
+
+// --- Documents ------------------------------------------------------------------------------
+
+std::optional<int> RenderCommand::readDocument() {
+    QString error;
+    const std::optional<RenderDocument> document =
+        readRenderDocument(mOptions.documentPath, &error);
+    if (!document) {
+        reportError(error);
+        return kRenderInputUnreadable;
+    }
+    if (!applyDocumentSettings(document->contents, mOptions, &error)) {
+        reportError(error);
+        return kRenderBadUsage;
+    }
+    mOptions.inputPath = document->songPath;
+    return std::nullopt;
+}
+
+void RenderCommand::saveDocument() {
+    // The same checks as an export: INPUT has to decode, and the loop and markers have to fit
+    // the song's exact length.
+    runInBackground([this] { return waitForWholeSong().value_or(WorkResult{}); },
+                    &RenderCommand::saveDocumentDidEnd);
+}
+
+void RenderCommand::saveDocumentDidEnd(const WorkResult& result) {
+    const QString& path = mOptions.saveDocumentPath;
+    if (mInterrupted || result.exitCode == kRenderInterrupted) {
+        reportError(QStringLiteral("interrupted; %1 was not written").arg(path));
+        finish(kRenderInterrupted);
+        return;
+    }
+    if (result.exitCode != kRenderDone) {
+        reportError(result.message);
+        finish(result.exitCode);
+        return;
+    }
+    warnAboutDecoding();
+    // INPUT as the user named it, from the current folder: the reference would take a
+    // relative path from the document's folder.
+    const std::optional<TeskFileReference> song =
+        TeskFileReference::fromPath(QFileInfo(mOptions.inputPath).absoluteFilePath(), path);
+    if (!song) {
+        reportError(QStringLiteral("a document can only refer to a file, not to %1")
+                        .arg(mOptions.inputPath));
+        finish(kRenderInputUnreadable);
+        return;
+    }
+    QString error;
+    const std::optional<TeskDocumentContents> contents =
+        newDocumentContents(mOptions, *song, mFile->frameCount(), &error);
+    if (!contents) {
+        reportError(error);
+        finish(kRenderBadUsage);
+        return;
+    }
+    if (!writeRenderDocument(path, *contents, &error)) {
+        reportError(QStringLiteral("cannot write %1: %2").arg(path, error));
+        finish(kRenderOutputUnwritable);
+        return;
+    }
+    finish(kRenderDone);
 }
 
 // --- Info -----------------------------------------------------------------------------------
@@ -244,16 +328,9 @@ void RenderCommand::exportSong() {
 
 RenderCommand::WorkResult RenderCommand::runExport() {
     // The export needs the song's exact length, and decoding is far quicker than rendering.
-    mFile->waitUntilDecoded();
-    if (mCancelRequested)
-        return {kRenderInterrupted, {}};
+    if (const auto failed = waitForWholeSong())
+        return *failed;
     const qint64 totalFrames = mFile->frameCount();
-    if (mFile->decodedFrameCount() == 0) {
-        const auto error = mFile->decodingError();
-        return {kRenderInputUnreadable,
-                error ? error->localizedDescription()
-                      : QStringLiteral("no sound in %1").arg(mOptions.inputPath)};
-    }
     QString error;
     const auto frames = framesToPlay(totalFrames, &error);
     if (!frames)
@@ -323,13 +400,22 @@ void RenderCommand::exportDidEnd(const WorkResult& result) {
 
 std::optional<std::pair<qint64, qint64>> RenderCommand::framesToPlay(qint64 totalFrames,
                                                                      QString* error) const {
-    if (!mOptions.range)
-        return std::pair{qint64(0), totalFrames};
-    const qint64 first = std::llround(mOptions.range->start * kEngineRate);
-    const qint64 end =
-        std::min(totalFrames, qint64(std::llround(mOptions.range->end * kEngineRate)));
+    qint64 first = 0;
+    qint64 end = totalFrames;
+    if (mOptions.range) {
+        first = std::llround(mOptions.range->start * kEngineRate);
+        end = std::llround(mOptions.range->end * kEngineRate);
+    } else if (mOptions.frameRange) {
+        first = mOptions.frameRange->first;
+        end = mOptions.frameRange->end;
+    }
+    end = std::min(end, totalFrames);
     if (first >= end) {
-        *error = QStringLiteral("--range starts after the end of the song (%1 s)")
+        const QString what =
+            mOptions.range ? QStringLiteral("--range")
+                           : QStringLiteral("the loop range of %1").arg(mOptions.documentPath);
+        *error = QStringLiteral("%1 starts after the end of the song (%2 s)")
+                     .arg(what)
                      .arg(double(totalFrames) / kEngineRate, 0, 'f', 3);
         return std::nullopt;
     }
@@ -349,7 +435,7 @@ void RenderCommand::playSong() {
         return;
     }
     std::shared_ptr<const DecodedFrames> song = mFile;
-    if (mOptions.range) {
+    if (mOptions.range || mOptions.frameRange) {
         song = std::make_shared<SongPart>(mFile, frames->first, frames->second);
         mPartOffset = frames->first;
     }
@@ -357,7 +443,7 @@ void RenderCommand::playSong() {
     configurePlayer();
     mPlayer->setDelegate(this);
     // Backwards, the position is the boundary below which the reader plays: the end.
-    mPlayer->setCurrentFrame(mOptions.speed < 0.0f ? mPlayer->totalFrames() : 0);
+    mPlayer->setCurrentFrame(mOptions.speed < 0.0 ? mPlayer->totalFrames() : 0);
     mPlayer->startFilePlaying();
     // Playing on silently keeps the status line, the timing and the exit codes what they
     // would be with sound, which a script checking a song can rely on.
@@ -373,9 +459,10 @@ void RenderCommand::showPlaybackStatus(qint64 frame) {
         return double(mPartOffset + partFrame) / kEngineRate;
     };
     const qint64 total = mPlayer->totalFrames();
-    const bool backwards = mOptions.speed < 0.0f;
+    const bool backwards = mOptions.speed < 0.0;
     mProgress.showPlayback(seconds(frame), seconds(backwards ? total : 0),
-                           seconds(backwards ? 0 : total), mOptions.speed, mOptions.pitchSemitones);
+                           seconds(backwards ? 0 : total), float(mOptions.speed),
+                           mOptions.pitchSemitones);
 }
 
 void RenderCommand::audioFilePlayerDidReachEndOfFile(TeskExtendedAudioFilePlayer*) {
@@ -393,9 +480,9 @@ void RenderCommand::audioFilePlayerUpdatedExportWithProgress(TeskExtendedAudioFi
 // --- Both -----------------------------------------------------------------------------------
 
 void RenderCommand::configurePlayer() {
-    mPlayer->setPlaybackSpeed(mOptions.speed);
+    mPlayer->setPlaybackSpeed(float(mOptions.speed));
     mPlayer->setPlaybackPitchInSemitones(mOptions.pitchSemitones);
-    mPlayer->setPlaybackLevel(mOptions.level);
+    mPlayer->setPlaybackLevel(float(mOptions.level));
     if (mOptions.equalizerBands) {
         TeskEqualizerSettings settings;
         settings.setBands(*mOptions.equalizerBands);

@@ -17,9 +17,11 @@ namespace tesk {
 
 class TeskExtendedAudioFile;
 
-/// The work of `tesk-render` once its command line is read: opens INPUT, then prints what it
-/// reads (--info), exports it through the player into OUTPUT, or plays it through the sound
-/// device. Errors go to standard error as one line starting "tesk-render: ".
+/// The work of `tesk-render` once its command line is read: reads the practice document and
+/// finds its song (--document), opens INPUT, then prints what it reads (--info), exports it
+/// through the player into OUTPUT, plays it through the sound device, or writes a practice
+/// document for it (--save-document). Errors go to standard error as one line starting
+/// "tesk-render: ".
 ///
 /// An export renders into a temporary file beside OUTPUT, on a thread of its own so that the
 /// main thread can show progress and answer Ctrl-C, and only a complete file is renamed over
@@ -47,6 +49,12 @@ private:
         QString message;
     };
 
+    /// --document: finds the song and fills in the settings the command line left; the exit
+    /// code to end with when it cannot.
+    std::optional<int> readDocument();
+    /// Work thread: waits until the whole song is decoded; what to end with when that was
+    /// cancelled or there is no sound in it.
+    std::optional<WorkResult> waitForWholeSong();
     void showInfo();
     void infoDidEnd(const WorkResult& result);
     void exportSong();
@@ -54,12 +62,15 @@ private:
     WorkResult runExport();
     void exportDidEnd(const WorkResult& result);
     void playSong();
+    void saveDocument();
+    void saveDocumentDidEnd(const WorkResult& result);
     /// The status line at `frame` of what the player plays.
     void showPlaybackStatus(qint64 frame);
     /// The options' speed, pitch, level and effects.
     void configurePlayer();
-    /// The frames [first, end) of the song to play: all of them, or the range clipped to the
-    /// song; null, with `error` set, when the range starts after the song's end.
+    /// The frames [first, end) of the song to play: all of them, or the range (or the
+    /// document's loop) clipped to the song; null, with `error` set, when it starts after the
+    /// song's end.
     std::optional<std::pair<qint64, qint64>> framesToPlay(qint64 totalFrames, QString* error) const;
     /// Runs `work` on the work thread, then `done` with its result on the main thread.
     void runInBackground(std::function<WorkResult()> work,
@@ -76,7 +87,8 @@ private:
     void audioFilePlayerUpdatedExportWithProgress(TeskExtendedAudioFilePlayer* player,
                                                   double progress) override;
 
-    const RenderOptions mOptions;
+    /// Completed from the document, when there is one, before anything else.
+    RenderOptions mOptions;
     std::shared_ptr<TeskExtendedAudioFile> mFile;
     std::unique_ptr<TeskExtendedAudioFilePlayer> mPlayer;
     RenderProgress mProgress;

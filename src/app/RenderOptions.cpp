@@ -2,6 +2,7 @@
 
 #include "audio/TeskEqualizerSettings.h"
 #include "audio/TeskVocalReductionEffectSettings.h"
+#include "document/TeskDocumentFile.h"
 
 #include <QCommandLineParser>
 #include <QFileInfo>
@@ -14,6 +15,8 @@ namespace {
 // path the program was started with and has no room for the notes at the end.
 const char* const kHelp =
     R"(Usage: tesk-render [OPTIONS] INPUT [OUTPUT.aif|OUTPUT.m4a]
+       tesk-render [OPTIONS] --document FILE.tesk [--loop] [OUTPUT.aif|OUTPUT.m4a]
+       tesk-render [OPTIONS] INPUT --save-document FILE.tesk [--loop A-B] [--marker KIND@S]...
 
 Plays INPUT through Tesk's processing chain: into OUTPUT (AIFF or AAC in M4A) when it is
 given, else through the sound device with a status line until the end or Ctrl-C.
@@ -37,12 +40,24 @@ given, else through the sound device with a status line until the end or Ctrl-C.
   -q, --quiet               no progress display
   -h, --help                this text
 
-Every effect named is switched on. INPUT may be any file FFmpeg decodes. An existing OUTPUT
-is only replaced once the new file is complete. Without a sound device, playback goes on
-silently (with a warning) so that the status line still runs.
+Practice documents (the .tesk files Tesk saves):
+  --document FILE.tesk      play or export the document's song with the document's volume,
+                            speed, pitch and effects, instead of an INPUT; any of the options
+                            above given as well overrides the document's value
+  --loop                    with --document: only the document's loop range (--range wins)
+  --save-document FILE.tesk write a document for INPUT with the settings given, instead of
+                            playing it; a setting not given takes a new document's default
+  --loop A-B                with --save-document: the loop range, in seconds
+  --marker KIND@S           with --save-document: a marker S seconds into the song; KIND is
+                            generic, chorus, verse or bridge (or M, C, V, B); repeat for more
 
-Exit codes: 0 done, 1 bad usage, 2 INPUT unreadable, 3 OUTPUT cannot be written,
-130 interrupted (Ctrl-C or SIGTERM; a second Ctrl-C stops at once).
+Every effect named is switched on. INPUT may be any file FFmpeg decodes. An existing OUTPUT
+or FILE.tesk is only replaced once the new file is complete. Without a sound device, playback
+goes on silently (with a warning) so that the status line still runs.
+
+Exit codes: 0 done, 1 bad usage, 2 INPUT or the document unreadable (or its song not found),
+3 OUTPUT or FILE.tesk cannot be written, 130 interrupted (Ctrl-C or SIGTERM; a second Ctrl-C
+stops at once).
 )";
 
 constexpr double kMinimumPitch = -24.0;
@@ -75,6 +90,47 @@ std::optional<std::pair<double, double>> parsePair(const QString& text) {
     return std::pair{*first, *second};
 }
 
+/// "KIND@SECONDS", KIND a word or its letter in either case.
+std::optional<RenderMarker> parseMarker(const QString& text) {
+    const qsizetype at = text.indexOf(QLatin1Char('@'));
+    if (at < 0)
+        return std::nullopt;
+    const QString kind = text.left(at).toLower();
+    const auto seconds = parseNumber(text.mid(at + 1));
+    if (!seconds || *seconds < 0.0)
+        return std::nullopt;
+    const std::pair<const char*, RenderMarker::Kind> kinds[] = {
+        {"generic", RenderMarker::Kind::Generic}, {"m", RenderMarker::Kind::Generic},
+        {"chorus", RenderMarker::Kind::Chorus},   {"c", RenderMarker::Kind::Chorus},
+        {"verse", RenderMarker::Kind::Verse},     {"v", RenderMarker::Kind::Verse},
+        {"bridge", RenderMarker::Kind::Bridge},   {"b", RenderMarker::Kind::Bridge},
+    };
+    for (const auto& [name, value] : kinds)
+        if (kind == QLatin1String(name))
+            return RenderMarker{value, *seconds};
+    return std::nullopt;
+}
+
+/// Whether --save-document comes before any "--". It decides what --loop is: the loop range to
+/// save (A-B) when saving a document, else a switch for --document.
+bool isSavingDocument(const QStringList& arguments) {
+    for (const QString& argument : arguments.mid(1)) {
+        if (argument == QLatin1String("--"))
+            return false;
+        if (argument == QLatin1String("--save-document") ||
+            argument.startsWith(QLatin1String("--save-document=")))
+            return true;
+    }
+    return false;
+}
+
+bool hasOutputSuffix(const QString& path) {
+    // Exactly these two, as the export itself understands them: "aiff" or "AIF" would
+    // otherwise be silently skipped.
+    const QString suffix = QFileInfo(path).suffix();
+    return suffix == QLatin1String("aif") || suffix == QLatin1String("m4a");
+}
+
 RenderCommandLine badUsage(const QString& reason) {
     RenderCommandLine result;
     result.action = RenderCommandLine::Action::BadUsage;
@@ -100,9 +156,17 @@ RenderCommandLine parseRenderCommandLine(const QStringList& arguments) {
     const QCommandLineOption infoOption(QStringLiteral("info"));
     const QCommandLineOption quietOption(QStringList{QStringLiteral("q"), QStringLiteral("quiet")});
     const QCommandLineOption helpOption(QStringList{QStringLiteral("h"), QStringLiteral("help")});
+    const QCommandLineOption documentOption(QStringLiteral("document"), {}, QStringLiteral("FILE"));
+    const QCommandLineOption saveDocumentOption(QStringLiteral("save-document"), {},
+                                                QStringLiteral("FILE"));
+    const bool saving = isSavingDocument(arguments);
+    const QCommandLineOption loopOption =
+        saving ? QCommandLineOption(QStringLiteral("loop"), {}, QStringLiteral("A-B"))
+               : QCommandLineOption(QStringLiteral("loop"));
+    const QCommandLineOption markerOption(QStringLiteral("marker"), {}, QStringLiteral("KIND@S"));
     parser.addOptions({speedOption, pitchOption, volumeOption, rangeOption, eqOption, vocalOption,
                        panOption, outOfPhaseOption, qualityOption, infoOption, quietOption,
-                       helpOption});
+                       helpOption, documentOption, saveDocumentOption, loopOption, markerOption});
 
     if (!parser.parse(arguments)) {
         // Qt's sentences end in a full stop; ours go on with a pointer to --help.
@@ -120,23 +184,76 @@ RenderCommandLine parseRenderCommandLine(const QStringList& arguments) {
 
     RenderOptions options;
     const QStringList positional = parser.positionalArguments();
-    if (positional.isEmpty())
-        return badUsage(QStringLiteral("no INPUT given"));
-    if (positional.size() > 2)
-        return badUsage(QStringLiteral("too many arguments: %1").arg(positional.mid(2).join(' ')));
-    options.inputPath = positional[0];
     options.info = parser.isSet(infoOption);
     options.quiet = parser.isSet(quietOption);
-    if (positional.size() == 2) {
+    if (parser.isSet(documentOption)) {
+        if (saving)
+            return badUsage(QStringLiteral("--document and --save-document go separately"));
         if (options.info)
-            return badUsage(QStringLiteral("--info takes INPUT only, not an OUTPUT"));
-        options.outputPath = positional[1];
-        // Exactly these two, as the export itself understands them: "aiff" or "AIF" would
-        // otherwise be silently skipped.
-        const QString suffix = QFileInfo(options.outputPath).suffix();
-        if (suffix != QLatin1String("aif") && suffix != QLatin1String("m4a"))
+            return badUsage(QStringLiteral("--info takes INPUT, not a --document"));
+        options.documentPath = parser.value(documentOption);
+        options.documentLoop = parser.isSet(loopOption);
+        // The document names its song, so the only argument left is where to export it.
+        if (positional.size() > 1 || (positional.size() == 1 && !hasOutputSuffix(positional[0])))
+            return badUsage(QStringLiteral("with --document, the only argument is OUTPUT.aif or "
+                                           "OUTPUT.m4a (the document names its song): %1")
+                                .arg(positional.join(' ')));
+        if (positional.size() == 1)
+            options.outputPath = positional[0];
+    } else {
+        if (positional.isEmpty())
+            return badUsage(QStringLiteral("no INPUT given"));
+        if (positional.size() > 2)
             return badUsage(
-                QStringLiteral("OUTPUT must end in .aif or .m4a: %1").arg(options.outputPath));
+                QStringLiteral("too many arguments: %1").arg(positional.mid(2).join(' ')));
+        options.inputPath = positional[0];
+        if (positional.size() == 2) {
+            if (options.info)
+                return badUsage(QStringLiteral("--info takes INPUT only, not an OUTPUT"));
+            if (saving)
+                return badUsage(QStringLiteral("--save-document writes a document instead of "
+                                               "an OUTPUT: %1")
+                                    .arg(positional[1]));
+            options.outputPath = positional[1];
+            if (!hasOutputSuffix(options.outputPath))
+                return badUsage(
+                    QStringLiteral("OUTPUT must end in .aif or .m4a: %1").arg(options.outputPath));
+        }
+        if (!saving && parser.isSet(loopOption))
+            return badUsage(QStringLiteral("--loop takes the loop range of a --document, or "
+                                           "A-B with --save-document"));
+    }
+    if (!saving && parser.isSet(markerOption))
+        return badUsage(QStringLiteral("--marker goes with --save-document"));
+
+    if (saving) {
+        options.saveDocumentPath = parser.value(saveDocumentOption);
+        if (QFileInfo(options.saveDocumentPath).suffix() != TeskDocumentExtension)
+            return badUsage(QStringLiteral("--save-document takes a file ending in .%1: %2")
+                                .arg(TeskDocumentExtension, options.saveDocumentPath));
+        if (options.info)
+            return badUsage(QStringLiteral("--info and --save-document go separately"));
+        // A document keeps neither; saying so beats leaving them out of the file unnoticed.
+        if (parser.isSet(rangeOption))
+            return badUsage(QStringLiteral("a document keeps no --range; its loop is --loop A-B"));
+        if (parser.isSet(qualityOption))
+            return badUsage(QStringLiteral("a document keeps no --quality"));
+        if (parser.isSet(loopOption)) {
+            const auto loop = parsePair(parser.value(loopOption));
+            if (!loop || loop->first < 0.0 || loop->first >= loop->second)
+                return badUsage(QStringLiteral("--loop takes START-END in seconds, START before "
+                                               "END (for example 12.5-31): %1")
+                                    .arg(parser.value(loopOption)));
+            options.savedLoop = SecondsRange{loop->first, loop->second};
+        }
+        for (const QString& value : parser.values(markerOption)) {
+            const auto marker = parseMarker(value);
+            if (!marker)
+                return badUsage(QStringLiteral("--marker takes KIND@SECONDS, KIND generic, "
+                                               "chorus, verse or bridge (or M, C, V, B): %1")
+                                    .arg(value));
+            options.savedMarkers.append(*marker);
+        }
     }
 
     if (parser.isSet(speedOption)) {
@@ -146,7 +263,8 @@ RenderCommandLine parseRenderCommandLine(const QStringList& arguments) {
             return badUsage(QStringLiteral("--speed takes a factor from 0.05 to 4, negative to "
                                            "play backwards: %1")
                                 .arg(parser.value(speedOption)));
-        options.speed = float(*speed);
+        options.speed = *speed;
+        options.given.speed = true;
     }
     if (parser.isSet(pitchOption)) {
         const auto pitch = parseNumber(parser.value(pitchOption));
@@ -154,13 +272,15 @@ RenderCommandLine parseRenderCommandLine(const QStringList& arguments) {
             return badUsage(QStringLiteral("--pitch takes semitones from -24 to 24: %1")
                                 .arg(parser.value(pitchOption)));
         options.pitchSemitones = *pitch;
+        options.given.pitch = true;
     }
     if (parser.isSet(volumeOption)) {
         const auto level = parseNumber(parser.value(volumeOption));
         if (!level || *level < 0.0 || *level > kMaximumLevel)
             return badUsage(QStringLiteral("--volume takes a linear level from 0 to 4: %1")
                                 .arg(parser.value(volumeOption)));
-        options.level = float(*level);
+        options.level = *level;
+        options.given.level = true;
     }
     if (parser.isSet(rangeOption)) {
         const auto range = parsePair(parser.value(rangeOption));
@@ -219,6 +339,7 @@ RenderCommandLine parseRenderCommandLine(const QStringList& arguments) {
                                 .arg(parser.value(panOption)));
         options.panAdjust = true;
         options.panAmount = *pan;
+        options.given.panAmount = true;
     }
     if (parser.isSet(outOfPhaseOption)) {
         options.panAdjust = true;

@@ -1,6 +1,10 @@
 // tesk-render run as the program it is: its arguments, exit codes, files and messages.
 #include "audio/SongMetadataReader.h"
+#include "audio/TeskEffectsSettings.h"
 #include "audio/TeskExtendedAudioFile.h"
+#include "audio/TeskVocalReductionEffectSettings.h"
+#include "document/TeskDocumentFile.h"
+#include "document/TeskFileReference.h"
 #include "support/AudioFiles.h"
 #include "support/Signals.h"
 
@@ -85,6 +89,23 @@ void writeContents(const QString& path, const QByteArray& bytes) {
     file.write(bytes);
 }
 
+std::optional<TeskDocumentContents> readDocument(const QString& path) {
+    QString problem;
+    auto document = readDocumentContents(contents(path), &problem);
+    EXPECT_TRUE(document) << path.toStdString() << ": " << problem.toStdString();
+    return document;
+}
+
+/// A document for the song at `songPath` with `contents`, written as Tesk writes it.
+QString writeDocument(const QString& path, const QString& songPath, TeskDocumentContents contents) {
+    const auto song = TeskFileReference::fromPath(songPath, path);
+    EXPECT_TRUE(song) << songPath.toStdString();
+    if (song)
+        contents.audioFileAlias = song->toBytes();
+    writeContents(path, writeDocumentContents(contents));
+    return path;
+}
+
 QStringList filesIn(const QString& folder) {
     return QDir(folder).entryList(QDir::Files | QDir::Hidden | QDir::NoDotAndDotDot, QDir::Name);
 }
@@ -125,6 +146,19 @@ TEST(TeskRender, RejectsBadUsageWithExitCodeOneAndOneLine) {
         {"--pan", "1.5", input, out},
         {"--quality", "best", input, out},
         {"--info", input, out},
+        // A document names its song and keeps no range or quality; --loop and --marker only
+        // mean something with a document.
+        {"--document", folder.filePath("d.tesk"), input},
+        {"--document", folder.filePath("d.tesk"), "--save-document", folder.filePath("e.tesk"),
+         input},
+        {"--loop", input, out},
+        {"--marker", "C@1", input, out},
+        {input, "--save-document", folder.filePath("d.json")},
+        {input, "--save-document", folder.filePath("d.tesk"), out},
+        {input, "--save-document", folder.filePath("d.tesk"), "--range", "1-2"},
+        {input, "--save-document", folder.filePath("d.tesk"), "--loop", "2-1"},
+        {input, "--save-document", folder.filePath("d.tesk"), "--marker", "intro@1"},
+        {input, "--save-document", folder.filePath("d.tesk"), "--marker", "C@-1"},
     };
     for (const QStringList& arguments : cases) {
         const RenderRun run = runRender(arguments);
@@ -320,6 +354,205 @@ TEST(TeskRender, InfoPrintsWhatTeskReadsFromTheFile) {
     EXPECT_EQ(tags.value("artist"), "The Practisers");
     EXPECT_EQ(tags.value("album"), "(none)");
     EXPECT_EQ(tags.value("cover"), QString("image/png, %1 bytes").arg(QFileInfo(cover).size()));
+}
+
+TEST(TeskRender, SavesAPracticeDocumentWithTheSettingsLoopAndMarkersGiven) {
+    QTemporaryDir folder;
+    const QString input = writeSine(folder.filePath("in.wav"), 440.0, 2.0);
+    ASSERT_TRUE(QDir(folder.path()).mkdir("docs"));
+
+    // INPUT relative to the working folder, the document in another one: the song must still
+    // be found from the document.
+    QProcess process;
+    process.setWorkingDirectory(folder.path());
+    const RenderRun run = runRender({"in.wav",
+                                     "--save-document",
+                                     "docs/set.tesk",
+                                     "--speed",
+                                     "-0.5",
+                                     "--pitch",
+                                     "3",
+                                     "--volume",
+                                     "0.7",
+                                     "--eq",
+                                     "0,0,0,0,0,-6,0,0,0,3",
+                                     "--vocal-reduction",
+                                     "female",
+                                     "--out-of-phase",
+                                     "--loop",
+                                     "0.5-1.2500001",
+                                     "--marker",
+                                     "C@0.5",
+                                     "--marker",
+                                     "generic@1",
+                                     "--marker",
+                                     "c@0.25",
+                                     "--marker",
+                                     "B@1.5",
+                                     "--marker",
+                                     "verse@2"},
+                                    &process);
+    ASSERT_EQ(run.exitCode, 0) << run.err.toStdString();
+    EXPECT_TRUE(run.err.isEmpty()) << run.err.toStdString();
+    const QString documentPath = folder.filePath("docs/set.tesk");
+    const auto document = readDocument(documentPath);
+    ASSERT_TRUE(document);
+    EXPECT_EQ(document->playbackSpeed, -0.5);
+    EXPECT_EQ(document->pitchAdjustment, 3.0);
+    EXPECT_EQ(document->playbackVolume, 0.7);
+    EXPECT_EQ(document->zoomLevel, 0.9);
+    EXPECT_EQ(document->loopLocation, 22050u);
+    EXPECT_EQ(document->loopLength, 33075u);
+    // Each kind in the order given, the song's very end included.
+    EXPECT_EQ(document->chorusMarkers, (QList<quint32>{22050, 11025}));
+    EXPECT_EQ(document->genericMarkers, (QList<quint32>{44100}));
+    EXPECT_EQ(document->verseMarkers, (QList<quint32>{88200}));
+    EXPECT_EQ(document->bridgeMarkers, (QList<quint32>{66150}));
+    ASSERT_TRUE(document->audioFileAlias);
+    const auto song = TeskFileReference::fromBytes(*document->audioFileAlias);
+    ASSERT_TRUE(song);
+    EXPECT_EQ(song->resolvedPath(documentPath), QFileInfo(input).canonicalFilePath());
+    EXPECT_EQ(song->relativePath(), "../in.wav");
+
+    ASSERT_TRUE(document->effectsSettings);
+    const TeskEffectsSettings effects(*document->effectsSettings);
+    EXPECT_TRUE(effects.isEqualizerEnabled());
+    EXPECT_EQ(effects.equalizerSettings()->bands(), (QList<double>{0, 0, 0, 0, 0, -6, 0, 0, 0, 3}));
+    EXPECT_TRUE(effects.isVocalReductionEnabled());
+    const auto female = TeskVocalReductionEffectSettings::femaleVocalPreset();
+    EXPECT_EQ(effects.vocalReductionEffectSettings()->lowFrequency(), female->lowFrequency());
+    EXPECT_EQ(effects.vocalReductionEffectSettings()->highFrequency(), female->highFrequency());
+    EXPECT_TRUE(effects.isPanningEnabled());
+    EXPECT_TRUE(effects.isOutOfPhase());
+    EXPECT_EQ(effects.panAmount(), 0.5);
+
+    // Nothing given: a new document's settings, over an older file at the same place.
+    const RenderRun plain = runRender({input, "--save-document", documentPath});
+    ASSERT_EQ(plain.exitCode, 0) << plain.err.toStdString();
+    const auto fresh = readDocument(documentPath);
+    ASSERT_TRUE(fresh);
+    EXPECT_EQ(fresh->playbackSpeed, 1.0);
+    EXPECT_EQ(fresh->pitchAdjustment, 0.0);
+    EXPECT_EQ(fresh->playbackVolume, 1.0);
+    EXPECT_EQ(fresh->loopLocation, 0u);
+    EXPECT_EQ(fresh->loopLength, 0u);
+    EXPECT_EQ(fresh->chorusMarkers, QList<quint32>{});
+    const TeskEffectsSettings defaults;
+    EXPECT_EQ(fresh->effectsSettings, defaults.dictionaryRepresentation());
+
+    // A song that is not there or does not decode, or a marker past the song's end: no
+    // document, and the one already there stays as it was.
+    const QByteArray kept = contents(documentPath);
+    const QString text = folder.filePath("notes.txt");
+    writeContents(text, "not a song at all\n");
+    for (const QString& bad : {folder.filePath("missing.wav"), text}) {
+        const RenderRun failed = runRender({bad, "--save-document", documentPath});
+        EXPECT_EQ(failed.exitCode, 2) << bad.toStdString();
+        EXPECT_TRUE(failed.err.contains(QFileInfo(bad).fileName())) << failed.err.toStdString();
+    }
+    EXPECT_EQ(runRender({input, "--save-document", documentPath, "--marker", "M@2.1"}).exitCode, 1);
+    EXPECT_EQ(runRender({input, "--save-document", documentPath, "--loop", "3-4"}).exitCode, 1);
+    EXPECT_EQ(contents(documentPath), kept);
+    EXPECT_EQ(filesIn(folder.filePath("docs")), QStringList{"set.tesk"});
+}
+
+TEST(TeskRender, RendersADocumentsLoopWithItsSettingsUnlessTheCommandLineSaysOtherwise) {
+    QTemporaryDir folder;
+    const QString input = writeThreeTones(folder.filePath("in.wav"));
+    // Inside the 660 Hz second, on no round number of anything.
+    TeskDocumentContents settings;
+    settings.loopLocation = 45001;
+    settings.loopLength = 39999;
+    settings.playbackSpeed = 0.5;
+    settings.pitchAdjustment = 12.0;
+    settings.playbackVolume = 0.5;
+    const QString document = writeDocument(folder.filePath("loop.tesk"), input, settings);
+
+    const auto render = [&](const QStringList& options) -> std::unique_ptr<TeskExtendedAudioFile> {
+        const QString output = folder.filePath("out.aif");
+        QFile::remove(output);
+        const RenderRun run =
+            runRender(QStringList{"-q", "--document", document} + options + QStringList{output});
+        EXPECT_EQ(run.exitCode, 0) << run.err.toStdString();
+        return readBack(output);
+    };
+    const auto loop = render({"--loop"});
+    ASSERT_TRUE(loop);
+    EXPECT_NEAR(double(loop->frameCount()), 39999.0 / 0.5, 1024.0);
+    const auto heard = leftChannel(*loop, 4096, 35280);
+    EXPECT_NEAR(toneAmplitude(heard, 1320.0), 0.25, 0.04);
+    EXPECT_LT(toneAmplitude(heard, 660.0) + toneAmplitude(heard, 880.0) +
+                  toneAmplitude(heard, 1760.0),
+              0.03);
+
+    // The command line wins, backwards included; --range wins over the loop.
+    const auto overridden = render({"--loop", "--speed", "-1", "--pitch", "0", "--volume", "1"});
+    ASSERT_TRUE(overridden);
+    EXPECT_NEAR(double(overridden->frameCount()), 39999.0, 1024.0);
+    EXPECT_NEAR(toneAmplitude(leftChannel(*overridden, 2048, 35280), 660.0), 0.5, 0.05);
+    const auto ranged = render({"--loop", "--range", "2.25-2.75", "--speed", "1"});
+    ASSERT_TRUE(ranged);
+    EXPECT_NEAR(double(ranged->frameCount()), 22050.0, 1024.0);
+    EXPECT_NEAR(toneAmplitude(leftChannel(*ranged, 2048, 17640), 1760.0), 0.25, 0.04);
+
+    // Effects from the document's dictionary, with the reading rules of a document: no speed
+    // plays at 1, the whole song without --loop.
+    TeskEffectsSettings effects;
+    TeskVocalReductionEffectSettings band;
+    band.setLowFrequency(200.0);
+    band.setHighFrequency(2000.0);
+    effects.setVocalReductionEffectSettings(&band);
+    effects.setVocalReductionEnabled(true);
+    TeskDocumentContents reduced;
+    reduced.playbackVolume = 1.0;
+    reduced.effectsSettings = effects.dictionaryRepresentation();
+    const QString reducedDocument = writeDocument(folder.filePath("reduced.tesk"), input, reduced);
+    const QString output = folder.filePath("whole.aif");
+    ASSERT_EQ(runRender({"-q", "--document", reducedDocument, output}).exitCode, 0);
+    const auto whole = readBack(output);
+    ASSERT_TRUE(whole);
+    EXPECT_NEAR(double(whole->frameCount()), 132300.0, 1024.0);
+    EXPECT_LT(rms(leftChannel(*whole, 50000, 30000)), 0.02);
+    ASSERT_EQ(
+        runRender({"-q", "--document", reducedDocument, "--vocal-reduction", "2000-4000", output})
+            .exitCode,
+        0);
+    const auto kept = readBack(output);
+    ASSERT_TRUE(kept);
+    EXPECT_NEAR(toneAmplitude(leftChannel(*kept, 50000, 30870), 660.0), 0.5, 0.05);
+
+    // A document saved without a volume plays silently, as Tesk opens it.
+    TeskDocumentContents quiet;
+    const QString quietDocument = writeDocument(folder.filePath("quiet.tesk"), input, quiet);
+    ASSERT_EQ(runRender({"-q", "--document", quietDocument, output}).exitCode, 0);
+    const auto silent = readBack(output);
+    ASSERT_TRUE(silent);
+    EXPECT_LT(rms(leftChannel(*silent, 0, 132300)), 1e-4);
+    // ... and it has no loop range to limit a render to.
+    const RenderRun noLoop = runRender({"--document", quietDocument, "--loop", output});
+    EXPECT_EQ(noLoop.exitCode, 1);
+    EXPECT_TRUE(noLoop.err.contains("no loop range")) << noLoop.err.toStdString();
+}
+
+TEST(TeskRender, DocumentWhoseSongIsGoneOrWhoseFileIsDamagedExitsTwo) {
+    QTemporaryDir folder;
+    const QString input = writeSine(folder.filePath("practice-song.wav"), 440.0, 0.5);
+    const QString document = folder.filePath("set.tesk");
+    ASSERT_EQ(runRender({input, "--save-document", document}).exitCode, 0);
+    const QString damaged = folder.filePath("damaged.tesk");
+    writeContents(damaged, contents(document).left(40));
+    ASSERT_TRUE(QFile::remove(input));
+
+    for (const QString& bad : {document, damaged, folder.filePath("missing.tesk")}) {
+        const RenderRun run = runRender({"--document", bad, folder.filePath("out.aif")});
+        EXPECT_EQ(run.exitCode, 2) << bad.toStdString();
+        EXPECT_TRUE(run.err.startsWith("tesk-render: ")) << run.err.toStdString();
+        EXPECT_TRUE(run.err.contains(QFileInfo(bad).fileName())) << run.err.toStdString();
+        EXPECT_EQ(run.err.count('\n'), 1) << run.err.toStdString();
+    }
+    // The song missing is named as well as the document.
+    EXPECT_TRUE(runRender({"--document", document}).err.contains("practice-song.wav"));
+    EXPECT_EQ(filesIn(folder.path()), (QStringList{"damaged.tesk", "set.tesk"}));
 }
 
 TEST(TeskRender, InterruptedExportKeepsTheOriginalAndLeavesNoPartialFile) {
