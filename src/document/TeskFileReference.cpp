@@ -30,9 +30,24 @@ constexpr int kParentScanBudget = 4000;
 constexpr int kParentScanDepth = 3;
 constexpr int kMusicFolderBudget = 2000;
 
+std::int64_t modificationTimeOf(const struct stat& info) {
+    return std::int64_t(info.st_mtim.tv_sec) * 1'000'000'000 + std::int64_t(info.st_mtim.tv_nsec);
+}
+
+/// What marks the file wherever it goes on its file system. The inode alone is not enough: a
+/// deleted file's inode is soon given to a new file, so the size or the modification time must
+/// match too (a rename or a move keeps both).
 struct Identity {
     std::uint64_t device = 0;
     std::uint64_t inode = 0;
+    std::int64_t size = 0;
+    std::int64_t modificationTime = 0;
+
+    bool matches(const struct stat& info) const {
+        return S_ISREG(info.st_mode) && std::uint64_t(info.st_dev) == device &&
+               std::uint64_t(info.st_ino) == inode &&
+               (std::int64_t(info.st_size) == size || modificationTimeOf(info) == modificationTime);
+    }
 };
 
 bool statRegular(const QString& path, struct stat& info) {
@@ -94,8 +109,7 @@ QString findIdentity(const QString& root, const Identity& identity, int maxDepth
         folders.pop_front();
         forEachEntry(folder, budget, [&](const QString& name, const struct stat& info) {
             const QString path = join(folder, name);
-            if (S_ISREG(info.st_mode) && std::uint64_t(info.st_dev) == identity.device &&
-                std::uint64_t(info.st_ino) == identity.inode) {
+            if (identity.matches(info)) {
                 result = QFileInfo(path).canonicalFilePath();
                 return true;
             }
@@ -201,8 +215,7 @@ std::optional<TeskFileReference> TeskFileReference::fromPath(const QString& path
     reference.mDevice = std::uint64_t(info.st_dev);
     reference.mInode = std::uint64_t(info.st_ino);
     reference.mSize = std::int64_t(info.st_size);
-    reference.mModificationTime =
-        std::int64_t(info.st_mtim.tv_sec) * 1'000'000'000 + std::int64_t(info.st_mtim.tv_nsec);
+    reference.mModificationTime = modificationTimeOf(info);
     if (!documentPath.isEmpty()) {
         reference.mRelativePath = QDir(documentFolder(documentPath)).relativeFilePath(canonical);
     }
@@ -259,7 +272,7 @@ std::optional<TeskFileReference> TeskFileReference::fromBytes(const QByteArray& 
 }
 
 QString TeskFileReference::resolvedPath(const QString& documentPath) const {
-    const Identity identity{mDevice, mInode};
+    const Identity identity{mDevice, mInode, mSize, mModificationTime};
     const QString folder = QFileInfo(mAbsolutePath).absolutePath();
 
     // The remembered path: the same file, or one put in its place (editors and taggers often
