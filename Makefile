@@ -3,6 +3,7 @@
 #   make test                             install what is missing, build, run every test
 #   make test SANITIZE=address,undefined  the same in a separate sanitizer build tree
 #   make bench                            build and run the benchmarks, ending with one BENCH line each
+#   make fuzz [FUZZ_RUNS=n]               build the fuzzers with clang (build/fuzz) and run them
 
 SANITIZE ?=
 JOBS ?= $(shell nproc)
@@ -15,7 +16,11 @@ BUILD_DIR := build/sanitize
 CMAKE_FLAGS := -DCMAKE_BUILD_TYPE=Debug -DTESK_SANITIZE=$(SANITIZE)
 endif
 
-.PHONY: all deps configure build run test bench clean
+# The fuzzing tree: clang, libFuzzer and the address and undefined-behaviour sanitizers.
+FUZZ_RUNS ?= 1000000
+FUZZ_DIR := build/fuzz
+
+.PHONY: all deps configure build run test bench fuzz clean
 
 all: build
 
@@ -37,6 +42,20 @@ test: build
 
 bench: build
 	@scripts/run-benchmarks $(BUILD_DIR)
+
+# Runs the document reader's fuzzer FUZZ_RUNS times from seeds the real writer makes, keeping
+# what it finds interesting in $(FUZZ_DIR)/corpus/found for the next run. A crash or a broken
+# round trip fails, leaving the input in $(FUZZ_DIR)/artifacts.
+fuzz:
+	@scripts/install-deps --fuzz
+	@cmake -S . -B $(FUZZ_DIR) -G Ninja -DCMAKE_CXX_COMPILER=clang++ -DTESK_FUZZ=ON \
+		-DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
+	@cmake --build $(FUZZ_DIR) -j $(JOBS) --target tesk_document_fuzzer tesk_document_fuzz_seeds
+	@rm -rf $(FUZZ_DIR)/corpus/seeds
+	@mkdir -p $(FUZZ_DIR)/corpus/found $(FUZZ_DIR)/artifacts
+	@$(FUZZ_DIR)/fuzz/tesk_document_fuzz_seeds $(FUZZ_DIR)/corpus/seeds
+	$(FUZZ_DIR)/fuzz/tesk_document_fuzzer -runs=$(FUZZ_RUNS) -dict=fuzz/document.dict \
+		-artifact_prefix=$(FUZZ_DIR)/artifacts/ $(FUZZ_DIR)/corpus/found $(FUZZ_DIR)/corpus/seeds
 
 clean:
 	rm -rf build
