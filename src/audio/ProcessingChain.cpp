@@ -19,7 +19,8 @@ AudioBufferList stereoList(float* left, float* right, std::uint32_t frameCount) 
 } // namespace
 
 ProcessingChain::ProcessingChain(double sampleRate, TimePitchQuality quality)
-    : mEqualizer(sampleRate)
+    : mSampleRate(sampleRate)
+    , mEqualizer(sampleRate)
     , mTimePitch(sampleRate, quality)
     , mVocalRemover(2, 4096)
     , mSpectrumAnalyzer(AudioStreamDescription{sampleRate, 2, false})
@@ -40,9 +41,22 @@ void ProcessingChain::setPitchCents(float cents) noexcept {
     mTimePitch.setPitchCents(cents);
 }
 
+void ProcessingChain::setLevel(float level) noexcept {
+    if (!std::isnan(level))
+        mLevel.store(std::clamp(level, 0.0f, kMaximumLevel), std::memory_order_relaxed);
+}
+
+void ProcessingChain::setPanAmount(double amount) noexcept {
+    if (!std::isnan(amount))
+        mPanAmount.store(std::clamp(amount, 0.0, 1.0));
+}
+
 void ProcessingChain::setEqualizerGains(const std::array<float, kBandCount>& gainsDb) noexcept {
-    mEqualizerGainsSet = gainsDb;
-    mEqualizerGains.write(gainsDb);
+    std::array<float, kBandCount> gains = gainsDb;
+    for (float& gain : gains)
+        gain = std::isnan(gain) ? 0.0f : std::clamp(gain, kMinimumBandGain, kMaximumBandGain);
+    mEqualizerGainsSet = gains;
+    mEqualizerGains.write(gains);
 }
 
 std::array<float, ProcessingChain::kBandCount> ProcessingChain::equalizerGains() const noexcept {
@@ -63,8 +77,11 @@ void ProcessingChain::copyParametersFrom(const ProcessingChain& other) {
 }
 
 void ProcessingChain::setVocalBand(double lowHertz, double highHertz) noexcept {
-    mVocalLow.store(lowHertz, std::memory_order_relaxed);
-    mVocalHigh.store(highHertz, std::memory_order_relaxed);
+    if (std::isnan(lowHertz) || std::isnan(highHertz))
+        return;
+    const double nyquist = mSampleRate / 2.0;
+    mVocalLow.store(std::clamp(lowHertz, 0.0, nyquist), std::memory_order_relaxed);
+    mVocalHigh.store(std::clamp(highHertz, 0.0, nyquist), std::memory_order_relaxed);
 }
 
 void ProcessingChain::reset() {

@@ -63,12 +63,20 @@ public:
     /// While nothing renders this chain.
     void copyParametersFrom(const ProcessingChain& other);
 
-    // Parameters. Main thread (each handoff has one writer); read at the next slice.
+    /// The loudest level and the equalizer's deepest cut and highest boost the chain plays. The
+    /// controls stay well inside them; a damaged document or script may not, and must never
+    /// make the chain deafening or fill it with NaN.
+    static constexpr float kMaximumLevel = 4.0f;
+    static constexpr float kMinimumBandGain = -96.0f;
+    static constexpr float kMaximumBandGain = 24.0f;
+
+    // Parameters. Main thread (each handoff has one writer); read at the next slice. Values
+    // out of range are held at the nearest bound; NaN is ignored.
     void setRate(float rate) noexcept;
     float rate() const noexcept { return mRate.load(std::memory_order_relaxed); }
     void setPitchCents(float cents) noexcept;
     float pitchCents() const noexcept { return mPitchCents.load(std::memory_order_relaxed); }
-    void setLevel(float level) noexcept { mLevel.store(level, std::memory_order_relaxed); }
+    void setLevel(float level) noexcept;
     float level() const noexcept { return mLevel.load(std::memory_order_relaxed); }
     void setEqualizerEnabled(bool enabled) noexcept { mEqualizerEnabled.store(enabled); }
     bool equalizerEnabled() const noexcept { return mEqualizerEnabled.load(); }
@@ -80,7 +88,8 @@ public:
     void setVocalBand(double lowHertz, double highHertz) noexcept;
     void setPanAdjust(bool enabled) noexcept { mPanAdjust.store(enabled); }
     bool panAdjust() const noexcept { return mPanAdjust.load(); }
-    void setPanAmount(double amount) noexcept { mPanAmount.store(amount); }
+    /// 0 to 1.
+    void setPanAmount(double amount) noexcept;
     double panAmount() const noexcept { return mPanAmount.load(); }
     void setOutOfPhase(bool outOfPhase) noexcept { mOutOfPhase.store(outOfPhase); }
     bool outOfPhase() const noexcept { return mOutOfPhase.load(); }
@@ -125,6 +134,7 @@ private:
     double sourceFrameForInput(double inputFrame) const;
 
     ChainSource* mSource = nullptr;
+    const double mSampleRate;
     GraphicEqualizer mEqualizer;
     TimePitchStage mTimePitch;
     SVocalRemover mVocalRemover;

@@ -4,6 +4,7 @@
 
 #include <cmath>
 #include <gtest/gtest.h>
+#include <limits>
 
 using namespace tesk;
 
@@ -142,4 +143,46 @@ TEST(ProcessingChain, PlaysAtTheExtremesOfSpeedAndPitch) {
             EXPECT_GT(test::rms(std::span(out.left).subspan(22050)), 0.02);
         }
     }
+}
+
+TEST(ProcessingChain, OutlandishSettingsCannotMakeItDeafeningOrSilenceItWithNaN) {
+    // What a damaged document or a script could ask for, none of which the controls allow.
+    const float nan = std::numeric_limits<float>::quiet_NaN();
+    const float huge = 1e30f;
+    ProcessingChain chain(44100.0, TimePitchQuality::Standard);
+    VectorSource source(test::noise(0.25, kFrames, 5), test::noise(0.25, kFrames, 6));
+    chain.setSource(&source);
+    chain.setLevel(huge);
+    chain.setLevel(nan);
+    chain.setRate(nan);
+    chain.setPitchCents(huge);
+    chain.setEqualizerEnabled(true);
+    std::array<float, ProcessingChain::kBandCount> gains{};
+    gains.fill(huge);
+    gains[3] = nan;
+    chain.setEqualizerGains(gains);
+    chain.setRemoveVocals(true);
+    chain.setVocalBand(-huge, double(huge));
+    chain.setVocalBand(double(nan), 1000.0);
+    chain.setPanAdjust(true);
+    chain.setPanAmount(double(huge));
+    chain.setPanAmount(double(nan));
+
+    EXPECT_EQ(chain.level(), ProcessingChain::kMaximumLevel);
+    EXPECT_EQ(chain.panAmount(), 1.0);
+    EXPECT_EQ(chain.equalizerGains()[0], ProcessingChain::kMaximumBandGain);
+    EXPECT_EQ(chain.equalizerGains()[3], 0.0f);
+    const Rendered out = render(chain, kFrames);
+    float peak = 0.0f;
+    bool finite = true;
+    for (const auto* channel : {&out.left, &out.right}) {
+        for (float sample : *channel) {
+            finite = finite && std::isfinite(sample);
+            peak = std::max(peak, std::fabs(sample));
+        }
+    }
+    EXPECT_TRUE(finite);
+    EXPECT_GT(test::rms(out.steadyLeft()), 0.01);
+    // Noise through nine bands at the highest boost, at the loudest level: loud, yet bounded.
+    EXPECT_LT(peak, 1000.0f);
 }

@@ -1,5 +1,6 @@
 #include "document/TeskDocument.h"
 
+#include "audio/ProcessingChain.h"
 #include "audio/TeskEqualizerSettings.h"
 #include "audio/TeskVocalReductionEffectSettings.h"
 #include "document/TeskDocumentFile.h"
@@ -394,6 +395,21 @@ TEST_F(DocumentTest, MissingAndDamagedKeysFollowTheirRules) {
     EXPECT_EQ(damaged->loopRange(), (LoopRange{0, 500}));
     EXPECT_FALSE(damaged->effectsVisible());
     EXPECT_EQ(damaged->documentWindowFrame(), QRectF(10, 20, 300, 0));
+
+    // Huge numbers are kept as read, and the engine holds them to what it can play.
+    writeDocument(QStringLiteral("huge.tesk"),
+                  {{QStringLiteral("playbackSpeed"), 1e300},
+                   {QStringLiteral("playbackVolume"), 1e300},
+                   {QStringLiteral("pitchAdjustment"), -1e300},
+                   {QStringLiteral("zoomLevel"), -1e300}},
+                  song);
+    auto huge = load(QStringLiteral("huge.tesk"));
+    ASSERT_TRUE(huge);
+    EXPECT_EQ(huge->playbackVolume(), 1e300);
+    EXPECT_EQ(huge->player()->outputAudioUnit()->playbackLevel(), ProcessingChain::kMaximumLevel);
+    huge->startFilePlaying();
+    QTest::qWait(100);
+    huge->stopFilePlaying();
 }
 
 TEST_F(DocumentTest, TheSongIsFoundAfterAMoveAndAMissingSongIsNoError) {
