@@ -246,7 +246,7 @@ void RenderCommand::saveDocumentDidEnd(const WorkResult& result) {
         finish(kRenderBadUsage);
         return;
     }
-    if (!writeRenderDocument(path, *contents, &error)) {
+    if (!writeDocumentFile(path, *contents, &error)) {
         reportError(QStringLiteral("cannot write %1: %2").arg(path, error));
         finish(kRenderOutputUnwritable);
         return;

@@ -6,9 +6,7 @@
 #include "audio/TimePitchStage.h"
 #include "document/TeskFileReference.h"
 
-#include <QFile>
 #include <QFileInfo>
-#include <QSaveFile>
 #include <algorithm>
 #include <cmath>
 #include <limits>
@@ -17,8 +15,6 @@ namespace tesk {
 namespace {
 
 constexpr double kEngineRate = 44100.0;
-/// The bound Tesk itself puts on a document it opens: settings for one song are a few kB.
-constexpr qint64 kLargestDocumentBytes = 16 * 1024 * 1024;
 /// A new document's zoom, as the window first shows a song.
 constexpr double kNewDocumentZoomLevel = 0.9;
 /// The command line's own limit for --volume.
@@ -36,24 +32,10 @@ QString asClause(QString sentence) {
 } // namespace
 
 std::optional<RenderDocument> readRenderDocument(const QString& path, QString* error) {
-    QFile file(path);
-    if (!file.open(QIODevice::ReadOnly)) {
-        *error = QStringLiteral("cannot read %1: %2").arg(path, file.errorString());
-        return std::nullopt;
-    }
-    if (file.size() > kLargestDocumentBytes) {
-        *error = QStringLiteral("cannot read %1: it is too large to be a Tesk document").arg(path);
-        return std::nullopt;
-    }
-    const QByteArray bytes = file.readAll();
-    if (file.error() != QFileDevice::NoError) {
-        *error = QStringLiteral("cannot read %1: %2").arg(path, file.errorString());
-        return std::nullopt;
-    }
-    QString problem;
-    std::optional<TeskDocumentContents> contents = readDocumentContents(bytes, &problem);
+    DocumentFileError problem;
+    std::optional<TeskDocumentContents> contents = readDocumentFile(path, &problem);
     if (!contents) {
-        *error = QStringLiteral("cannot read %1: %2").arg(path, asClause(problem));
+        *error = QStringLiteral("cannot read %1: %2").arg(path, asClause(problem.reason));
         return std::nullopt;
     }
     if (!contents->audioFileAlias) {
@@ -187,17 +169,6 @@ std::optional<TeskDocumentContents> newDocumentContents(const RenderOptions& opt
     contents.playbackSpeed = options.speed;
     contents.pitchAdjustment = options.pitchSemitones;
     return contents;
-}
-
-bool writeRenderDocument(const QString& path, const TeskDocumentContents& contents,
-                         QString* error) {
-    QSaveFile file(path);
-    if (!file.open(QIODevice::WriteOnly) || file.write(writeDocumentContents(contents)) < 0 ||
-        !file.commit()) {
-        *error = file.errorString();
-        return false;
-    }
-    return true;
 }
 
 } // namespace tesk

@@ -40,8 +40,4 @@ std::optional<TeskDocumentContents> newDocumentContents(const RenderOptions& opt
                                                         const TeskFileReference& song,
                                                         qint64 songFrames, QString* error);
 
-/// Writes `contents` to `path`, replacing any file there only once the new one is complete.
-/// Returns false, with `error` set to the reason, when it cannot. Any thread.
-bool writeRenderDocument(const QString& path, const TeskDocumentContents& contents, QString* error);
-
 } // namespace tesk

@@ -10,10 +10,10 @@
 #include <QCoreApplication>
 #include <QFile>
 #include <QFileInfo>
-#include <QSaveFile>
 #include <QSettings>
 #include <QUndoCommand>
 #include <functional>
+#include <map>
 
 namespace tesk {
 namespace {
@@ -45,12 +45,8 @@ const QString ZORBTeskErrorDomain = QStringLiteral("ZORBTeskErrorDomain");
 constexpr qint64 kFileReadUnknownError = 256;
 constexpr qint64 kFileNoSuchFileError = 4;
 constexpr qint64 kFileReadNoSuchFileError = 260;
-constexpr qint64 kFileReadNoPermissionError = 257;
 constexpr qint64 kFileReadCorruptFileError = 259;
 constexpr qint64 kFileWriteUnknownError = 512;
-/// A document holds a few settings; anything this large is not one, and reading it whole
-/// could take all the memory there is.
-constexpr qint64 kLargestDocumentBytes = 16 * 1024 * 1024;
 
 TeskError fileError(qint64 code, const QString& description, const QString& path) {
     return TeskError(
@@ -538,29 +534,21 @@ bool TeskDocument::readFromURL(const QUrl& url, const QString& typeName, TeskErr
 
 bool TeskDocument::readDocumentFromURL(const QUrl& url, TeskError* error) {
     const QString path = url.toLocalFile();
-    auto fail = [&](qint64 code, const QString& reason) {
-        if (error)
+    DocumentFileError problem;
+    const std::optional<TeskDocumentContents> contents = readDocumentFile(path, &problem);
+    if (!contents) {
+        if (error) {
+            static const std::map<DocumentFileError::Kind, qint64> codes{
+                {DocumentFileError::Kind::NotFound, kFileReadNoSuchFileError},
+                {DocumentFileError::Kind::NotReadable, kFileReadUnknownError},
+                {DocumentFileError::Kind::Damaged, kFileReadCorruptFileError}};
             *error = fileError(
-                code, tr("The document %1 could not be opened. %2").arg(quotedName(path), reason),
+                codes.at(problem.kind),
+                tr("The document %1 could not be opened. %2").arg(quotedName(path), problem.reason),
                 path);
+        }
         return false;
-    };
-    QFile file(path);
-    if (!file.exists())
-        return fail(kFileReadNoSuchFileError, tr("There is no such file."));
-    if (!file.open(QIODevice::ReadOnly))
-        return fail(file.error() == QFileDevice::PermissionsError ? kFileReadNoPermissionError
-                                                                  : kFileReadUnknownError,
-                    file.errorString());
-    if (file.size() > kLargestDocumentBytes)
-        return fail(kFileReadCorruptFileError, tr("It is too large to be a Tesk document."));
-    const QByteArray bytes = file.readAll();
-    if (file.error() != QFileDevice::NoError)
-        return fail(kFileReadUnknownError, file.errorString());
-    QString problem;
-    const std::optional<TeskDocumentContents> contents = readDocumentContents(bytes, &problem);
-    if (!contents)
-        return fail(kFileReadCorruptFileError, problem);
+    }
 
     // The song is found relative to this file, so it has to be known first.
     mFileURL = url;
@@ -628,20 +616,8 @@ bool TeskDocument::writeToURL(const QUrl& url, const QString& typeName, TeskErro
                                        : mWindowControllers.first()->windowFrame();
     contents.effectsVisible = mEffectsVisible;
 
-    const QByteArray bytes = writeDocumentContents(contents);
-    QSaveFile file(path);
     QString reason;
-    // Unbuffered, so that a short write shows here rather than being lost in commit().
-    if (!file.open(QIODevice::WriteOnly | QIODevice::Unbuffered)) {
-        reason = file.errorString();
-    } else if (file.write(bytes) != bytes.size()) {
-        // A full disk shows as a short write.
-        reason = tr("Not all of it could be written; the disk may be full.");
-        file.cancelWriting();
-    } else if (!file.commit()) {
-        reason = file.errorString();
-    }
-    if (reason.isEmpty())
+    if (writeDocumentFile(path, contents, &reason))
         return true;
     if (error)
         *error = fileError(

@@ -1,9 +1,12 @@
 #include "document/TeskDocumentFile.h"
 
+#include <QCoreApplication>
+#include <QFile>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QRegularExpression>
+#include <QSaveFile>
 #include <cmath>
 #include <limits>
 
@@ -159,6 +162,58 @@ std::optional<TeskDocumentContents> readDocumentContents(const QByteArray& bytes
     if (effectsVisible.isBool())
         contents.effectsVisible = effectsVisible.toBool();
     return contents;
+}
+
+std::optional<TeskDocumentContents> readDocumentFile(const QString& path,
+                                                     DocumentFileError* error) {
+    // A document holds a few settings; anything this large is not one, and reading it whole
+    // could take all the memory there is.
+    constexpr qint64 largestDocumentBytes = 16 * 1024 * 1024;
+    auto fail = [error](DocumentFileError::Kind kind, const QString& reason) {
+        if (error)
+            *error = {kind, reason};
+        return std::nullopt;
+    };
+    QFile file(path);
+    if (!file.exists())
+        return fail(DocumentFileError::Kind::NotFound,
+                    QCoreApplication::translate("TeskDocument", "There is no such file."));
+    if (!file.open(QIODevice::ReadOnly))
+        return fail(DocumentFileError::Kind::NotReadable, file.errorString());
+    if (file.size() > largestDocumentBytes)
+        return fail(
+            DocumentFileError::Kind::Damaged,
+            QCoreApplication::translate("TeskDocument", "It is too large to be a Tesk document."));
+    const QByteArray bytes = file.readAll();
+    if (file.error() != QFileDevice::NoError)
+        return fail(DocumentFileError::Kind::NotReadable, file.errorString());
+    QString problem;
+    std::optional<TeskDocumentContents> contents = readDocumentContents(bytes, &problem);
+    if (!contents)
+        return fail(DocumentFileError::Kind::Damaged, problem);
+    return contents;
+}
+
+bool writeDocumentFile(const QString& path, const TeskDocumentContents& contents, QString* reason) {
+    const QByteArray bytes = writeDocumentContents(contents);
+    QSaveFile file(path);
+    QString failure;
+    // Unbuffered, so that a short write (a full disk) shows here: QSaveFile::commit() would
+    // flush it quietly and keep the cut file.
+    if (!file.open(QIODevice::WriteOnly | QIODevice::Unbuffered)) {
+        failure = file.errorString();
+    } else if (file.write(bytes) != bytes.size()) {
+        failure = QCoreApplication::translate(
+            "TeskDocument", "Not all of it could be written; the disk may be full.");
+        file.cancelWriting();
+    } else if (!file.commit()) {
+        failure = file.errorString();
+    }
+    if (failure.isEmpty())
+        return true;
+    if (reason)
+        *reason = failure;
+    return false;
 }
 
 QString stringFromRect(const QRectF& rect) {

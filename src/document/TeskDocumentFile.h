@@ -47,6 +47,26 @@ QByteArray writeDocumentContents(const TeskDocumentContents& contents);
 std::optional<TeskDocumentContents> readDocumentContents(const QByteArray& bytes,
                                                          QString* problem = nullptr);
 
+/// Why a document file could not be read.
+struct DocumentFileError {
+    enum class Kind { NotFound, NotReadable, Damaged };
+    Kind kind = Kind::Damaged;
+    /// A sentence for the user, without the file's name.
+    QString reason;
+};
+
+/// Reads and parses the document file at `path`. Null, with `error` set, when there is no such
+/// file, it can't be read, or it is not a document (damaged, or far too large to be one).
+/// Any thread.
+std::optional<TeskDocumentContents> readDocumentFile(const QString& path,
+                                                     DocumentFileError* error = nullptr);
+
+/// Writes `contents` to `path` whole or not at all: a failed write, a full disk included,
+/// leaves the file that was there. Returns false with `reason` (a sentence) set when it fails.
+/// Any thread.
+bool writeDocumentFile(const QString& path, const TeskDocumentContents& contents,
+                       QString* reason = nullptr);
+
 /// A window frame as text, "{{x, y}, {width, height}}", and back. Reading is lenient, as it has
 /// to be for hand-edited files: numbers are taken in order and a missing one is 0.
 QString stringFromRect(const QRectF& rect);
