@@ -5,6 +5,7 @@
 #include "audio/TeskExtendedAudioFilePlayer.h"
 #include "diagnostics/TeskError.h"
 #include "document/MetadataImporter.h"
+#include "document/TeskDocumentFile.h"
 #include "document/TeskFileReference.h"
 #include "observation/KeyValueObserving.h"
 

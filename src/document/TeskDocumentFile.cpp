@@ -5,6 +5,7 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QLocale>
 #include <QRegularExpression>
 #include <QSaveFile>
 #include <cmath>
@@ -217,7 +218,10 @@ bool writeDocumentFile(const QString& path, const TeskDocumentContents& contents
 }
 
 QString stringFromRect(const QRectF& rect) {
-    auto number = [](double value) { return QString::number(value, 'g', 9); };
+    // The shortest text that reads back to the same number.
+    auto number = [](double value) {
+        return QString::number(value, 'g', QLocale::FloatingPointShortest);
+    };
     return QStringLiteral("{{%1, %2}, {%3, %4}}")
         .arg(number(rect.x()), number(rect.y()), number(rect.width()), number(rect.height()));
 }

@@ -105,7 +105,9 @@ QString findIdentity(const QString& root, const Identity& identity, int maxDepth
     std::deque<std::pair<QString, int>> folders{{root, 0}};
     QString result;
     while (!folders.empty() && budget > 0 && result.isEmpty()) {
-        const auto [folder, depth] = folders.front();
+        // Not a structured binding: clang before 16 won't let the lambda below capture one.
+        const QString folder = folders.front().first;
+        const int depth = folders.front().second;
         folders.pop_front();
         forEachEntry(folder, budget, [&](const QString& name, const struct stat& info) {
             const QString path = join(folder, name);

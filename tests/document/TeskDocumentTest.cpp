@@ -60,7 +60,7 @@ public:
 
     int shown = 0;
     int titleSyncs = 0;
-    QRectF frame{120, 80, 900, 640};
+    QRectF frame{120.5, 80.42949296, 900, 640};
 };
 
 class DocumentTest : public testing::Test {
