@@ -6,9 +6,13 @@
 
 #include <QFileInfo>
 #include <QMimeData>
+#include <QSettings>
 
 namespace tesk {
 namespace {
+
+const QString kRecentDocumentsKey = QStringLiteral("TeskRecentDocuments");
+constexpr qsizetype kMaximumRecentDocuments = 10;
 
 QString canonicalPath(const QUrl& url) {
     return url.isLocalFile() ? QFileInfo(url.toLocalFile()).canonicalFilePath() : QString();
@@ -87,6 +91,8 @@ TeskDocument* TeskDocumentController::openDocumentWithContentsOfURL(const QUrl& 
     if (!document->readFromURL(url, contentTypeOfFile(url.toLocalFile()), error))
         return nullptr;
     TeskDocument* added = addDocument(std::move(document));
+    // A song is listed itself, since its untitled document has no file.
+    noteNewRecentDocumentURL(added->fileURL().isEmpty() ? added->audioFileURL() : url);
     if (display)
         showWindows(added);
     return added;
@@ -123,6 +129,30 @@ void TeskDocumentController::removeDocument(TeskDocument* document) {
     mDocuments.erase(found);
     if (!hadUntitled && mDocuments.empty())
         openUntitledDocumentAndDisplay();
+}
+
+void TeskDocumentController::noteNewRecentDocumentURL(const QUrl& url) {
+    const QString path = canonicalPath(url);
+    if (path.isEmpty())
+        return;
+    QSettings settings;
+    QStringList paths = settings.value(kRecentDocumentsKey).toStringList();
+    paths.removeAll(path);
+    paths.prepend(path);
+    settings.setValue(kRecentDocumentsKey, paths.mid(0, kMaximumRecentDocuments));
+}
+
+QList<QUrl> TeskDocumentController::recentDocumentURLs() const {
+    QList<QUrl> urls;
+    for (const QString& path : QSettings().value(kRecentDocumentsKey).toStringList()) {
+        if (QFileInfo(path).isFile())
+            urls.append(QUrl::fromLocalFile(path));
+    }
+    return urls;
+}
+
+void TeskDocumentController::clearRecentDocuments() {
+    QSettings().remove(kRecentDocumentsKey);
 }
 
 QStringList TeskDocumentController::supportedAudioFileTypes() {

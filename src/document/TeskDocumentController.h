@@ -88,6 +88,13 @@ public:
     /// track Tesk can open is opened as its own document.
     void newDocumentFromiTunes(const QMimeData& data);
 
+    /// Remembers `url` at the head of the recent documents (at most ten, kept across runs).
+    /// Opening a document or a song notes it.
+    void noteNewRecentDocumentURL(const QUrl& url);
+    /// Most recent first; files that are gone are left out.
+    QList<QUrl> recentDocumentURLs() const;
+    void clearRecentDocuments();
+
     /// Where the next document window is cascaded from.
     QPointF nextDocumentWindowPoint() const { return mNextDocumentWindowPoint; }
     void setNextDocumentWindowPoint(const QPointF& point) { mNextDocumentWindowPoint = point; }

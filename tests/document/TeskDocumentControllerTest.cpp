@@ -7,6 +7,7 @@
 
 #include <QCoreApplication>
 #include <QFile>
+#include <QFileInfo>
 #include <QMimeData>
 #include <QTemporaryDir>
 #include <gtest/gtest.h>
@@ -51,7 +52,10 @@ public:
 
 class DocumentControllerTest : public testing::Test {
 protected:
-    void SetUp() override { ASSERT_TRUE(mDir.isValid()); }
+    void SetUp() override {
+        ASSERT_TRUE(mDir.isValid());
+        mController.clearRecentDocuments();
+    }
     void TearDown() override {
         // Documents let go are deleted from the event loop.
         QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
@@ -235,6 +239,14 @@ TEST_F(DocumentControllerTest, TheOpenDialogReplacesTheEmptyWindowAndFindsSavedD
     mWindows.chosen.clear();
     mController.openDocument();
     EXPECT_EQ(mController.documents(), QList<TeskDocument*>{practice});
+
+    // Both were noted as recent, the latest first; a file that is gone is not offered.
+    const QUrl songURL = QUrl::fromLocalFile(QFileInfo(path("song.wav")).canonicalFilePath());
+    const QUrl practiceURL =
+        QUrl::fromLocalFile(QFileInfo(path("practice.tesk")).canonicalFilePath());
+    EXPECT_EQ(mController.recentDocumentURLs().mid(0, 2), (QList<QUrl>{practiceURL, songURL}));
+    ASSERT_TRUE(QFile::remove(path("song.wav")));
+    EXPECT_FALSE(mController.recentDocumentURLs().contains(songURL));
 }
 
 TEST_F(DocumentControllerTest, ADocumentWhoseSongIsMissingIsNotAnEmptyWindow) {
