@@ -3,6 +3,7 @@
 #include "audio/DecodedFrames.h"
 #include "audio/dsp/AudioBufferList.h"
 
+#include <QMetaType>
 #include <atomic>
 #include <condition_variable>
 #include <cstdint>
@@ -153,3 +154,6 @@ private:
 };
 
 } // namespace tesk
+
+// Observable as a property (a document's loop range).
+Q_DECLARE_METATYPE(tesk::LoopRange)

@@ -21,8 +21,6 @@
 #include <optional>
 #include <thread>
 
-Q_DECLARE_METATYPE(tesk::LoopRange)
-
 namespace tesk {
 
 class TeskDocument;
