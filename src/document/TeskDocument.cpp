@@ -297,7 +297,9 @@ void TeskDocument::observeValueForKeyPath(const QString&, QObject*, const void* 
 }
 
 void TeskDocument::setAudioFileAlias(std::optional<TeskFileReference> alias) {
-    if (alias && mAudioFileAlias && alias->isEqual(*mAudioFileAlias))
+    // The same song again changes nothing, unless it could not be opened before (it was
+    // missing and is back).
+    if (alias && mAudioFileAlias && mPlaybackController && alias->isEqual(*mAudioFileAlias))
         return;
     if (!alias && !mAudioFileAlias)
         return;

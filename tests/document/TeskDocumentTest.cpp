@@ -438,6 +438,13 @@ TEST_F(DocumentTest, TheSongIsFoundAfterAMoveAndAMissingSongIsNoError) {
     EXPECT_FALSE(lost->canDropMarkers());
     lost->startFilePlaying();
     EXPECT_FALSE(lost->isFilePlaying());
+
+    // Located again where it was: now it plays.
+    writeSong(QStringLiteral("song.wav"), 0.5);
+    lost->setAudioFileURL(QUrl::fromLocalFile(song));
+    EXPECT_NE(lost->player(), nullptr);
+    EXPECT_FALSE(lost->songError());
+    EXPECT_TRUE(lost->isDocumentEdited());
 }
 
 TEST_F(DocumentTest, DamagedDocumentFilesGiveAnErrorNamingTheFile) {
