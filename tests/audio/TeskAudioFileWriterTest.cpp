@@ -6,11 +6,6 @@
 #include "support/AudioFiles.h"
 #include "support/Signals.h"
 
-extern "C" {
-#include <libavcodec/avcodec.h>
-#include <libavformat/avformat.h>
-}
-
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
@@ -39,95 +34,6 @@ using test::Channels;
 const std::uint32_t kAwkwardSlices[] = {4096, 1, 4095, 4097, 10000, 333};
 
 const SongMetadata kNoMetadata;
-
-/// What FFmpeg's demuxer and decoder make of a written file.
-struct ReadBack {
-    std::string container;
-    std::string codec;
-    int sampleRate = 0;
-    int channels = 0;
-    int bitsPerSample = 0;
-    /// The sound stream's duration in frames, -1 when the container doesn't say.
-    std::int64_t streamFrames = -1;
-    /// The decoded sound, with the start the container marks as encoder delay skipped.
-    Channels samples{2};
-    std::string majorBrand;
-};
-
-void appendFrame(const AVFrame& frame, Channels& samples) {
-    const int channels = frame.ch_layout.nb_channels;
-    for (int c = 0; c < std::min(channels, 2); ++c) {
-        std::vector<float>& out = samples[std::size_t(c)];
-        for (int i = 0; i < frame.nb_samples; ++i) {
-            switch (frame.format) {
-            case AV_SAMPLE_FMT_S16:
-                out.push_back(
-                    reinterpret_cast<const std::int16_t*>(frame.data[0])[i * channels + c] /
-                    32768.0f);
-                break;
-            case AV_SAMPLE_FMT_FLTP:
-                out.push_back(reinterpret_cast<const float*>(frame.data[c])[i]);
-                break;
-            default:
-                ADD_FAILURE() << "unexpected sample format " << frame.format;
-                return;
-            }
-        }
-    }
-}
-
-/// Opens and decodes `path` with libavformat and libavcodec, as any player would.
-std::optional<ReadBack> readBack(const QString& path) {
-    const QByteArray url = "file:" + QFile::encodeName(path);
-    AVFormatContext* input = nullptr;
-    if (avformat_open_input(&input, url.constData(), nullptr, nullptr) < 0)
-        return std::nullopt;
-    std::unique_ptr<AVFormatContext, void (*)(AVFormatContext*)> closer(
-        input, [](AVFormatContext* context) { avformat_close_input(&context); });
-    if (avformat_find_stream_info(input, nullptr) < 0)
-        return std::nullopt;
-    const AVCodec* codec = nullptr;
-    const int index = av_find_best_stream(input, AVMEDIA_TYPE_AUDIO, -1, -1, &codec, 0);
-    if (index < 0)
-        return std::nullopt;
-    const AVStream* stream = input->streams[index];
-
-    ReadBack file;
-    file.container = input->iformat->name;
-    file.codec = avcodec_get_name(stream->codecpar->codec_id);
-    file.sampleRate = stream->codecpar->sample_rate;
-    file.channels = stream->codecpar->ch_layout.nb_channels;
-    file.bitsPerSample = stream->codecpar->bits_per_coded_sample;
-    if (stream->duration != AV_NOPTS_VALUE)
-        file.streamFrames = av_rescale_q(stream->duration, stream->time_base, AVRational{1, 44100});
-    if (const AVDictionaryEntry* brand = av_dict_get(input->metadata, "major_brand", nullptr, 0))
-        file.majorBrand = brand->value;
-
-    AVCodecContext* decoder = avcodec_alloc_context3(codec);
-    std::unique_ptr<AVCodecContext, void (*)(AVCodecContext*)> decoderOwner(
-        decoder, [](AVCodecContext* context) { avcodec_free_context(&context); });
-    if (avcodec_parameters_to_context(decoder, stream->codecpar) < 0 ||
-        avcodec_open2(decoder, codec, nullptr) < 0)
-        return std::nullopt;
-    AVPacket* packet = av_packet_alloc();
-    AVFrame* frame = av_frame_alloc();
-    const auto drain = [&] {
-        while (avcodec_receive_frame(decoder, frame) >= 0) {
-            appendFrame(*frame, file.samples);
-            av_frame_unref(frame);
-        }
-    };
-    while (av_read_frame(input, packet) >= 0) {
-        if (packet->stream_index == index && avcodec_send_packet(decoder, packet) >= 0)
-            drain();
-        av_packet_unref(packet);
-    }
-    avcodec_send_packet(decoder, nullptr);
-    drain();
-    av_frame_free(&frame);
-    av_packet_free(&packet);
-    return file;
-}
 
 /// The sound track's edit in an MP4 file, in frames: where the sound starts among the
 /// encoded samples (past the encoder's delay) and how long it plays. -1 when there is none.
@@ -224,22 +130,21 @@ TEST(TeskAudioFileWriter, AiffHoldsEverySampleRoundedToSixteenBitsAndClipped) {
     ASSERT_TRUE(writeAndFinish(*writer, input));
     EXPECT_EQ(writer->framesWritten(), std::int64_t(frames));
 
-    const std::optional<ReadBack> file = readBack(path);
+    EXPECT_EQ(test::probeContainer(path, "format_name"), "aiff");
+    EXPECT_EQ(test::probeAudioStream(path, "codec_name"), "pcm_s16be");
+    EXPECT_EQ(test::probeAudioStream(path, "sample_rate"), "44100");
+    EXPECT_EQ(test::probeAudioStream(path, "channels"), "2");
+    EXPECT_EQ(test::probeAudioStream(path, "duration_ts").toLongLong(), std::int64_t(frames));
+    const std::optional<Channels> file = test::decodeWithFfmpeg(path);
     ASSERT_TRUE(file);
-    EXPECT_EQ(file->container, "aiff");
-    EXPECT_EQ(file->codec, "pcm_s16be");
-    EXPECT_EQ(file->sampleRate, 44100);
-    EXPECT_EQ(file->channels, 2);
-    EXPECT_EQ(file->bitsPerSample, 16);
-    EXPECT_EQ(file->streamFrames, std::int64_t(frames));
-    ASSERT_EQ(file->samples[0].size(), frames);
-    ASSERT_EQ(file->samples[1].size(), frames);
+    ASSERT_EQ((*file)[0].size(), frames);
+    ASSERT_EQ((*file)[1].size(), frames);
 
     int mismatches = 0;
     int clipped = 0;
     for (std::size_t c = 0; c < 2; ++c) {
         for (std::size_t i = 0; i < frames; ++i) {
-            const auto written = std::int16_t(std::lround(file->samples[c][i] * 32768.0f));
+            const auto written = std::int16_t(std::lround((*file)[c][i] * 32768.0f));
             if (written != roundedToSixteenBits(input[c][i]) && ++mismatches <= 5)
                 ADD_FAILURE() << "channel " << c << " frame " << i << ": " << written << " for "
                               << input[c][i];
@@ -249,8 +154,8 @@ TEST(TeskAudioFileWriter, AiffHoldsEverySampleRoundedToSixteenBitsAndClipped) {
     }
     EXPECT_EQ(mismatches, 0);
     EXPECT_GT(clipped, int(frames / 4)) << "the ramp must reach well past full scale";
-    EXPECT_EQ(file->samples[1].front(), -1.0f);
-    EXPECT_EQ(file->samples[1].back(), 32767.0f / 32768.0f);
+    EXPECT_EQ((*file)[1].front(), -1.0f);
+    EXPECT_EQ((*file)[1].back(), 32767.0f / 32768.0f);
 }
 
 TEST(TeskAudioFileWriter, M4aIsAacInAnM4aFileThatDecodesToTheFramesWritten) {
@@ -279,29 +184,29 @@ TEST(TeskAudioFileWriter, M4aIsAacInAnM4aFileThatDecodesToTheFramesWritten) {
     const Mp4Edit edit = firstEdit(bytes);
     EXPECT_GT(edit.start, 0);
     EXPECT_EQ(edit.length, std::int64_t(frames));
-    const std::optional<ReadBack> file = readBack(path);
-    ASSERT_TRUE(file);
-    EXPECT_NE(file->container.find("m4a"), std::string::npos) << file->container;
-    EXPECT_EQ(file->majorBrand, "M4A ");
-    EXPECT_EQ(file->codec, "aac");
-    EXPECT_EQ(file->sampleRate, 44100);
-    EXPECT_EQ(file->channels, 2);
+    EXPECT_TRUE(test::probeContainer(path, "format_name").contains("m4a"));
+    EXPECT_EQ(test::probeAudioStream(path, "codec_name"), "aac");
+    EXPECT_EQ(test::probeAudioStream(path, "sample_rate"), "44100");
+    EXPECT_EQ(test::probeAudioStream(path, "channels"), "2");
 
     // The edit list holds the exact length. FFmpeg's decoding skips the encoder's delay at the
     // start but still gives the padding of the last AAC frame (under 1024 frames) at the end.
-    EXPECT_EQ(file->streamFrames, std::int64_t(frames));
-    const std::size_t decoded = file->samples[0].size();
+    EXPECT_EQ(test::probeAudioStream(path, "time_base"), "1/44100");
+    EXPECT_EQ(test::probeAudioStream(path, "duration_ts").toLongLong(), std::int64_t(frames));
+    const std::optional<Channels> file = test::decodeWithFfmpeg(path);
+    ASSERT_TRUE(file);
+    const std::size_t decoded = (*file)[0].size();
     EXPECT_GE(decoded, frames);
     EXPECT_LT(decoded, frames + 1024);
 
-    const std::vector<float>& outLeft = file->samples[0];
+    const std::vector<float>& outLeft = (*file)[0];
     const auto loud = std::find_if(outLeft.begin(), outLeft.end(),
                                    [](float sample) { return std::abs(sample) > 0.25f; });
     EXPECT_NEAR(double(loud - outLeft.begin()), double(onset), 6.0) << "the tone starts late";
 
     ASSERT_GE(decoded, std::size_t(22050 + 44100));
     const std::span<const float> secondLeft(outLeft.data() + 22050, 44100);
-    const std::span<const float> secondRight(file->samples[1].data() + 22050, 44100);
+    const std::span<const float> secondRight((*file)[1].data() + 22050, 44100);
     EXPECT_NEAR(levelDb(test::toneAmplitude(secondLeft, 1000.0), 0.5), 0.0, 0.5);
     EXPECT_NEAR(levelDb(test::toneAmplitude(secondRight, 1500.0), 0.25), 0.0, 0.5);
     EXPECT_LT(test::toneAmplitude(secondLeft, 1500.0), 0.005);
@@ -334,9 +239,9 @@ TEST(TeskAudioFileWriter, TagsAndCoverRoundTripInBothFormats) {
         ASSERT_TRUE(writeAndFinish(*writer, tone));
         EXPECT_EQ(readSongMetadata(path), metadata);
         // The picture rides in a stream of its own, beside the whole sound.
-        const std::optional<ReadBack> file = readBack(path);
+        const std::optional<Channels> file = test::decodeWithFfmpeg(path);
         ASSERT_TRUE(file);
-        EXPECT_GE(file->samples[0].size(), 44100u);
+        EXPECT_GE((*file)[0].size(), 44100u);
     }
 }
 
@@ -497,9 +402,9 @@ TEST(TeskAudioFileWriter, CancelStopsABlockedWriteAndDeletesThePartialFile) {
     ASSERT_TRUE(writer->finish(nullptr));
     writer->cancel();
     writer.reset();
-    const std::optional<ReadBack> file = readBack(kept);
+    const std::optional<Channels> file = test::decodeWithFfmpeg(kept);
     ASSERT_TRUE(file);
-    EXPECT_EQ(file->samples[0].size(), 3u * TeskAudioFileWriter::kSliceFrames);
+    EXPECT_EQ((*file)[0].size(), 3u * TeskAudioFileWriter::kSliceFrames);
 }
 
 TEST(TeskAudioFileWriter, EmptyExportFailsClearlyAndLeavesNoFile) {

@@ -2,6 +2,7 @@
 
 #include <QFile>
 #include <QProcess>
+#include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cmath>
@@ -33,6 +34,17 @@ bool runTool(const QString& program, const QStringList& arguments, QByteArray* o
     if (log)
         *log = QString::fromLocal8Bit(process.readAllStandardError());
     return succeeded;
+}
+
+/// What ffprobe prints of `entries` for `path` (its first sound stream), values only.
+QString probe(const QString& path, const QString& entries) {
+    QByteArray output;
+    const QStringList arguments =
+        splitArguments("-v error -select_streams a:0 -of default=noprint_wrappers=1:nokey=1") +
+        QStringList{"-show_entries", entries, path};
+    if (!runTool(QStringLiteral("ffprobe"), arguments, &output, nullptr))
+        return {};
+    return QString::fromUtf8(output).trimmed();
 }
 
 } // namespace
@@ -78,11 +90,12 @@ bool writeWav(const QString& path, const Channels& channels, int sampleRate,
     return file.open(QIODevice::WriteOnly) && file.write(bytes) == bytes.size();
 }
 
+QStringList splitArguments(const QString& text) {
+    return text.split(' ', Qt::SkipEmptyParts);
+}
+
 bool runFfmpeg(const QStringList& arguments, QString* log) {
-    return runTool(QStringLiteral("ffmpeg"),
-                   QStringList{QStringLiteral("-nostdin"), QStringLiteral("-y"),
-                               QStringLiteral("-v"), QStringLiteral("error")} +
-                       arguments,
+    return runTool(QStringLiteral("ffmpeg"), splitArguments("-nostdin -y -v error") + arguments,
                    nullptr, log);
 }
 
@@ -101,18 +114,10 @@ bool writeEncoded(const QString& output, const Channels& channels, int sampleRat
 
 std::optional<Channels> decodeWithFfmpeg(const QString& path, int sampleRate, int channelCount) {
     QByteArray output;
-    const QStringList arguments{QStringLiteral("-nostdin"),
-                                QStringLiteral("-v"),
-                                QStringLiteral("error"),
-                                QStringLiteral("-i"),
-                                path,
-                                QStringLiteral("-f"),
-                                QStringLiteral("f32le"),
-                                QStringLiteral("-ar"),
-                                QString::number(sampleRate),
-                                QStringLiteral("-ac"),
-                                QString::number(channelCount),
-                                QStringLiteral("pipe:1")};
+    const QStringList arguments =
+        QStringList{"-nostdin", "-v", "error", "-i", path} +
+        splitArguments(
+            QStringLiteral("-f f32le -ar %1 -ac %2 pipe:1").arg(sampleRate).arg(channelCount));
     if (!runTool(QStringLiteral("ffmpeg"), arguments, &output, nullptr) || channelCount <= 0)
         return std::nullopt;
     const std::size_t frames = std::size_t(output.size()) / (sizeof(float) * channelCount);
@@ -128,19 +133,31 @@ std::optional<Channels> decodeWithFfmpeg(const QString& path, int sampleRate, in
 }
 
 QString probeAudioStream(const QString& path, const QString& field) {
-    QByteArray output;
-    const QStringList arguments{QStringLiteral("-v"),
-                                QStringLiteral("error"),
-                                QStringLiteral("-select_streams"),
-                                QStringLiteral("a:0"),
-                                QStringLiteral("-show_entries"),
-                                QStringLiteral("stream=") + field,
-                                QStringLiteral("-of"),
-                                QStringLiteral("default=noprint_wrappers=1:nokey=1"),
-                                path};
-    if (!runTool(QStringLiteral("ffprobe"), arguments, &output, nullptr))
-        return {};
-    return QString::fromUtf8(output).trimmed();
+    return probe(path, "stream=" + field);
+}
+
+QString probeContainer(const QString& path, const QString& field) {
+    return probe(path, "format=" + field);
+}
+
+std::unique_ptr<TeskExtendedAudioFile> openDecoded(const QString& path) {
+    std::optional<TeskError> error;
+    auto file = TeskExtendedAudioFile::openForPlayback(path, &error);
+    EXPECT_TRUE(file) << path.toStdString() << ": "
+                      << (error ? error->description().toStdString() : "");
+    if (file)
+        file->waitUntilDecoded();
+    return file;
+}
+
+Channels readChannels(const DecodedFrames& song, qint64 start, qint64 count) {
+    const qint64 wanted = std::max<qint64>(0, std::min(count, song.decodedFrameCount() - start));
+    Channels channels(2, std::vector<float>(std::size_t(wanted)));
+    const qint64 read = song.readFrames(start, wanted, channels[0].data(), channels[1].data());
+    EXPECT_EQ(read, wanted) << "from frame " << start;
+    for (std::vector<float>& channel : channels)
+        channel.resize(std::size_t(read));
+    return channels;
 }
 
 } // namespace tesk::test

@@ -1,10 +1,15 @@
 #pragma once
 
 // Sound files made by the tests themselves: generated signals written as WAV, and the ffmpeg
-// command-line tool to encode them into any other format (or decode them back).
+// command-line tool to encode them into any other format (or decode them back); and songs read
+// back with Tesk's own decoder.
+
+#include "audio/TeskExtendedAudioFile.h"
 
 #include <QString>
 #include <QStringList>
+#include <limits>
+#include <memory>
 #include <optional>
 #include <vector>
 
@@ -21,6 +26,10 @@ enum class WavSampleFormat { Float32, Int16 };
 /// can't be written.
 bool writeWav(const QString& path, const Channels& channels, int sampleRate,
               WavSampleFormat format = WavSampleFormat::Float32);
+
+/// `text` split at its spaces: command-line arguments written compactly. Arguments that hold a
+/// space themselves (or a path) go in a list of their own.
+QStringList splitArguments(const QString& text);
 
 /// Runs `ffmpeg -nostdin -y -v error` with `arguments`; returns whether it succeeded and puts
 /// what it printed on error in `log`.
@@ -45,5 +54,18 @@ std::optional<Channels> decodeWithFfmpeg(const QString& path, int sampleRate = 4
 /// A field of the first audio stream as ffprobe reports it, such as "duration_ts" or
 /// "codec_name"; empty if ffprobe fails.
 QString probeAudioStream(const QString& path, const QString& field);
+
+/// A field of the container as ffprobe reports it, such as "format_name"; empty if ffprobe
+/// fails.
+QString probeContainer(const QString& path, const QString& field);
+
+/// Opens `path` with Tesk's own decoder and waits until it is decoded; null, and a failure of
+/// the test that names the error, if it doesn't open.
+std::unique_ptr<TeskExtendedAudioFile> openDecoded(const QString& path);
+
+/// Up to `count` of the decoded frames of `song` from `start`: all of those there are when
+/// `count` reaches past them. Fails the test if `readFrames` gives fewer.
+Channels readChannels(const DecodedFrames& song, qint64 start = 0,
+                      qint64 count = std::numeric_limits<qint64>::max());
 
 } // namespace tesk::test
