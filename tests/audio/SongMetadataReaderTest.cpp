@@ -17,6 +17,13 @@ namespace {
 const QString kTitle = QStringLiteral("Ünïcødé — 日本語");
 const QString kArtist = QStringLiteral("Björk Guðmundsdóttir");
 const QString kAlbum = QStringLiteral("Ágætis byrjun ♪");
+const QStringList kTagArguments{"-metadata",         "title=" + kTitle, "-metadata",
+                                "artist=" + kArtist, "-metadata",       "album=" + kAlbum};
+
+/// The tags above, with `cover` of type `mimeType`.
+SongMetadata tagged(const QByteArray& cover = {}, const QString& mimeType = {}) {
+    return {kTitle, kArtist, kAlbum, cover, mimeType};
+}
 
 test::Channels twoSecondsOfTone() {
     return {test::sine(440.0, 0.5, 88200), test::sine(660.0, 0.5, 88200)};
@@ -34,6 +41,19 @@ QByteArray makePicture(const QString& path) {
     return readBytes(path);
 }
 
+/// Runs ffmpeg on the song `source` and the picture `cover` (both as inputs, the picture as an
+/// attached one, in ID3 version 2.3), with `options` and the tags above, into `output`.
+void tagWithCover(const QString& source, const QString& cover, const QStringList& options,
+                  const QString& output) {
+    QString log;
+    const QStringList arguments =
+        QStringList{"-i", source, "-i", cover} +
+        test::splitArguments(
+            "-map 0 -map 1 -c:v copy -disposition:v attached_pic -id3v2_version 3");
+    EXPECT_TRUE(test::runFfmpeg(arguments + options + kTagArguments + QStringList{output}, &log))
+        << log.toStdString();
+}
+
 TEST(SongMetadataReader, ReadsUtf16Id3TagsAndTheCoverOfAnMp3) {
     QTemporaryDir folder;
     const QString source = folder.filePath("song.wav");
@@ -42,34 +62,8 @@ TEST(SongMetadataReader, ReadsUtf16Id3TagsAndTheCoverOfAnMp3) {
     ASSERT_TRUE(test::writeWav(source, twoSecondsOfTone(), 44100));
     const QByteArray picture = makePicture(cover);
     ASSERT_FALSE(picture.isEmpty());
-    QString log;
-    ASSERT_TRUE(test::runFfmpeg({"-i",
-                                 source,
-                                 "-i",
-                                 cover,
-                                 "-map",
-                                 "0",
-                                 "-map",
-                                 "1",
-                                 "-c:a",
-                                 "libmp3lame",
-                                 "-c:v",
-                                 "copy",
-                                 "-disposition:v",
-                                 "attached_pic",
-                                 "-metadata:s:v",
-                                 "comment=Cover (front)",
-                                 "-id3v2_version",
-                                 "3",
-                                 "-metadata",
-                                 "title=" + kTitle,
-                                 "-metadata",
-                                 "artist=" + kArtist,
-                                 "-metadata",
-                                 "album=" + kAlbum,
-                                 mp3},
-                                &log))
-        << log.toStdString();
+    tagWithCover(source, cover, {"-c:a", "libmp3lame", "-metadata:s:v", "comment=Cover (front)"},
+                 mp3);
 
     // The title frame really is UTF-16 (text encoding byte 1 after the ten-byte frame header),
     // so the reader is tested on the encoding it must convert.
@@ -77,30 +71,16 @@ TEST(SongMetadataReader, ReadsUtf16Id3TagsAndTheCoverOfAnMp3) {
     const qsizetype titleFrame = bytes.indexOf("TIT2");
     ASSERT_GE(titleFrame, 0);
     EXPECT_EQ(bytes.at(titleFrame + 10), 1);
-
-    const std::optional<SongMetadata> metadata = readSongMetadata(mp3);
-    ASSERT_TRUE(metadata);
-    EXPECT_EQ(metadata->title, kTitle);
-    EXPECT_EQ(metadata->artist, kArtist);
-    EXPECT_EQ(metadata->album, kAlbum);
-    EXPECT_EQ(metadata->coverImage, picture);
-    EXPECT_EQ(metadata->coverMimeType, "image/jpeg");
+    EXPECT_EQ(readSongMetadata(mp3), tagged(picture, "image/jpeg"));
 }
 
 TEST(SongMetadataReader, FindsTagsKeptOnTheSoundStream) {
     // Ogg Vorbis keeps its comments on the stream, not on the container.
     QTemporaryDir folder;
     const QString ogg = folder.filePath("song.ogg");
-    ASSERT_TRUE(
-        test::writeEncoded(ogg, twoSecondsOfTone(), 44100,
-                           {"-c:a", "libvorbis", "-metadata", "title=" + kTitle, "-metadata",
-                            "artist=" + kArtist, "-metadata", "album=" + kAlbum}));
-    const std::optional<SongMetadata> metadata = readSongMetadata(ogg);
-    ASSERT_TRUE(metadata);
-    EXPECT_EQ(metadata->title, kTitle);
-    EXPECT_EQ(metadata->artist, kArtist);
-    EXPECT_EQ(metadata->album, kAlbum);
-    EXPECT_TRUE(metadata->coverImage.isEmpty());
+    ASSERT_TRUE(test::writeEncoded(ogg, twoSecondsOfTone(), 44100,
+                                   QStringList{"-c:a", "libvorbis"} + kTagArguments));
+    EXPECT_EQ(readSongMetadata(ogg), tagged());
 }
 
 TEST(SongMetadataReader, ReadsTheTagsOfAiffWithItsCoverAndOfWav) {
@@ -110,36 +90,16 @@ TEST(SongMetadataReader, ReadsTheTagsOfAiffWithItsCoverAndOfWav) {
     ASSERT_TRUE(test::writeWav(source, twoSecondsOfTone(), 44100));
     const QByteArray picture = makePicture(cover);
     ASSERT_FALSE(picture.isEmpty());
-    const QStringList tags{"-metadata",         "title=" + kTitle, "-metadata",
-                           "artist=" + kArtist, "-metadata",       "album=" + kAlbum};
 
     // AIFF keeps its tags, and the cover, in an ID3 chunk.
     const QString aiff = folder.filePath("song.aiff");
-    QString log;
-    ASSERT_TRUE(test::runFfmpeg(QStringList{"-i", source, "-i", cover, "-map", "0", "-map", "1",
-                                            "-c:v", "copy", "-disposition:v", "attached_pic",
-                                            "-write_id3v2", "1", "-id3v2_version", "3"} +
-                                    tags + QStringList{aiff},
-                                &log))
-        << log.toStdString();
-    const std::optional<SongMetadata> aiffTags = readSongMetadata(aiff);
-    ASSERT_TRUE(aiffTags);
-    EXPECT_EQ(aiffTags->title, kTitle);
-    EXPECT_EQ(aiffTags->artist, kArtist);
-    EXPECT_EQ(aiffTags->album, kAlbum);
-    EXPECT_EQ(aiffTags->coverImage, picture);
-    EXPECT_EQ(aiffTags->coverMimeType, "image/png");
+    tagWithCover(source, cover, {"-write_id3v2", "1"}, aiff);
+    EXPECT_EQ(readSongMetadata(aiff), tagged(picture, "image/png"));
 
     // WAV keeps them in its INFO list, as UTF-8, and has no place for a cover.
     const QString wav = folder.filePath("tagged.wav");
-    ASSERT_TRUE(test::runFfmpeg(QStringList{"-i", source} + tags + QStringList{wav}, &log))
-        << log.toStdString();
-    const std::optional<SongMetadata> wavTags = readSongMetadata(wav);
-    ASSERT_TRUE(wavTags);
-    EXPECT_EQ(wavTags->title, kTitle);
-    EXPECT_EQ(wavTags->artist, kArtist);
-    EXPECT_EQ(wavTags->album, kAlbum);
-    EXPECT_TRUE(wavTags->coverImage.isEmpty());
+    ASSERT_TRUE(test::runFfmpeg(QStringList{"-i", source} + kTagArguments + QStringList{wav}));
+    EXPECT_EQ(readSongMetadata(wav), tagged());
 }
 
 TEST(SongMetadataReader, SongWithoutTagsGivesEmptyValues) {
