@@ -43,6 +43,17 @@ RenderRun runRender(const QStringList& arguments, QProcess* process = nullptr) {
             QString::fromUtf8(child.readAllStandardError())};
 }
 
+/// Runs tesk-render and expects it to end with `exitCode` and a single line on standard error
+/// that starts with its name and names the file `named` (when given).
+void expectFailure(const QStringList& arguments, int exitCode, const QString& named = {}) {
+    SCOPED_TRACE(arguments.join(' ').toStdString());
+    const RenderRun run = runRender(arguments);
+    EXPECT_EQ(run.exitCode, exitCode);
+    EXPECT_TRUE(run.err.startsWith("tesk-render: ")) << run.err.toStdString();
+    EXPECT_EQ(run.err.count('\n'), 1) << run.err.toStdString();
+    EXPECT_TRUE(run.err.contains(QFileInfo(named).fileName())) << run.err.toStdString();
+}
+
 /// `seconds` of stereo sine at `frequency` Hz, at `rate`, as a float WAV.
 QString writeSine(const QString& path, double frequency, double seconds, int rate = 44100) {
     const auto frames = std::size_t(std::llround(seconds * rate));
@@ -63,19 +74,16 @@ QString writeThreeTones(const QString& path) {
     return path;
 }
 
-std::unique_ptr<TeskExtendedAudioFile> readBack(const QString& path) {
-    std::optional<TeskError> error;
-    auto file = TeskExtendedAudioFile::openForPlayback(path, &error);
-    if (file)
-        file->waitUntilDecoded();
-    return file;
+std::vector<float> leftChannel(const TeskExtendedAudioFile& file, qint64 start, qint64 count) {
+    return readChannels(file, start, count)[0];
 }
 
-std::vector<float> leftChannel(const TeskExtendedAudioFile& file, qint64 start, qint64 count) {
-    std::vector<float> left(static_cast<std::size_t>(count));
-    std::vector<float> right(left.size());
-    left.resize(std::size_t(file.readFrames(start, count, left.data(), right.data())));
-    return left;
+/// The "name: value" lines that --info printed.
+QMap<QString, QString> infoFields(const RenderRun& run) {
+    QMap<QString, QString> fields;
+    for (const QString& line : run.out.split('\n', Qt::SkipEmptyParts))
+        fields.insert(line.section(": ", 0, 0), line.section(": ", 1));
+    return fields;
 }
 
 QByteArray contents(const QString& path) {
@@ -129,6 +137,7 @@ TEST(TeskRender, RejectsBadUsageWithExitCodeOneAndOneLine) {
     QTemporaryDir folder;
     const QString input = writeSine(folder.filePath("in.wav"), 440.0, 0.2);
     const QString out = folder.filePath("out.m4a");
+    const QString doc = folder.filePath("d.tesk");
     const QList<QStringList> cases = {
         {},
         {input, out, "extra"},
@@ -148,24 +157,19 @@ TEST(TeskRender, RejectsBadUsageWithExitCodeOneAndOneLine) {
         {"--info", input, out},
         // A document names its song and keeps no range or quality; --loop and --marker only
         // mean something with a document.
-        {"--document", folder.filePath("d.tesk"), input},
-        {"--document", folder.filePath("d.tesk"), "--save-document", folder.filePath("e.tesk"),
-         input},
+        {"--document", doc, input},
+        {"--document", doc, "--save-document", folder.filePath("e.tesk"), input},
         {"--loop", input, out},
         {"--marker", "C@1", input, out},
         {input, "--save-document", folder.filePath("d.json")},
-        {input, "--save-document", folder.filePath("d.tesk"), out},
-        {input, "--save-document", folder.filePath("d.tesk"), "--range", "1-2"},
-        {input, "--save-document", folder.filePath("d.tesk"), "--loop", "2-1"},
-        {input, "--save-document", folder.filePath("d.tesk"), "--marker", "intro@1"},
-        {input, "--save-document", folder.filePath("d.tesk"), "--marker", "C@-1"},
+        {input, "--save-document", doc, out},
+        {input, "--save-document", doc, "--range", "1-2"},
+        {input, "--save-document", doc, "--loop", "2-1"},
+        {input, "--save-document", doc, "--marker", "intro@1"},
+        {input, "--save-document", doc, "--marker", "C@-1"},
     };
-    for (const QStringList& arguments : cases) {
-        const RenderRun run = runRender(arguments);
-        EXPECT_EQ(run.exitCode, 1) << arguments.join(' ').toStdString();
-        EXPECT_TRUE(run.err.startsWith("tesk-render: ")) << run.err.toStdString();
-        EXPECT_EQ(run.err.count('\n'), 1) << run.err.toStdString();
-    }
+    for (const QStringList& arguments : cases)
+        expectFailure(arguments, 1);
     // The extension must be exactly one of the two the export writes.
     for (const QString name : {"out.wav", "out.aiff", "out.AIF", "out"}) {
         const RenderRun run = runRender({input, folder.filePath(name)});
@@ -185,12 +189,8 @@ TEST(TeskRender, UnreadableInputExitsTwoAndUnwritableOutputThree) {
     const QString text = folder.filePath("notes.txt");
     writeContents(text, "not a song at all\n");
 
-    for (const QString& bad : {folder.filePath("missing.wav"), text}) {
-        const RenderRun run = runRender({bad, folder.filePath("out.aif")});
-        EXPECT_EQ(run.exitCode, 2) << bad.toStdString();
-        EXPECT_TRUE(run.err.startsWith("tesk-render: ")) << run.err.toStdString();
-        EXPECT_TRUE(run.err.contains(QFileInfo(bad).fileName())) << run.err.toStdString();
-    }
+    for (const QString& bad : {folder.filePath("missing.wav"), text})
+        expectFailure({bad, folder.filePath("out.aif")}, 2, bad);
     EXPECT_EQ(runRender({"--info", text}).exitCode, 2);
 
     // A folder that cannot exist (its parent is a file), and a folder in OUTPUT's place.
@@ -227,7 +227,7 @@ TEST(TeskRender, ExportsAifAndM4aOfTheSongsLengthOverTheSpeedWithItsTags) {
         const RenderRun run = runRender(c.options + QStringList{"-q", input, output});
         ASSERT_EQ(run.exitCode, 0) << run.err.toStdString();
         EXPECT_FALSE(run.err.contains(QRegularExpression("\\d%"))) << run.err.toStdString();
-        const auto file = readBack(output);
+        const auto file = openDecoded(output);
         ASSERT_TRUE(file) << c.name.toStdString();
         // Whole slices of 1024 frames, and whatever the AAC decoder trims or pads at the ends.
         EXPECT_NEAR(double(file->frameCount()), double(sourceFrames) / c.speed, 1100.0)
@@ -255,7 +255,7 @@ TEST(TeskRender, AppliesPitchVolumeAndEffectsNamedOnTheCommandLine) {
         const QString output = folder.filePath("out.aif");
         const RenderRun run = runRender(options + QStringList{"-q", input, output});
         EXPECT_EQ(run.exitCode, 0) << run.err.toStdString();
-        const auto file = readBack(output);
+        const auto file = openDecoded(output);
         return file ? leftChannel(*file, 11025, 22050) : std::vector<float>{};
     };
 
@@ -282,7 +282,7 @@ TEST(TeskRender, RangeExportsThatPartInEitherDirection) {
         const RenderRun run =
             runRender({"-q", "--speed", speed, "--range", "1.25-1.75", input, output});
         ASSERT_EQ(run.exitCode, 0) << run.err.toStdString();
-        const auto file = readBack(output);
+        const auto file = openDecoded(output);
         ASSERT_TRUE(file);
         EXPECT_NEAR(double(file->frameCount()), 22050.0, 1024.0) << speed.toStdString();
         const auto part = leftChannel(*file, 2048, 17640);
@@ -293,7 +293,7 @@ TEST(TeskRender, RangeExportsThatPartInEitherDirection) {
     const RenderRun tail =
         runRender({"-q", "--range", "2.5-60", input, folder.filePath("tail.m4a")});
     EXPECT_EQ(tail.exitCode, 0) << tail.err.toStdString();
-    const auto file = readBack(folder.filePath("tail.m4a"));
+    const auto file = openDecoded(folder.filePath("tail.m4a"));
     ASSERT_TRUE(file);
     EXPECT_NEAR(double(file->frameCount()), 22050.0, 1100.0);
     EXPECT_EQ(runRender({"--range", "4-5", input, folder.filePath("none.aif")}).exitCode, 1);
@@ -307,9 +307,7 @@ TEST(TeskRender, InfoPrintsWhatTeskReadsFromTheFile) {
     const RenderRun run = runRender({"--info", input});
     ASSERT_EQ(run.exitCode, 0) << run.err.toStdString();
     EXPECT_TRUE(run.err.isEmpty()) << run.err.toStdString();
-    QMap<QString, QString> fields;
-    for (const QString& line : run.out.split('\n', Qt::SkipEmptyParts))
-        fields.insert(line.section(": ", 0, 0), line.section(": ", 1));
+    const QMap<QString, QString> fields = infoFields(run);
     EXPECT_EQ(fields.value("frames"), "66150"); // 1.5 s at 44100 Hz
     EXPECT_EQ(fields.value("duration"), "1.500 s");
     EXPECT_EQ(fields.value("sample rate"), "48000 Hz");
@@ -323,32 +321,14 @@ TEST(TeskRender, InfoPrintsWhatTeskReadsFromTheFile) {
     const QString cover = folder.filePath("cover.png");
     const QString tagged = folder.filePath("tagged.mp3");
     ASSERT_TRUE(runFfmpeg({"-f", "lavfi", "-i", "color=c=red:s=32x32", "-frames:v", "1", cover}));
-    ASSERT_TRUE(runFfmpeg({"-i",
-                           input,
-                           "-i",
-                           cover,
-                           "-map",
-                           "0",
-                           "-map",
-                           "1",
-                           "-c:a",
-                           "libmp3lame",
-                           "-c:v",
-                           "copy",
-                           "-id3v2_version",
-                           "3",
-                           "-disposition:v",
-                           "attached_pic",
-                           "-metadata",
-                           "title=Étude in Blue",
-                           "-metadata",
-                           "artist=The Practisers",
-                           tagged}));
+    ASSERT_TRUE(runFfmpeg(QStringList{"-i", input, "-i", cover} +
+                          splitArguments("-map 0 -map 1 -c:a libmp3lame -c:v copy -id3v2_version 3 "
+                                         "-disposition:v attached_pic") +
+                          QStringList{"-metadata", "title=Étude in Blue", "-metadata",
+                                      "artist=The Practisers", tagged}));
     const RenderRun mp3 = runRender({"--info", tagged});
     ASSERT_EQ(mp3.exitCode, 0) << mp3.err.toStdString();
-    QMap<QString, QString> tags;
-    for (const QString& line : mp3.out.split('\n', Qt::SkipEmptyParts))
-        tags.insert(line.section(": ", 0, 0), line.section(": ", 1));
+    const QMap<QString, QString> tags = infoFields(mp3);
     EXPECT_EQ(tags.value("codec"), "mp3");
     EXPECT_EQ(tags.value("title"), "Étude in Blue");
     EXPECT_EQ(tags.value("artist"), "The Practisers");
@@ -365,33 +345,12 @@ TEST(TeskRender, SavesAPracticeDocumentWithTheSettingsLoopAndMarkersGiven) {
     // be found from the document.
     QProcess process;
     process.setWorkingDirectory(folder.path());
-    const RenderRun run = runRender({"in.wav",
-                                     "--save-document",
-                                     "docs/set.tesk",
-                                     "--speed",
-                                     "-0.5",
-                                     "--pitch",
-                                     "3",
-                                     "--volume",
-                                     "0.7",
-                                     "--eq",
-                                     "0,0,0,0,0,-6,0,0,0,3",
-                                     "--vocal-reduction",
-                                     "female",
-                                     "--out-of-phase",
-                                     "--loop",
-                                     "0.5-1.2500001",
-                                     "--marker",
-                                     "C@0.5",
-                                     "--marker",
-                                     "generic@1",
-                                     "--marker",
-                                     "c@0.25",
-                                     "--marker",
-                                     "B@1.5",
-                                     "--marker",
-                                     "verse@2"},
-                                    &process);
+    const RenderRun run = runRender(
+        splitArguments("in.wav --save-document docs/set.tesk --speed -0.5 --pitch 3 --volume 0.7 "
+                       "--eq 0,0,0,0,0,-6,0,0,0,3 --vocal-reduction female --out-of-phase "
+                       "--loop 0.5-1.2500001 --marker C@0.5 --marker generic@1 --marker c@0.25 "
+                       "--marker B@1.5 --marker verse@2"),
+        &process);
     ASSERT_EQ(run.exitCode, 0) << run.err.toStdString();
     EXPECT_TRUE(run.err.isEmpty()) << run.err.toStdString();
     const QString documentPath = folder.filePath("docs/set.tesk");
@@ -445,11 +404,8 @@ TEST(TeskRender, SavesAPracticeDocumentWithTheSettingsLoopAndMarkersGiven) {
     const QByteArray kept = contents(documentPath);
     const QString text = folder.filePath("notes.txt");
     writeContents(text, "not a song at all\n");
-    for (const QString& bad : {folder.filePath("missing.wav"), text}) {
-        const RenderRun failed = runRender({bad, "--save-document", documentPath});
-        EXPECT_EQ(failed.exitCode, 2) << bad.toStdString();
-        EXPECT_TRUE(failed.err.contains(QFileInfo(bad).fileName())) << failed.err.toStdString();
-    }
+    for (const QString& bad : {folder.filePath("missing.wav"), text})
+        expectFailure({bad, "--save-document", documentPath}, 2, bad);
     EXPECT_EQ(runRender({input, "--save-document", documentPath, "--marker", "M@2.1"}).exitCode, 1);
     EXPECT_EQ(runRender({input, "--save-document", documentPath, "--loop", "3-4"}).exitCode, 1);
     EXPECT_EQ(contents(documentPath), kept);
@@ -474,7 +430,7 @@ TEST(TeskRender, RendersADocumentsLoopWithItsSettingsUnlessTheCommandLineSaysOth
         const RenderRun run =
             runRender(QStringList{"-q", "--document", document} + options + QStringList{output});
         EXPECT_EQ(run.exitCode, 0) << run.err.toStdString();
-        return readBack(output);
+        return openDecoded(output);
     };
     const auto loop = render({"--loop"});
     ASSERT_TRUE(loop);
@@ -509,7 +465,7 @@ TEST(TeskRender, RendersADocumentsLoopWithItsSettingsUnlessTheCommandLineSaysOth
     const QString reducedDocument = writeDocument(folder.filePath("reduced.tesk"), input, reduced);
     const QString output = folder.filePath("whole.aif");
     ASSERT_EQ(runRender({"-q", "--document", reducedDocument, output}).exitCode, 0);
-    const auto whole = readBack(output);
+    const auto whole = openDecoded(output);
     ASSERT_TRUE(whole);
     EXPECT_NEAR(double(whole->frameCount()), 132300.0, 1024.0);
     EXPECT_LT(rms(leftChannel(*whole, 50000, 30000)), 0.02);
@@ -517,7 +473,7 @@ TEST(TeskRender, RendersADocumentsLoopWithItsSettingsUnlessTheCommandLineSaysOth
         runRender({"-q", "--document", reducedDocument, "--vocal-reduction", "2000-4000", output})
             .exitCode,
         0);
-    const auto kept = readBack(output);
+    const auto kept = openDecoded(output);
     ASSERT_TRUE(kept);
     EXPECT_NEAR(toneAmplitude(leftChannel(*kept, 50000, 30870), 660.0), 0.5, 0.05);
 
@@ -525,7 +481,7 @@ TEST(TeskRender, RendersADocumentsLoopWithItsSettingsUnlessTheCommandLineSaysOth
     TeskDocumentContents quiet;
     const QString quietDocument = writeDocument(folder.filePath("quiet.tesk"), input, quiet);
     ASSERT_EQ(runRender({"-q", "--document", quietDocument, output}).exitCode, 0);
-    const auto silent = readBack(output);
+    const auto silent = openDecoded(output);
     ASSERT_TRUE(silent);
     EXPECT_LT(rms(leftChannel(*silent, 0, 132300)), 1e-4);
     // ... and it has no loop range to limit a render to.
@@ -543,13 +499,8 @@ TEST(TeskRender, DocumentWhoseSongIsGoneOrWhoseFileIsDamagedExitsTwo) {
     writeContents(damaged, contents(document).left(40));
     ASSERT_TRUE(QFile::remove(input));
 
-    for (const QString& bad : {document, damaged, folder.filePath("missing.tesk")}) {
-        const RenderRun run = runRender({"--document", bad, folder.filePath("out.aif")});
-        EXPECT_EQ(run.exitCode, 2) << bad.toStdString();
-        EXPECT_TRUE(run.err.startsWith("tesk-render: ")) << run.err.toStdString();
-        EXPECT_TRUE(run.err.contains(QFileInfo(bad).fileName())) << run.err.toStdString();
-        EXPECT_EQ(run.err.count('\n'), 1) << run.err.toStdString();
-    }
+    for (const QString& bad : {document, damaged, folder.filePath("missing.tesk")})
+        expectFailure({"--document", bad, folder.filePath("out.aif")}, 2, bad);
     // The song missing is named as well as the document.
     EXPECT_TRUE(runRender({"--document", document}).err.contains("practice-song.wav"));
     EXPECT_EQ(filesIn(folder.path()), (QStringList{"damaged.tesk", "set.tesk"}));
