@@ -86,20 +86,9 @@ QMap<QString, QString> infoFields(const RenderRun& run) {
     return fields;
 }
 
-QByteArray contents(const QString& path) {
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-}
-
-void writeContents(const QString& path, const QByteArray& bytes) {
-    QFile file(path);
-    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
-    file.write(bytes);
-}
-
 std::optional<TeskDocumentContents> readDocument(const QString& path) {
     QString problem;
-    auto document = readDocumentContents(contents(path), &problem);
+    auto document = readDocumentContents(readFile(path), &problem);
     EXPECT_TRUE(document) << path.toStdString() << ": " << problem.toStdString();
     return document;
 }
@@ -110,7 +99,7 @@ QString writeDocument(const QString& path, const QString& songPath, TeskDocument
     EXPECT_TRUE(song) << songPath.toStdString();
     if (song)
         contents.audioFileAlias = song->toBytes();
-    writeContents(path, writeDocumentContents(contents));
+    EXPECT_TRUE(writeFile(path, writeDocumentContents(contents)));
     return path;
 }
 
@@ -187,7 +176,7 @@ TEST(TeskRender, UnreadableInputExitsTwoAndUnwritableOutputThree) {
     QTemporaryDir folder;
     const QString input = writeSine(folder.filePath("in.wav"), 440.0, 0.3);
     const QString text = folder.filePath("notes.txt");
-    writeContents(text, "not a song at all\n");
+    ASSERT_TRUE(writeFile(text, "not a song at all\n"));
 
     for (const QString& bad : {folder.filePath("missing.wav"), text})
         expectFailure({bad, folder.filePath("out.aif")}, 2, bad);
@@ -218,7 +207,7 @@ TEST(TeskRender, ExportsAifAndM4aOfTheSongsLengthOverTheSpeedWithItsTags) {
         double speed;
     };
     // A file already at OUTPUT is replaced, and who may read it stays as it was.
-    writeContents(folder.filePath("out.aif"), "an older take");
+    ASSERT_TRUE(writeFile(folder.filePath("out.aif"), "an older take"));
     QFile::setPermissions(folder.filePath("out.aif"),
                           QFile::ReadOwner | QFile::WriteOwner | QFile::ReadGroup);
     for (const Case& c : {Case{"out.aif", {}, 1.0}, Case{"out.m4a", {"--speed", "2"}, 2.0},
@@ -401,14 +390,14 @@ TEST(TeskRender, SavesAPracticeDocumentWithTheSettingsLoopAndMarkersGiven) {
 
     // A song that is not there or does not decode, or a marker past the song's end: no
     // document, and the one already there stays as it was.
-    const QByteArray kept = contents(documentPath);
+    const QByteArray kept = readFile(documentPath);
     const QString text = folder.filePath("notes.txt");
-    writeContents(text, "not a song at all\n");
+    ASSERT_TRUE(writeFile(text, "not a song at all\n"));
     for (const QString& bad : {folder.filePath("missing.wav"), text})
         expectFailure({bad, "--save-document", documentPath}, 2, bad);
     EXPECT_EQ(runRender({input, "--save-document", documentPath, "--marker", "M@2.1"}).exitCode, 1);
     EXPECT_EQ(runRender({input, "--save-document", documentPath, "--loop", "3-4"}).exitCode, 1);
-    EXPECT_EQ(contents(documentPath), kept);
+    EXPECT_EQ(readFile(documentPath), kept);
     EXPECT_EQ(filesIn(folder.filePath("docs")), QStringList{"set.tesk"});
 }
 
@@ -496,7 +485,7 @@ TEST(TeskRender, DocumentWhoseSongIsGoneOrWhoseFileIsDamagedExitsTwo) {
     const QString document = folder.filePath("set.tesk");
     ASSERT_EQ(runRender({input, "--save-document", document}).exitCode, 0);
     const QString damaged = folder.filePath("damaged.tesk");
-    writeContents(damaged, contents(document).left(40));
+    ASSERT_TRUE(writeFile(damaged, readFile(document).left(40)));
     ASSERT_TRUE(QFile::remove(input));
 
     for (const QString& bad : {document, damaged, folder.filePath("missing.tesk")})
@@ -511,7 +500,7 @@ TEST(TeskRender, InterruptedExportKeepsTheOriginalAndLeavesNoPartialFile) {
     const QString input = writeSine(folder.filePath("long.wav"), 440.0, 60.0);
     const QString output = folder.filePath("out.m4a");
     const QByteArray original("the take to keep");
-    writeContents(output, original);
+    ASSERT_TRUE(writeFile(output, original));
 
     QProcess process;
     process.start(QStringLiteral(TESK_RENDER_PATH), {input, output});
@@ -528,7 +517,7 @@ TEST(TeskRender, InterruptedExportKeepsTheOriginalAndLeavesNoPartialFile) {
     // The rest of the minute would take several seconds more to render.
     EXPECT_LT(sinceSignal.elapsed(), 2000);
     EXPECT_TRUE(err.contains("tesk-render: interrupted")) << err.toStdString();
-    EXPECT_EQ(contents(output), original);
+    EXPECT_EQ(readFile(output), original);
     EXPECT_EQ(filesIn(folder.path()), (QStringList{"long.wav", "out.m4a"}));
 }
 
@@ -537,7 +526,7 @@ TEST(TeskRender, FailedExportKeepsTheOriginal) {
     const QString input = writeSine(folder.filePath("in.wav"), 440.0, 3.0);
     const QString output = folder.filePath("out.aif");
     const QByteArray original(200000, 'x');
-    writeContents(output, original);
+    ASSERT_TRUE(writeFile(output, original));
 
     // A disk that fills up: no file the renderer writes may grow past 64 KiB, and the write
     // fails rather than the signal ending the process.
@@ -551,7 +540,7 @@ TEST(TeskRender, FailedExportKeepsTheOriginal) {
     EXPECT_EQ(run.exitCode, 3);
     EXPECT_TRUE(run.err.startsWith("tesk-render: cannot write " + output)) << run.err.toStdString();
     EXPECT_FALSE(run.err.contains(".tmp-")) << run.err.toStdString();
-    EXPECT_EQ(contents(output), original);
+    EXPECT_EQ(readFile(output), original);
     EXPECT_EQ(filesIn(folder.path()), (QStringList{"in.wav", "out.aif"}));
 }
 

@@ -5,7 +5,6 @@
 #include "support/AudioFiles.h"
 #include "support/Signals.h"
 
-#include <QFile>
 #include <QTemporaryDir>
 #include <gtest/gtest.h>
 
@@ -29,16 +28,11 @@ test::Channels twoSecondsOfTone() {
     return {test::sine(440.0, 0.5, 88200), test::sine(660.0, 0.5, 88200)};
 }
 
-QByteArray readBytes(const QString& path) {
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-}
-
 /// A small picture made by ffmpeg; its format follows the extension of `path`.
 QByteArray makePicture(const QString& path) {
     EXPECT_TRUE(test::runFfmpeg(
         {"-f", "lavfi", "-i", "testsrc=size=96x64:duration=1", "-frames:v", "1", path}));
-    return readBytes(path);
+    return test::readFile(path);
 }
 
 /// Runs ffmpeg on the song `source` and the picture `cover` (both as inputs, the picture as an
@@ -67,7 +61,7 @@ TEST(SongMetadataReader, ReadsUtf16Id3TagsAndTheCoverOfAnMp3) {
 
     // The title frame really is UTF-16 (text encoding byte 1 after the ten-byte frame header),
     // so the reader is tested on the encoding it must convert.
-    const QByteArray bytes = readBytes(mp3);
+    const QByteArray bytes = test::readFile(mp3);
     const qsizetype titleFrame = bytes.indexOf("TIT2");
     ASSERT_GE(titleFrame, 0);
     EXPECT_EQ(bytes.at(titleFrame + 10), 1);
@@ -114,17 +108,13 @@ TEST(SongMetadataReader, SongWithoutTagsGivesEmptyValues) {
 TEST(SongMetadataReader, FilesThatAreNotSongsGiveNothing) {
     QTemporaryDir folder;
     const QString garbage = folder.filePath("garbage.mp3");
-    {
-        std::mt19937 generator(7);
-        QByteArray bytes(64 * 1024, Qt::Uninitialized);
-        for (char& byte : bytes)
-            byte = char(generator() & 0xff);
-        QFile file(garbage);
-        ASSERT_TRUE(file.open(QIODevice::WriteOnly));
-        file.write(bytes);
-    }
+    std::mt19937 generator(7);
+    QByteArray bytes(64 * 1024, Qt::Uninitialized);
+    for (char& byte : bytes)
+        byte = char(generator() & 0xff);
+    ASSERT_TRUE(test::writeFile(garbage, bytes));
     const QString empty = folder.filePath("empty.m4a");
-    ASSERT_TRUE(QFile(empty).open(QIODevice::WriteOnly));
+    ASSERT_TRUE(test::writeFile(empty, {}));
     const QString picture = folder.filePath("picture.png");
     ASSERT_FALSE(makePicture(picture).isEmpty());
 

@@ -105,8 +105,7 @@ double levelDb(double amplitude, double reference) {
 QByteArray picture(const QString& path) {
     EXPECT_TRUE(test::runFfmpeg(
         {"-f", "lavfi", "-i", "testsrc=size=80x60:duration=1", "-frames:v", "1", path}));
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+    return test::readFile(path);
 }
 
 TEST(TeskAudioFileWriter, AcceptsExactlyTheTwoExportExtensions) {
@@ -175,9 +174,7 @@ TEST(TeskAudioFileWriter, M4aIsAacInAnM4aFileThatDecodesToTheFramesWritten) {
     ASSERT_TRUE(writer);
     ASSERT_TRUE(writeAndFinish(*writer, input));
 
-    QFile raw(path);
-    ASSERT_TRUE(raw.open(QIODevice::ReadOnly));
-    const QByteArray bytes = raw.readAll();
+    const QByteArray bytes = test::readFile(path);
     EXPECT_EQ(bytes.mid(4, 8), QByteArray("ftypM4A "));
     // Players that honour the edit list (FFmpeg, Apple's) skip the encoder's delay and stop
     // at the last frame written.
@@ -267,7 +264,7 @@ TEST(TeskAudioFileWriter, CoverThatIsNotAPictureIsLeftOut) {
 TEST(TeskAudioFileWriter, FolderThatCannotHoldTheFileFailsAtCreation) {
     QTemporaryDir folder;
     const QString notAFolder = folder.filePath("plain file");
-    ASSERT_TRUE(QFile(notAFolder).open(QIODevice::WriteOnly));
+    ASSERT_TRUE(test::writeFile(notAFolder, {}));
     QStringList paths{folder.filePath("missing folder/song.aif"), notAFolder + "/song.m4a"};
     // Permissions don't stop the superuser, so a read-only folder only tells otherwise.
     if (geteuid() != 0) {

@@ -24,26 +24,12 @@ namespace tesk {
 namespace {
 
 using test::Channels;
+using test::openDecoded;
+using test::readChannels;
 
 constexpr float kLsb = 1.0f / 32768.0f;
 const QStringList kMp3{"-c:a", "libmp3lame"};
 const QStringList kAac{"-c:a", "aac"};
-
-Channels readAll(const TeskExtendedAudioFile& file) {
-    const qint64 frames = file.decodedFrameCount();
-    Channels channels(2, std::vector<float>(std::size_t(frames)));
-    EXPECT_EQ(file.readFrames(0, frames, channels[0].data(), channels[1].data()), frames);
-    return channels;
-}
-
-std::unique_ptr<TeskExtendedAudioFile> openDecoded(const QString& path) {
-    std::optional<TeskError> error;
-    auto file = TeskExtendedAudioFile::openForPlayback(path, &error);
-    EXPECT_TRUE(file) << (error ? error->description().toStdString() : "");
-    if (file)
-        file->waitUntilDecoded();
-    return file;
-}
 
 qint64 engineFrames(qint64 sourceFrames, int sourceRate) {
     return std::llround(double(sourceFrames) * 44100.0 / sourceRate);
@@ -98,7 +84,7 @@ TEST(TeskExtendedAudioFile, WavReadsBackSampleAccurately) {
     EXPECT_EQ(info.sourceChannels, 2);
     EXPECT_NEAR(info.durationSeconds, double(frames) / 44100.0, 1e-9);
     // Within the file's own 16-bit quantisation, and no channel swap.
-    const Channels decoded = readAll(*file);
+    const Channels decoded = readChannels(*file);
     EXPECT_LE(maxDifference(decoded[0], song[0], frames), 0.5f * kLsb + 1e-7f);
     EXPECT_LE(maxDifference(decoded[1], song[1], frames), 0.5f * kLsb + 1e-7f);
 }
@@ -117,7 +103,7 @@ TEST(TeskExtendedAudioFile, FloatSamplesRoundToNearestAndClip) {
 
     const auto file = openDecoded(path);
     ASSERT_TRUE(file);
-    const Channels decoded = readAll(*file);
+    const Channels decoded = readChannels(*file);
     ASSERT_EQ(decoded[0].size(), left.size());
     for (std::size_t i = 0; i < left.size(); ++i) {
         EXPECT_EQ(decoded[0][i] * 32768.0f, expectedLeft[i]) << "sample " << i;
@@ -136,7 +122,7 @@ TEST(TeskExtendedAudioFile, Mp3KeepsTheOriginalLengthAndAlignment) {
     ASSERT_TRUE(file);
     EXPECT_EQ(file->info().codecName, "mp3");
     EXPECT_EQ(file->frameCount(), qint64(frames));
-    const Channels decoded = readAll(*file);
+    const Channels decoded = readChannels(*file);
     EXPECT_EQ(bestLag(song[0], decoded[0], 300), 0);
     EXPECT_EQ(bestLag(song[1], decoded[1], 300), 0);
     // FFmpeg's own tool trims LAME's delay and padding too: the samples must be the same.
@@ -168,7 +154,7 @@ TEST(TeskExtendedAudioFile, M4aEndsAtItsStreamDurationWithoutPriming) {
     ASSERT_TRUE(exactFile);
     EXPECT_EQ(exactFile->info().codecName, "aac");
     EXPECT_EQ(exactFile->frameCount(), qint64(frames));
-    const Channels decoded = readAll(*exactFile);
+    const Channels decoded = readChannels(*exactFile);
     EXPECT_EQ(bestLag(song[0], decoded[0], 1200), 0);
     EXPECT_EQ(bestLag(song[1], decoded[1], 1200), 0);
     // The samples FFmpeg's own tool gives, which skips the priming but keeps the padding.
@@ -192,7 +178,7 @@ TEST(TeskExtendedAudioFile, MonoIsDoubledAtFullLevel) {
         const auto file = openDecoded(path);
         ASSERT_TRUE(file);
         EXPECT_EQ(file->info().sourceChannels, 1);
-        const Channels decoded = readAll(*file);
+        const Channels decoded = readChannels(*file);
         EXPECT_EQ(decoded[0], decoded[1]);
         // Each side as loud as the mono source itself, not panned to the centre at -3 dB.
         const auto mono = test::decodeWithFfmpeg(path, 44100, 1);
@@ -220,7 +206,7 @@ TEST(TeskExtendedAudioFile, ManyChannelsMixDownWithEveryChannelAndNoClipping) {
         const auto file = openDecoded(path);
         ASSERT_TRUE(file);
         EXPECT_EQ(file->info().sourceChannels, 6);
-        const Channels decoded = readAll(*file);
+        const Channels decoded = readChannels(*file);
         const auto level = [&](int side, double frequency) {
             return test::toneAmplitude(decoded[std::size_t(side)], frequency);
         };
@@ -262,7 +248,7 @@ TEST(TeskExtendedAudioFile, OtherRatesConvertToExactLengthAndPitch) {
         EXPECT_EQ(file->info().sourceSampleRate, double(source.rate));
         EXPECT_EQ(file->info().codecName, source.codec);
         EXPECT_EQ(file->frameCount(), engineFrames(qint64(source.frames), source.rate));
-        const std::vector<float> left = readAll(*file)[0];
+        const std::vector<float> left = readChannels(*file)[0];
         const auto start = std::ptrdiff_t(engineFrames(qint64(toneStart), source.rate));
         const auto loudest = std::max_element(left.begin(), left.begin() + start,
                                               [](float a, float b) { return a * a < b * b; });
@@ -285,21 +271,16 @@ TEST(TeskExtendedAudioFile, JoinedPartsAtDifferentRatesEachKeepTheirPitch) {
             test::runFfmpeg({"-f", "lavfi", "-i",
                              QStringLiteral("sine=frequency=1000:duration=1:sample_rate=") + rate,
                              "-c:a", "libmp3lame", "-write_xing", "0", part}));
-        QFile file(part);
-        ASSERT_TRUE(file.open(QIODevice::ReadOnly));
-        joined += file.readAll();
+        joined += test::readFile(part);
     }
     const QString path = folder.filePath("joined.mp3");
-    QFile file(path);
-    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
-    file.write(joined);
-    file.close();
+    ASSERT_TRUE(test::writeFile(path, joined));
 
     const auto song = openDecoded(path);
     ASSERT_TRUE(song);
     // Each part lasts a second of engine frames, give or take the encoder's delay and padding.
     EXPECT_NEAR(double(song->frameCount()), 2.0 * 44100, 3000.0);
-    const std::vector<float> left = readAll(*song)[0];
+    const std::vector<float> left = readChannels(*song)[0];
     for (const std::span<const float> part :
          {std::span(left).subspan(11025, 22050), std::span(left).last(22050)})
         EXPECT_NEAR(test::toneAmplitude(part, 1000.0), 1.0 / 8, 0.01);
@@ -312,7 +293,7 @@ TEST(TeskExtendedAudioFile, ReadsAreFrameExactFromAnyFrame) {
     ASSERT_TRUE(test::writeWav(path, testSong(frames), 44100, test::WavSampleFormat::Int16));
     const auto file = openDecoded(path);
     ASSERT_TRUE(file);
-    const Channels full = readAll(*file);
+    const Channels full = readChannels(*file);
 
     for (qint64 start : {0, 1, 4095, 4096, 4097, 31337, 45000, 49999}) {
         std::vector<float> left(5000, 7.0f), right(5000, 7.0f);
@@ -399,10 +380,8 @@ TEST(TeskExtendedAudioFile, StoppingKeepsWhatWasDecoded) {
 TEST(TeskExtendedAudioFile, FilesWithoutSoundFailToOpenWithAClearError) {
     QTemporaryDir folder;
     const auto writeFile = [&](const QString& name, const QByteArray& contents) {
-        QFile file(folder.filePath(name));
-        EXPECT_TRUE(file.open(QIODevice::WriteOnly));
-        file.write(contents);
-        return file.fileName();
+        EXPECT_TRUE(test::writeFile(folder.filePath(name), contents));
+        return folder.filePath(name);
     };
     const QString video = folder.filePath("video.mp4");
     ASSERT_TRUE(test::runFfmpeg(
@@ -460,7 +439,7 @@ TEST(TeskExtendedAudioFile, TruncatedFilesPlayWhatDecodedAndSayWhy) {
         ASSERT_TRUE(error);
         EXPECT_EQ(error->code(), qint64(SongFileErrorCode::Damaged));
         EXPECT_TRUE(error->localizedDescription().contains(QFileInfo(path).fileName()));
-        const Channels decoded = readAll(*file);
+        const Channels decoded = readChannels(*file);
         if (path == wav) {
             EXPECT_EQ(file->frameCount(), kept);
             EXPECT_LE(maxDifference(decoded[0], song[0], std::size_t(kept)), 0.5f * kLsb + 1e-7f);
@@ -478,9 +457,8 @@ TEST(TeskExtendedAudioFile, AHeaderThatUndercountsDoesNotCutTheSong) {
     ASSERT_TRUE(test::writeEncoded(path, testSong(frames), 44100, {"-c:a", "flac"}));
     // The 36-bit total sample count of the stream information block (bytes 21 to 25) now says
     // 30 000: not padding to trim but a wrong header.
-    QFile file(path);
-    ASSERT_TRUE(file.open(QIODevice::ReadWrite));
-    QByteArray bytes = file.readAll();
+    QByteArray bytes = test::readFile(path);
+    ASSERT_GT(bytes.size(), 26);
     std::uint64_t field = 0;
     for (int i = 21; i < 26; ++i)
         field = field << 8 | std::uint8_t(bytes[i]);
@@ -488,9 +466,7 @@ TEST(TeskExtendedAudioFile, AHeaderThatUndercountsDoesNotCutTheSong) {
     field = (field & ~0xfffffffffull) | 30000;
     for (int i = 25; i >= 21; --i, field >>= 8)
         bytes[i] = char(field & 0xff);
-    file.seek(0);
-    file.write(bytes);
-    file.close();
+    ASSERT_TRUE(test::writeFile(path, bytes));
 
     const auto song = openDecoded(path);
     ASSERT_TRUE(song);

@@ -27,6 +27,11 @@ enum class WavSampleFormat { Float32, Int16 };
 bool writeWav(const QString& path, const Channels& channels, int sampleRate,
               WavSampleFormat format = WavSampleFormat::Float32);
 
+/// The whole contents of the file at `path`; empty if it can't be read.
+QByteArray readFile(const QString& path);
+/// Writes `bytes` as the whole contents of the file at `path`; false if that fails.
+bool writeFile(const QString& path, const QByteArray& bytes);
+
 /// `text` split at its spaces: command-line arguments written compactly. Arguments that hold a
 /// space themselves (or a path) go in a list of their own.
 QStringList splitArguments(const QString& text);

@@ -113,9 +113,7 @@ TEST(Waveform, EmptyUnreadableAndCutOffSongsBeginTheScanAndDrawOnlyWhatDecoded) 
                                44100, test::WavSampleFormat::Int16));
     // Cut off in the middle: the header still claims 100000 frames.
     ASSERT_TRUE(QFile(wav).resize(44 + 4 * 60000));
-    QFile file(garbage);
-    ASSERT_TRUE(file.open(QIODevice::WriteOnly) && file.write(QByteArray(5000, 'x')) == 5000);
-    file.close();
+    ASSERT_TRUE(test::writeFile(garbage, QByteArray(5000, 'x')));
 
     Recorder silent, unreadable, cutOff;
     Waveform fromEmpty(std::make_shared<MemorySong>(std::vector<float>{}, std::vector<float>{}),
