@@ -2,6 +2,7 @@
 #include "audio/TeskExtendedAudioFilePlayer.h"
 
 #include "diagnostics/NSXReturnThrowError.h"
+#include "support/AudioFiles.h"
 #include "support/MemorySong.h"
 #include "support/Signals.h"
 
@@ -59,20 +60,8 @@ ExportResult exportOnWorker(TeskExtendedAudioFilePlayer& player, LoopRange range
     return result;
 }
 
-/// Reads an exported file back with Tesk's own decoder.
-std::unique_ptr<TeskExtendedAudioFile> readBack(const QString& path) {
-    std::optional<TeskError> error;
-    auto file = TeskExtendedAudioFile::openForPlayback(path, &error);
-    if (file)
-        file->waitUntilDecoded();
-    return file;
-}
-
 std::vector<float> leftChannel(const TeskExtendedAudioFile& file) {
-    std::vector<float> left(std::size_t(file.frameCount()));
-    std::vector<float> right(left.size());
-    file.readFrames(0, file.frameCount(), left.data(), right.data());
-    return left;
+    return test::readChannels(file)[0];
 }
 
 /// A 2 kHz burst under a Gaussian envelope (sigma 20 ms) centred on `centre`, in silence, on
@@ -88,16 +77,6 @@ std::shared_ptr<MemorySong> burstAt(qint64 frames, qint64 centre) {
         right[std::size_t(f)] = -left[std::size_t(f)];
     }
     return std::make_shared<MemorySong>(left, right);
-}
-
-double energyCentre(const std::vector<float>& samples) {
-    double weighted = 0.0;
-    double energy = 0.0;
-    for (std::size_t i = 0; i < samples.size(); ++i) {
-        weighted += double(samples[i]) * samples[i] * double(i);
-        energy += double(samples[i]) * samples[i];
-    }
-    return weighted / energy;
 }
 
 constexpr std::uint32_t kSlice = TeskOutputAudioUnit::kExportSliceFrames;
@@ -118,21 +97,18 @@ TEST(TeskExport, TheExtensionChoosesTheFormatExactly) {
     const QString aiff = folder.filePath(QStringLiteral("song.aif"));
     ASSERT_EQ(exportOnWorker(player, {0, 44100}, aiff).outcome,
               TeskOutputAudioUnit::ExportOutcome::Written);
-    const auto aiffBack = readBack(aiff);
+    const auto aiffBack = test::openDecoded(aiff);
     ASSERT_TRUE(aiffBack);
     EXPECT_EQ(aiffBack->info().codecName, QStringLiteral("pcm_s16be"));
-    EXPECT_EQ(aiffBack->info().sourceSampleRate, 44100.0);
-    EXPECT_EQ(aiffBack->info().sourceChannels, 2);
     // Whole slices: the length rounded up to the next one.
     EXPECT_EQ(aiffBack->frameCount(), qint64((44100 + kSlice - 1) / kSlice * kSlice));
 
     const QString m4a = folder.filePath(QStringLiteral("song.m4a"));
     ASSERT_EQ(exportOnWorker(player, {0, 44100}, m4a).outcome,
               TeskOutputAudioUnit::ExportOutcome::Written);
-    const auto m4aBack = readBack(m4a);
+    const auto m4aBack = test::openDecoded(m4a);
     ASSERT_TRUE(m4aBack);
     EXPECT_EQ(m4aBack->info().codecName, QStringLiteral("aac"));
-    EXPECT_EQ(m4aBack->info().sourceChannels, 2);
     EXPECT_EQ(m4aBack->frameCount(), aiffBack->frameCount());
     const auto m4aLeft = leftChannel(*m4aBack);
     EXPECT_NEAR(test::toneAmplitude(std::span(m4aLeft).subspan(4410, 22050), 440.0), 0.5, 0.03);
@@ -146,7 +122,7 @@ TEST(TeskExport, SpeedSetsTheLengthAndPitchTheTone) {
     const QString path = folder.filePath(QStringLiteral("slow.aif"));
     ASSERT_EQ(exportOnWorker(player, {0, 44100}, path).outcome,
               TeskOutputAudioUnit::ExportOutcome::Written);
-    const auto back = readBack(path);
+    const auto back = test::openDecoded(path);
     ASSERT_TRUE(back);
     EXPECT_GE(back->frameCount(), 88200);
     EXPECT_LT(back->frameCount(), 88200 + kSlice);
@@ -172,9 +148,9 @@ TEST(TeskExport, StartsOnTheRangesFirstFrameWithoutTheStretchersDelay) {
             const QString path = folder.filePath(QStringLiteral("burst.aif"));
             ASSERT_EQ(exportOnWorker(player, {10000, 60000}, path).outcome,
                       TeskOutputAudioUnit::ExportOutcome::Written);
-            const auto back = readBack(path);
+            const auto back = test::openDecoded(path);
             ASSERT_TRUE(back);
-            const double centre = energyCentre(leftChannel(*back));
+            const double centre = test::energyCentre(leftChannel(*back));
             EXPECT_NEAR(centre, 20000.0 / speed, 44.1);
         }
     }
@@ -208,7 +184,7 @@ TEST(TeskExport, ProgressRisesOnTheMainThreadAndCancelStopsAfterTheSlice) {
         EXPECT_EQ(exportOnWorker(player, {0, frames}, cancelled).outcome,
                   TeskOutputAudioUnit::ExportOutcome::Cancelled);
         EXPECT_LE(cancelling.reports.size(), 2u); // one more may have been on its way
-        const auto back = readBack(cancelled);
+        const auto back = test::openDecoded(cancelled);
         ASSERT_TRUE(back); // what was written stays, for the caller to keep or delete
         EXPECT_LT(back->frameCount(), qint64(frames) / 2);
     }
@@ -229,7 +205,7 @@ TEST(TeskExport, TwoHalvesRenderedAtOnceJoinWithoutASeam) {
         const QString path = folder.filePath(QStringLiteral("joined.aif"));
         ASSERT_EQ(exportOnWorker(player, {0, frames}, path).outcome,
                   TeskOutputAudioUnit::ExportOutcome::Written);
-        const auto back = readBack(path);
+        const auto back = test::openDecoded(path);
         ASSERT_TRUE(back);
         const auto left = leftChannel(*back);
         const auto join = std::size_t(double(frames / 2) / double(speed));
@@ -237,14 +213,8 @@ TEST(TeskExport, TwoHalvesRenderedAtOnceJoinWithoutASeam) {
         const auto around = std::span(left).subspan(join - 8820, 17640);
         const auto elsewhere = std::span(left).subspan(join / 2, 17640);
         EXPECT_NEAR(test::toneAmplitude(around, tone), test::toneAmplitude(elsewhere, tone), 0.02);
-        // The largest step between neighbouring samples: a seam would show as a jump.
-        const auto largestStep = [](std::span<const float> samples) {
-            float largest = 0.0f;
-            for (std::size_t i = 1; i < samples.size(); ++i)
-                largest = std::max(largest, std::fabs(samples[i] - samples[i - 1]));
-            return largest;
-        };
-        EXPECT_LT(largestStep(around), largestStep(elsewhere) * 1.2f);
+        // A seam would show as a jump between neighbouring samples.
+        EXPECT_LT(test::largestStep(around), test::largestStep(elsewhere) * 1.2);
     }
 }
 

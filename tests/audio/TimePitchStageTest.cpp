@@ -114,13 +114,6 @@ std::size_t differingSamples(const std::vector<float>& a, const std::vector<floa
     return count;
 }
 
-double largestStep(std::span<const float> samples) {
-    double largest = 0.0;
-    for (std::size_t i = 1; i < samples.size(); ++i)
-        largest = std::max(largest, static_cast<double>(std::abs(samples[i] - samples[i - 1])));
-    return largest;
-}
-
 TEST(TimePitchStage, ShiftsPitchWithoutChangingSpeed) {
     for (const TimePitchQuality quality : kQualities) {
         for (const auto& [cents, expected] :
@@ -174,15 +167,6 @@ TEST(TimePitchStage, InputFrameComesOutAtFrameOverRate) {
         signal[i] = static_cast<float>(0.5 * std::exp(-0.5 * t * t) *
                                        std::sin(2.0 * std::numbers::pi * 1000.0 * i / kSampleRate));
     }
-    const auto centroid = [](const std::vector<float>& samples) {
-        double energy = 0.0;
-        double moment = 0.0;
-        for (std::size_t i = 0; i < samples.size(); ++i) {
-            energy += static_cast<double>(samples[i]) * samples[i];
-            moment += static_cast<double>(samples[i]) * samples[i] * static_cast<double>(i);
-        }
-        return moment / energy;
-    };
 
     struct Case {
         TimePitchQuality quality;
@@ -207,7 +191,7 @@ TEST(TimePitchStage, InputFrameComesOutAtFrameOverRate) {
         SignalSource source(centred(signal));
         const auto frames = static_cast<std::size_t>((kBurstAt + 20000) / c.rate);
         const Stereo output = render(stage, source, frames);
-        EXPECT_NEAR(centroid(output.left), kBurstAt / c.rate, 44.1);
+        EXPECT_NEAR(energyCentre(output.left), kBurstAt / c.rate, 44.1);
         EXPECT_NEAR(static_cast<double>(source.pulled()) - stage.latencyFrames() * c.rate,
                     static_cast<double>(frames) * c.rate, 1.0);
     }

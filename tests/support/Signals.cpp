@@ -1,5 +1,6 @@
 #include "support/Signals.h"
 
+#include <algorithm>
 #include <cmath>
 #include <limits>
 #include <numbers>
@@ -56,6 +57,23 @@ double toneAmplitude(std::span<const float> samples, double frequency, double sa
         im -= samples[i] * std::sin(step * static_cast<double>(i));
     }
     return 2.0 * std::hypot(re, im) / static_cast<double>(samples.size());
+}
+
+double energyCentre(std::span<const float> samples) {
+    double moment = 0.0;
+    double energy = 0.0;
+    for (std::size_t i = 0; i < samples.size(); ++i) {
+        moment += static_cast<double>(samples[i]) * samples[i] * static_cast<double>(i);
+        energy += static_cast<double>(samples[i]) * samples[i];
+    }
+    return moment / energy;
+}
+
+double largestStep(std::span<const float> samples) {
+    double largest = 0.0;
+    for (std::size_t i = 1; i < samples.size(); ++i)
+        largest = std::max(largest, static_cast<double>(std::abs(samples[i] - samples[i - 1])));
+    return largest;
 }
 
 std::vector<float> bandPass(std::span<const float> samples, double low, double high,

@@ -30,6 +30,12 @@ double rmsDb(std::span<const float> samples);
 double toneAmplitude(std::span<const float> samples, double frequency,
                      double sampleRate = kSampleRate);
 
+/// The frame at the centre of the signal's energy: where a lone burst in silence lies.
+double energyCentre(std::span<const float> samples);
+
+/// The largest step between neighbouring samples: a click or a seam shows as a jump.
+double largestStep(std::span<const float> samples);
+
 /// `samples` through an 8th-order Butterworth high-pass at `low` Hz and low-pass at `high` Hz:
 /// 48 dB per octave outside the band, so what is left can be measured as the band's content.
 std::vector<float> bandPass(std::span<const float> samples, double low, double high,
