@@ -78,6 +78,14 @@ std::vector<float> leftChannel(const TeskExtendedAudioFile& file, qint64 start, 
     return readChannels(file, start, count)[0];
 }
 
+/// Runs tesk-render quietly with `arguments` and `output`, and reads back what it wrote there.
+std::unique_ptr<TeskExtendedAudioFile> render(const QStringList& arguments, const QString& output) {
+    const RenderRun run = runRender(QStringList{"-q"} + arguments + QStringList{output});
+    EXPECT_EQ(run.exitCode, 0) << run.err.toStdString();
+    EXPECT_FALSE(run.err.contains(QRegularExpression("\\d%"))) << run.err.toStdString();
+    return openDecoded(output);
+}
+
 /// The "name: value" lines that --info printed.
 QMap<QString, QString> infoFields(const RenderRun& run) {
     QMap<QString, QString> fields;
@@ -213,20 +221,14 @@ TEST(TeskRender, ExportsAifAndM4aOfTheSongsLengthOverTheSpeedWithItsTags) {
     for (const Case& c : {Case{"out.aif", {}, 1.0}, Case{"out.m4a", {"--speed", "2"}, 2.0},
                           Case{"slow.aif", {"--speed", "-0.5", "--quality", "light"}, 0.5}}) {
         const QString output = folder.filePath(c.name);
-        const RenderRun run = runRender(c.options + QStringList{"-q", input, output});
-        ASSERT_EQ(run.exitCode, 0) << run.err.toStdString();
-        EXPECT_FALSE(run.err.contains(QRegularExpression("\\d%"))) << run.err.toStdString();
-        const auto file = openDecoded(output);
+        const auto file = render(c.options + QStringList{input}, output);
         ASSERT_TRUE(file) << c.name.toStdString();
         // Whole slices of 1024 frames, and whatever the AAC decoder trims or pads at the ends.
         EXPECT_NEAR(double(file->frameCount()), double(sourceFrames) / c.speed, 1100.0)
             << c.name.toStdString();
         const auto middle = leftChannel(*file, file->frameCount() / 4, 8820);
         EXPECT_NEAR(toneAmplitude(middle, 440.0), 0.5, 0.1) << c.name.toStdString();
-        const auto metadata = readSongMetadata(output);
-        ASSERT_TRUE(metadata);
-        EXPECT_EQ(metadata->title, "Practice Tune");
-        EXPECT_EQ(metadata->artist, "Tesk");
+        EXPECT_EQ(readSongMetadata(output), (SongMetadata{"Practice Tune", "Tesk"}));
     }
     using std::filesystem::perms;
     EXPECT_EQ(std::filesystem::status(folder.filePath("out.aif").toStdString()).permissions(),
@@ -241,10 +243,7 @@ TEST(TeskRender, AppliesPitchVolumeAndEffectsNamedOnTheCommandLine) {
     QTemporaryDir folder;
     const QString input = writeSine(folder.filePath("in.wav"), 1000.0, 1.0);
     const auto middleOf = [&](const QStringList& options) {
-        const QString output = folder.filePath("out.aif");
-        const RenderRun run = runRender(options + QStringList{"-q", input, output});
-        EXPECT_EQ(run.exitCode, 0) << run.err.toStdString();
-        const auto file = openDecoded(output);
+        const auto file = render(options + QStringList{input}, folder.filePath("out.aif"));
         return file ? leftChannel(*file, 11025, 22050) : std::vector<float>{};
     };
 
@@ -267,11 +266,8 @@ TEST(TeskRender, RangeExportsThatPartInEitherDirection) {
     QTemporaryDir folder;
     const QString input = writeThreeTones(folder.filePath("in.wav"));
     for (const QString speed : {"1", "-1"}) {
-        const QString output = folder.filePath("part.aif");
-        const RenderRun run =
-            runRender({"-q", "--speed", speed, "--range", "1.25-1.75", input, output});
-        ASSERT_EQ(run.exitCode, 0) << run.err.toStdString();
-        const auto file = openDecoded(output);
+        const auto file =
+            render({"--speed", speed, "--range", "1.25-1.75", input}, folder.filePath("part.aif"));
         ASSERT_TRUE(file);
         EXPECT_NEAR(double(file->frameCount()), 22050.0, 1024.0) << speed.toStdString();
         const auto part = leftChannel(*file, 2048, 17640);
@@ -279,10 +275,7 @@ TEST(TeskRender, RangeExportsThatPartInEitherDirection) {
         EXPECT_LT(toneAmplitude(part, 440.0) + toneAmplitude(part, 880.0), 0.02);
     }
     // An end past the song stops at its end; a start past it is bad usage.
-    const RenderRun tail =
-        runRender({"-q", "--range", "2.5-60", input, folder.filePath("tail.m4a")});
-    EXPECT_EQ(tail.exitCode, 0) << tail.err.toStdString();
-    const auto file = openDecoded(folder.filePath("tail.m4a"));
+    const auto file = render({"--range", "2.5-60", input}, folder.filePath("tail.m4a"));
     ASSERT_TRUE(file);
     EXPECT_NEAR(double(file->frameCount()), 22050.0, 1100.0);
     EXPECT_EQ(runRender({"--range", "4-5", input, folder.filePath("none.aif")}).exitCode, 1);
@@ -413,15 +406,11 @@ TEST(TeskRender, RendersADocumentsLoopWithItsSettingsUnlessTheCommandLineSaysOth
     settings.playbackVolume = 0.5;
     const QString document = writeDocument(folder.filePath("loop.tesk"), input, settings);
 
-    const auto render = [&](const QStringList& options) -> std::unique_ptr<TeskExtendedAudioFile> {
-        const QString output = folder.filePath("out.aif");
-        QFile::remove(output);
-        const RenderRun run =
-            runRender(QStringList{"-q", "--document", document} + options + QStringList{output});
-        EXPECT_EQ(run.exitCode, 0) << run.err.toStdString();
-        return openDecoded(output);
+    const auto renderLoop = [&](const QStringList& options) {
+        QFile::remove(folder.filePath("out.aif"));
+        return render(QStringList{"--document", document} + options, folder.filePath("out.aif"));
     };
-    const auto loop = render({"--loop"});
+    const auto loop = renderLoop({"--loop"});
     ASSERT_TRUE(loop);
     EXPECT_NEAR(double(loop->frameCount()), 39999.0 / 0.5, 1024.0);
     const auto heard = leftChannel(*loop, 4096, 35280);
@@ -431,11 +420,12 @@ TEST(TeskRender, RendersADocumentsLoopWithItsSettingsUnlessTheCommandLineSaysOth
               0.03);
 
     // The command line wins, backwards included; --range wins over the loop.
-    const auto overridden = render({"--loop", "--speed", "-1", "--pitch", "0", "--volume", "1"});
+    const auto overridden =
+        renderLoop({"--loop", "--speed", "-1", "--pitch", "0", "--volume", "1"});
     ASSERT_TRUE(overridden);
     EXPECT_NEAR(double(overridden->frameCount()), 39999.0, 1024.0);
     EXPECT_NEAR(toneAmplitude(leftChannel(*overridden, 2048, 35280), 660.0), 0.5, 0.05);
-    const auto ranged = render({"--loop", "--range", "2.25-2.75", "--speed", "1"});
+    const auto ranged = renderLoop({"--loop", "--range", "2.25-2.75", "--speed", "1"});
     ASSERT_TRUE(ranged);
     EXPECT_NEAR(double(ranged->frameCount()), 22050.0, 1024.0);
     EXPECT_NEAR(toneAmplitude(leftChannel(*ranged, 2048, 17640), 1760.0), 0.25, 0.04);
@@ -453,24 +443,19 @@ TEST(TeskRender, RendersADocumentsLoopWithItsSettingsUnlessTheCommandLineSaysOth
     reduced.effectsSettings = effects.dictionaryRepresentation();
     const QString reducedDocument = writeDocument(folder.filePath("reduced.tesk"), input, reduced);
     const QString output = folder.filePath("whole.aif");
-    ASSERT_EQ(runRender({"-q", "--document", reducedDocument, output}).exitCode, 0);
-    const auto whole = openDecoded(output);
+    const auto whole = render({"--document", reducedDocument}, output);
     ASSERT_TRUE(whole);
     EXPECT_NEAR(double(whole->frameCount()), 132300.0, 1024.0);
     EXPECT_LT(rms(leftChannel(*whole, 50000, 30000)), 0.02);
-    ASSERT_EQ(
-        runRender({"-q", "--document", reducedDocument, "--vocal-reduction", "2000-4000", output})
-            .exitCode,
-        0);
-    const auto kept = openDecoded(output);
+    const auto kept =
+        render({"--document", reducedDocument, "--vocal-reduction", "2000-4000"}, output);
     ASSERT_TRUE(kept);
     EXPECT_NEAR(toneAmplitude(leftChannel(*kept, 50000, 30870), 660.0), 0.5, 0.05);
 
     // A document saved without a volume plays silently, as Tesk opens it.
     TeskDocumentContents quiet;
     const QString quietDocument = writeDocument(folder.filePath("quiet.tesk"), input, quiet);
-    ASSERT_EQ(runRender({"-q", "--document", quietDocument, output}).exitCode, 0);
-    const auto silent = openDecoded(output);
+    const auto silent = render({"--document", quietDocument}, output);
     ASSERT_TRUE(silent);
     EXPECT_LT(rms(leftChannel(*silent, 0, 132300)), 1e-4);
     // ... and it has no loop range to limit a render to.
