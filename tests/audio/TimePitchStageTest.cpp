@@ -27,11 +27,6 @@ const char* name(TimePitchQuality quality) {
     return quality == TimePitchQuality::Standard ? "Standard" : "Light";
 }
 
-struct Stereo {
-    std::vector<float> left;
-    std::vector<float> right;
-};
-
 // Plays a fixed signal once, then runs short; counts what it handed out.
 class SignalSource : public TimePitchStage::Source {
 public:
@@ -84,10 +79,6 @@ Stereo renderToEnd(TimePitchStage& stage, TimePitchStage::Source& source) {
     }
 }
 
-Stereo centred(const std::vector<float>& samples) {
-    return {samples, samples};
-}
-
 // The frequency of a steady tone from its rising zero crossings, interpolated between samples.
 double measuredFrequency(std::span<const float> samples) {
     double first = -1.0;
@@ -121,7 +112,7 @@ TEST(TimePitchStage, ShiftsPitchWithoutChangingSpeed) {
             SCOPED_TRACE(testing::Message() << name(quality) << ", " << cents << " cents");
             TimePitchStage stage(kSampleRate, quality);
             stage.setPitchCents(cents);
-            SignalSource source(centred(sine(440.0, 0.5, 3 * 44100)));
+            SignalSource source(Stereo::centred(sine(440.0, 0.5, 3 * 44100)));
             const Stereo output = renderToEnd(stage, source);
             EXPECT_EQ(output.left.size(), 3u * 44100u);
             const auto steady = std::span(output.left).subspan(22050, 88200);
@@ -139,7 +130,7 @@ TEST(TimePitchStage, ChangesSpeedWithoutChangingPitch) {
             SCOPED_TRACE(testing::Message() << name(quality) << " at " << rate);
             TimePitchStage stage(kSampleRate, quality);
             stage.setRate(rate);
-            SignalSource source(centred(sine(440.0, 0.5, 10 * 44100)));
+            SignalSource source(Stereo::centred(sine(440.0, 0.5, 10 * 44100)));
             const Stereo output = renderToEnd(stage, source);
             EXPECT_NEAR(static_cast<double>(output.left.size()), 10.0 * 44100.0 / rate, 132.0);
             const auto steady = std::span(output.left).subspan(44100, 2 * 44100);
@@ -188,7 +179,7 @@ TEST(TimePitchStage, InputFrameComesOutAtFrameOverRate) {
         stage.setRate(c.rate);
         stage.setPitchCents(c.cents);
         stage.reset();
-        SignalSource source(centred(signal));
+        SignalSource source(Stereo::centred(signal));
         const auto frames = static_cast<std::size_t>((kBurstAt + 20000) / c.rate);
         const Stereo output = render(stage, source, frames);
         EXPECT_NEAR(energyCentre(output.left), kBurstAt / c.rate, 44.1);
@@ -208,7 +199,7 @@ TEST(TimePitchStage, KeepsCentreAndSideExact) {
         TimePitchStage stage(kSampleRate, quality);
         stage.setRate(0.75);
         stage.setPitchCents(-200.0);
-        SignalSource centre(centred(music));
+        SignalSource centre(Stereo::centred(music));
         const Stereo centreOut = render(stage, centre, 44100);
         EXPECT_GT(rms(centreOut.left), 0.1);
         EXPECT_EQ(differingSamples(centreOut.left, centreOut.right, 1.0f), 0u);
@@ -284,7 +275,7 @@ TEST(TimePitchStage, LiveChangesDoNotClick) {
     for (const TimePitchQuality quality : kQualities) {
         SCOPED_TRACE(name(quality));
         TimePitchStage stage(kSampleRate, quality);
-        SignalSource source(centred(sine(440.0, 0.5, 10 * 44100)));
+        SignalSource source(Stereo::centred(sine(440.0, 0.5, 10 * 44100)));
         const Stereo output = render(stage, source, 5 * 44100, [&](std::size_t frame) {
             const double t = static_cast<double>(frame) / kSampleRate;
             if (t >= 0.5 && t < 2.0) {

@@ -11,6 +11,13 @@ namespace tesk::test {
 
 constexpr double kSampleRate = 44100.0;
 
+/// Two channels of samples; `centred` puts the same ones on both sides.
+struct Stereo {
+    std::vector<float> left;
+    std::vector<float> right;
+    static Stereo centred(const std::vector<float>& samples) { return {samples, samples}; }
+};
+
 /// `frames` samples of a sine of `frequency` Hz and peak `amplitude`, starting at `phase`.
 std::vector<float> sine(double frequency, double amplitude, std::size_t frames,
                         double sampleRate = kSampleRate, double phase = 0.0);

@@ -18,15 +18,6 @@ using Gains = std::array<float, GraphicEqualizer::kBandCount>;
 
 constexpr std::uint32_t kBlock = 512;
 
-struct Stereo {
-    std::vector<float> left;
-    std::vector<float> right;
-};
-
-Stereo both(const std::vector<float>& samples) {
-    return {samples, samples};
-}
-
 // Runs `signal` through in blocks as the output chain does, calling `beforeBlock(frame)` at the
 // start of each block, where the chain hands over the newest settings.
 template <typename BeforeBlock>
@@ -57,7 +48,7 @@ double gainAt(const Gains& gains, double frequency) {
     equalizer.setBandGains(gains);
     equalizer.reset();
     const auto input = sine(frequency, 0.1, 2 * 44100);
-    const Stereo output = run(equalizer, both(input));
+    const Stereo output = run(equalizer, Stereo::centred(input));
     const auto settled = [](const std::vector<float>& samples) {
         return std::span(samples).subspan(44100);
     };
@@ -96,7 +87,7 @@ TEST(GraphicEqualizer, FlatIsTransparentAndBypassIsExact) {
     const auto input = noise(0.5, 44100, 7);
 
     GraphicEqualizer flat(kSampleRate);
-    const Stereo throughFlat = run(flat, both(input));
+    const Stereo throughFlat = run(flat, Stereo::centred(input));
     double worst = 0.0;
     for (std::size_t i = 0; i < input.size(); ++i)
         worst = std::max(worst, static_cast<double>(std::abs(throughFlat.right[i] - input[i])));
@@ -110,10 +101,10 @@ TEST(GraphicEqualizer, FlatIsTransparentAndBypassIsExact) {
     GraphicEqualizer reference(kSampleRate);
     switched.setBandGains(gains);
     reference.setBandGains(gains);
-    const Stereo output = run(switched, both(input), [&](std::size_t start) {
+    const Stereo output = run(switched, Stereo::centred(input), [&](std::size_t start) {
         switched.setBypassed(start >= 4096 && start < 16384);
     });
-    const Stereo expected = run(reference, both(input));
+    const Stereo expected = run(reference, Stereo::centred(input));
 
     const std::size_t fadeEnd = 441;
     for (std::size_t i = 4096 + fadeEnd; i < 16384; ++i) {
@@ -138,7 +129,7 @@ TEST(GraphicEqualizer, GainAndBypassChangesDoNotClick) {
     GraphicEqualizer equalizer(kSampleRate);
     equalizer.setBandGains(oneBand(5, -12.0f));
     equalizer.reset();
-    const Stereo output = run(equalizer, both(input), [&](std::size_t start) {
+    const Stereo output = run(equalizer, Stereo::centred(input), [&](std::size_t start) {
         if (start == 8192)
             equalizer.setBandGains(oneBand(5, 12.0f));
         if (start == 16384)
@@ -161,10 +152,10 @@ TEST(GraphicEqualizer, ResetForgetsThePastAndEndsGlides) {
     // After a loud burst and a reset, silence stays exactly silent, and a gain set just before
     // the reset applies fully from the first frame.
     GraphicEqualizer equalizer(kSampleRate);
-    run(equalizer, both(noise(0.9, 8192)));
+    run(equalizer, Stereo::centred(noise(0.9, 8192)));
     equalizer.setBandGains(oneBand(6, 12.0f));
     equalizer.reset();
-    const Stereo silence = run(equalizer, both(std::vector<float>(4096, 0.0f)));
+    const Stereo silence = run(equalizer, Stereo::centred(std::vector<float>(4096, 0.0f)));
     EXPECT_EQ(rms(silence.left), 0.0);
     EXPECT_EQ(rms(silence.right), 0.0);
 
@@ -172,9 +163,9 @@ TEST(GraphicEqualizer, ResetForgetsThePastAndEndsGlides) {
     GraphicEqualizer settled(kSampleRate);
     settled.setBandGains(oneBand(6, 12.0f));
     settled.reset();
-    const Stereo expected = run(settled, both(input));
+    const Stereo expected = run(settled, Stereo::centred(input));
     equalizer.reset();
-    const Stereo output = run(equalizer, both(input));
+    const Stereo output = run(equalizer, Stereo::centred(input));
     EXPECT_EQ(output.left, expected.left);
 }
 

@@ -20,11 +20,6 @@ constexpr std::size_t kFrames = 86 * kSlice; // about a second
 // 2560; from then on every frame leaves the remover 2048 frames after it went in.
 constexpr std::size_t kDelay = 2048;
 
-struct Stereo {
-    std::vector<float> left;
-    std::vector<float> right;
-};
-
 // Calls the remover as the output chain does: each slice goes in, is processed, and whatever
 // is ready comes back into the same buffers, which otherwise keep the unprocessed frames.
 Stereo render(SVocalRemover& remover, const Stereo& input) {
