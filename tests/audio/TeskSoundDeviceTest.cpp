@@ -1,5 +1,6 @@
 #include "audio/TeskSoundDevice.h"
 
+#include "support/AudioFiles.h"
 #include "support/Signals.h"
 
 #include <QFile>
@@ -56,9 +57,7 @@ TEST(TeskSoundDevice, SdlPlaysWhatTheRendererGivesInterleaved) {
     EXPECT_EQ(renderer.mCalls.load(), callsAfterStop); // stopped means no more pulls
     device.reset();
 
-    QFile file(path);
-    ASSERT_TRUE(file.open(QIODevice::ReadOnly));
-    const QByteArray bytes = file.readAll();
+    const QByteArray bytes = test::readFile(path);
     ASSERT_GE(bytes.size(), qsizetype(44100 * 2 * sizeof(float)));
     const auto* samples = reinterpret_cast<const float*>(bytes.constData());
     std::vector<float> left(22050);

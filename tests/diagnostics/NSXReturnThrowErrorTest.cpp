@@ -119,13 +119,10 @@ TEST(NSXThrowError, RaisesWithTheCallsTextAndGivesSuccessfulResultsBack) {
     } catch (const NSXError& raised) {
         EXPECT_EQ(raised.error().domain(), NSOSStatusErrorDomain);
         EXPECT_EQ(raised.error().code(), -50);
-        EXPECT_EQ(raised.error().userInfo().value(OriginKey).toString(),
-                  QStringLiteral("failingStatus()"));
-        EXPECT_TRUE(raised.error()
-                        .userInfo()
-                        .value(ReportingFileKey)
-                        .toString()
-                        .endsWith(QStringLiteral("NSXReturnThrowErrorTest.cpp")));
+        const QVariantMap& info = raised.error().userInfo();
+        EXPECT_EQ(info.value(OriginKey).toString(), QStringLiteral("failingStatus()"));
+        EXPECT_TRUE(
+            info.value(ReportingFileKey).toString().endsWith("NSXReturnThrowErrorTest.cpp"));
         EXPECT_EQ(raised.reason(), raised.error().description());
         EXPECT_EQ(raised.userInfo().value(QStringLiteral("error")).value<TeskError>(),
                   raised.error());
