@@ -28,17 +28,13 @@ test::Channels twoSecondsOfTone() {
     return {test::sine(440.0, 0.5, 88200), test::sine(660.0, 0.5, 88200)};
 }
 
-/// A small picture made by ffmpeg; its format follows the extension of `path`.
-QByteArray makePicture(const QString& path) {
-    EXPECT_TRUE(test::runFfmpeg(
-        {"-f", "lavfi", "-i", "testsrc=size=96x64:duration=1", "-frames:v", "1", path}));
-    return test::readFile(path);
-}
-
-/// Runs ffmpeg on the song `source` and the picture `cover` (both as inputs, the picture as an
-/// attached one, in ID3 version 2.3), with `options` and the tags above, into `output`.
-void tagWithCover(const QString& source, const QString& cover, const QStringList& options,
-                  const QString& output) {
+/// Encodes two seconds of tone into `output` with `options`, the tags above and the picture
+/// `cover` (made here, in the format its extension names) attached in ID3 version 2.3; returns
+/// the picture's bytes.
+QByteArray tagWithCover(const QString& output, const QString& cover, const QStringList& options) {
+    const QString source = output + ".source.wav";
+    EXPECT_TRUE(test::writeWav(source, twoSecondsOfTone(), 44100));
+    const QByteArray picture = test::writePicture(cover);
     QString log;
     const QStringList arguments =
         QStringList{"-i", source, "-i", cover} +
@@ -46,18 +42,16 @@ void tagWithCover(const QString& source, const QString& cover, const QStringList
             "-map 0 -map 1 -c:v copy -disposition:v attached_pic -id3v2_version 3");
     EXPECT_TRUE(test::runFfmpeg(arguments + options + kTagArguments + QStringList{output}, &log))
         << log.toStdString();
+    return picture;
 }
 
 TEST(SongMetadataReader, ReadsUtf16Id3TagsAndTheCoverOfAnMp3) {
     QTemporaryDir folder;
-    const QString source = folder.filePath("song.wav");
-    const QString cover = folder.filePath("cover.jpg");
     const QString mp3 = folder.filePath("song.mp3");
-    ASSERT_TRUE(test::writeWav(source, twoSecondsOfTone(), 44100));
-    const QByteArray picture = makePicture(cover);
+    const QByteArray picture =
+        tagWithCover(mp3, folder.filePath("cover.jpg"),
+                     {"-c:a", "libmp3lame", "-metadata:s:v", "comment=Cover (front)"});
     ASSERT_FALSE(picture.isEmpty());
-    tagWithCover(source, cover, {"-c:a", "libmp3lame", "-metadata:s:v", "comment=Cover (front)"},
-                 mp3);
 
     // The title frame really is UTF-16 (text encoding byte 1 after the ten-byte frame header),
     // so the reader is tested on the encoding it must convert.
@@ -78,21 +72,17 @@ TEST(SongMetadataReader, FindsTagsKeptOnTheSoundStream) {
 }
 
 TEST(SongMetadataReader, ReadsTheTagsOfAiffWithItsCoverAndOfWav) {
-    QTemporaryDir folder;
-    const QString source = folder.filePath("song.wav");
-    const QString cover = folder.filePath("cover.png");
-    ASSERT_TRUE(test::writeWav(source, twoSecondsOfTone(), 44100));
-    const QByteArray picture = makePicture(cover);
-    ASSERT_FALSE(picture.isEmpty());
-
     // AIFF keeps its tags, and the cover, in an ID3 chunk.
+    QTemporaryDir folder;
     const QString aiff = folder.filePath("song.aiff");
-    tagWithCover(source, cover, {"-write_id3v2", "1"}, aiff);
+    const QByteArray picture =
+        tagWithCover(aiff, folder.filePath("cover.png"), {"-write_id3v2", "1"});
+    ASSERT_FALSE(picture.isEmpty());
     EXPECT_EQ(readSongMetadata(aiff), tagged(picture, "image/png"));
 
     // WAV keeps them in its INFO list, as UTF-8, and has no place for a cover.
     const QString wav = folder.filePath("tagged.wav");
-    ASSERT_TRUE(test::runFfmpeg(QStringList{"-i", source} + kTagArguments + QStringList{wav}));
+    ASSERT_TRUE(test::writeEncoded(wav, twoSecondsOfTone(), 44100, kTagArguments));
     EXPECT_EQ(readSongMetadata(wav), tagged());
 }
 
@@ -116,7 +106,7 @@ TEST(SongMetadataReader, FilesThatAreNotSongsGiveNothing) {
     const QString empty = folder.filePath("empty.m4a");
     ASSERT_TRUE(test::writeFile(empty, {}));
     const QString picture = folder.filePath("picture.png");
-    ASSERT_FALSE(makePicture(picture).isEmpty());
+    ASSERT_FALSE(test::writePicture(picture).isEmpty());
 
     EXPECT_FALSE(readSongMetadata(garbage));
     EXPECT_FALSE(readSongMetadata(empty));

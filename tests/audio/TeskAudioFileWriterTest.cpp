@@ -102,12 +102,6 @@ double levelDb(double amplitude, double reference) {
     return 20.0 * std::log10(amplitude / reference);
 }
 
-QByteArray picture(const QString& path) {
-    EXPECT_TRUE(test::runFfmpeg(
-        {"-f", "lavfi", "-i", "testsrc=size=80x60:duration=1", "-frames:v", "1", path}));
-    return test::readFile(path);
-}
-
 TEST(TeskAudioFileWriter, AcceptsExactlyTheTwoExportExtensions) {
     EXPECT_EQ(TeskAudioFileWriter::formatForExtension("aif"), ExportFormat::Aiff);
     EXPECT_EQ(TeskAudioFileWriter::formatForExtension("m4a"), ExportFormat::M4a);
@@ -226,7 +220,7 @@ TEST(TeskAudioFileWriter, TagsAndCoverRoundTripInBothFormats) {
         metadata.title = QStringLiteral("Ünïcødé — 日本語");
         metadata.artist = QStringLiteral("Sigur Rós");
         metadata.album = QStringLiteral("Ágætis byrjun ♪");
-        metadata.coverImage = picture(folder.filePath(export_.cover));
+        metadata.coverImage = test::writePicture(folder.filePath(export_.cover));
         metadata.coverMimeType = export_.mimeType;
         ASSERT_FALSE(metadata.coverImage.isEmpty());
 

@@ -121,6 +121,13 @@ bool writeEncoded(const QString& output, const Channels& channels, int sampleRat
            encodeWithFfmpeg(source, output, arguments, log);
 }
 
+QByteArray writePicture(const QString& path) {
+    if (!runFfmpeg(splitArguments("-f lavfi -i testsrc=size=96x64:duration=1 -frames:v 1") +
+                   QStringList{path}))
+        return {};
+    return readFile(path);
+}
+
 std::optional<Channels> decodeWithFfmpeg(const QString& path, int sampleRate, int channelCount) {
     QByteArray output;
     const QStringList arguments =

@@ -32,6 +32,10 @@ QByteArray readFile(const QString& path);
 /// Writes `bytes` as the whole contents of the file at `path`; false if that fails.
 bool writeFile(const QString& path, const QByteArray& bytes);
 
+/// Writes a small test picture at `path` with ffmpeg, in the format its extension names (PNG,
+/// JPEG...); returns its bytes, empty if ffmpeg failed.
+QByteArray writePicture(const QString& path);
+
 /// `text` split at its spaces: command-line arguments written compactly. Arguments that hold a
 /// space themselves (or a path) go in a list of their own.
 QStringList splitArguments(const QString& text);
