@@ -228,7 +228,10 @@ TEST(TeskRender, ExportsAifAndM4aOfTheSongsLengthOverTheSpeedWithItsTags) {
             << c.name.toStdString();
         const auto middle = leftChannel(*file, file->frameCount() / 4, 8820);
         EXPECT_NEAR(toneAmplitude(middle, 440.0), 0.5, 0.1) << c.name.toStdString();
-        EXPECT_EQ(readSongMetadata(output), (SongMetadata{"Practice Tune", "Tesk"}));
+        SongMetadata expected;
+        expected.title = QStringLiteral("Practice Tune");
+        expected.artist = QStringLiteral("Tesk");
+        EXPECT_EQ(readSongMetadata(output), expected) << c.name.toStdString();
     }
     using std::filesystem::perms;
     EXPECT_EQ(std::filesystem::status(folder.filePath("out.aif").toStdString()).permissions(),
