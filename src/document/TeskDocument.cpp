@@ -42,6 +42,7 @@ const EffectsObservation kEffectsObservations[] = {
 };
 
 const QString ZORBTeskErrorDomain = QStringLiteral("ZORBTeskErrorDomain");
+// File errors carry the usual file-error numbers, so the window can tell them apart.
 constexpr qint64 kFileReadUnknownError = 256;
 constexpr qint64 kFileNoSuchFileError = 4;
 constexpr qint64 kFileReadNoSuchFileError = 260;
