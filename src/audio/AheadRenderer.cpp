@@ -68,6 +68,14 @@ void AheadRenderer::flush() {
     mHasHeardPosition.store(false, std::memory_order_relaxed);
 }
 
+std::optional<AheadRenderer::HeardPosition> AheadRenderer::heardPosition() {
+    const HeardPosition* newest = mHeardReport.read();
+    if (newest == nullptr || !mHasHeardPosition.load(std::memory_order_relaxed) ||
+        newest->generation != mGeneration.load(std::memory_order_acquire))
+        return std::nullopt;
+    return *newest;
+}
+
 std::uint64_t AheadRenderer::queuedBlocks() const {
     return mWriteCount.load(std::memory_order_acquire) - mReadCount.load(std::memory_order_acquire);
 }
@@ -101,12 +109,21 @@ void AheadRenderer::run() {
 
 void AheadRenderer::renderAudio(float* left, float* right, std::uint32_t frameCount) noexcept {
     markRealtimeThread(RealtimeRole::Device);
+    const std::uint64_t generation = mGeneration.load(std::memory_order_acquire);
     // What the device plays now is what it was handed one period ago.
-    if (mHasPendingHeard) {
+    if (mHasPendingHeard && generation == mSeenGeneration) {
         mHeardFrame.store(mPendingHeard, std::memory_order_relaxed);
         mHasHeardPosition.store(true, std::memory_order_relaxed);
+        HeardPosition& report = mHeardReport.writeSlot();
+        report.sourceFrame = mPendingHeard;
+        report.sourceStep = mPendingStep;
+        report.steadyTimeNs =
+            std::chrono::duration_cast<std::chrono::nanoseconds>(Clock::now().time_since_epoch())
+                .count();
+        report.periodFrames = mPendingPeriod;
+        report.generation = generation;
+        mHeardReport.publish();
     }
-    const std::uint64_t generation = mGeneration.load(std::memory_order_acquire);
     if (generation != mSeenGeneration) {
         mSeenGeneration = generation;
         mAwaitingFirstBlock = true;
@@ -131,6 +148,8 @@ void AheadRenderer::renderAudio(float* left, float* right, std::uint32_t frameCo
         mAwaitingFirstBlock = false;
         if (!positioned) {
             mPendingHeard = block.position.sourceFrame + block.position.sourceStep * mBlockOffset;
+            mPendingStep = block.position.sourceStep;
+            mPendingPeriod = frameCount;
             mHasPendingHeard = true;
             positioned = true;
         }

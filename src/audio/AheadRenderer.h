@@ -2,10 +2,12 @@
 
 #include "audio/ProcessingChain.h"
 #include "audio/TeskSoundDevice.h"
+#include "audio/dsp/LatestValue.h"
 
 #include <array>
 #include <atomic>
 #include <cstdint>
+#include <optional>
 #include <thread>
 
 namespace tesk {
@@ -19,6 +21,22 @@ namespace tesk {
 /// from, and the callback publishes the position of what it handed the device a period ago.
 class AheadRenderer final : public AudioRenderer {
 public:
+    /// What the device started to play at a moment of the steady clock: enough for a view to
+    /// place the play position for the moment it is shown, between two reports.
+    struct HeardPosition {
+        /// The source frame heard at `steadyTimeNs`.
+        double sourceFrame = 0.0;
+        /// Source frames per device frame: the speed, negative when playing backwards.
+        double sourceStep = 1.0;
+        /// std::chrono::steady_clock's time since its epoch, in nanoseconds.
+        std::int64_t steadyTimeNs = 0;
+        /// The device frames handed over with this report, so the next report is due about
+        /// this many frames later.
+        std::uint32_t periodFrames = 0;
+        /// The seek the report belongs to; reports from before the newest seek are stale.
+        std::uint64_t generation = 0;
+    };
+
     static constexpr std::uint32_t kBlockFrames = 256;
     /// 16 blocks: about 93 ms ahead at most.
     static constexpr std::uint32_t kBlockCount = 16;
@@ -39,6 +57,9 @@ public:
     /// The source frame being heard now, and whether there is one yet. Any thread.
     double heardSourceFrame() const { return mHeardFrame.load(std::memory_order_relaxed); }
     bool hasHeardPosition() const { return mHasHeardPosition.load(std::memory_order_relaxed); }
+    /// The newest report of what is heard, or nothing before the first one since the last start
+    /// or seek. One reader only: the main thread. Never blocks.
+    std::optional<HeardPosition> heardPosition();
 
     /// Times the device found the ring empty while playing (not counting the moment after a
     /// seek). Any thread.
@@ -74,6 +95,10 @@ private:
     double mPendingHeard = 0.0;
     bool mHasPendingHeard = false;
 
+    std::uint32_t mPendingPeriod = 0;
+    double mPendingStep = 1.0;
+
+    LatestValue<HeardPosition> mHeardReport;
     std::atomic<double> mHeardFrame{0.0};
     std::atomic<bool> mHasHeardPosition{false};
     std::atomic<std::uint64_t> mUnderruns{0};

@@ -173,6 +173,12 @@ qint64 TeskExtendedAudioFilePlayer::currentFrame() const {
     return mCurrentFrame;
 }
 
+std::optional<AheadRenderer::HeardPosition> TeskExtendedAudioFilePlayer::heardPosition() const {
+    if (!isFilePlaying())
+        return std::nullopt;
+    return mOutputAudioUnit->heardPosition();
+}
+
 void TeskExtendedAudioFilePlayer::setCurrentFrame(qint64 frame) {
     const qint64 total = totalFrames();
     if (frame < 0)

@@ -86,6 +86,10 @@ public:
 
     /// While playing, the frame being heard now; else the last one seen or set.
     qint64 currentFrame() const;
+    /// While playing, the newest report of which frame the device started to play and when, so
+    /// a view can place the play position for the moment it draws; nothing when stopped, or
+    /// until the first report after a start or a seek. Main thread.
+    std::optional<AheadRenderer::HeardPosition> heardPosition() const;
     /// Clamped to the song (a value of exactly the length is kept); a seek while playing.
     void setCurrentFrame(qint64 frame);
     /// Milliseconds.

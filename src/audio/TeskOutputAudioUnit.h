@@ -104,6 +104,11 @@ public:
 
     /// The source frame being heard now, while running; negative when not known yet.
     double heardSourceFrame() const;
+    /// While running, the newest report of which source frame the device started to play and
+    /// when; nothing before the first report since the start or the last flush. Main thread.
+    std::optional<AheadRenderer::HeardPosition> heardPosition() {
+        return mRenderer.heardPosition();
+    }
     /// Times the device found nothing to play while running.
     std::uint64_t underrunCount() const { return mRenderer.underrunCount(); }
 

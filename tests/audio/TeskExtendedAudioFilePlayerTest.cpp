@@ -9,6 +9,7 @@
 #include <QElapsedTimer>
 #include <cmath>
 #include <gtest/gtest.h>
+#include <optional>
 #include <thread>
 
 using namespace tesk;
@@ -43,12 +44,14 @@ struct ManualPlayer {
             std::this_thread::sleep_for(std::chrono::microseconds(5800));
             device->pull();
             positions.push_back(player.currentFrame());
+            reports.push_back(player.heardPosition());
         }
     }
 
     TeskExtendedAudioFilePlayer player;
     ManualSoundDevice* device = nullptr;
-    std::vector<qint64> positions; // after each period
+    std::vector<qint64> positions;                                    // after each period
+    std::vector<std::optional<AheadRenderer::HeardPosition>> reports; // after each period
 };
 
 /// A 2 kHz burst under a Gaussian envelope (sigma 5 ms) centred every `spacing` frames from
@@ -152,7 +155,31 @@ TEST(TeskExtendedAudioFilePlayer, TheReportedPositionIsTheFrameBeingHeard) {
                 double(first) + std::round((heard - double(first)) / spacing) * spacing;
             EXPECT_NEAR(heard, nearest, tolerance) << "output frame " << centre;
         }
+
+        // The timed reports a view extrapolates from say the same frame, at the speed played,
+        // one device period apart and never back in time.
+        std::int64_t lastTime = 0;
+        for (std::size_t i = 1; i < manual.reports.size(); ++i) {
+            const auto& report = manual.reports[i];
+            ASSERT_TRUE(report.has_value()) << "period " << i;
+            EXPECT_NEAR(report->sourceFrame, double(manual.positions[i]), 1.0);
+            EXPECT_DOUBLE_EQ(report->sourceStep, double(speed));
+            EXPECT_EQ(report->periodFrames, period);
+            EXPECT_GE(report->steadyTimeNs, lastTime);
+            lastTime = report->steadyTimeNs;
+        }
+        // A seek makes the old report stale at once; the next period reports the new place.
+        manual.player.setCurrentFrame(22050);
+        EXPECT_FALSE(manual.player.heardPosition().has_value());
+        int periods = 0;
+        do
+            manual.play(1);
+        while (++periods < 100 && !manual.reports.back().has_value());
+        ASSERT_TRUE(manual.reports.back().has_value());
+        EXPECT_NEAR(manual.reports.back()->sourceFrame, 22050.0,
+                    double(periods) * period * std::fabs(speed));
         manual.player.stopFilePlaying();
+        EXPECT_FALSE(manual.player.heardPosition().has_value());
     }
 }
 
