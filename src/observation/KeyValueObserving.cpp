@@ -8,6 +8,7 @@
 #include <QObject>
 #include <QPointer>
 #include <QThread>
+#include <algorithm>
 #include <map>
 #include <memory>
 #include <unordered_map>
@@ -92,6 +93,12 @@ public:
             retire(*registration);
             return true;
         });
+    }
+
+    int count(const QObject* object) const {
+        return int(std::count_if(
+            mRegistrations.begin(), mRegistrations.end(),
+            [object](const auto& registration) { return registration->root == object; }));
     }
 
     void announce(QObject* object, const QString& key) {
@@ -251,6 +258,10 @@ private:
 
 KeyValueObserver::~KeyValueObserver() {
     ObservationCenter::instance().removeAll(this);
+}
+
+int observationCount(const QObject* object) {
+    return ObservationCenter::instance().count(object);
 }
 
 void addObserver(QObject* object, KeyValueObserver* observer, const QString& keyPath,

@@ -68,6 +68,10 @@ QVariant valueForKeyPath(const QObject* object, const QString& keyPath);
 /// the log, when the path does not lead to a writable property that takes the value.
 bool setValueForKeyPath(QObject* object, const QString& keyPath, const QVariant& value);
 
+/// How many registrations observe key paths of `object`, for tests that check that observers
+/// leave.
+int observationCount(const QObject* object);
+
 /// The keys whose changes also change `key` of objects of `object`'s class, as its class
 /// declares them (transitively).
 QStringList keysAffectingKey(const QObject* object, const QString& key);
