@@ -1,0 +1,54 @@
+#include "widgets/NamedImage.h"
+#include "support/Assertions.h"
+
+#include <QImage>
+#include <QPainter>
+#include <cmath>
+#include <gtest/gtest.h>
+
+using namespace tesk;
+
+TEST(NamedImage, RendersSharpAtEveryPixelRatio) {
+    const NamedImage& halves = NamedImage::named("TestHalves");
+    EXPECT_EQ(&halves, &NamedImage::named("TestHalves")) << "loaded once and kept";
+    EXPECT_EQ(halves.size(), QSizeF(10, 6));
+    for (const qreal ratio : {1.0, 1.25, 2.0, 3.0}) {
+        SCOPED_TRACE(ratio);
+        const QPixmap& pixmap = halves.pixmap(ratio);
+        EXPECT_EQ(pixmap.devicePixelRatio(), ratio);
+        EXPECT_EQ(pixmap.size(), QSize(int(std::ceil(10 * ratio)), int(std::ceil(6 * ratio))));
+        const QImage image = pixmap.toImage();
+        // Whole device pixels on either side of the middle are pure: nothing blurred.
+        const int middle = int(5 * ratio);
+        EXPECT_EQ(image.pixelColor(middle - 1, 2), QColor(Qt::red));
+        EXPECT_EQ(image.pixelColor(int(std::ceil(5 * ratio)), 2), QColor(Qt::blue));
+    }
+}
+
+TEST(NamedImage, DrawsAtThePaintedDevicesRatioAndThreePartsFillTheirRect) {
+    for (const qreal ratio : {1.0, 2.0}) {
+        SCOPED_TRACE(ratio);
+        QImage canvas(QSize(40, 6) * ratio, QImage::Format_ARGB32_Premultiplied);
+        canvas.setDevicePixelRatio(ratio);
+        canvas.fill(Qt::white);
+        QPainter painter(&canvas);
+        const NamedImage& end = NamedImage::named("TestEnd");
+        drawThreePartImage(painter, QRectF(10, 0, 20, 6), end, NamedImage::named("TestHalves"),
+                           end);
+        painter.end();
+        const auto at = [&](qreal x) { return canvas.pixelColor(int(x * ratio), int(3 * ratio)); };
+        EXPECT_EQ(at(9), QColor(Qt::white));
+        EXPECT_EQ(at(10), QColor(Qt::green)) << "left end";
+        EXPECT_EQ(at(13.5), QColor(Qt::green));
+        EXPECT_EQ(at(14.5), QColor(Qt::red)) << "fill stretched from its left half";
+        EXPECT_EQ(at(25.5), QColor(Qt::blue)) << "to its right half";
+        EXPECT_EQ(at(26.5), QColor(Qt::green)) << "right end";
+        EXPECT_EQ(at(30), QColor(Qt::white));
+    }
+}
+
+TEST(NamedImage, AMissingPictureIsAProgrammingError) {
+    EXPECT_FALSE(NamedImage::exists("NoSuchPicture"));
+    EXPECT_TRUE(NamedImage::exists("TestEnd"));
+    EXPECT_TESK_ASSERTION(NamedImage::named("NoSuchPicture"), "no picture named NoSuchPicture");
+}
