@@ -1,0 +1,43 @@
+#include "controls/SBindingView.h"
+
+#include "diagnostics/TeskAssert.h"
+
+#include <QDebug>
+
+namespace tesk {
+
+SBindingView::SBindingView(QWidget* parent)
+    : QWidget(parent)
+    , mBindingsManager(std::make_unique<SBindingsManager>(this)) {}
+
+SBindingView::~SBindingView() {
+    // The manager ends the observations; it must not call back into a view being destroyed.
+    mBindingsManager->setView(nullptr);
+    mBindingsManager.reset();
+}
+
+bool SBindingView::bind(const QString& binding, QObject* object, const QString& keyPath,
+                        const QVariantMap& options) {
+    if (mBindingsManager->doBind(binding, object, keyPath, options))
+        return true;
+    qWarning().noquote() << metaObject()->className() << "has no binding named" << binding;
+    return false;
+}
+
+bool SBindingView::unbind(const QString& binding) {
+    if (mBindingsManager->doUnbind(binding))
+        return true;
+    qWarning().noquote() << metaObject()->className() << "has no binding named" << binding;
+    return false;
+}
+
+void SBindingView::updateObservableObjectForBindingName(const QString& binding,
+                                                        const QVariant& value) {
+    mBindingsManager->updateObservableObjectForBindingName(binding, value);
+}
+
+void SBindingView::observableObjectChangedKeyPath(QObject*, const QString&, const QString&) {
+    handleAssertionFailure("observableObjectChangedKeyPath", "SBindingView", 43, "abstract impl!");
+}
+
+} // namespace tesk
