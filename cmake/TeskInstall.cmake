@@ -92,16 +92,18 @@ set(CPACK_PACKAGE_CONTACT "The Tesk developers <dev@teskapp.org>")
 set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY
     "music-practice player: play songs slower, faster or in another key")
-set(CPACK_PACKAGE_DESCRIPTION
-    "Tesk opens a song, shows its waveform, and plays it slower or faster without changing \
-its pitch, or in another key without changing its speed, to hear and learn the notes. A part \
-of the song can be looped, and markers for choruses, verses and bridges dropped and jumped to. \
-A ten-band equalizer, a vocal reduction and a pan mix shape the sound over a live spectrum, and \
-the result, or its loop, exports to AIFF or M4A. Each song's practice settings save as a \
-document and reopen.\n\
-\n\
-tesk-render does the same from a shell: it plays or exports a song, or a practice document's \
-song with its settings, and writes practice documents.")
+# The long description, wrapped for an 80-column terminal as Debian asks.
+string(JOIN "\n" CPACK_PACKAGE_DESCRIPTION
+    "Tesk opens a song, shows its waveform, and plays it slower or faster without"
+    "changing its pitch, or in another key without changing its speed, to hear and"
+    "learn the notes. A part of the song can be looped, and markers for choruses,"
+    "verses and bridges dropped and jumped to. A ten-band equalizer, a vocal"
+    "reduction and a pan mix shape the sound over a live spectrum, and the result,"
+    "or its loop, exports to AIFF or M4A. Each song's practice settings save as a"
+    "document and reopen."
+    ""
+    "tesk-render does the same from a shell: it plays or exports a song, or a"
+    "practice document's song with its settings, and writes practice documents.")
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SECTION sound)
 set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
