@@ -115,10 +115,15 @@ for page in tesk tesk-render; do
     [ ! -s "$work/groff.log" ] || fail "groff on $page.1: $(cat "$work/groff.log")"
     grep -q "^\.TH .*\"Tesk $version\"" "$work/$page.1" || fail "$page.1 has not version $version"
 done
-plainPage=$(sed 's/\\-/-/g' "$work/tesk-render.1")
-for option in $(grep -oE -- '(^|[ ,])--?[a-z][a-z-]*' "$work/help.txt" | tr -d ' ,' | sort -u); do
-    grep -qF -- "$option" <<<"$plainPage" || fail "tesk-render.1 does not name $option"
-done
+manPageNamesEveryOption() { # PROGRAM: its man page against its installed --help
+    local help plainPage option
+    help=$("$root/usr/bin/$1" --help 2>&1) || fail "the installed $1 --help failed"
+    plainPage=$(sed 's/\\-/-/g' "$work/$1.1")
+    for option in $(grep -oE -- '(^|[ ,])--?[a-z][a-z-]*' <<<"$help" | tr -d ' ,' | sort -u); do
+        grep -qF -- "$option" <<<"$plainPage" || fail "$1.1 does not name $option"
+    done
+}
+manPageNamesEveryOption tesk-render
 for status in 0 1 2 3 130; do
     grep -qE "Exit codes:.* $status " <<<"$(tr '\n' ' ' <"$work/help.txt")" ||
         fail "tesk-render --help gives no exit code $status"
