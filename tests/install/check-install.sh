@@ -79,7 +79,9 @@ entry() { sed -n "s/^$1=//p" "$share/applications/$app.desktop"; }
 [ "$(entry Exec)" = "tesk %F" ] || fail "Exec is '$(entry Exec)'"
 [ -x "$root/usr/bin/$(entry TryExec)" ] || fail "TryExec names no installed program"
 [ "$(entry Icon)" = "$app" ] || fail "Icon is '$(entry Icon)'"
-[ "$(entry StartupWMClass)" = "$app" ] || fail "StartupWMClass is '$(entry StartupWMClass)'"
+# On X11, Qt names the window's class after the application's name ("Tesk"); on Wayland the
+# desktop file name is the window's application id, which matches the entry's own name.
+[ "$(entry StartupWMClass)" = Tesk ] || fail "StartupWMClass is '$(entry StartupWMClass)'"
 desktopTypes=$(entry MimeType | tr ';' '\n' | sed '/^$/d' | sort)
 metainfoTypes=$(sed -n 's:.*<mediatype>\(.*\)</mediatype>.*:\1:p' \
     "$share/metainfo/$app.metainfo.xml" | sort)
