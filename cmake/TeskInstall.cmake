@@ -30,16 +30,14 @@ foreach(icon IN ITEMS "apps;${TESK_APPLICATION_ID}" "mimetypes;application-x-tes
     install(FILES ${svg} DESTINATION ${CMAKE_INSTALL_DATADIR}/icons/hicolor/scalable/${context})
     set(arguments)
     set(pngs)
-    foreach(size IN LISTS TESK_ICON_SIZES)
-        set(png ${TESK_GENERATED_DATA_DIR}/icons/hicolor/${size}x${size}/${context}/${name}.png)
-        list(APPEND arguments ${size} ${png})
-        list(APPEND pngs ${png})
-        install(FILES ${png}
-                DESTINATION ${CMAKE_INSTALL_DATADIR}/icons/hicolor/${size}x${size}/${context})
-    endforeach()
     set(directories)
     foreach(size IN LISTS TESK_ICON_SIZES)
-        list(APPEND directories ${TESK_GENERATED_DATA_DIR}/icons/hicolor/${size}x${size}/${context})
+        set(directory ${TESK_GENERATED_DATA_DIR}/icons/hicolor/${size}x${size}/${context})
+        list(APPEND directories ${directory})
+        list(APPEND pngs ${directory}/${name}.png)
+        list(APPEND arguments ${size} ${directory}/${name}.png)
+        install(FILES ${directory}/${name}.png
+                DESTINATION ${CMAKE_INSTALL_DATADIR}/icons/hicolor/${size}x${size}/${context})
     endforeach()
     add_custom_command(OUTPUT ${pngs}
         COMMAND ${CMAKE_COMMAND} -E make_directory ${directories}
