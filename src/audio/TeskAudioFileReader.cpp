@@ -46,7 +46,7 @@ void TeskAudioFileReader::start() {
         std::lock_guard lock(mPlanMutex);
         mStopping = false;
     }
-    replan(mCurrentFrame.load());
+    replan(currentFrame());
     mThread = std::thread([this] { run(); });
 }
 
@@ -66,7 +66,7 @@ bool TeskAudioFileReader::running() const {
 }
 
 std::int64_t TeskAudioFileReader::currentFrame() const {
-    return mCurrentFrame.load(std::memory_order_relaxed);
+    return unpackFrame(mPositionWord.load(std::memory_order_relaxed));
 }
 
 void TeskAudioFileReader::setCurrentFrame(std::int64_t frame) {
@@ -127,7 +127,7 @@ void TeskAudioFileReader::replan(std::int64_t position) {
         mPlan.range = loopRange();
         mPlanChanged = true;
         // The position first: whoever sees the new generation also sees where it starts.
-        mCurrentFrame.store(position, std::memory_order_relaxed);
+        mPositionWord.store(packPosition(position, mPlan.generation), std::memory_order_relaxed);
         mGeneration.store(mPlan.generation, std::memory_order_release);
     }
     mEndOfStream.store(false, std::memory_order_release);
@@ -348,9 +348,29 @@ void TeskAudioFileReader::copyInto(const AudioBufferList& buffers, std::uint32_t
                 break;
         }
     }
-    // A seek made meanwhile has already moved the position: leave it.
-    if (moved && mGeneration.load(std::memory_order_acquire) == generation)
-        mCurrentFrame.store(position, std::memory_order_relaxed);
+    // A seek made meanwhile has already moved the position: leave it. The check and the store
+    // are one step, so a seek between them makes the store fail instead of being overwritten.
+    if (!moved)
+        return;
+    std::uint64_t seen = mPositionWord.load(std::memory_order_relaxed);
+    const std::uint64_t ours = packPosition(position, generation);
+    while (unpackGenerationTag(seen) == unpackGenerationTag(ours) &&
+           !mPositionWord.compare_exchange_weak(seen, ours, std::memory_order_relaxed)) {
+    }
+}
+
+std::uint64_t TeskAudioFileReader::packPosition(std::int64_t frame, std::uint64_t generation) {
+    constexpr std::uint64_t tagMask = (std::uint64_t(1) << kGenerationTagBits) - 1;
+    return (std::uint64_t(frame) << kGenerationTagBits) | (generation & tagMask);
+}
+
+std::int64_t TeskAudioFileReader::unpackFrame(std::uint64_t packed) {
+    // An arithmetic shift keeps the sign of a frame before the start.
+    return std::int64_t(packed) >> kGenerationTagBits;
+}
+
+std::uint64_t TeskAudioFileReader::unpackGenerationTag(std::uint64_t packed) {
+    return packed & ((std::uint64_t(1) << kGenerationTagBits) - 1);
 }
 
 } // namespace tesk

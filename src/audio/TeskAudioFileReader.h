@@ -145,7 +145,13 @@ private:
 
     // Shared with the renderer.
     std::atomic<std::uint64_t> mGeneration{0};
-    std::atomic<std::int64_t> mCurrentFrame{0};
+    // The position and the low bits of the seek generation it belongs to, in one word, so that
+    // the renderer's store of where it got to can never land over a newer seek's position.
+    static constexpr int kGenerationTagBits = 24;
+    static std::uint64_t packPosition(std::int64_t frame, std::uint64_t generation);
+    static std::int64_t unpackFrame(std::uint64_t packed);
+    static std::uint64_t unpackGenerationTag(std::uint64_t packed);
+    std::atomic<std::uint64_t> mPositionWord{0};
     std::atomic<bool> mEndOfStream{false};
     std::atomic<bool> mReverse{false};
     std::atomic<bool> mLooping{false};
