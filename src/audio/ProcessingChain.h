@@ -147,8 +147,17 @@ private:
     LatestValue<std::array<float, kBandCount>> mEqualizerGains;
     std::array<float, kBandCount> mEqualizerGainsSet{}; // main thread's copy, for reading back
     std::atomic<bool> mRemoveVocals{false};
-    std::atomic<double> mVocalLow{150.0};
-    std::atomic<double> mVocalHigh{3600.0};
+    /// The vocal band's edges cross to the rendering thread together, so that it never
+    /// pairs a new low edge with an old high one.
+    struct VocalBand {
+        double lowHertz = 150.0;
+        double highHertz = 3600.0;
+    };
+    /// Rendering (or export) thread: the newest band, given to the vocal remover.
+    void applyVocalBand() noexcept;
+    LatestValue<VocalBand> mVocalBand;
+    VocalBand mVocalBandSet;     // main thread's copy, for copying parameters
+    VocalBand mVocalBandApplied; // rendering thread's copy
     std::atomic<bool> mPanAdjust{false};
     std::atomic<double> mPanAmount{0.5};
     std::atomic<bool> mOutOfPhase{false};
