@@ -16,6 +16,8 @@ LoopRange unpackRange(std::uint64_t packed) {
 
 // How long the reader thread sleeps when it has nothing to do: the ring holds far more.
 constexpr auto kIdlePoll = std::chrono::milliseconds(1);
+// The longest the reader waits for the decoder before it looks at the plan again.
+constexpr auto kDecoderWait = std::chrono::milliseconds(10);
 
 } // namespace
 
@@ -137,8 +139,15 @@ void TeskAudioFileReader::replan(std::int64_t position) {
 void TeskAudioFileReader::run() {
     Plan plan;
     bool idle = true; // nothing to read until the first plan arrives
+    bool awaitingDecoder = false;
     const auto blockCount = std::uint64_t(mBlocks.size());
     for (;;) {
+        if (awaitingDecoder) {
+            // Woken by the decoder as soon as it gets there; the bound keeps seeks answered.
+            mFrames->waitForDecodedFrames(std::max<std::int64_t>(plan.position, 0) + kBlockFrames,
+                                          kDecoderWait);
+            awaitingDecoder = false;
+        }
         {
             std::unique_lock lock(mPlanMutex);
             if (idle ||
@@ -158,8 +167,10 @@ void TeskAudioFileReader::run() {
             if (written - mReadCount.load(std::memory_order_acquire) >= blockCount)
                 break;
             Block& block = mBlocks[written % blockCount];
-            if (!fillBlock(plan, block))
-                break; // waiting for the decoder
+            if (!fillBlock(plan, block)) {
+                awaitingDecoder = true;
+                break;
+            }
             mWriteCount.store(written + 1, std::memory_order_release);
             if (block.endOfStream)
                 idle = true;

@@ -52,6 +52,8 @@ public:
     bool isDecodingFinished() const override {
         return mDecodingFinished.load(std::memory_order_acquire);
     }
+    /// Waits on the decoder's "frames decoded" signal. Any thread but the audio thread.
+    bool waitForDecodedFrames(qint64 end, std::chrono::milliseconds timeout) const override;
     /// Blocks until decoding has ended. For tests and export; never on the main or audio
     /// thread.
     void waitUntilDecoded() const;

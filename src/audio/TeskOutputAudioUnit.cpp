@@ -39,7 +39,8 @@ public:
                 if (mFrames.isDecodingFinished() &&
                     mFrames.decodedFrameCount() <= mPosition + copied)
                     break;
-                std::this_thread::sleep_for(std::chrono::milliseconds(2));
+                // The export thread waits for the decoder to reach the frames it needs.
+                mFrames.waitForDecodedFrames(mPosition + wanted, std::chrono::milliseconds(50));
             }
         }
         runs.count = 1;
