@@ -1,5 +1,6 @@
 #pragma once
 
+#include "audio/EngineConstants.h"
 #include "audio/SSpectrumAnalyzer.h"
 #include "audio/TeskAudioFileReader.h"
 #include "audio/TimePitchStage.h"
@@ -66,9 +67,9 @@ public:
     /// The loudest level and the equalizer's deepest cut and highest boost the chain plays. The
     /// controls stay well inside them; a damaged document or script may not, and must never
     /// make the chain deafening or fill it with NaN.
-    static constexpr float kMaximumLevel = 4.0f;
-    static constexpr float kMinimumBandGain = -96.0f;
-    static constexpr float kMaximumBandGain = 24.0f;
+    static constexpr float kMaximumLevel = engine::kMaximumLinearLevel;
+    static constexpr float kMinimumBandGain = engine::kMinimumBandGainDb;
+    static constexpr float kMaximumBandGain = engine::kMaximumBandGainDb;
 
     // Parameters. Main thread (each handoff has one writer); read at the next slice. Values
     // out of range are held at the nearest bound; NaN is ignored.

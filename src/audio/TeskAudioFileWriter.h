@@ -1,5 +1,6 @@
 #pragma once
 
+#include "audio/EngineConstants.h"
 #include "audio/SongMetadata.h"
 #include "diagnostics/TeskError.h"
 
@@ -75,7 +76,7 @@ enum class AudioExportErrorCode : qint64 {
 /// one at a time); cancel() and framesWritten() for any thread.
 class TeskAudioFileWriter {
 public:
-    static constexpr int kSampleRate = 44100;
+    static constexpr int kSampleRate = engine::kSampleRate;
     static constexpr int kChannelCount = 2;
     /// The most frames one queue slot holds; longer writes fill several slots.
     static constexpr std::uint32_t kSliceFrames = 4096;

@@ -1,4 +1,5 @@
 #include "audio/TeskOutputAudioUnit.h"
+#include "audio/EngineConstants.h"
 
 #include "audio/ProcessingChainPool.h"
 #include "audio/TeskAudioFileWriter.h"
@@ -306,7 +307,7 @@ TeskOutputAudioUnit::writeSamplesInTwoParts(const DecodedFrames& frames, qint64 
         (total + kExportSliceFrames - 1) / kExportSliceFrames * kExportSliceFrames;
     constexpr std::int64_t kCrossfade = 4096;
     const std::int64_t half = sourceFrameCount / 2;
-    const std::int64_t preroll = 44100 + 44100 / 2;
+    const std::int64_t preroll = engine::kExportPrerollFrames;
     std::int64_t secondStart = std::max<std::int64_t>(0, half - preroll);
     double bestMisfit = 1.0;
     for (std::int64_t candidate = secondStart;

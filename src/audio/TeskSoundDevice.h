@@ -1,5 +1,6 @@
 #pragma once
 
+#include "audio/EngineConstants.h"
 #include <QString>
 #include <cstdint>
 #include <memory>
@@ -22,7 +23,7 @@ class TeskSoundDevice {
 public:
     static constexpr std::uint32_t kMaxBufferFrames = 1024;
     static constexpr std::uint32_t kDefaultBufferFrames = 512;
-    static constexpr int kSampleRate = 44100;
+    static constexpr int kSampleRate = engine::kSampleRate;
 
     virtual ~TeskSoundDevice() = default;
 
