@@ -9,7 +9,7 @@ namespace tesk {
 
 /// A song's frames at the engine format, decoded ahead of whoever reads them: the file
 /// reader, the waveform and the export all read through this.
-/// Any thread but the audio thread: reading may touch the disk.
+/// Any thread but the device callback and the rendering thread: reading may touch the disk.
 class DecodedFrames {
 public:
     virtual ~DecodedFrames() = default;
@@ -22,7 +22,7 @@ public:
     /// Waits, at most `timeout`, until frames [0, end) are decoded or decoding has ended;
     /// answers whether they are. Songs with a decoder override it with a wait on the decoder's
     /// signal; this default, for songs held whole in memory, looks again after a millisecond.
-    /// Any thread but the audio thread.
+    /// Any thread but the device callback and the rendering thread.
     virtual bool waitForDecodedFrames(qint64 end, std::chrono::milliseconds timeout) const {
         if (decodedFrameCount() < end && !isDecodingFinished())
             std::this_thread::sleep_for(std::min(timeout, std::chrono::milliseconds(1)));

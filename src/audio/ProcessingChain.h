@@ -22,7 +22,11 @@ public:
     virtual ~ChainSource() = default;
     /// Fills `frameCount` frames of the two buffers of `buffers`, which arrive zeroed, and says
     /// where they came from in `runs`. What it leaves alone stays silent.
-    /// Rendering thread: never blocks, allocates or throws.
+    /// Rendering thread (or the export thread): never allocates or throws. It may wait, bounded,
+    /// for frames on their way: a file player waits at most 40 ms for its reader on the
+    /// rendering thread, which runs about 90 ms ahead of the device, and up to 30 s on the
+    /// export thread; the export's own source waits for the decoder. The device callback never
+    /// calls it.
     /// Returns how many frames it supplied: fewer only at the end of what it has to give.
     virtual std::uint32_t supplyFrames(const AudioBufferList& buffers, std::uint32_t frameCount,
                                        SourceRuns& runs) noexcept = 0;

@@ -72,8 +72,8 @@ enum class AudioExportErrorCode : qint64 {
 /// regular file: a device given as the path is left alone) and every later write() or finish()
 /// returns false.
 ///
-/// create(), write() and finish() are for the export thread (any thread but the audio thread,
-/// one at a time); cancel() and framesWritten() for any thread.
+/// create(), write() and finish() are for the export thread (any thread but the device callback and
+/// the rendering thread, one at a time); cancel() and framesWritten() for any thread.
 class TeskAudioFileWriter {
 public:
     static constexpr int kSampleRate = engine::kSampleRate;

@@ -12,7 +12,7 @@ class AudioRenderer {
 public:
     virtual ~AudioRenderer() = default;
     /// Fills `frameCount` frames (at most TeskSoundDevice::kMaxBufferFrames) of both channels.
-    /// Audio thread: never allocates, locks, waits, logs or throws.
+    /// Device callback: never allocates, locks, waits, logs or throws.
     virtual void renderAudio(float* left, float* right, std::uint32_t frameCount) noexcept = 0;
 };
 
