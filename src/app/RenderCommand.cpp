@@ -1,4 +1,5 @@
 #include "app/RenderCommand.h"
+#include "audio/EngineConstants.h"
 
 #include "app/RenderDocument.h"
 #include "app/SongPart.h"
@@ -26,7 +27,7 @@
 namespace tesk {
 namespace {
 
-constexpr double kEngineRate = 44100.0;
+constexpr double kEngineRate = engine::kSampleRateHz;
 constexpr int kPollMilliseconds = 50;
 /// The bar's clock and the playback status move on every fifth poll.
 constexpr int kPollsPerRedraw = 5;

@@ -1,4 +1,5 @@
 #include "app/RenderDocument.h"
+#include "audio/EngineConstants.h"
 
 #include "audio/TeskEffectsSettings.h"
 #include "audio/TeskEqualizerSettings.h"
@@ -14,7 +15,7 @@
 namespace tesk {
 namespace {
 
-constexpr double kEngineRate = 44100.0;
+constexpr double kEngineRate = engine::kSampleRateHz;
 /// A new document's zoom, as the window first shows a song.
 constexpr double kNewDocumentZoomLevel = 0.9;
 /// The command line's own limit for --volume.

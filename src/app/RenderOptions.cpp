@@ -1,4 +1,5 @@
 #include "app/RenderOptions.h"
+#include "audio/EngineConstants.h"
 
 #include "audio/TeskEqualizerSettings.h"
 #include "audio/TeskVocalReductionEffectSettings.h"
@@ -62,10 +63,10 @@ stops at once).
 
 constexpr double kMinimumPitch = -24.0;
 constexpr double kMaximumPitch = 24.0;
-constexpr double kMaximumLevel = 4.0;
+constexpr double kMaximumLevel = engine::kMaximumLinearLevel;
 // The editor shows -20 to 20 dB; deeper cuts help to isolate an instrument, larger boosts only
 // clip.
-constexpr double kMinimumBandGain = -40.0;
+constexpr double kMinimumBandGain = engine::kMinimumBandGainDb;
 constexpr double kMaximumBandGain = 20.0;
 constexpr double kMinimumFrequency = 20.0;
 constexpr double kMaximumFrequency = 20000.0;

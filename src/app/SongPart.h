@@ -28,6 +28,9 @@ public:
     bool isDecodingFinished() const override {
         return mSong->isDecodingFinished() || mSong->decodedFrameCount() >= mEnd;
     }
+    bool waitForDecodedFrames(qint64 end, std::chrono::milliseconds timeout) const override {
+        return mSong->waitForDecodedFrames(std::min(mFirst + end, mEnd), timeout);
+    }
     qint64 readFrames(qint64 start, qint64 count, float* left, float* right) const override {
         count = std::min(count, mEnd - mFirst - start);
         if (start < 0 || count <= 0)

@@ -65,7 +65,8 @@ public:
     /// seek). Any thread.
     std::uint64_t underrunCount() const { return mUnderruns.load(std::memory_order_relaxed); }
 
-    /// The device's pull. Audio thread: copies only.
+    /// The device's pull. Device callback: copies only; never allocates, locks, waits, logs or
+    /// throws.
     void renderAudio(float* left, float* right, std::uint32_t frameCount) noexcept override;
 
 private:
@@ -88,7 +89,7 @@ private:
     std::atomic<std::uint64_t> mReadCount{0};
     std::atomic<std::uint64_t> mGeneration{0}; // raised by each flush
 
-    // Audio thread only.
+    // Device callback only.
     std::uint32_t mBlockOffset = 0;
     bool mAwaitingFirstBlock = true;
     std::uint64_t mSeenGeneration = 0;

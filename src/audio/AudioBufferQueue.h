@@ -13,7 +13,7 @@ namespace tesk {
 /// Collects the frames of incoming buffer lists into fixed-size blocks and hands each full block
 /// to `processBuffer`. A block stays in use until whoever processes it calls `setEmpty`, which
 /// may happen at once or later on another thread; while every block is in use, incoming frames
-/// are dropped, so a slow consumer costs data rather than time on the audio thread.
+/// are dropped, so a slow consumer costs data rather than time on the rendering thread.
 ///
 /// All storage is allocated at creation. Frames come in on one thread at a time: the audio
 /// thread while playing, the export thread while exporting. Not copyable.
@@ -51,7 +51,7 @@ public:
 
     /// Appends the first `frames` frames of `list`, laid out in the queue's format, calling
     /// `processBuffer` for every block this fills. Frames that find no free block are dropped.
-    /// Audio thread (or the export thread). Never allocates, blocks or throws; `processBuffer`
+    /// Rendering thread (or the export thread). Never allocates, blocks or throws; `processBuffer`
     /// runs on this same thread.
     void copyFromAudioBufferList(const AudioBufferList& list, std::uint32_t frames);
 

@@ -70,7 +70,7 @@ void ProcessingChain::copyParametersFrom(const ProcessingChain& other) {
     setEqualizerEnabled(other.equalizerEnabled());
     setEqualizerGains(other.equalizerGains());
     setRemoveVocals(other.removeVocals());
-    setVocalBand(other.mVocalLow.load(), other.mVocalHigh.load());
+    setVocalBand(other.mVocalBandSet.lowHertz, other.mVocalBandSet.highHertz);
     setPanAdjust(other.panAdjust());
     setPanAmount(other.panAmount());
     setOutOfPhase(other.outOfPhase());
@@ -80,8 +80,15 @@ void ProcessingChain::setVocalBand(double lowHertz, double highHertz) noexcept {
     if (std::isnan(lowHertz) || std::isnan(highHertz))
         return;
     const double nyquist = mSampleRate / 2.0;
-    mVocalLow.store(std::clamp(lowHertz, 0.0, nyquist), std::memory_order_relaxed);
-    mVocalHigh.store(std::clamp(highHertz, 0.0, nyquist), std::memory_order_relaxed);
+    mVocalBandSet = {std::clamp(lowHertz, 0.0, nyquist), std::clamp(highHertz, 0.0, nyquist)};
+    mVocalBand.write(mVocalBandSet);
+}
+
+void ProcessingChain::applyVocalBand() noexcept {
+    if (const VocalBand* band = mVocalBand.read())
+        mVocalBandApplied = *band;
+    mVocalRemover.setLowFrequency(mVocalBandApplied.lowHertz);
+    mVocalRemover.setHighFrequency(mVocalBandApplied.highHertz);
 }
 
 void ProcessingChain::reset() {
@@ -140,8 +147,7 @@ std::uint32_t ProcessingChain::renderForExport(float* left, float* right,
     // The vocal remover gives its first processed frames only after a block and a half: take
     // only what it has processed, so the export neither repeats nor skips anything, and feed it
     // silence after the end until its last block is out.
-    mVocalRemover.setLowFrequency(mVocalLow.load(std::memory_order_relaxed));
-    mVocalRemover.setHighFrequency(mVocalHigh.load(std::memory_order_relaxed));
+    applyVocalBand();
     constexpr std::uint32_t kTailFrames = 3072;
     for (;;) {
         const std::uint32_t taken = mVocalRemover.getOutput(0, left, frameCount);
@@ -205,8 +211,7 @@ void ProcessingChain::processAfterStretch(float* left, float* right, std::uint32
     if (frameCount == 0)
         return;
     if (mRemoveVocals.load(std::memory_order_relaxed)) {
-        mVocalRemover.setLowFrequency(mVocalLow.load(std::memory_order_relaxed));
-        mVocalRemover.setHighFrequency(mVocalHigh.load(std::memory_order_relaxed));
+        applyVocalBand();
         mVocalRemover.addInput(0, left, frameCount);
         mVocalRemover.addInput(1, right, frameCount);
         mVocalRemover.process();

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "audio/EngineConstants.h"
 #include "audio/SSpectrumAnalyzer.h"
 #include "audio/TeskAudioFileReader.h"
 #include "audio/TimePitchStage.h"
@@ -21,7 +22,11 @@ public:
     virtual ~ChainSource() = default;
     /// Fills `frameCount` frames of the two buffers of `buffers`, which arrive zeroed, and says
     /// where they came from in `runs`. What it leaves alone stays silent.
-    /// Rendering thread: never blocks, allocates or throws.
+    /// Rendering thread (or the export thread): never allocates or throws. It may wait, bounded,
+    /// for frames on their way: a file player waits at most 40 ms for its reader on the
+    /// rendering thread, which runs about 90 ms ahead of the device, and up to 30 s on the
+    /// export thread; the export's own source waits for the decoder. The device callback never
+    /// calls it.
     /// Returns how many frames it supplied: fewer only at the end of what it has to give.
     virtual std::uint32_t supplyFrames(const AudioBufferList& buffers, std::uint32_t frameCount,
                                        SourceRuns& runs) noexcept = 0;
@@ -66,9 +71,9 @@ public:
     /// The loudest level and the equalizer's deepest cut and highest boost the chain plays. The
     /// controls stay well inside them; a damaged document or script may not, and must never
     /// make the chain deafening or fill it with NaN.
-    static constexpr float kMaximumLevel = 4.0f;
-    static constexpr float kMinimumBandGain = -96.0f;
-    static constexpr float kMaximumBandGain = 24.0f;
+    static constexpr float kMaximumLevel = engine::kMaximumLinearLevel;
+    static constexpr float kMinimumBandGain = engine::kMinimumBandGainDb;
+    static constexpr float kMaximumBandGain = engine::kMaximumBandGainDb;
 
     // Parameters. Main thread (each handoff has one writer); read at the next slice. Values
     // out of range are held at the nearest bound; NaN is ignored.
@@ -147,8 +152,17 @@ private:
     LatestValue<std::array<float, kBandCount>> mEqualizerGains;
     std::array<float, kBandCount> mEqualizerGainsSet{}; // main thread's copy, for reading back
     std::atomic<bool> mRemoveVocals{false};
-    std::atomic<double> mVocalLow{150.0};
-    std::atomic<double> mVocalHigh{3600.0};
+    /// The vocal band's edges cross to the rendering thread together, so that it never
+    /// pairs a new low edge with an old high one.
+    struct VocalBand {
+        double lowHertz = 150.0;
+        double highHertz = 3600.0;
+    };
+    /// Rendering (or export) thread: the newest band, given to the vocal remover.
+    void applyVocalBand() noexcept;
+    LatestValue<VocalBand> mVocalBand;
+    VocalBand mVocalBandSet;     // main thread's copy, for copying parameters
+    VocalBand mVocalBandApplied; // rendering thread's copy
     std::atomic<bool> mPanAdjust{false};
     std::atomic<double> mPanAmount{0.5};
     std::atomic<bool> mOutOfPhase{false};

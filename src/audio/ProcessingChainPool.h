@@ -1,5 +1,6 @@
 #pragma once
 
+#include "audio/EngineConstants.h"
 #include "audio/ProcessingChain.h"
 
 #include <memory>
@@ -13,7 +14,7 @@ namespace tesk {
 /// Main thread.
 class ProcessingChainPool {
 public:
-    static constexpr double kSampleRate = 44100.0;
+    static constexpr double kSampleRate = engine::kSampleRateHz;
 
     /// Starts building a spare chain of `quality` in the background, if none is ready or on its
     /// way. Tesk calls it at start-up and again once a song has opened; a spare costs memory

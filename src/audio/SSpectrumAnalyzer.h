@@ -16,7 +16,7 @@ namespace tesk {
 /// for the effects editors to draw behind their controls.
 ///
 /// The output chain copies each processed render slice in (`copyFromAudioBufferList`, on the
-/// audio thread or the export thread); every full block of 2048 frames is windowed (Hamming),
+/// rendering thread or the export thread); every full block of 2048 frames is windowed (Hamming),
 /// transformed, turned into dB (20 log10 of the raw FFT magnitude, bins 1 to 1024), smoothed
 /// to points a sixth of an octave apart and averaged with the two blocks before it. Each
 /// channel's result crosses to the main thread through a latest-value slot, so the main thread
@@ -59,7 +59,7 @@ public:
 protected:
     /// Analyses one full block. A block whose buffer count is not the channel count is left
     /// alone and stays in use.
-    /// Audio thread (or the export thread). Never allocates, locks or throws.
+    /// Rendering thread (or the export thread). Never allocates, locks or throws.
     void processBuffer(Block& block) override;
 
 private:

@@ -75,7 +75,27 @@ bool SongCache::append(const std::int16_t* interleaved, qint64 frameCount, QStri
     }
     // Readers only look at frames below the count, so the count goes up after the data is in.
     mFrameCount.store(written + frameCount, std::memory_order_release);
+    {
+        // Taken so that a reader between its check and its wait cannot miss this.
+        std::lock_guard lock(mWaitMutex);
+    }
+    mFramesAppended.notify_all();
     return true;
+}
+
+bool SongCache::waitForFrames(qint64 end, std::chrono::milliseconds timeout) const {
+    std::unique_lock lock(mWaitMutex);
+    return mFramesAppended.wait_for(lock, timeout, [&] {
+        return mWriterDone || frameCount() >= end;
+    }) && frameCount() >= end;
+}
+
+void SongCache::wakeWaiters() {
+    {
+        std::lock_guard lock(mWaitMutex);
+        mWriterDone = true;
+    }
+    mFramesAppended.notify_all();
 }
 
 qint64 SongCache::read(qint64 start, qint64 count, float* left, float* right) const {

@@ -2,8 +2,11 @@
 
 #include <QString>
 #include <atomic>
+#include <chrono>
+#include <condition_variable>
 #include <cstdint>
 #include <memory>
+#include <mutex>
 
 namespace tesk {
 
@@ -34,8 +37,15 @@ public:
     /// Frames [0, n) can be read. Any thread.
     qint64 frameCount() const { return mFrameCount.load(std::memory_order_acquire); }
 
+    /// Waits, at most `timeout`, until frames [0, end) can be read or `wakeWaiters` is called;
+    /// answers whether they can. Any thread but the device callback and the rendering thread.
+    bool waitForFrames(qint64 end, std::chrono::milliseconds timeout) const;
+    /// Wakes whoever waits for frames: the writer has stopped appending. Writer thread.
+    void wakeWaiters();
+
     /// Copies up to `count` readable frames from `start` into `left` and `right`, as floats in
-    /// [-1, 1); returns how many. Any thread but the audio thread (file I/O).
+    /// [-1, 1); returns how many. Any thread but the device callback and the rendering thread (file
+    /// I/O).
     qint64 read(qint64 start, qint64 count, float* left, float* right) const;
 
 private:
@@ -43,6 +53,11 @@ private:
 
     int mDescriptor = -1;
     std::atomic<qint64> mFrameCount{0};
+    // "Frames decoded": signalled after each append, so readers waiting for the decoder to
+    // reach a frame wake when it does instead of polling.
+    mutable std::mutex mWaitMutex;
+    mutable std::condition_variable mFramesAppended;
+    bool mWriterDone = false;
 };
 
 } // namespace tesk

@@ -1,4 +1,5 @@
 #include "audio/SongDecoder.h"
+#include "audio/EngineConstants.h"
 
 #include "audio/SongCache.h"
 #include "audio/SongFileError.h"
@@ -22,7 +23,7 @@ extern "C" {
 namespace tesk {
 namespace {
 
-constexpr int kEngineRate = 44100;
+constexpr int kEngineRate = engine::kSampleRate;
 /// Frames are written to the cache in batches of at least this many: small enough that the
 /// first ones are readable a few milliseconds after opening, large enough to keep system calls
 /// rare.

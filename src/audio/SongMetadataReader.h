@@ -12,7 +12,8 @@ namespace tesk {
 /// Vorbis comments...); container-level tags win over those of the first sound stream. A file
 /// without tags or picture gives empty members; a file FFmpeg can't open, or one without
 /// sound, gives nullopt.
-/// Any thread but the audio thread: it reads the file's header and may block on the disk.
+/// Any thread but the device callback and the rendering thread: it reads the file's header and may
+/// block on the disk.
 std::optional<SongMetadata> readSongMetadata(const QString& path);
 
 } // namespace tesk

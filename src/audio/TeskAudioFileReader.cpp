@@ -16,6 +16,8 @@ LoopRange unpackRange(std::uint64_t packed) {
 
 // How long the reader thread sleeps when it has nothing to do: the ring holds far more.
 constexpr auto kIdlePoll = std::chrono::milliseconds(1);
+// The longest the reader waits for the decoder before it looks at the plan again.
+constexpr auto kDecoderWait = std::chrono::milliseconds(10);
 
 } // namespace
 
@@ -46,7 +48,7 @@ void TeskAudioFileReader::start() {
         std::lock_guard lock(mPlanMutex);
         mStopping = false;
     }
-    replan(mCurrentFrame.load());
+    replan(currentFrame());
     mThread = std::thread([this] { run(); });
 }
 
@@ -66,7 +68,7 @@ bool TeskAudioFileReader::running() const {
 }
 
 std::int64_t TeskAudioFileReader::currentFrame() const {
-    return mCurrentFrame.load(std::memory_order_relaxed);
+    return unpackFrame(mPositionWord.load(std::memory_order_relaxed));
 }
 
 void TeskAudioFileReader::setCurrentFrame(std::int64_t frame) {
@@ -127,7 +129,7 @@ void TeskAudioFileReader::replan(std::int64_t position) {
         mPlan.range = loopRange();
         mPlanChanged = true;
         // The position first: whoever sees the new generation also sees where it starts.
-        mCurrentFrame.store(position, std::memory_order_relaxed);
+        mPositionWord.store(packPosition(position, mPlan.generation), std::memory_order_relaxed);
         mGeneration.store(mPlan.generation, std::memory_order_release);
     }
     mEndOfStream.store(false, std::memory_order_release);
@@ -137,8 +139,15 @@ void TeskAudioFileReader::replan(std::int64_t position) {
 void TeskAudioFileReader::run() {
     Plan plan;
     bool idle = true; // nothing to read until the first plan arrives
+    bool awaitingDecoder = false;
     const auto blockCount = std::uint64_t(mBlocks.size());
     for (;;) {
+        if (awaitingDecoder) {
+            // Woken by the decoder as soon as it gets there; the bound keeps seeks answered.
+            mFrames->waitForDecodedFrames(std::max<std::int64_t>(plan.position, 0) + kBlockFrames,
+                                          kDecoderWait);
+            awaitingDecoder = false;
+        }
         {
             std::unique_lock lock(mPlanMutex);
             if (idle ||
@@ -158,8 +167,10 @@ void TeskAudioFileReader::run() {
             if (written - mReadCount.load(std::memory_order_acquire) >= blockCount)
                 break;
             Block& block = mBlocks[written % blockCount];
-            if (!fillBlock(plan, block))
-                break; // waiting for the decoder
+            if (!fillBlock(plan, block)) {
+                awaitingDecoder = true;
+                break;
+            }
             mWriteCount.store(written + 1, std::memory_order_release);
             if (block.endOfStream)
                 idle = true;
@@ -348,9 +359,29 @@ void TeskAudioFileReader::copyInto(const AudioBufferList& buffers, std::uint32_t
                 break;
         }
     }
-    // A seek made meanwhile has already moved the position: leave it.
-    if (moved && mGeneration.load(std::memory_order_acquire) == generation)
-        mCurrentFrame.store(position, std::memory_order_relaxed);
+    // A seek made meanwhile has already moved the position: leave it. The check and the store
+    // are one step, so a seek between them makes the store fail instead of being overwritten.
+    if (!moved)
+        return;
+    std::uint64_t seen = mPositionWord.load(std::memory_order_relaxed);
+    const std::uint64_t ours = packPosition(position, generation);
+    while (unpackGenerationTag(seen) == unpackGenerationTag(ours) &&
+           !mPositionWord.compare_exchange_weak(seen, ours, std::memory_order_relaxed)) {
+    }
+}
+
+std::uint64_t TeskAudioFileReader::packPosition(std::int64_t frame, std::uint64_t generation) {
+    constexpr std::uint64_t tagMask = (std::uint64_t(1) << kGenerationTagBits) - 1;
+    return (std::uint64_t(frame) << kGenerationTagBits) | (generation & tagMask);
+}
+
+std::int64_t TeskAudioFileReader::unpackFrame(std::uint64_t packed) {
+    // An arithmetic shift keeps the sign of a frame before the start.
+    return std::int64_t(packed) >> kGenerationTagBits;
+}
+
+std::uint64_t TeskAudioFileReader::unpackGenerationTag(std::uint64_t packed) {
+    return packed & ((std::uint64_t(1) << kGenerationTagBits) - 1);
 }
 
 } // namespace tesk

@@ -36,13 +36,14 @@ struct SourceRuns {
     SourceRun runs[kMaxRuns];
 };
 
-/// Reads a song's decoded frames on its own thread, ahead of the audio thread, into a ring
-/// that the audio thread copies from without waiting. Plays forwards or backwards, wraps
-/// frame-exactly inside a loop range (crossfading a few milliseconds before the seam so that
-/// it does not click), and seeks while running.
+/// Reads a song's decoded frames on its own thread (the reader thread), ahead of the rendering
+/// thread, into a ring that the rendering thread copies from without waiting. Plays forwards or
+/// backwards, wraps frame-exactly inside a loop range (crossfading a few milliseconds before the
+/// seam so that it does not click), and seeks while running.
 ///
 /// The controls (start, stop, position, direction, looping) are for the main thread; the
-/// copy and the end-of-stream flag are for the one thread that renders (the audio thread).
+/// copy and the end-of-stream flag are for the one thread that renders (the rendering thread,
+/// or the export thread during an export).
 class TeskAudioFileReader {
 public:
     static constexpr std::uint32_t kBlockFrames = 512;
@@ -79,14 +80,14 @@ public:
     /// Copies up to `frameCount` frames into the first two buffers of `buffers` (from
     /// `offset` on), reports how many it wrote and, if asked, where they came from. Writes
     /// fewer when the ring runs dry or the stream ended.
-    /// Audio thread: never blocks, allocates or throws.
+    /// Rendering thread: never blocks, allocates or throws.
     void copyInto(const AudioBufferList& buffers, std::uint32_t frameCount,
                   std::uint32_t& framesWritten, SourceRuns* runs = nullptr,
                   std::uint32_t offset = 0) noexcept;
 
     /// Whether the ring holds frames read from the current position on. Drops what was read
     /// before the last seek, making room for the reader thread.
-    /// Audio thread (the one that copies).
+    /// Rendering thread (the one that copies).
     bool hasFramesReady() noexcept;
 
     /// True once the renderer has been handed the last frame of the stream (never while
@@ -145,7 +146,13 @@ private:
 
     // Shared with the renderer.
     std::atomic<std::uint64_t> mGeneration{0};
-    std::atomic<std::int64_t> mCurrentFrame{0};
+    // The position and the low bits of the seek generation it belongs to, in one word, so that
+    // the renderer's store of where it got to can never land over a newer seek's position.
+    static constexpr int kGenerationTagBits = 24;
+    static std::uint64_t packPosition(std::int64_t frame, std::uint64_t generation);
+    static std::int64_t unpackFrame(std::uint64_t packed);
+    static std::uint64_t unpackGenerationTag(std::uint64_t packed);
+    std::atomic<std::uint64_t> mPositionWord{0};
     std::atomic<bool> mEndOfStream{false};
     std::atomic<bool> mReverse{false};
     std::atomic<bool> mLooping{false};

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "audio/EngineConstants.h"
 #include "audio/SongMetadata.h"
 #include "diagnostics/TeskError.h"
 
@@ -71,11 +72,11 @@ enum class AudioExportErrorCode : qint64 {
 /// regular file: a device given as the path is left alone) and every later write() or finish()
 /// returns false.
 ///
-/// create(), write() and finish() are for the export thread (any thread but the audio thread,
-/// one at a time); cancel() and framesWritten() for any thread.
+/// create(), write() and finish() are for the export thread (any thread but the device callback and
+/// the rendering thread, one at a time); cancel() and framesWritten() for any thread.
 class TeskAudioFileWriter {
 public:
-    static constexpr int kSampleRate = 44100;
+    static constexpr int kSampleRate = engine::kSampleRate;
     static constexpr int kChannelCount = 2;
     /// The most frames one queue slot holds; longer writes fill several slots.
     static constexpr std::uint32_t kSliceFrames = 4096;

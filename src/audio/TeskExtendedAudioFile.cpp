@@ -58,6 +58,12 @@ void TeskExtendedAudioFile::decode(std::unique_ptr<SongDecoder> decoder) {
         mDecodingFinished.store(true, std::memory_order_release);
     }
     mFinishedCondition.notify_all();
+    mCache->wakeWaiters();
+}
+
+bool TeskExtendedAudioFile::waitForDecodedFrames(qint64 end,
+                                                 std::chrono::milliseconds timeout) const {
+    return mCache->waitForFrames(end, timeout);
 }
 
 qint64 TeskExtendedAudioFile::frameCount() const {

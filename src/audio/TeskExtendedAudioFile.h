@@ -26,7 +26,7 @@ public:
     /// Opens `path` and starts decoding it in the background; returns once the file is
     /// recognised and its first sound decoded. On failure returns null and sets `*error` (when
     /// given) to a description that names the file and says why.
-    /// Any thread but the audio thread.
+    /// Any thread but the device callback and the rendering thread.
     static std::unique_ptr<TeskExtendedAudioFile> openForPlayback(const QString& path,
                                                                   std::optional<TeskError>* error);
 
@@ -52,6 +52,9 @@ public:
     bool isDecodingFinished() const override {
         return mDecodingFinished.load(std::memory_order_acquire);
     }
+    /// Waits on the decoder's "frames decoded" signal. Any thread but the device callback and the
+    /// rendering thread.
+    bool waitForDecodedFrames(qint64 end, std::chrono::milliseconds timeout) const override;
     /// Blocks until decoding has ended. For tests and export; never on the main or audio
     /// thread.
     void waitUntilDecoded() const;
@@ -64,7 +67,7 @@ public:
 
     /// Copies up to `count` decoded frames from `start` into `left` and `right`; returns how
     /// many: fewer at the decoded frontier, 0 beyond it or for a negative `start`.
-    /// Any thread but the audio thread (it reads a file). Thread-safe.
+    /// Any thread but the device callback and the rendering thread (it reads a file). Thread-safe.
     qint64 readFrames(qint64 start, qint64 count, float* left, float* right) const override;
 
     /// What the file says about itself, with `frameCount` as above. Any thread.

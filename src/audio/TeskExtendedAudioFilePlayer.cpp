@@ -1,4 +1,5 @@
 #include "audio/TeskExtendedAudioFilePlayer.h"
+#include "audio/EngineConstants.h"
 
 #include "diagnostics/TeskAssert.h"
 
@@ -14,7 +15,7 @@ constexpr int kEndWatchMilliseconds = 20;
 /// How long rendering waits for the reader before it plays silence instead.
 constexpr auto kReaderWait = std::chrono::milliseconds(40);
 /// From this length on, an export renders its two halves at once.
-constexpr std::uint32_t kTwoPartFrames = 20 * 44100;
+constexpr std::uint32_t kTwoPartFrames = 20 * engine::kSampleRate;
 /// An export can wait for the decoder as long as it has to; this only ends a stalled one.
 constexpr auto kExportReaderWait = std::chrono::seconds(30);
 } // namespace

@@ -1,4 +1,5 @@
 #include "audio/TeskOutputAudioUnit.h"
+#include "audio/EngineConstants.h"
 
 #include "audio/ProcessingChainPool.h"
 #include "audio/TeskAudioFileWriter.h"
@@ -39,7 +40,8 @@ public:
                 if (mFrames.isDecodingFinished() &&
                     mFrames.decodedFrameCount() <= mPosition + copied)
                     break;
-                std::this_thread::sleep_for(std::chrono::milliseconds(2));
+                // The export thread waits for the decoder to reach the frames it needs.
+                mFrames.waitForDecodedFrames(mPosition + wanted, std::chrono::milliseconds(50));
             }
         }
         runs.count = 1;
@@ -305,7 +307,7 @@ TeskOutputAudioUnit::writeSamplesInTwoParts(const DecodedFrames& frames, qint64 
         (total + kExportSliceFrames - 1) / kExportSliceFrames * kExportSliceFrames;
     constexpr std::int64_t kCrossfade = 4096;
     const std::int64_t half = sourceFrameCount / 2;
-    const std::int64_t preroll = 44100 + 44100 / 2;
+    const std::int64_t preroll = engine::kExportPrerollFrames;
     std::int64_t secondStart = std::max<std::int64_t>(0, half - preroll);
     double bestMisfit = 1.0;
     for (std::int64_t candidate = secondStart;

@@ -124,8 +124,8 @@ public:
     /// with `metadata`. The file holds round(frames / rate) frames rounded up to whole slices;
     /// progress goes to the delegate on the main thread at most every 22050 frames. A cancelled
     /// export leaves what it wrote. Playback must not run meanwhile.
-    /// Export thread (any but the main and audio threads). Throws NSXError when the file
-    /// cannot be written.
+    /// Export thread (neither the main thread nor the rendering thread). Throws NSXError when the
+    /// file cannot be written.
     ExportOutcome writeSamples(qint64 sourceFrameCount, const QString& path,
                                const SongMetadata& metadata = {});
     /// As `writeSamples`, for `sourceFrameCount` frames of `frames` from `location`, played

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "audio/EngineConstants.h"
 #include <QString>
 #include <cstdint>
 #include <memory>
@@ -11,7 +12,7 @@ class AudioRenderer {
 public:
     virtual ~AudioRenderer() = default;
     /// Fills `frameCount` frames (at most TeskSoundDevice::kMaxBufferFrames) of both channels.
-    /// Audio thread: never allocates, locks, waits, logs or throws.
+    /// Device callback: never allocates, locks, waits, logs or throws.
     virtual void renderAudio(float* left, float* right, std::uint32_t frameCount) noexcept = 0;
 };
 
@@ -22,7 +23,7 @@ class TeskSoundDevice {
 public:
     static constexpr std::uint32_t kMaxBufferFrames = 1024;
     static constexpr std::uint32_t kDefaultBufferFrames = 512;
-    static constexpr int kSampleRate = 44100;
+    static constexpr int kSampleRate = engine::kSampleRate;
 
     virtual ~TeskSoundDevice() = default;
 

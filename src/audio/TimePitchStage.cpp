@@ -12,7 +12,7 @@ namespace {
 using RubberBand::RubberBandStretcher;
 
 RubberBandStretcher::Options optionsFor(TimePitchQuality quality) {
-    // Real time; one thread, since the stage already runs on the audio thread; a pitch method
+    // Real time; one thread, since the stage already runs on the rendering thread; a pitch method
     // that glides through live changes, including across no shift at all, without a jump.
     const RubberBandStretcher::Options common = RubberBandStretcher::OptionProcessRealTime |
                                                 RubberBandStretcher::OptionThreadingNever |
@@ -30,7 +30,7 @@ RubberBandStretcher::Options optionsFor(TimePitchQuality quality) {
 }
 
 // The library reports problems on standard error unless given somewhere else to put them; the
-// audio thread must not write to a stream, and nothing it could say would be acted on there.
+// rendering thread must not write to a stream, and nothing it could say would be acted on there.
 struct SilentLogger : RubberBandStretcher::Logger {
     void log(const char*) override {}
     void log(const char*, double) override {}
@@ -57,7 +57,7 @@ TimePitchStage::TimePitchStage(double sampleRate, TimePitchQuality quality)
 
 void TimePitchStage::warmUp() {
     // The library sizes some buffers lazily, to the largest the ratios seen so far have needed,
-    // and would grow them inside `process` on the audio thread the first time a user reaches a
+    // and would grow them inside `process` on the rendering thread the first time a user reaches a
     // new extreme. Driving it through the extremes here makes it grow them now.
     std::fill(mInputBuffer.begin(), mInputBuffer.end(), 0.0f);
     const auto step = [&] {

@@ -93,7 +93,7 @@ public:
     /// pulling the source as often as the stretcher needs. A source that delivers fewer frames
     /// than asked is padded with silence.
     ///
-    /// Rendering thread: the audio thread while playing. Never locks, waits or logs. Allocates
+    /// Rendering thread (or the export thread). Never locks, waits or logs. Allocates
     /// nothing with Standard; with Light, only inside the library when a new rate or pitch changes
     /// its FFT size.
     void render(float* const* output, std::uint32_t frameCount, Source& source);

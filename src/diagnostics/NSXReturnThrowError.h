@@ -24,7 +24,7 @@ enum OSStatus : std::int32_t { noErr = 0 };
 /// Judges `value` by the first character of `typeCode` (an Objective-C style type encoding)
 /// and, on failure, stores an error value with the four reporting keys in `outError`. On
 /// success `outError` is left untouched. An unknown type code is a programming error and fails
-/// an assertion. Any thread but the audio thread.
+/// an assertion. Any thread but the device callback and the rendering thread.
 void NSXMakeErrorImp(const char* typeCode, std::int32_t value, const char* file, int line,
                      const char* function, const char* expression,
                      std::optional<TeskError>* outError);
@@ -131,7 +131,7 @@ void nsxCheckOrLog(T result, const char* expression, const char* file, int line,
 } // namespace tesk
 
 /// Runs a call, raises NSXError if its result counts as failure, and gives the result back.
-/// For set-up code; never on the audio thread.
+/// For set-up code; never on the device callback or the rendering thread.
 #define NSXThrowError(expression)                                                                  \
     ::tesk::nsxCheckOrThrow((expression), #expression, __FILE__, __LINE__, Q_FUNC_INFO)
 

@@ -21,8 +21,8 @@ using AssertionHandler = void (*)(const AssertionFailure& failure);
 AssertionHandler setAssertionHandler(AssertionHandler handler);
 
 /// Reports a programming error and stops the program (the handler may leave by throwing).
-/// Any thread: it is the one thing the audio thread may do that is not real-time safe,
-/// because it only happens when Tesk is already broken.
+/// Any thread: it is the one thing the device callback or the rendering thread may do that is not
+/// real-time safe, because it only happens when Tesk is already broken.
 [[noreturn]] void handleAssertionFailure(const char* function, const char* file, int line,
                                          const std::string& description);
 

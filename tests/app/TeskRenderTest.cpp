@@ -148,6 +148,7 @@ TEST(TeskRender, RejectsBadUsageWithExitCodeOneAndOneLine) {
         {"--eq", "1,2,3", input, out},
         {"--eq", "loud", input, out},
         {"--eq", "0,0,0,0,0,0,0,0,0,30", input, out},
+        {"--eq", "0,0,0,0,0,0,0,0,0,-40.5", input, out},
         {"--vocal-reduction", "3000-200", input, out},
         {"--pan", "1.5", input, out},
         {"--quality", "best", input, out},

@@ -160,6 +160,7 @@ TEST(ProcessingChain, OutlandishSettingsCannotMakeItDeafeningOrSilenceItWithNaN)
     std::array<float, ProcessingChain::kBandCount> gains{};
     gains.fill(huge);
     gains[3] = nan;
+    gains[5] = -huge;
     chain.setEqualizerGains(gains);
     chain.setRemoveVocals(true);
     chain.setVocalBand(-huge, double(huge));
@@ -172,6 +173,8 @@ TEST(ProcessingChain, OutlandishSettingsCannotMakeItDeafeningOrSilenceItWithNaN)
     EXPECT_EQ(chain.panAmount(), 1.0);
     EXPECT_EQ(chain.equalizerGains()[0], ProcessingChain::kMaximumBandGain);
     EXPECT_EQ(chain.equalizerGains()[3], 0.0f);
+    // The deepest cut is the one the command line accepts too.
+    EXPECT_EQ(chain.equalizerGains()[5], -40.0f);
     const Rendered out = render(chain, kFrames);
     float peak = 0.0f;
     bool finite = true;

@@ -3,6 +3,7 @@
 #include "support/MemorySong.h"
 #include "support/Signals.h"
 
+#include <atomic>
 #include <chrono>
 #include <cmath>
 #include <gtest/gtest.h>
@@ -102,6 +103,43 @@ TEST(TeskAudioFileReader, EndsAtTheEndAndASeekStartsAgain) {
     ASSERT_EQ(again.pull(100), 100u);
     EXPECT_EQ(again.left.front(), 10.0f);
     EXPECT_EQ(again.left.back(), 109.0f);
+}
+
+TEST(TeskAudioFileReader, APositionFromBeforeASeekIsNeverReportedAfterIt) {
+    // Seeks alternate between two far-apart loops while the renderer copies as fast as it
+    // can: once a seek has returned, the position is inside the new loop, whatever the renderer
+    // was storing at that moment and however long this thread is kept from running.
+    auto song = MemorySong::counting(1'200'000);
+    TeskAudioFileReader reader(4, 1024);
+    reader.setAudioFile(song);
+    reader.setLooping(true);
+    reader.start();
+    std::atomic<bool> stop{false};
+    std::thread renderer([&] {
+        std::vector<float> l(64), r(64);
+        AudioBufferList list;
+        list.bufferCount = 2;
+        list.buffers[0] = {1, 64, l.data()};
+        list.buffers[1] = {1, 64, r.data()};
+        while (!stop.load()) {
+            std::uint32_t written = 0;
+            reader.copyInto(list, 64, written, nullptr);
+        }
+    });
+    int stale = 0;
+    for (int i = 0; i < 4000; ++i) {
+        const LoopRange loop{i % 2 == 0 ? 1000u : 1'000'000u, 100'000u};
+        reader.setLoopRange(loop);
+        reader.setCurrentFrame(loop.location + i % 100);
+        const auto until = std::chrono::steady_clock::now() + std::chrono::microseconds(50);
+        while (std::chrono::steady_clock::now() < until) {
+            const std::int64_t position = reader.currentFrame();
+            stale += position < loop.location || position > loop.location + loop.length;
+        }
+    }
+    stop = true;
+    renderer.join();
+    EXPECT_EQ(stale, 0);
 }
 
 TEST(TeskAudioFileReader, LoopsWrapFrameExactlyWithAShortCrossfadeBeforeTheSeam) {

@@ -338,8 +338,14 @@ TEST(TeskExtendedAudioFile, FramesAreReadableWhileDecodingGoesOn) {
         EXPECT_LE(decoded - 1000 + read, file->decodedFrameCount());
         left.resize(std::size_t(read));
         snapshots.emplace_back(decoded - 1000, std::move(left));
-        std::this_thread::sleep_for(std::chrono::milliseconds(2));
+        // Woken by the decoder once it gets there (or when it ends).
+        const bool reached = file->waitForDecodedFrames(decoded + 44100, std::chrono::seconds(5));
+        EXPECT_TRUE(reached || file->isDecodingFinished());
+        EXPECT_TRUE(!reached || file->decodedFrameCount() >= decoded + 44100);
     }
+    EXPECT_TRUE(file->waitForDecodedFrames(kLongSongFrames, std::chrono::seconds(5)));
+    // Past the end the wait answers at once that those frames will never come.
+    EXPECT_FALSE(file->waitForDecodedFrames(kLongSongFrames + 1, std::chrono::hours(1)));
     EXPECT_GT(snapshots.size(), 0u) << "ten minutes decode in more than an instant";
     EXPECT_EQ(file->decodedFrameCount(), kLongSongFrames);
     EXPECT_EQ(file->frameCount(), kLongSongFrames);

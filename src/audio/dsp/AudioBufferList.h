@@ -25,7 +25,7 @@ struct AudioBuffer {
 };
 
 /// The buffers of one slice of audio, borrowed. A fixed array rather than a vector, so that
-/// lists can be made, copied and passed around on the audio thread without allocating.
+/// lists can be made, copied and passed around on the rendering thread without allocating.
 struct AudioBufferList {
     static constexpr std::uint32_t kMaxBuffers = 8;
 

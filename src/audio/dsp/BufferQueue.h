@@ -9,7 +9,7 @@
 namespace tesk {
 
 /// A fixed-capacity ring of samples, carrying audio into and out of block-based processing.
-/// All storage is allocated at creation, so the audio thread can append, read and advance
+/// All storage is allocated at creation, so the rendering thread can append, read and advance
 /// without ever allocating or locking. Misuse (more samples than fit, more than are held) is a
 /// programming error: it fails an assertion and stops Tesk, since silently dropping or
 /// inventing samples would corrupt the audio.
@@ -29,7 +29,7 @@ public:
     BufferQueue& operator=(const BufferQueue&) = delete;
 
     /// Copies `length` samples in after the newest one.
-    /// Audio thread (the owner's thread). Never allocates or locks.
+    /// Rendering thread (or the export thread). Never allocates or locks.
     void append(const T* samples, std::uint64_t length) {
         TESK_ASSERT(length <= mLength);
         if (mUsed + length > mLength)
@@ -43,7 +43,7 @@ public:
 
     /// Copies the `length` oldest samples into `dest` without consuming them, so a block can
     /// be read again by the next, overlapping block.
-    /// Audio thread (the owner's thread). Never allocates or locks.
+    /// Rendering thread (or the export thread). Never allocates or locks.
     void read(T* dest, std::uint64_t length) const {
         TESK_ASSERT(dest);
         TESK_ASSERT(length <= mLength);
@@ -54,7 +54,7 @@ public:
     }
 
     /// Consumes the `length` oldest samples.
-    /// Audio thread (the owner's thread). Never allocates or locks.
+    /// Rendering thread (or the export thread). Never allocates or locks.
     void advance(std::uint64_t length) {
         TESK_ASSERT(length <= mLength);
         TESK_ASSERT(length <= mUsed);

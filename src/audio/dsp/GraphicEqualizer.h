@@ -16,7 +16,7 @@ namespace tesk {
 /// for bit.
 ///
 /// Everything is allocated at construction (there is nothing to allocate). Used on the thread
-/// that renders the output chain: the audio thread during playback, the export thread during an
+/// that renders the output chain: the rendering thread during playback, the export thread during an
 /// export. Not copyable.
 class GraphicEqualizer {
 public:

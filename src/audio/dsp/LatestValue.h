@@ -13,8 +13,9 @@ namespace tesk {
 /// construction and nobody ever waits: a writer that outpaces the reader simply overwrites
 /// values the reader never saw.
 ///
-/// Exactly one writer thread and one reader thread, which may be the same. The audio thread
-/// may be either side: every operation is a few loads, stores and one atomic exchange.
+/// Exactly one writer thread and one reader thread, which may be the same. The rendering thread or
+/// the device callback may be either side: every operation is a few loads, stores and one atomic
+/// exchange.
 template <typename T> class LatestValue {
 public:
     /// Every slot starts as a copy of `prototype`: give it the size the values will have (for

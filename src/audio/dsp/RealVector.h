@@ -2,7 +2,7 @@
 
 // Vector helpers for spectrum analysis. Each helper that needs tables or work space gets them
 // when it is created; after that, nothing here allocates, locks or throws, so all of it may run
-// on the audio thread. Sizes are checked with assertions.
+// on the rendering thread. Sizes are checked with assertions.
 
 #include <kiss_fftr.h>
 

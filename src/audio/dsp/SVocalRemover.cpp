@@ -16,7 +16,7 @@ constexpr double kReferenceHalfRate = 22050.0;
 // Symmetric (over N − 1) and computed in single precision with 2π rounded to a float: these
 // details reach the last bits of the output, and an export should not change between versions.
 // Built on first use rather than at load, so a remover created during static initialisation
-// still finds it; every constructor uses it first, so the audio thread never builds it.
+// still finds it; every constructor uses it first, so the rendering thread never builds it.
 const std::array<float, kBlockLength>& hannWindow() {
     static const std::array<float, kBlockLength> window = [] {
         std::array<float, kBlockLength> values{};

@@ -25,7 +25,7 @@ namespace tesk {
 /// every saved band.
 ///
 /// Everything is allocated at creation; after that the remover never allocates or locks. It is
-/// used on the thread that renders the output chain: the audio thread during playback, the
+/// used on the thread that renders the output chain: the rendering thread during playback, the
 /// export thread during an export. Not copyable.
 class SVocalRemover {
 public:

@@ -1,0 +1,26 @@
+#pragma once
+
+#include <cstdint>
+
+namespace tesk::engine {
+
+/// The rate every song is decoded to and everything renders at: frames are 1/44100 s
+/// everywhere in Tesk.
+constexpr int kSampleRate = 44100;
+constexpr double kSampleRateHz = 44100.0;
+
+/// The loudest linear level the chain plays (about +12 dB). The controls stay well inside it; a
+/// damaged document or script must never make the chain deafening.
+constexpr float kMaximumLinearLevel = 4.0f;
+
+/// The equalizer's deepest cut and highest boost per band, in dB. The editor shows -20 to +20;
+/// a cut of 40 dB already takes a band out of the mix (what is left is the neighbouring bands'
+/// skirts), so deeper values only hide mistakes, and the command line and the chain agree on it.
+constexpr float kMinimumBandGainDb = -40.0f;
+constexpr float kMaximumBandGainDb = 24.0f;
+
+/// The second half of a two-part export starts this many frames early, so that its time-pitch
+/// stage has settled by the join.
+constexpr std::int64_t kExportPrerollFrames = kSampleRate + kSampleRate / 2;
+
+} // namespace tesk::engine
