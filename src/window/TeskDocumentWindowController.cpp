@@ -649,8 +649,11 @@ void TeskDocumentWindowController::save(bool askForName) {
         const QString song = mDocument->audioFileURL().toLocalFile();
         const QString proposed = QFileInfo(song).path() + QLatin1Char('/') +
                                  QFileInfo(song).completeBaseName() + QStringLiteral(".tesk");
-        const QString path = QFileDialog::getSaveFileName(this, tr("Save Practice Document"),
-                                                          proposed, tr("Tesk document (*.tesk)"));
+        const QString path =
+            mServices.askDocumentFile
+                ? mServices.askDocumentFile(this, proposed)
+                : QFileDialog::getSaveFileName(this, tr("Save Practice Document"), proposed,
+                                               tr("Tesk document (*.tesk)"));
         if (path.isEmpty())
             return;
         url = QUrl::fromLocalFile(

@@ -40,6 +40,8 @@ struct WindowServices {
     /// Asks whether to save a changed document before it closes: Save, Discard or Cancel
     /// (QMessageBox's buttons). A window-modal question unless a test replaces it.
     std::function<int(QWidget* window, const QString& documentName)> askSaveChanges;
+    /// Asks where to save a practice document, proposing `proposedPath`; empty when cancelled.
+    std::function<QString(QWidget* window, const QString& proposedPath)> askDocumentFile;
 };
 
 /// One document window: the song's metadata, the transport panel, the waveform and its
