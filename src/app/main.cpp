@@ -5,11 +5,10 @@
 
 #include <QCommandLineParser>
 #include <cstdio>
+#include <cstring>
 
-int main(int argc, char** argv) {
-    tesk::TeskApplication application(argc, argv);
-
-    QCommandLineParser parser;
+namespace {
+void describeOptions(QCommandLineParser& parser) {
     parser.setApplicationDescription(QStringLiteral(
         "Tesk plays a song slower or faster without changing its pitch, or shifted in pitch "
         "without changing its speed, to hear and learn the notes."));
@@ -19,7 +18,33 @@ int main(int argc, char** argv) {
                                  QStringLiteral("Songs (MP3, M4A, AAC, AIFF, WAV) or practice "
                                                 "documents (.tesk) to open."),
                                  QStringLiteral("[FILE...]"));
-    parser.process(application); // --help and --version print and exit 0
+}
+
+/// Help and version need no display, so they are answered before the window system starts.
+bool asksOnlyForInformation(int argc, char** argv) {
+    for (int i = 1; i < argc; ++i) {
+        for (const char* option : {"-h", "--help", "--help-all", "-v", "--version"})
+            if (std::strcmp(argv[i], option) == 0)
+                return true;
+    }
+    return false;
+}
+} // namespace
+
+int main(int argc, char** argv) {
+    if (asksOnlyForInformation(argc, argv)) {
+        QCoreApplication core(argc, argv);
+        tesk::TeskApplication::configureIdentity();
+        QCommandLineParser parser;
+        describeOptions(parser);
+        parser.process(core); // prints and exits 0
+        return 0;
+    }
+
+    tesk::TeskApplication application(argc, argv);
+    QCommandLineParser parser;
+    describeOptions(parser);
+    parser.process(application);
     const QStringList files = parser.positionalArguments();
 
     tesk::SingleInstance instance;
