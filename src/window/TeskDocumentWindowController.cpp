@@ -1,5 +1,7 @@
 #include "window/TeskDocumentWindowController.h"
 
+#include "audio/TeskExtendedAudioFilePlayer.h"
+#include "audio/TeskOutputAudioUnit.h"
 #include "document/TeskDocumentController.h"
 #include "widgets/NamedImage.h"
 #include "window/SongViews.h"
@@ -512,6 +514,7 @@ void TeskDocumentWindowController::documentDidBeginPlayingAudio(TeskDocument*) {
     mWaveformTimer.start();
     if (mViews)
         mViews->playingChanged(true, mDocument->isLooping());
+    showSoundNotice();
     updateButtonImages();
     validateMenuItems();
 }
@@ -523,6 +526,17 @@ void TeskDocumentWindowController::documentDidStopPlayingAudio(TeskDocument*) {
     mWaveformTimer.stop();
     updateButtonImages();
     validateMenuItems();
+}
+
+void TeskDocumentWindowController::showSoundNotice() {
+    const TeskOutputAudioUnit* output =
+        mDocument->player() ? mDocument->player()->outputAudioUnit() : nullptr;
+    if (!output || output->hasSoundOutput() || !mNoticeLabel || mDocument->songError())
+        return;
+    // Not a dialog: the musician can still watch the song play, only without sound.
+    mNoticeLabel->setText(tr("<b>No sound.</b> %1 Tesk plays on silently.")
+                              .arg(output->noSoundReason().toHtmlEscaped()));
+    mNoticeLabel->setVisible(true);
 }
 
 void TeskDocumentWindowController::updateHUD() {

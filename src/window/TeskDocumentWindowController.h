@@ -104,6 +104,7 @@ private:
     void bindViews();
     void unbindViews();
     void updateButtonImages();
+    void showSoundNotice();
     void updateHUD();
     void updateWaveform();
     void handlePlayPauseButton();
