@@ -169,6 +169,9 @@ std::optional<TeskDocumentContents> newDocumentContents(const RenderOptions& opt
     contents.playbackVolume = options.level;
     contents.playbackSpeed = options.speed;
     contents.pitchAdjustment = options.pitchSemitones;
+    // Written without a window: Tesk places the window itself when it opens the document.
+    contents.documentWindowFrame = QRectF();
+    contents.effectsVisible = false;
     return contents;
 }
 

@@ -1,32 +1,26 @@
 #include "app/TeskApplication.h"
 
-#include "audio/ProcessingChainPool.h"
+#include "app/ApplicationIdentity.h"
 
-#include <QMainWindow>
+#include <QIcon>
 
 namespace tesk {
 
 TeskApplication::TeskApplication(int& argc, char** argv)
     : QApplication(argc, argv) {
     configureIdentity();
-    // The first song should not wait for its processing chain to be built.
-    ProcessingChainPool::prepare();
-    mMainWindow = createEmptyWindow();
+    setWindowIcon(QIcon::fromTheme(ApplicationIdentity::id,
+                                   QIcon(QStringLiteral(":/images/org.teskapp.Tesk.svg"))));
+    // Closing the last window leaves the empty one, or quits from the menu.
+    setQuitOnLastWindowClosed(true);
 }
-
-TeskApplication::~TeskApplication() = default;
 
 void TeskApplication::configureIdentity() {
     QCoreApplication::setOrganizationName(QStringLiteral("Tesk"));
     QCoreApplication::setApplicationName(QStringLiteral("Tesk"));
+    QCoreApplication::setApplicationVersion(QStringLiteral(TESK_VERSION));
     QGuiApplication::setApplicationDisplayName(QStringLiteral("Tesk"));
-}
-
-std::unique_ptr<QMainWindow> createEmptyWindow() {
-    auto window = std::make_unique<QMainWindow>();
-    window->setWindowTitle(QStringLiteral("Tesk"));
-    window->resize(900, 560);
-    return window;
+    QGuiApplication::setDesktopFileName(ApplicationIdentity::id);
 }
 
 } // namespace tesk

@@ -1,31 +1,19 @@
 #pragma once
 
 #include <QApplication>
-#include <memory>
-
-class QMainWindow;
 
 namespace tesk {
 
-/// The running Tesk: names the application for its settings and opens the first window.
+/// The running Tesk's Qt application: its names, version, icon and desktop identity.
 /// Main thread only.
 class TeskApplication : public QApplication {
     Q_OBJECT
 public:
     TeskApplication(int& argc, char** argv);
-    ~TeskApplication() override;
 
-    /// The window shown at start: empty for now, titled "Tesk".
-    QMainWindow* mainWindow() const { return mMainWindow.get(); }
-
-    /// Sets the organization and application names under which settings are kept.
+    /// Sets the organization, application and desktop names under which settings are kept and
+    /// the desktop finds Tesk's entry and icon, and the version.
     static void configureIdentity();
-
-private:
-    std::unique_ptr<QMainWindow> mMainWindow;
 };
-
-/// A new, empty Tesk window.
-std::unique_ptr<QMainWindow> createEmptyWindow();
 
 } // namespace tesk

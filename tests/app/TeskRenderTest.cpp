@@ -353,6 +353,9 @@ TEST(TeskRender, SavesAPracticeDocumentWithTheSettingsLoopAndMarkersGiven) {
     EXPECT_EQ(document->genericMarkers, (QList<quint32>{44100}));
     EXPECT_EQ(document->verseMarkers, (QList<quint32>{88200}));
     EXPECT_EQ(document->bridgeMarkers, (QList<quint32>{66150}));
+    // Every key is written, those of the window too.
+    EXPECT_EQ(document->documentWindowFrame, QRectF());
+    EXPECT_EQ(document->effectsVisible, false);
     ASSERT_TRUE(document->audioFileAlias);
     const auto song = TeskFileReference::fromBytes(*document->audioFileAlias);
     ASSERT_TRUE(song);

@@ -126,6 +126,7 @@ manPageNamesEveryOption() { # PROGRAM: its man page against its installed --help
     done
 }
 manPageNamesEveryOption tesk-render
+manPageNamesEveryOption tesk
 for status in 0 1 2 3 130; do
     grep -qE "Exit codes:.* $status " <<<"$(tr '\n' ' ' <"$work/help.txt")" ||
         fail "tesk-render --help gives no exit code $status"

@@ -1,0 +1,109 @@
+#include "app/TeskAppController.h"
+
+#include "app/FeedbackMessage.h"
+#include "document/TeskDocumentController.h"
+#include "window/TeskWindowLayer.h"
+
+#include <QApplication>
+#include <QDesktopServices>
+#include <QFileDialog>
+#include <QMessageBox>
+#include <QSettings>
+#include <QWidget>
+
+namespace tesk {
+
+namespace {
+void askExportFile(QWidget* window, const QString& proposedName,
+                   std::function<void(const QString&, int)> chosen) {
+    auto* dialog = new QFileDialog(window, QObject::tr("Export"));
+    dialog->setAcceptMode(QFileDialog::AcceptSave);
+    const QStringList formats{QObject::tr("MPEG-4 audio (*.m4a)"), QObject::tr("AIFF (*.aif)")};
+    dialog->setNameFilters(formats);
+    dialog->selectFile(proposedName + QStringLiteral(".m4a"));
+    dialog->setWindowModality(Qt::WindowModal);
+    dialog->setAttribute(Qt::WA_DeleteOnClose);
+    QObject::connect(
+        dialog, &QFileDialog::filterSelected, dialog, [dialog, formats](const QString& f) {
+            // The proposed name follows the format chosen.
+            const QString extension =
+                formats.indexOf(f) == 1 ? QStringLiteral(".aif") : QStringLiteral(".m4a");
+            const QStringList files = dialog->selectedFiles();
+            if (!files.isEmpty())
+                dialog->selectFile(QFileInfo(files.first()).completeBaseName() + extension);
+        });
+    QObject::connect(dialog, &QFileDialog::fileSelected, dialog,
+                     [dialog, formats, chosen](const QString& path) {
+                         chosen(path, int(formats.indexOf(dialog->selectedNameFilter())));
+                     });
+    dialog->open();
+}
+} // namespace
+
+TeskAppController::TeskAppController() {
+    WindowServices services;
+    services.sendFeedback = [this] { sendFeedback(); };
+    services.showAbout = [this] { showAbout(); };
+    services.quit = [this] { quit(); };
+    services.askExportFile = askExportFile;
+    mWindows = std::make_unique<TeskWindowLayer>(services);
+    mDocuments = std::make_unique<TeskDocumentController>(mWindows.get());
+    mWindows->services().documents = mDocuments.get();
+    connect(mDocuments.get(), &TeskDocumentController::TeskFileDraggedNotification, this,
+            [this](const QUrl& url) { mDocuments->handleDraggedFile(url); });
+}
+
+TeskAppController::~TeskAppController() {
+    // The windows go before the documents they show.
+    mWindows.reset();
+    mDocuments.reset();
+}
+
+int TeskAppController::countLaunch() {
+    QSettings settings;
+    const int count = settings.value(RunCountKey, 0).toInt() + 1;
+    settings.setValue(RunCountKey, count);
+    return count;
+}
+
+void TeskAppController::openFiles(const QStringList& paths) {
+    if (!paths.isEmpty())
+        mDocuments->openFiles(paths);
+    if (mDocuments->documents().isEmpty())
+        mDocuments->newDocument();
+    if (QWidget* front = QApplication::activeWindow()) {
+        front->raise();
+        front->activateWindow();
+    } else if (!mDocuments->documents().isEmpty()) {
+        if (auto* window = mWindows->windowFor(mDocuments->documents().last()))
+            window->showWindow();
+    }
+}
+
+void TeskAppController::acceptHandOvers(SingleInstance& instance) {
+    connect(&instance, &SingleInstance::filesReceived, this,
+            [this](const QStringList& paths) { openFiles(paths); });
+}
+
+void TeskAppController::sendFeedback() {
+    QDesktopServices::openUrl(FeedbackMessage::mailtoURL(FeedbackMessage::versionText(),
+                                                         FeedbackMessage::systemVersion()));
+}
+
+void TeskAppController::showAbout() {
+    QMessageBox::about(
+        QApplication::activeWindow(), tr("About Tesk"),
+        tr("<h3>Tesk %1</h3><p>Slow down a song without changing its pitch, or change its pitch "
+           "without changing its speed, to hear and learn the notes.</p>"
+           "<p>Tesk is free software under the GNU General Public License, version 2 or later. It "
+           "is built with Qt (LGPL 3), FFmpeg (LGPL 2.1 or later), Rubber Band (GPL 2 or later), "
+           "SDL 2 (zlib licence) and KISS FFT (BSD 3-clause).</p>")
+            .arg(FeedbackMessage::versionText()));
+}
+
+void TeskAppController::quit() {
+    if (mWindows->closeAll())
+        QApplication::quit();
+}
+
+} // namespace tesk

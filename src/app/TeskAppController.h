@@ -1,0 +1,47 @@
+#pragma once
+
+#include "app/SingleInstance.h"
+
+#include <QObject>
+#include <memory>
+
+namespace tesk {
+
+class TeskDocumentController;
+class TeskWindowLayer;
+
+/// The running application: counts launches, keeps the documents and their windows, opens the
+/// files it is given (on the command line or by a later start of Tesk), and answers the Help
+/// menu. Main thread.
+class TeskAppController : public QObject {
+    Q_OBJECT
+public:
+    static inline const QString RunCountKey = QStringLiteral("TeskRunCount");
+
+    TeskAppController();
+    ~TeskAppController() override;
+
+    /// Adds one to "TeskRunCount" and gives the new count.
+    static int countLaunch();
+
+    /// Opens the files as documents, or the empty window when there are none, and brings the
+    /// front window forward.
+    void openFiles(const QStringList& paths);
+    /// Listens for the files of later starts of Tesk.
+    void acceptHandOvers(SingleInstance& instance);
+
+    /// Opens a new feedback e-mail in the user's mail program.
+    void sendFeedback();
+    void showAbout();
+    /// Closes every window, asking about changed documents; quits unless the user cancels.
+    void quit();
+
+    TeskDocumentController* documentController() const { return mDocuments.get(); }
+    TeskWindowLayer* windowLayer() const { return mWindows.get(); }
+
+private:
+    std::unique_ptr<TeskWindowLayer> mWindows;
+    std::unique_ptr<TeskDocumentController> mDocuments;
+};
+
+} // namespace tesk

@@ -1,0 +1,787 @@
+#include "window/TeskDocumentWindowController.h"
+
+#include "audio/TeskExtendedAudioFilePlayer.h"
+#include "audio/TeskOutputAudioUnit.h"
+#include "document/TeskDocumentController.h"
+#include "widgets/NamedImage.h"
+#include "window/SongViews.h"
+#include "window/TeskDropView.h"
+#include "window/TeskMetadataView.h"
+
+#include <QAction>
+#include <QApplication>
+#include <QCloseEvent>
+#include <QComboBox>
+#include <QFile>
+#include <QFileDialog>
+#include <QFileInfo>
+#include <QHBoxLayout>
+#include <QKeyEvent>
+#include <QLabel>
+#include <QLineEdit>
+#include <QMenuBar>
+#include <QMessageBox>
+#include <QProgressDialog>
+#include <QPushButton>
+#include <QScreen>
+#include <QSettings>
+#include <QSlider>
+#include <QSplitter>
+#include <QToolButton>
+#include <QVBoxLayout>
+#include <cmath>
+
+namespace tesk {
+
+namespace {
+constexpr int kBottomBarHeight = 69;
+constexpr int kSliderSteps = 1000;
+const QString kUntitledFrameKey = QStringLiteral("untitledDocumentWindowFrame");
+
+QIcon buttonIcon(const QString& normal, const QString& pressed, qreal ratio) {
+    QIcon icon;
+    const QSizeF size(32, 32);
+    icon.addPixmap(NamedImage::named(normal).pixmap(size, ratio), QIcon::Normal, QIcon::Off);
+    if (!pressed.isEmpty())
+        icon.addPixmap(NamedImage::named(pressed).pixmap(size, ratio), QIcon::Active, QIcon::On);
+    return icon;
+}
+
+QToolButton* roundButton(const QString& tip, QWidget* parent) {
+    auto* button = new QToolButton(parent);
+    button->setAutoRaise(true);
+    button->setIconSize(QSize(32, 32));
+    button->setToolTip(tip);
+    button->setAccessibleName(tip);
+    button->setFocusPolicy(Qt::NoFocus);
+    return button;
+}
+
+QSlider* barSlider(const QString& name, QWidget* parent) {
+    auto* slider = new QSlider(Qt::Horizontal, parent);
+    slider->setRange(0, kSliderSteps);
+    slider->setFixedWidth(120);
+    slider->setFocusPolicy(Qt::NoFocus);
+    slider->setAccessibleName(name);
+    return slider;
+}
+} // namespace
+
+TeskDocumentWindowController::TeskDocumentWindowController(TeskDocument* document,
+                                                           WindowServices services)
+    : mDocument(document)
+    , mServices(std::move(services)) {
+    setAttribute(Qt::WA_DeleteOnClose, false);
+    mHUDTimer.setInterval(1000 / 15);
+    mHUDTimer.setTimerType(Qt::PreciseTimer);
+    connect(&mHUDTimer, &QTimer::timeout, this, &TeskDocumentWindowController::updateHUD);
+    // The play head follows the screen's rate; the position is extrapolated for each frame.
+    mWaveformTimer.setTimerType(Qt::PreciseTimer);
+    mWaveformTimer.setInterval(16);
+    connect(&mWaveformTimer, &QTimer::timeout, this, &TeskDocumentWindowController::updateWaveform);
+
+    buildMenus();
+    if (mDocument->audioFileURL().isEmpty() && !mDocument->songError())
+        buildUntitledContent();
+    else
+        buildPopulatedContent();
+    mDocument->setPlaybackDelegate(this);
+    mDocument->setMetadataDelegate(this);
+    placeWindow();
+    synchronizeWindowTitleWithDocumentName();
+    updateButtonImages();
+    validateMenuItems();
+    qApp->installEventFilter(this);
+    connect(mDocument, &TeskDocument::songMetadataChanged, this, [this] {
+        documentDidImportMetadata(mDocument);
+        synchronizeWindowTitleWithDocumentName();
+    });
+    if (mDocument->songError())
+        QTimer::singleShot(0, this, &TeskDocumentWindowController::showSongProblem);
+}
+
+TeskDocumentWindowController::~TeskDocumentWindowController() {
+    qApp->removeEventFilter(this);
+    if (!mClosed)
+        closeWithoutAsking();
+}
+
+// --- Building -------------------------------------------------------------------------------
+
+void TeskDocumentWindowController::buildUntitledContent() {
+    TeskDropAcceptor acceptor;
+    acceptor.canOpen = [](const QUrl& url) { return TeskDocumentController::canOpenFile(url); };
+    acceptor.open = [documents = mServices.documents](const QMimeData& data) {
+        if (documents)
+            documents->newDocumentFromiTunes(data);
+    };
+    auto* dropView = new TeskDropView(acceptor, this);
+    setCentralWidget(dropView);
+    setFixedSize(dropView->sizeHint());
+}
+
+void TeskDocumentWindowController::buildPopulatedContent() {
+    TeskDropAcceptor acceptor;
+    acceptor.canOpen = [](const QUrl& url) { return TeskDocumentController::canOpenFile(url); };
+    acceptor.open = [documents = mServices.documents](const QMimeData& data) {
+        if (documents)
+            documents->newDocumentFromiTunes(data);
+    };
+    auto* content = new TeskDraggableContentView(acceptor, this);
+    auto* column = new QVBoxLayout(content);
+    column->setContentsMargins(0, 0, 0, 0);
+    column->setSpacing(0);
+
+    mNoticeLabel = new QLabel(content);
+    mNoticeLabel->setWordWrap(true);
+    mNoticeLabel->setVisible(false);
+    mNoticeLabel->setContentsMargins(12, 6, 12, 6);
+    mNoticeLabel->setStyleSheet(QStringLiteral("background: #fff4d6; color: #4a3b00;"));
+    column->addWidget(mNoticeLabel);
+
+    mSplitView = new QSplitter(Qt::Vertical, content);
+    mSplitView->setChildrenCollapsible(true);
+    auto* songArea = new QWidget(mSplitView);
+    auto* songColumn = new QVBoxLayout(songArea);
+    songColumn->setContentsMargins(0, 0, 0, 0);
+    songColumn->setSpacing(0);
+
+    auto* topRow = new QHBoxLayout;
+    topRow->setContentsMargins(0, 0, 8, 0);
+    mMetadataView = new TeskMetadataView(songArea);
+    topRow->addWidget(mMetadataView, 1);
+    mViews = new SongViews(mDocument, songArea);
+    topRow->addWidget(mViews->transportPanel(), 0, Qt::AlignVCenter);
+    songColumn->addLayout(topRow);
+    songColumn->addWidget(mViews->waveformArea(), 1);
+
+    // The bottom bar: transport buttons, zoom and volume, the effects toggle.
+    auto* bar = new QWidget(songArea);
+    bar->setFixedHeight(kBottomBarHeight);
+    auto* barRow = new QHBoxLayout(bar);
+    barRow->setContentsMargins(12, 0, 12, 0);
+    mRewindButton = roundButton(tr("Rewind"), bar);
+    mPlayPauseButton = roundButton(tr("Play"), bar);
+    mFastForwardButton = roundButton(tr("Fast Forward"), bar);
+    mMarkButton = roundButton(tr("Drop Generic Marker"), bar);
+    for (QToolButton* button : {mRewindButton, mPlayPauseButton, mFastForwardButton, mMarkButton})
+        barRow->addWidget(button);
+    connect(mRewindButton, &QToolButton::clicked, this, [this] { perform(WindowCommand::Rewind); });
+    connect(mPlayPauseButton, &QToolButton::clicked, this, [this] { handlePlayPauseButton(); });
+    connect(mFastForwardButton, &QToolButton::clicked, this,
+            [this] { perform(WindowCommand::FastForward); });
+    connect(mMarkButton, &QToolButton::clicked, this,
+            [this] { perform(WindowCommand::DropGenericMarker); });
+    barRow->addStretch(1);
+    barRow->addWidget(new QLabel(tr("Zoom"), bar));
+    mZoomSlider = barSlider(tr("Zoom"), bar);
+    barRow->addWidget(mZoomSlider);
+    barRow->addSpacing(18);
+    barRow->addWidget(new QLabel(tr("Volume"), bar));
+    mVolumeSlider = barSlider(tr("Volume"), bar);
+    barRow->addWidget(mVolumeSlider);
+    barRow->addStretch(1);
+    mEffectsToggleButton = new QToolButton(bar);
+    mEffectsToggleButton->setText(tr("Effects"));
+    mEffectsToggleButton->setCheckable(true);
+    mEffectsToggleButton->setFocusPolicy(Qt::NoFocus);
+    barRow->addWidget(mEffectsToggleButton);
+    songColumn->addWidget(bar);
+
+    mEffectsParentView = mViews->effectsPanel();
+    mEffectsParentView->setParent(mSplitView);
+    mSplitView->addWidget(songArea);
+    mSplitView->addWidget(mEffectsParentView);
+    mSplitView->setCollapsible(0, false);
+    column->addWidget(mSplitView, 1);
+    setCentralWidget(content);
+    bindViews();
+}
+
+void TeskDocumentWindowController::bindViews() {
+    // Sliders and the effects toggle follow the document and write back to it.
+    const auto showZoom = [this] {
+        const QSignalBlocker blocker(mZoomSlider);
+        mZoomSlider->setValue(int(std::lround(mDocument->zoomLevel() * kSliderSteps)));
+        validateMenuItems();
+    };
+    const auto showVolume = [this] {
+        const QSignalBlocker blocker(mVolumeSlider);
+        mVolumeSlider->setValue(int(std::lround(mDocument->playbackVolume() * kSliderSteps)));
+    };
+    const auto showEffects = [this] {
+        const bool visible = mDocument->effectsVisible();
+        mEffectsToggleButton->setChecked(visible);
+        mEffectsToggleButton->setToolTip(visible ? tr("Hide Effects") : tr("Show Effects"));
+        mShowEffectsAction->setText(visible ? tr("Hide Effects") : tr("Show Effects"));
+        mEffectsParentView->setVisible(visible);
+        // The window's height follows the content: taller with the effects panel.
+        if (isVisible())
+            QTimer::singleShot(0, this, [this] { resize(width(), sizeHint().height()); });
+    };
+    connect(mDocument, &TeskDocument::zoomLevelChanged, this, showZoom);
+    connect(mDocument, &TeskDocument::playbackVolumeChanged, this, showVolume);
+    connect(mDocument, &TeskDocument::effectsVisibleChanged, this, showEffects);
+    connect(mZoomSlider, &QSlider::valueChanged, this,
+            [this](int value) { mDocument->setZoomLevel(double(value) / kSliderSteps); });
+    connect(mVolumeSlider, &QSlider::valueChanged, this,
+            [this](int value) { mDocument->setPlaybackVolume(double(value) / kSliderSteps); });
+    connect(mEffectsToggleButton, &QToolButton::toggled, this,
+            [this](bool on) { mDocument->setEffectsVisible(on); });
+    connect(mDocument, &TeskDocument::loopRangeChanged, this,
+            &TeskDocumentWindowController::validateMenuItems);
+    showZoom();
+    showVolume();
+    showEffects();
+    mViews->bind(this);
+}
+
+void TeskDocumentWindowController::unbindViews() {
+    if (mViews)
+        mViews->unbind();
+}
+
+void TeskDocumentWindowController::buildMenus() {
+    using C = WindowCommand;
+    const auto add = [this](QMenu* menu, C command, const QString& title,
+                            const QKeySequence& keys = {}) {
+        QAction* action = menu->addAction(title);
+        if (!keys.isEmpty())
+            action->setShortcut(keys);
+        connect(action, &QAction::triggered, this, [this, command] { perform(command); });
+        mActions[command] = action;
+        return action;
+    };
+    QMenu* file = menuBar()->addMenu(tr("&File"));
+    if (mServices.documents) {
+        file->addAction(tr("&Open…"), QKeySequence::Open, this,
+                        [this] { mServices.documents->openDocument(); });
+        mRecentMenu = file->addMenu(tr("Open &Recent"));
+        connect(mRecentMenu, &QMenu::aboutToShow, this, [this] {
+            mRecentMenu->clear();
+            for (const QUrl& url : mServices.documents->recentDocumentURLs()) {
+                mRecentMenu->addAction(QFileInfo(url.toLocalFile()).fileName(), this, [this, url] {
+                    TeskError error;
+                    if (!mServices.documents->loadTeskDocumentWithURL(url, &error) &&
+                        !error.domain().isEmpty())
+                        QMessageBox::warning(this, error.localizedDescription(),
+                                             error.localizedRecoverySuggestion());
+                });
+            }
+            mRecentMenu->addSeparator();
+            mRecentMenu->addAction(tr("Clear Menu"), this,
+                                   [this] { mServices.documents->clearRecentDocuments(); });
+        });
+    }
+    file->addSeparator();
+    file->addAction(tr("&Close"), QKeySequence::Close, this, [this] { close(); });
+    add(file, C::Save, tr("&Save"), QKeySequence::Save);
+    add(file, C::SaveAs, tr("Save &As…"), QKeySequence::SaveAs);
+    file->addSeparator();
+    add(file, C::ExportSong, tr("&Export Song…"));
+    add(file, C::ExportLoop, tr("Export &Loop…"));
+    file->addSeparator();
+    add(file, C::PageSetup, tr("Page Set&up…"));
+    add(file, C::Print, tr("&Print…"), QKeySequence::Print);
+    file->addSeparator();
+    file->addAction(tr("&Quit"), QKeySequence::Quit, this, [this] {
+        if (mServices.quit)
+            mServices.quit();
+    });
+
+    QMenu* edit = menuBar()->addMenu(tr("&Edit"));
+    QAction* undo = edit->addAction(tr("&Undo"), QKeySequence::Undo, this,
+                                    [this] { mDocument->undoManager()->undo(); });
+    QAction* redo = edit->addAction(tr("&Redo"), QKeySequence::Redo, this,
+                                    [this] { mDocument->undoManager()->redo(); });
+    connect(edit, &QMenu::aboutToShow, this, [this, undo, redo] {
+        undo->setEnabled(mDocument->undoManager()->canUndo());
+        redo->setEnabled(mDocument->undoManager()->canRedo());
+    });
+    edit->addSeparator();
+    add(edit, C::SelectAll, tr("Select &All"), QKeySequence::SelectAll);
+    add(edit, C::ClearSelection, tr("&Clear Selection"));
+
+    QMenu* controls = menuBar()->addMenu(tr("&Controls"));
+    add(controls, C::PlayPause, tr("Play"));
+    add(controls, C::Loop, tr("Loop"));
+    add(controls, C::Rewind, tr("Rewind"));
+    add(controls, C::FastForward, tr("Fast Forward"));
+    controls->addSeparator();
+    add(controls, C::JumpToBeginning, tr("Jump to Beginning"));
+    add(controls, C::JumpToEnd, tr("Jump to End"));
+    add(controls, C::JumpToNextMarker, tr("Jump to Next Marker"));
+    add(controls, C::JumpToPreviousMarker, tr("Jump to Previous Marker"));
+    add(controls, C::JumpToNextHighLevelMarker, tr("Jump to Next Section"));
+    add(controls, C::JumpToPreviousHighLevelMarker, tr("Jump to Previous Section"));
+    controls->addSeparator();
+    add(controls, C::DropGenericMarker, tr("Drop Generic Marker"));
+    add(controls, C::DropChorusMarker, tr("Drop Chorus Marker"));
+    add(controls, C::DropVerseMarker, tr("Drop Verse Marker"));
+    add(controls, C::DropBridgeMarker, tr("Drop Bridge Marker"));
+    controls->addSeparator();
+    add(controls, C::IncreaseSpeed, tr("Increase Speed"));
+    add(controls, C::DecreaseSpeed, tr("Decrease Speed"));
+    add(controls, C::IncreasePitch, tr("Increase Pitch"));
+    add(controls, C::DecreasePitch, tr("Decrease Pitch"));
+    add(controls, C::IncreasePitchFinely, tr("Increase Pitch Finely"));
+    add(controls, C::DecreasePitchFinely, tr("Decrease Pitch Finely"));
+    add(controls, C::IncreasePitchByOneOctave, tr("Increase Pitch by One Octave"));
+    add(controls, C::DecreasePitchByOneOctave, tr("Decrease Pitch by One Octave"));
+    add(controls, C::ResetPitch, tr("Reset Pitch"));
+
+    QMenu* view = menuBar()->addMenu(tr("&View"));
+    add(view, C::ZoomIn, tr("Zoom &In"), QKeySequence::ZoomIn);
+    add(view, C::ZoomOut, tr("Zoom &Out"), QKeySequence::ZoomOut);
+    add(view, C::ZoomToFitLoop, tr("Zoom to &Fit Loop"));
+    view->addSeparator();
+    mShowEffectsAction = view->addAction(tr("Show Effects"), this, [this] {
+        mDocument->setEffectsVisible(!mDocument->effectsVisible());
+    });
+
+    QMenu* help = menuBar()->addMenu(tr("&Help"));
+    help->addAction(tr("Send Feedback…"), this, [this] {
+        if (mServices.sendFeedback)
+            mServices.sendFeedback();
+    });
+    help->addAction(tr("About Tesk"), this, [this] {
+        if (mServices.showAbout)
+            mServices.showAbout();
+    });
+    for (QMenu* menu : {file, edit, controls, view})
+        connect(menu, &QMenu::aboutToShow, this, &TeskDocumentWindowController::validateMenuItems);
+}
+
+void TeskDocumentWindowController::placeWindow() {
+    if (mDocument->audioFileURL().isEmpty() && !mDocument->songError()) {
+        const QByteArray saved = QSettings().value(kUntitledFrameKey).toByteArray();
+        if (saved.isEmpty() || !restoreGeometry(saved)) {
+            if (const QScreen* screen = QGuiApplication::primaryScreen())
+                move(screen->availableGeometry().center() - rect().center());
+        }
+        return;
+    }
+    setMinimumWidth(860);
+    setMaximumWidth(8192);
+    const QRectF frame = mDocument->documentWindowFrame();
+    if (frame.width() <= 0 || frame.height() <= 0) {
+        resize(std::max(960, minimumWidth()), sizeHint().height());
+        QPointF point =
+            mServices.documents ? mServices.documents->nextDocumentWindowPoint() : QPointF();
+        if (point.isNull() && QGuiApplication::primaryScreen())
+            point =
+                QGuiApplication::primaryScreen()->availableGeometry().topLeft() + QPointF(60, 60);
+        move(point.toPoint());
+        if (mServices.documents)
+            mServices.documents->setNextDocumentWindowPoint(point + QPointF(24, 24));
+    } else {
+        resize(int(frame.width()), sizeHint().height());
+        move(frame.topLeft().toPoint());
+    }
+}
+
+// --- Commands -------------------------------------------------------------------------------
+
+WindowCommandState TeskDocumentWindowController::commandState() const {
+    WindowCommandState state;
+    state.hasSong = !mDocument->audioFileURL().isEmpty() && mViews != nullptr;
+    state.loopEnabled = mDocument->loopRange().length > 0;
+    state.zoomLevel = mDocument->zoomLevel();
+    if (mViews) {
+        state.canIncreaseSpeed = mViews->canIncreaseSpeed();
+        state.canDecreaseSpeed = mViews->canDecreaseSpeed();
+        state.canIncreasePitch = mViews->canIncreasePitch();
+        state.canDecreasePitch = mViews->canDecreasePitch();
+    }
+    return state;
+}
+
+QAction* TeskDocumentWindowController::action(WindowCommand command) const {
+    const auto found = mActions.find(command);
+    return found == mActions.end() ? nullptr : found->second;
+}
+
+void TeskDocumentWindowController::validateMenuItems() {
+    const WindowCommandState state = commandState();
+    for (const auto& [command, item] : mActions)
+        item->setEnabled(WindowRules::isEnabled(command, state));
+    if (QAction* play = action(WindowCommand::PlayPause))
+        play->setText(mDocument->isFilePlaying() ? tr("Pause") : tr("Play"));
+    if (mShowEffectsAction)
+        mShowEffectsAction->setEnabled(state.hasSong);
+}
+
+void TeskDocumentWindowController::perform(WindowCommand command) {
+    using C = WindowCommand;
+    if (!WindowRules::isEnabled(command, commandState()))
+        return;
+    switch (command) {
+    case C::PlayPause:
+        handlePlayPauseButton();
+        break;
+    case C::Loop:
+        handleLoopButton();
+        break;
+    case C::ZoomIn:
+        mDocument->setZoomLevel(WindowRules::zoomedIn(mDocument->zoomLevel()));
+        break;
+    case C::ZoomOut:
+        mDocument->setZoomLevel(WindowRules::zoomedOut(mDocument->zoomLevel()));
+        break;
+    case C::DropGenericMarker:
+        mDocument->dropGenericMarker();
+        break;
+    case C::DropChorusMarker:
+        mDocument->dropChorusMarker();
+        break;
+    case C::DropVerseMarker:
+        mDocument->dropVerseMarker();
+        break;
+    case C::DropBridgeMarker:
+        mDocument->dropBridgeMarker();
+        break;
+    case C::ExportSong:
+        doExportSongUsingLoop(false);
+        break;
+    case C::ExportLoop:
+        doExportSongUsingLoop(true);
+        break;
+    case C::Save:
+        save(false);
+        break;
+    case C::SaveAs:
+        save(true);
+        break;
+    default:
+        mViews->perform(command);
+        break;
+    }
+    validateMenuItems();
+}
+
+void TeskDocumentWindowController::handlePlayPauseButton() {
+    if (!mDocument->isFilePlaying())
+        mDocument->startFilePlaying();
+    else
+        mDocument->stopFilePlaying();
+}
+
+void TeskDocumentWindowController::handleLoopButton() {
+    if (mDocument->isFilePlaying()) {
+        const bool wasLooping = mDocument->isLooping();
+        mDocument->stopFilePlaying();
+        if (wasLooping)
+            return; // the button stops a looping playback
+    }
+    mDocument->startFileLooping();
+}
+
+bool TeskDocumentWindowController::eventFilter(QObject* watched, QEvent* event) {
+    // Every key typed in this window reaches the window's commands, whichever view has focus,
+    // except in text fields and pop-ups, which need their keys.
+    if (event->type() != QEvent::KeyPress || mClosed)
+        return false;
+    auto* widget = qobject_cast<QWidget*>(watched);
+    if (widget == nullptr || widget->window() != this || qobject_cast<QLineEdit*>(widget) ||
+        qobject_cast<QComboBox*>(widget))
+        return false;
+    return handleKey(static_cast<QKeyEvent*>(event));
+}
+
+bool TeskDocumentWindowController::handleKey(QKeyEvent* event) {
+    if (!commandState().hasSong)
+        return false;
+    const WindowCommand command =
+        WindowRules::commandForKey(event->key(), event->modifiers(), event->text());
+    if (command != WindowCommand::None)
+        perform(command);
+    return true; // keys are consumed here, never passed on
+}
+
+void TeskDocumentWindowController::wheelEvent(QWheelEvent* event) {
+    const double delta = event->angleDelta().y() / 120.0;
+    if (delta != 0.0 && commandState().hasSong)
+        mDocument->offsetCurrentFrame(WindowRules::wheelFrameOffset(delta));
+    event->accept();
+}
+
+// --- Playback display -----------------------------------------------------------------------
+
+void TeskDocumentWindowController::documentDidBeginPlayingAudio(TeskDocument*) {
+    mHUDTimer.start();
+    if (const QScreen* screen = this->screen(); screen && screen->refreshRate() > 1.0)
+        mWaveformTimer.setInterval(int(std::floor(1000.0 / screen->refreshRate())));
+    mWaveformTimer.start();
+    if (mViews)
+        mViews->playingChanged(true, mDocument->isLooping());
+    showSoundNotice();
+    updateButtonImages();
+    validateMenuItems();
+}
+
+void TeskDocumentWindowController::documentDidStopPlayingAudio(TeskDocument*) {
+    if (mViews)
+        mViews->playingChanged(false, false);
+    mHUDTimer.stop();
+    mWaveformTimer.stop();
+    updateButtonImages();
+    validateMenuItems();
+}
+
+void TeskDocumentWindowController::showSoundNotice() {
+    const TeskOutputAudioUnit* output =
+        mDocument->player() ? mDocument->player()->outputAudioUnit() : nullptr;
+    if (!output || output->hasSoundOutput() || !mNoticeLabel || mDocument->songError())
+        return;
+    // Not a dialog: the musician can still watch the song play, only without sound.
+    mNoticeLabel->setText(tr("<b>No sound.</b> %1 Tesk plays on silently.")
+                              .arg(output->noSoundReason().toHtmlEscaped()));
+    mNoticeLabel->setVisible(true);
+}
+
+void TeskDocumentWindowController::updateHUD() {
+    if (mViews)
+        mViews->updateHUD();
+}
+
+void TeskDocumentWindowController::updateWaveform() {
+    if (mViews)
+        mViews->updatePlayHead();
+}
+
+void TeskDocumentWindowController::documentDidImportMetadata(TeskDocument*) {
+    if (!mMetadataView)
+        return;
+    mMetadataView->setAlbumArt(mDocument->songAlbumArt());
+    mMetadataView->setTitle(mDocument->songTitle());
+    mMetadataView->setArtist(mDocument->songArtist());
+    mMetadataView->setAlbum(mDocument->songAlbum());
+}
+
+void TeskDocumentWindowController::updateButtonImages() {
+    if (!mPlayPauseButton)
+        return;
+    const bool active = isActiveWindow();
+    const qreal ratio = devicePixelRatioF();
+    const bool playing = mDocument->isFilePlaying();
+    const QString play = playing ? QStringLiteral("Pause") : QStringLiteral("Play");
+    const auto set = [&](QToolButton* button, const QString& name) {
+        button->setIcon(
+            active ? buttonIcon(name + QStringLiteral("N"), name + QStringLiteral("P"), ratio)
+                   : buttonIcon(name + QStringLiteral("Inactive"), {}, ratio));
+    };
+    set(mPlayPauseButton, play);
+    mPlayPauseButton->setToolTip(playing ? tr("Pause") : tr("Play"));
+    mPlayPauseButton->setAccessibleName(playing ? tr("Pause") : tr("Play"));
+    set(mRewindButton, QStringLiteral("Rewind"));
+    set(mFastForwardButton, QStringLiteral("FastForward"));
+    set(mMarkButton, QStringLiteral("SegmentedControlMark"));
+}
+
+void TeskDocumentWindowController::changeEvent(QEvent* event) {
+    if (event->type() == QEvent::ActivationChange)
+        updateButtonImages();
+    QMainWindow::changeEvent(event);
+}
+
+// --- Export ---------------------------------------------------------------------------------
+
+void TeskDocumentWindowController::doExportSongUsingLoop(bool loop) {
+    mExportingWithLoop = loop;
+    const QString source = mDocument->fileURL().isEmpty() ? mDocument->audioFileURL().toLocalFile()
+                                                          : mDocument->fileURL().toLocalFile();
+    const QString proposed = QFileInfo(source).completeBaseName();
+    const auto chosen = [this](const QString& path, int formatIndex) {
+        const QString destination = WindowRules::exportPath(path, formatIndex);
+        if (destination.isEmpty()) {
+            qWarning("Got an unexpected file format from the popup.");
+            return;
+        }
+        // After the dialog has gone.
+        QTimer::singleShot(0, this, [this, destination] { startLoopExportWithFile(destination); });
+    };
+    if (mServices.askExportFile)
+        mServices.askExportFile(this, proposed, chosen);
+}
+
+void TeskDocumentWindowController::startLoopExportWithFile(const QString& path) {
+    if (mDocument->isFilePlaying())
+        mDocument->stopFilePlaying();
+    mExportWasCanceled = false;
+    mExportProgress = new QProgressDialog(tr("Exporting “%1”…").arg(QFileInfo(path).fileName()),
+                                          tr("Cancel"), 0, 1000, this);
+    mExportProgress->setWindowModality(Qt::WindowModal);
+    mExportProgress->setAutoClose(false);
+    mExportProgress->setAutoReset(false);
+    mExportProgress->setMinimumDuration(0);
+    mExportProgress->setValue(0);
+    connect(mExportProgress, &QProgressDialog::canceled, this, [this] {
+        mExportWasCanceled = true;
+        mDocument->cancelFileExportOperation();
+    });
+    mExportProgress->show();
+    mDocument->setFileExportDelegate(this);
+    const QVariantMap options{{QStringLiteral("exportingWithLoop"), mExportingWithLoop},
+                              {QStringLiteral("destinationFile"), path}};
+    if (!mDocument->performLoopExportToFile(options)) {
+        mExportProgress->deleteLater();
+        mDocument->setFileExportDelegate(nullptr);
+    }
+}
+
+void TeskDocumentWindowController::updateFileExportWithProgress(double progress) {
+    if (mExportProgress)
+        mExportProgress->setValue(int(std::lround(progress * 1000.0)));
+}
+
+void TeskDocumentWindowController::fileDidFinishExporting(const QString& path) {
+    if (mExportProgress) {
+        mExportProgress->hide();
+        mExportProgress->deleteLater();
+    }
+    mDocument->setFileExportDelegate(nullptr);
+    if (mExportWasCanceled)
+        QFile::remove(path); // errors ignored: nothing may be there
+}
+
+void TeskDocumentWindowController::fileExportDidFail(const QString& path, const TeskError& error) {
+    fileDidFinishExporting(path);
+    QFile::remove(path);
+    auto* box = new QMessageBox(QMessageBox::Warning, tr("The export failed"),
+                                error.localizedDescription(), QMessageBox::Ok, this);
+    box->setInformativeText(error.localizedRecoverySuggestion());
+    box->setWindowModality(Qt::WindowModal);
+    box->setAttribute(Qt::WA_DeleteOnClose);
+    box->show();
+}
+
+// --- Saving and closing ---------------------------------------------------------------------
+
+void TeskDocumentWindowController::save(bool askForName) {
+    QUrl url = mDocument->fileURL();
+    if (askForName || url.isEmpty()) {
+        const QString song = mDocument->audioFileURL().toLocalFile();
+        const QString proposed = QFileInfo(song).path() + QLatin1Char('/') +
+                                 QFileInfo(song).completeBaseName() + QStringLiteral(".tesk");
+        const QString path =
+            mServices.askDocumentFile
+                ? mServices.askDocumentFile(this, proposed)
+                : QFileDialog::getSaveFileName(this, tr("Save Practice Document"), proposed,
+                                               tr("Tesk document (*.tesk)"));
+        if (path.isEmpty())
+            return;
+        url = QUrl::fromLocalFile(
+            path.endsWith(QStringLiteral(".tesk")) ? path : path + QStringLiteral(".tesk"));
+    }
+    TeskError error;
+    if (!mDocument->saveToURL(url, &error)) {
+        QMessageBox::warning(this, error.localizedDescription(),
+                             error.localizedRecoverySuggestion());
+        return;
+    }
+    synchronizeWindowTitleWithDocumentName();
+}
+
+void TeskDocumentWindowController::closeEvent(QCloseEvent* event) {
+    if (mClosed) {
+        event->accept();
+        return;
+    }
+    if (mDocument->isDocumentEdited() && !mDocument->audioFileURL().isEmpty()) {
+        const int answer =
+            mServices.askSaveChanges
+                ? mServices.askSaveChanges(this, mDocument->displayName())
+                : QMessageBox::question(this, tr("Save changes?"),
+                                        tr("Do you want to save the changes you made to “%1”?")
+                                            .arg(mDocument->displayName()),
+                                        QMessageBox::Save | QMessageBox::Discard |
+                                            QMessageBox::Cancel);
+        if (answer == QMessageBox::Cancel) {
+            event->ignore();
+            return;
+        }
+        if (answer == QMessageBox::Save) {
+            save(false);
+            if (mDocument->isDocumentEdited()) {
+                event->ignore();
+                return;
+            }
+        }
+    }
+    if (mDocument->audioFileURL().isEmpty())
+        QSettings().setValue(kUntitledFrameKey, saveGeometry());
+    event->accept();
+    if (mServices.documents)
+        mServices.documents->closeDocument(mDocument); // calls closeWithoutAsking through
+                                                       // the window layer
+    else
+        closeWithoutAsking();
+}
+
+void TeskDocumentWindowController::closeWithoutAsking() {
+    if (mClosed)
+        return;
+    mClosed = true;
+    if (mDocument->isFilePlaying())
+        mDocument->stopFilePlaying();
+    mHUDTimer.stop();
+    mWaveformTimer.stop();
+    if (mDocument->playbackDelegate() == this)
+        mDocument->setPlaybackDelegate(nullptr);
+    if (mDocument->metadataDelegate() == this)
+        mDocument->setMetadataDelegate(nullptr);
+    if (mDocument->fileExportDelegate() == this)
+        mDocument->setFileExportDelegate(nullptr);
+    disconnect(mDocument, nullptr, this, nullptr);
+    unbindViews();
+    mDocument->removeWindowController(this);
+    hide();
+}
+
+// --- The window -----------------------------------------------------------------------------
+
+void TeskDocumentWindowController::showWindow() {
+    show();
+    raise();
+    activateWindow();
+}
+
+void TeskDocumentWindowController::synchronizeWindowTitleWithDocumentName() {
+    setWindowTitle(mDocument->displayName());
+    setWindowFilePath(mDocument->fileURL().toLocalFile());
+}
+
+QRectF TeskDocumentWindowController::windowFrame() const {
+    return QRectF(geometry());
+}
+
+// --- A song that could not be opened --------------------------------------------------------
+
+void TeskDocumentWindowController::showSongProblem() {
+    const std::optional<TeskError> error = mDocument->songError();
+    if (!error || !mNoticeLabel)
+        return;
+    mNoticeLabel->setText(QStringLiteral("<b>%1</b> %2 <a href=\"locate\">%3</a>")
+                              .arg(error->localizedDescription().toHtmlEscaped(),
+                                   error->localizedRecoverySuggestion().toHtmlEscaped(),
+                                   tr("Locate…")));
+    mNoticeLabel->setTextInteractionFlags(Qt::LinksAccessibleByMouse |
+                                          Qt::LinksAccessibleByKeyboard);
+    connect(mNoticeLabel, &QLabel::linkActivated, this, &TeskDocumentWindowController::locateSong,
+            Qt::UniqueConnection);
+    mNoticeLabel->setVisible(true);
+}
+
+void TeskDocumentWindowController::locateSong() {
+    const QString path = QFileDialog::getOpenFileName(
+        this, tr("Locate the Song"), QString(), tr("Songs (*.mp3 *.m4a *.aac *.aif *.aiff *.wav)"));
+    if (path.isEmpty())
+        return;
+    mDocument->setAudioFileURL(QUrl::fromLocalFile(path));
+    if (!mDocument->songError()) {
+        mNoticeLabel->setVisible(false);
+        mDocument->updateChangeCount(TeskDocument::ChangeType::Done);
+    }
+}
+
+} // namespace tesk

@@ -1,0 +1,147 @@
+#pragma once
+
+#include "document/TeskDocument.h"
+#include "document/TeskDocumentWindow.h"
+#include "window/WindowCommands.h"
+
+#include <QMainWindow>
+#include <QPointer>
+#include <QProgressDialog>
+#include <QTimer>
+#include <functional>
+#include <map>
+
+class QAction;
+class QLabel;
+class QMenu;
+
+class QSlider;
+class QSplitter;
+class QToolButton;
+
+namespace tesk {
+
+class TeskDocumentController;
+class TeskMetadataView;
+class SongViews;
+
+/// What a document window asks of the application around it. Main thread.
+struct WindowServices {
+    TeskDocumentController* documents = nullptr;
+    std::function<void()> sendFeedback;
+    std::function<void()> showAbout;
+    std::function<void()> quit;
+    /// Asks where to export: the proposed file name in, the chosen path and format index
+    /// (0 MPEG-4 audio, 1 AIFF) out through `chosen`, or nothing when cancelled. A window-modal
+    /// file dialog unless a test replaces it.
+    std::function<void(QWidget* window, const QString& proposedName,
+                       std::function<void(const QString& path, int formatIndex)> chosen)>
+        askExportFile;
+    /// Asks whether to save a changed document before it closes: Save, Discard or Cancel
+    /// (QMessageBox's buttons). A window-modal question unless a test replaces it.
+    std::function<int(QWidget* window, const QString& documentName)> askSaveChanges;
+    /// Asks where to save a practice document, proposing `proposedPath`; empty when cancelled.
+    std::function<QString(QWidget* window, const QString& proposedPath)> askDocumentFile;
+};
+
+/// One document window: the song's metadata, the transport panel, the waveform and its
+/// scroller, the bottom bar, the effects panel in a collapsible split. It binds every view to
+/// the document, turns menus, buttons, keys and the wheel into document and view commands,
+/// drives the display while the song plays, and runs exports. Main thread.
+class TeskDocumentWindowController : public QMainWindow,
+                                     public TeskDocumentWindow,
+                                     public TeskDocumentPlaybackDelegate,
+                                     public TeskDocumentMetadataDelegate,
+                                     public TeskDocumentFileExportDelegate {
+    Q_OBJECT
+public:
+    TeskDocumentWindowController(TeskDocument* document, WindowServices services);
+    ~TeskDocumentWindowController() override;
+
+    TeskDocument* document() const { return mDocument; }
+
+    /// Runs a command of the menus, buttons or keys, if its rule enables it.
+    void perform(WindowCommand command);
+    /// What the enabling rules look at, now.
+    WindowCommandState commandState() const;
+    /// The menu item of a command, for its title and enabled state.
+    QAction* action(WindowCommand command) const;
+    /// Brings every menu item's enabled state and the play item's title up to date.
+    void validateMenuItems();
+
+    /// Whether the play-head and display timers run (while the song plays).
+    bool displayTimersActive() const { return mHUDTimer.isActive(); }
+    /// The running export's progress dialog, if any.
+    QProgressDialog* exportProgressDialog() const { return mExportProgress; }
+
+    /// Closes without asking: the document is going away.
+    void closeWithoutAsking();
+
+    // TeskDocumentWindow.
+    void showWindow() override;
+    void synchronizeWindowTitleWithDocumentName() override;
+    QRectF windowFrame() const override;
+
+    // The document's delegates.
+    void documentDidBeginPlayingAudio(TeskDocument*) override;
+    void documentDidStopPlayingAudio(TeskDocument*) override;
+    void documentDidImportMetadata(TeskDocument*) override;
+    void updateFileExportWithProgress(double progress) override;
+    void fileDidFinishExporting(const QString& path) override;
+    void fileExportDidFail(const QString& path, const TeskError& error) override;
+
+protected:
+    bool eventFilter(QObject* watched, QEvent* event) override;
+    void wheelEvent(QWheelEvent* event) override;
+    void closeEvent(QCloseEvent* event) override;
+    void changeEvent(QEvent* event) override;
+
+private:
+    void buildPopulatedContent();
+    void buildUntitledContent();
+    void buildMenus();
+    void placeWindow();
+    void bindViews();
+    void unbindViews();
+    void updateButtonImages();
+    void showSoundNotice();
+    void updateHUD();
+    void updateWaveform();
+    void handlePlayPauseButton();
+    void handleLoopButton();
+    void doExportSongUsingLoop(bool loop);
+    void startLoopExportWithFile(const QString& path);
+    void save(bool askForName);
+    void showSongProblem();
+    void locateSong();
+    bool handleKey(QKeyEvent* event);
+
+    TeskDocument* mDocument;
+    WindowServices mServices;
+    std::map<WindowCommand, QAction*> mActions;
+    QAction* mShowEffectsAction = nullptr;
+    QMenu* mRecentMenu = nullptr;
+
+    TeskMetadataView* mMetadataView = nullptr;
+    SongViews* mViews = nullptr;
+    QSplitter* mSplitView = nullptr;
+    QWidget* mEffectsParentView = nullptr;
+    QToolButton* mPlayPauseButton = nullptr;
+    QToolButton* mRewindButton = nullptr;
+    QToolButton* mFastForwardButton = nullptr;
+    QToolButton* mMarkButton = nullptr;
+    QToolButton* mEffectsToggleButton = nullptr;
+    QSlider* mZoomSlider = nullptr;
+    QSlider* mVolumeSlider = nullptr;
+    QLabel* mNoticeLabel = nullptr;
+
+    QTimer mHUDTimer;
+    QTimer mWaveformTimer;
+    QPointer<QProgressDialog> mExportProgress;
+    bool mExportWasCanceled = false;
+    bool mExportingWithLoop = false;
+    bool mClosing = false;
+    bool mClosed = false;
+};
+
+} // namespace tesk

@@ -1,0 +1,73 @@
+#include "window/TeskWindowLayer.h"
+
+#include "document/SongTypes.h"
+
+#include <QApplication>
+#include <QFileDialog>
+#include <QMessageBox>
+
+namespace tesk {
+
+TeskWindowLayer::TeskWindowLayer(WindowServices services)
+    : mServices(std::move(services)) {}
+
+TeskWindowLayer::~TeskWindowLayer() {
+    for (auto& [document, window] : mWindows) {
+        window->closeWithoutAsking();
+        delete window;
+    }
+}
+
+void TeskWindowLayer::makeWindowControllers(TeskDocument* document) {
+    auto* window = new TeskDocumentWindowController(document, mServices);
+    document->addWindowController(window);
+    mWindows[document] = window;
+}
+
+void TeskWindowLayer::closeWindows(TeskDocument* document) {
+    const auto found = mWindows.find(document);
+    if (found == mWindows.end())
+        return;
+    TeskDocumentWindowController* window = found->second;
+    mWindows.erase(found);
+    window->closeWithoutAsking();
+    // The window may be the one whose close is running now.
+    window->deleteLater();
+}
+
+QStringList TeskWindowLayer::runOpenPanel() {
+    QFileDialog dialog(QApplication::activeWindow(), QObject::tr("Open"));
+    dialog.setFileMode(QFileDialog::ExistingFiles);
+    dialog.setNameFilters({QObject::tr("Songs and practice documents (*.tesk *.mp3 *.m4a *.aac "
+                                       "*.aif *.aiff *.wav)"),
+                           QObject::tr("All files (*)")});
+    if (dialog.exec() != QDialog::Accepted)
+        return {};
+    return dialog.selectedFiles();
+}
+
+void TeskWindowLayer::presentError(const TeskError& error) {
+    QWidget* parent = QApplication::activeWindow();
+    QMessageBox box(QMessageBox::Warning, QObject::tr("Tesk"), error.localizedDescription(),
+                    QMessageBox::Ok, parent);
+    box.setInformativeText(error.localizedRecoverySuggestion());
+    box.setWindowModality(parent ? Qt::WindowModal : Qt::ApplicationModal);
+    box.exec();
+}
+
+TeskDocumentWindowController* TeskWindowLayer::windowFor(TeskDocument* document) const {
+    const auto found = mWindows.find(document);
+    return found == mWindows.end() ? nullptr : found->second;
+}
+
+bool TeskWindowLayer::closeAll() {
+    // A copy: closing a window changes the map.
+    const auto windows = mWindows;
+    for (const auto& [document, window] : windows) {
+        if (mWindows.count(document) && !window->close())
+            return false;
+    }
+    return true;
+}
+
+} // namespace tesk

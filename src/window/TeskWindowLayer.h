@@ -1,0 +1,33 @@
+#pragma once
+
+#include "document/TeskDocumentController.h"
+#include "window/TeskDocumentWindowController.h"
+
+#include <map>
+
+namespace tesk {
+
+/// Makes and closes the windows of the documents, runs the open dialog and shows errors, for
+/// the document controller. Main thread.
+class TeskWindowLayer : public TeskDocumentWindowLayer {
+public:
+    explicit TeskWindowLayer(WindowServices services);
+    ~TeskWindowLayer() override;
+
+    void makeWindowControllers(TeskDocument* document) override;
+    void closeWindows(TeskDocument* document) override;
+    QStringList runOpenPanel() override;
+    void presentError(const TeskError& error) override;
+
+    /// The window of a document, if it has one.
+    TeskDocumentWindowController* windowFor(TeskDocument* document) const;
+    /// Asks every changed document's window to close; false when the user kept one open.
+    bool closeAll();
+    WindowServices& services() { return mServices; }
+
+private:
+    WindowServices mServices;
+    std::map<TeskDocument*, TeskDocumentWindowController*> mWindows;
+};
+
+} // namespace tesk

@@ -1,0 +1,109 @@
+#include "window/WindowCommands.h"
+
+#include <QFileInfo>
+#include <cmath>
+
+namespace tesk::WindowRules {
+
+bool isEnabled(WindowCommand command, const WindowCommandState& state) {
+    using C = WindowCommand;
+    switch (command) {
+    case C::None:
+    case C::PageSetup:
+    case C::Print:
+        return false;
+    case C::Loop:
+    case C::ZoomToFitLoop:
+    case C::ExportLoop:
+        return state.hasSong && state.loopEnabled;
+    case C::ZoomIn:
+        return state.hasSong && state.zoomLevel < 1.0;
+    case C::ZoomOut:
+        return state.hasSong && state.zoomLevel > 0.0;
+    case C::IncreaseSpeed:
+        return state.hasSong && state.canIncreaseSpeed;
+    case C::DecreaseSpeed:
+        return state.hasSong && state.canDecreaseSpeed;
+    case C::IncreasePitch:
+    case C::IncreasePitchFinely:
+    case C::IncreasePitchByOneOctave:
+        return state.hasSong && state.canIncreasePitch;
+    case C::DecreasePitch:
+    case C::DecreasePitchFinely:
+    case C::DecreasePitchByOneOctave:
+        return state.hasSong && state.canDecreasePitch;
+    default:
+        return state.hasSong;
+    }
+}
+
+WindowCommand commandForKey(int key, Qt::KeyboardModifiers modifiers, const QString& text) {
+    using C = WindowCommand;
+    const bool command = modifiers & Qt::ControlModifier;
+    const bool option = modifiers & Qt::AltModifier;
+    const bool control = modifiers & Qt::MetaModifier;
+    const bool shift = modifiers & Qt::ShiftModifier;
+    switch (key) {
+    case Qt::Key_Space:
+        return C::PlayPause;
+    case Qt::Key_Escape:
+        return C::ClearSelection;
+    case Qt::Key_Home:
+        return C::JumpToBeginning;
+    case Qt::Key_End:
+        return C::JumpToEnd;
+    case Qt::Key_PageUp:
+        return C::JumpToPreviousMarker;
+    case Qt::Key_PageDown:
+        return C::JumpToNextMarker;
+    case Qt::Key_Left:
+        return command ? C::JumpToBeginning : option ? C::JumpToPreviousMarker : C::Rewind;
+    case Qt::Key_Right:
+        return command ? C::JumpToEnd : option ? C::JumpToNextMarker : C::FastForward;
+    case Qt::Key_Down:
+        return shift || control || option || command ? C::None : C::DecreaseSpeed;
+    case Qt::Key_Up:
+        return shift || control || option || command ? C::None : C::IncreaseSpeed;
+    default:
+        break;
+    }
+    if (control || option || command)
+        return C::None;
+    const QString characters = text.toLower();
+    if (characters.startsWith(QLatin1Char('m')))
+        return C::DropGenericMarker;
+    if (characters.startsWith(QLatin1Char('c')))
+        return C::DropChorusMarker;
+    if (characters.startsWith(QLatin1Char('v')))
+        return C::DropVerseMarker;
+    if (characters.startsWith(QLatin1Char('b')))
+        return C::DropBridgeMarker;
+    if (characters.startsWith(QLatin1Char('l')))
+        return C::Loop;
+    return C::None;
+}
+
+double zoomedIn(double zoomLevel) {
+    return std::min(1.0, double(std::rint(float(zoomLevel) / 0.05f + 1.0f)) / 20.0);
+}
+
+double zoomedOut(double zoomLevel) {
+    return std::max(0.0, double(std::rint(float(zoomLevel) / 0.05f - 1.0f)) / 20.0);
+}
+
+std::int32_t wheelFrameOffset(double delta) {
+    return std::int32_t(float(delta) * -441.0f);
+}
+
+QString exportPath(const QString& chosen, int formatIndex) {
+    const char* extension = formatIndex == 0 ? "m4a" : formatIndex == 1 ? "aif" : nullptr;
+    if (extension == nullptr)
+        return {};
+    const QFileInfo file(chosen);
+    const QString base = file.suffix().isEmpty()
+                             ? file.filePath()
+                             : file.path() + QLatin1Char('/') + file.completeBaseName();
+    return base + QLatin1Char('.') + QLatin1String(extension);
+}
+
+} // namespace tesk::WindowRules

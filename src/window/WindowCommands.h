@@ -1,0 +1,83 @@
+#pragma once
+
+#include <QString>
+#include <Qt>
+#include <cstdint>
+
+namespace tesk {
+
+/// The commands of a document window, from its menus, buttons and keys.
+enum class WindowCommand {
+    None, // a key consumed without effect
+    PlayPause,
+    Loop,
+    Rewind,
+    FastForward,
+    JumpToBeginning,
+    JumpToEnd,
+    JumpToNextMarker,
+    JumpToPreviousMarker,
+    JumpToNextHighLevelMarker,
+    JumpToPreviousHighLevelMarker,
+    SelectAll,
+    ClearSelection,
+    ZoomIn,
+    ZoomOut,
+    ZoomToFitLoop,
+    IncreaseSpeed,
+    DecreaseSpeed,
+    IncreasePitch,
+    IncreasePitchFinely,
+    IncreasePitchByOneOctave,
+    DecreasePitch,
+    DecreasePitchFinely,
+    DecreasePitchByOneOctave,
+    ResetPitch,
+    DropGenericMarker,
+    DropChorusMarker,
+    DropVerseMarker,
+    DropBridgeMarker,
+    ExportSong,
+    ExportLoop,
+    Save,
+    SaveAs,
+    PageSetup,
+    Print,
+};
+
+/// What the enabling rules of the window's commands look at.
+struct WindowCommandState {
+    bool hasSong = false;
+    bool loopEnabled = false;
+    double zoomLevel = 0.0;
+    bool canIncreaseSpeed = false;
+    bool canDecreaseSpeed = false;
+    bool canIncreasePitch = false;
+    bool canDecreasePitch = false;
+};
+
+/// The rules behind the window's menus, keys and wheel, apart from any widget. Any thread.
+namespace WindowRules {
+
+/// Whether the command's menu item is enabled.
+bool isEnabled(WindowCommand command, const WindowCommandState& state);
+
+/// The command of a key that reached the window. Keys are never passed on: an unmatched key
+/// answers None. On this desktop Ctrl stands for the command key, Alt for the option key and
+/// Meta for the control key. `text` is the key's characters.
+WindowCommand commandForKey(int key, Qt::KeyboardModifiers modifiers, const QString& text);
+
+/// Zoom moves on a grid of 0.05 steps within 0 to 1 (ties round to even, in single precision).
+double zoomedIn(double zoomLevel);
+double zoomedOut(double zoomLevel);
+
+/// Frames the play head moves for a wheel's vertical delta, in wheel units: 441 frames a unit,
+/// backwards for positive deltas, computed in single precision and truncated toward zero.
+std::int32_t wheelFrameOffset(double delta);
+
+/// The export file's path: `chosen` with its extension replaced by the format's ("m4a" for
+/// index 0, "aif" for 1). Empty for any other index.
+QString exportPath(const QString& chosen, int formatIndex);
+
+} // namespace WindowRules
+} // namespace tesk

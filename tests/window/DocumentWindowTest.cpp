@@ -1,0 +1,206 @@
+#include "document/TeskDocumentController.h"
+#include "window/TeskDocumentWindowController.h"
+#include "window/TeskWindowLayer.h"
+
+#include "support/AudioFiles.h"
+#include "support/Signals.h"
+
+#include <QAction>
+#include <QMessageBox>
+#include <QPushButton>
+#include <QTemporaryDir>
+#include <QTest>
+#include <QWheelEvent>
+#include <gtest/gtest.h>
+
+using namespace tesk;
+using namespace tesk::test;
+
+namespace {
+constexpr int kRate = 44100;
+
+/// The application's documents and windows, with the dialogs answered by the test.
+class Practice {
+public:
+    Practice() {
+        WindowServices services;
+        services.askExportFile = [this](QWidget*, const QString& proposed, auto chosen) {
+            proposedExportName = proposed;
+            chosen(exportAnswer, exportFormat);
+        };
+        services.askSaveChanges = [this](QWidget*, const QString&) { return saveAnswer; };
+        services.askDocumentFile = [this](QWidget*, const QString&) { return documentAnswer; };
+        layer = std::make_unique<TeskWindowLayer>(services);
+        documents = std::make_unique<TeskDocumentController>(layer.get());
+        layer->services().documents = documents.get();
+    }
+    ~Practice() {
+        layer.reset();
+        documents.reset();
+        QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+    }
+
+    TeskDocument* open(const QString& path) {
+        TeskError error;
+        TeskDocument* document =
+            documents->openDocumentWithContentsOfURL(QUrl::fromLocalFile(path), true, &error);
+        EXPECT_NE(document, nullptr) << error.description().toStdString();
+        return document;
+    }
+    TeskDocumentWindowController* window(TeskDocument* document) const {
+        return layer->windowFor(document);
+    }
+
+    std::unique_ptr<TeskWindowLayer> layer;
+    std::unique_ptr<TeskDocumentController> documents;
+    QString exportAnswer;
+    int exportFormat = 0;
+    QString proposedExportName;
+    int saveAnswer = QMessageBox::Discard;
+    QString documentAnswer;
+};
+
+void press(QWidget* window, int key, const QString& text = {},
+           Qt::KeyboardModifiers modifiers = Qt::NoModifier) {
+    QKeyEvent event(QEvent::KeyPress, key, modifiers, text);
+    QCoreApplication::sendEvent(window, &event);
+}
+
+QList<quint32> frames(std::initializer_list<quint32> list) {
+    return QList<quint32>(list);
+}
+} // namespace
+
+TEST(DocumentWindow, APracticeSessionFromOpeningToReopening) {
+    QTemporaryDir dir;
+    const QString songPath = dir.filePath("take.wav");
+    const auto length = std::size_t(4 * kRate);
+    ASSERT_TRUE(writeWav(
+        songPath, {sine(440.0, 0.5, length, kRate), sine(660.0, 0.5, length, kRate)}, kRate));
+    Practice app;
+    TeskDocument* document = app.open(songPath);
+    ASSERT_NE(document, nullptr);
+    TeskDocumentWindowController* window = app.window(document);
+    ASSERT_NE(window, nullptr);
+    EXPECT_TRUE(window->isVisible());
+    EXPECT_EQ(window->windowTitle(), document->displayName());
+    EXPECT_GE(window->maximumWidth(), 8192);
+
+    // Space plays: the timers run, the menu says Pause, and the heard position advances.
+    press(window, Qt::Key_Space, " ");
+    ASSERT_TRUE(document->isFilePlaying());
+    EXPECT_TRUE(window->displayTimersActive());
+    EXPECT_EQ(window->action(WindowCommand::PlayPause)->text(), "Pause");
+    const qint64 start = document->currentFrame();
+    EXPECT_TRUE(QTest::qWaitFor([&] { return document->currentFrame() > start + 4410; }, 5000));
+    press(window, Qt::Key_Space, " ");
+    EXPECT_FALSE(document->isFilePlaying());
+    EXPECT_FALSE(window->displayTimersActive());
+    EXPECT_EQ(window->action(WindowCommand::PlayPause)->text(), "Play");
+
+    // Markers drop at the play head, Shift allowed; Ctrl+M does nothing.
+    document->setCurrentFrame(22050);
+    press(window, Qt::Key_M, "M", Qt::ShiftModifier);
+    document->setCurrentFrame(44100);
+    press(window, Qt::Key_C, "c");
+    press(window, Qt::Key_M, "\r", Qt::ControlModifier);
+    document->setCurrentFrame(66150);
+    press(window, Qt::Key_V, "v");
+    press(window, Qt::Key_B, "b");
+    EXPECT_EQ(document->genericMarkers(), frames({22050}));
+    EXPECT_EQ(document->chorusMarkers(), frames({44100}));
+    EXPECT_EQ(document->verseMarkers(), frames({66150}));
+    EXPECT_EQ(document->bridgeMarkers(), frames({66150}));
+
+    // "l" plays the loop from within it; pressed again it stops.
+    EXPECT_FALSE(window->action(WindowCommand::Loop)->isEnabled());
+    document->setLoopRange({kRate, kRate});
+    window->validateMenuItems();
+    EXPECT_TRUE(window->action(WindowCommand::Loop)->isEnabled());
+    document->setCurrentFrame(0);
+    press(window, Qt::Key_L, "l");
+    ASSERT_TRUE(document->isLooping());
+    QTest::qWait(300);
+    EXPECT_GE(document->currentFrame(), kRate);
+    EXPECT_LT(document->currentFrame(), 2 * kRate);
+    press(window, Qt::Key_L, "l");
+    EXPECT_FALSE(document->isFilePlaying());
+
+    // Zoom moves on its grid and Zoom In is disabled at the top.
+    document->setZoomLevel(0.93);
+    window->action(WindowCommand::ZoomIn)->trigger();
+    EXPECT_DOUBLE_EQ(document->zoomLevel(), 1.0);
+    window->validateMenuItems();
+    EXPECT_FALSE(window->action(WindowCommand::ZoomIn)->isEnabled());
+
+    // One and a half wheel units move the play head 661 frames back.
+    document->setCurrentFrame(10000);
+    QWheelEvent wheel(QPointF(10, 10), QPointF(10, 10), {}, QPoint(0, 180), Qt::NoButton,
+                      Qt::NoModifier, Qt::NoScrollPhase, false);
+    QCoreApplication::sendEvent(window, &wheel);
+    EXPECT_EQ(document->currentFrame(), 10000 - 661);
+
+    // Exporting the loop: the format picks the extension, progress shows, the file holds the
+    // loop.
+    app.exportAnswer = dir.filePath("loop.aif");
+    app.exportFormat = 0;
+    window->perform(WindowCommand::ExportLoop);
+    EXPECT_EQ(app.proposedExportName, "take");
+    ASSERT_TRUE(QTest::qWaitFor([&] { return document->isExporting(); }, 2000));
+    EXPECT_NE(window->exportProgressDialog(), nullptr);
+    ASSERT_TRUE(QTest::qWaitFor([&] { return !document->isExporting(); }, 30000));
+    QCoreApplication::processEvents();
+    const QString exported = dir.filePath("loop.m4a");
+    const auto decoded = decodeWithFfmpeg(exported);
+    ASSERT_TRUE(decoded.has_value());
+    EXPECT_NEAR(double((*decoded)[0].size()), double(kRate), 0.05 * kRate);
+
+    // A cancelled export leaves nothing behind.
+    app.exportAnswer = dir.filePath("cancelled.aif");
+    app.exportFormat = 1;
+    window->perform(WindowCommand::ExportSong);
+    QCoreApplication::processEvents(); // the export starts once the dialog has gone
+    ASSERT_NE(window->exportProgressDialog(), nullptr);
+    ASSERT_TRUE(document->isExporting());
+    auto* cancel = window->exportProgressDialog()->findChild<QPushButton*>();
+    ASSERT_NE(cancel, nullptr);
+    cancel->click();
+    ASSERT_TRUE(QTest::qWaitFor([&] { return !document->isExporting(); }, 30000));
+    QCoreApplication::processEvents();
+    EXPECT_FALSE(QFile::exists(dir.filePath("cancelled.aif")));
+
+    // Save, close, reopen: everything the musician set comes back.
+    document->setPlaybackSpeed(0.75);
+    document->setPitchAdjustment(-2.0);
+    document->setEffectsVisible(true);
+    const QRect frame(120, 90, 1100, window->height());
+    window->setGeometry(frame);
+    app.documentAnswer = dir.filePath("take.tesk");
+    app.saveAnswer = QMessageBox::Save;
+    EXPECT_TRUE(window->close());
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+    ASSERT_TRUE(QFile::exists(dir.filePath("take.tesk")));
+
+    TeskDocument* reopened = app.open(dir.filePath("take.tesk"));
+    ASSERT_NE(reopened, nullptr);
+    EXPECT_EQ(reopened->genericMarkers(), frames({22050}));
+    EXPECT_EQ(reopened->chorusMarkers(), frames({44100}));
+    EXPECT_EQ(reopened->loopRange().location, quint32(kRate));
+    EXPECT_EQ(reopened->loopRange().length, quint32(kRate));
+    EXPECT_DOUBLE_EQ(reopened->playbackSpeed(), 0.75);
+    EXPECT_DOUBLE_EQ(reopened->pitchAdjustment(), -2.0);
+    EXPECT_TRUE(reopened->effectsVisible());
+    EXPECT_EQ(app.window(reopened)->width(), frame.width());
+}
+
+TEST(DocumentWindow, AnEmptyWindowTakesDropsOfSongsOnlyAndOffersNoSongCommands) {
+    Practice app;
+    app.documents->newDocument();
+    ASSERT_EQ(app.documents->documents().size(), 1);
+    TeskDocumentWindowController* window = app.window(app.documents->documents().first());
+    ASSERT_NE(window, nullptr);
+    for (WindowCommand command : {WindowCommand::PlayPause, WindowCommand::ExportSong,
+                                  WindowCommand::Save, WindowCommand::ZoomIn})
+        EXPECT_FALSE(window->action(command)->isEnabled()) << int(command);
+    EXPECT_EQ(window->minimumSize(), window->maximumSize()); // fixed in size
+}

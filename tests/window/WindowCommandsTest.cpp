@@ -1,0 +1,124 @@
+#include "window/WindowCommands.h"
+
+#include <gtest/gtest.h>
+
+using namespace tesk;
+using C = WindowCommand;
+
+TEST(WindowRules, EveryKeyOfTheTableGivesItsCommandAndEveryOtherKeyIsConsumed) {
+    const Qt::KeyboardModifiers none = Qt::NoModifier;
+    const Qt::KeyboardModifiers shift = Qt::ShiftModifier;
+    const Qt::KeyboardModifiers ctrl = Qt::ControlModifier;
+    const Qt::KeyboardModifiers alt = Qt::AltModifier;
+    const Qt::KeyboardModifiers meta = Qt::MetaModifier;
+    struct Case {
+        int key;
+        Qt::KeyboardModifiers modifiers;
+        const char* text;
+        C command;
+    };
+    const Case cases[] = {
+        {Qt::Key_Space, none, " ", C::PlayPause},
+        {Qt::Key_Space, ctrl | shift, " ", C::PlayPause}, // any modifiers
+        {Qt::Key_Escape, alt, "", C::ClearSelection},
+        {Qt::Key_Home, none, "", C::JumpToBeginning},
+        {Qt::Key_End, shift, "", C::JumpToEnd},
+        {Qt::Key_PageUp, none, "", C::JumpToPreviousMarker},
+        {Qt::Key_PageDown, meta, "", C::JumpToNextMarker},
+        {Qt::Key_Left, ctrl, "", C::JumpToBeginning},
+        {Qt::Key_Left, ctrl | alt, "", C::JumpToBeginning}, // the command key wins
+        {Qt::Key_Left, alt, "", C::JumpToPreviousMarker},
+        {Qt::Key_Left, none, "", C::Rewind},
+        {Qt::Key_Left, shift, "", C::Rewind},
+        {Qt::Key_Right, ctrl, "", C::JumpToEnd},
+        {Qt::Key_Right, alt, "", C::JumpToNextMarker},
+        {Qt::Key_Right, meta, "", C::FastForward},
+        {Qt::Key_Down, none, "", C::DecreaseSpeed},
+        {Qt::Key_Down, shift, "", C::None},
+        {Qt::Key_Up, none, "", C::IncreaseSpeed},
+        {Qt::Key_Up, meta, "", C::None},
+        {Qt::Key_M, none, "m", C::DropGenericMarker},
+        {Qt::Key_M, shift, "M", C::DropGenericMarker},
+        {Qt::Key_M, ctrl, "\r", C::None}, // Ctrl+M does nothing
+        {Qt::Key_C, none, "c", C::DropChorusMarker},
+        {Qt::Key_V, shift, "V", C::DropVerseMarker},
+        {Qt::Key_B, none, "b", C::DropBridgeMarker},
+        {Qt::Key_B, alt, "b", C::None},
+        {Qt::Key_L, none, "l", C::Loop},
+        {Qt::Key_X, none, "x", C::None},
+        {Qt::Key_F5, none, "", C::None},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(testing::Message() << "key " << c.key << " modifiers " << c.modifiers.toInt());
+        EXPECT_EQ(WindowRules::commandForKey(c.key, c.modifiers, QString::fromUtf8(c.text)),
+                  c.command);
+    }
+}
+
+TEST(WindowRules, ZoomMovesOnTheGridAndTheWheelMovesWholeFrames) {
+    const struct {
+        double from, in, out;
+    } zooms[] = {{0.0, 0.05, 0.0},  {0.93, 1.0, 0.9},   {1.0, 1.0, 0.95},
+                 {0.5, 0.55, 0.45}, {0.024, 0.05, 0.0}, {0.026, 0.1, 0.0}};
+    for (const auto& z : zooms) {
+        SCOPED_TRACE(z.from);
+        EXPECT_DOUBLE_EQ(WindowRules::zoomedIn(z.from), z.in);
+        EXPECT_DOUBLE_EQ(WindowRules::zoomedOut(z.from), z.out);
+    }
+    const struct {
+        double delta;
+        std::int32_t frames;
+    } wheels[] = {{1.5, -661}, {1.0, -441}, {-1.0, 441}, {0.001, 0}, {-2.5, 1102}};
+    for (const auto& w : wheels)
+        EXPECT_EQ(WindowRules::wheelFrameOffset(w.delta), w.frames) << w.delta;
+}
+
+TEST(WindowRules, MenuItemsFollowTheirEnablingRules) {
+    WindowCommandState none;
+    WindowCommandState song;
+    song.hasSong = true;
+    song.zoomLevel = 0.5;
+    WindowCommandState full = song;
+    full.loopEnabled = true;
+    full.canIncreaseSpeed = full.canDecreaseSpeed = true;
+    full.canIncreasePitch = full.canDecreasePitch = true;
+    WindowCommandState zoomedIn = full;
+    zoomedIn.zoomLevel = 1.0;
+    WindowCommandState zoomedOut = full;
+    zoomedOut.zoomLevel = 0.0;
+
+    const struct {
+        C command;
+        bool empty, withSong, withEverything, atMostZoom, atLeastZoom;
+    } rules[] = {
+        {C::PlayPause, false, true, true, true, true},
+        {C::Loop, false, false, true, true, true},
+        {C::ExportLoop, false, false, true, true, true},
+        {C::ZoomToFitLoop, false, false, true, true, true},
+        {C::ExportSong, false, true, true, true, true},
+        {C::ZoomIn, false, true, true, false, true},
+        {C::ZoomOut, false, true, true, true, false},
+        {C::IncreaseSpeed, false, false, true, true, true},
+        {C::DecreasePitchByOneOctave, false, false, true, true, true},
+        {C::ResetPitch, false, true, true, true, true},
+        {C::Save, false, true, true, true, true},
+        {C::SelectAll, false, true, true, true, true},
+        {C::Print, false, false, false, false, false},
+        {C::PageSetup, false, false, false, false, false},
+    };
+    for (const auto& rule : rules) {
+        SCOPED_TRACE(int(rule.command));
+        EXPECT_EQ(WindowRules::isEnabled(rule.command, none), rule.empty);
+        EXPECT_EQ(WindowRules::isEnabled(rule.command, song), rule.withSong);
+        EXPECT_EQ(WindowRules::isEnabled(rule.command, full), rule.withEverything);
+        EXPECT_EQ(WindowRules::isEnabled(rule.command, zoomedIn), rule.atMostZoom);
+        EXPECT_EQ(WindowRules::isEnabled(rule.command, zoomedOut), rule.atLeastZoom);
+    }
+}
+
+TEST(WindowRules, TheExportFormatReplacesTheChosenExtension) {
+    EXPECT_EQ(WindowRules::exportPath("/music/take.m4a", 1), "/music/take.aif");
+    EXPECT_EQ(WindowRules::exportPath("/music/take", 0), "/music/take.m4a");
+    EXPECT_EQ(WindowRules::exportPath("/music/v1.2 take.aif", 0), "/music/v1.2 take.m4a");
+    EXPECT_EQ(WindowRules::exportPath("/music/take.m4a", 2), "");
+}
