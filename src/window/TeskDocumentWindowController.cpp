@@ -254,6 +254,8 @@ void TeskDocumentWindowController::buildMenus() {
     };
     QMenu* file = menuBar()->addMenu(tr("&File"));
     if (mServices.documents) {
+        file->addAction(tr("&New"), QKeySequence::New, this,
+                        [this] { mServices.documents->newDocument(); });
         file->addAction(tr("&Open…"), QKeySequence::Open, this,
                         [this] { mServices.documents->openDocument(); });
         mRecentMenu = file->addMenu(tr("Open &Recent"));
@@ -264,13 +266,13 @@ void TeskDocumentWindowController::buildMenus() {
                     TeskError error;
                     if (!mServices.documents->loadTeskDocumentWithURL(url, &error) &&
                         !error.domain().isEmpty())
-                        QMessageBox::warning(this, error.localizedDescription(),
-                                             error.localizedRecoverySuggestion());
+                        presentError(error);
                 });
             }
             mRecentMenu->addSeparator();
-            mRecentMenu->addAction(tr("Clear Menu"), this,
-                                   [this] { mServices.documents->clearRecentDocuments(); });
+            QAction* clear = mRecentMenu->addAction(
+                tr("Clear Menu"), this, [this] { mServices.documents->clearRecentDocuments(); });
+            clear->setEnabled(mRecentMenu->actions().size() > 2);
         });
     }
     file->addSeparator();
@@ -675,8 +677,7 @@ void TeskDocumentWindowController::save(bool askForName) {
     }
     TeskError error;
     if (!mDocument->saveToURL(url, &error)) {
-        QMessageBox::warning(this, error.localizedDescription(),
-                             error.localizedRecoverySuggestion());
+        presentError(error);
         return;
     }
     synchronizeWindowTitleWithDocumentName();
@@ -773,15 +774,39 @@ void TeskDocumentWindowController::showSongProblem() {
 }
 
 void TeskDocumentWindowController::locateSong() {
-    const QString path = QFileDialog::getOpenFileName(
-        this, tr("Locate the Song"), QString(), tr("Songs (*.mp3 *.m4a *.aac *.aif *.aiff *.wav)"));
+    // The song was last seen somewhere near where it lived.
+    const QString startFolder = mDocument->audioFileAlias()
+                                    ? QFileInfo(mDocument->audioFileAlias()->absolutePath()).path()
+                                    : QString();
+    const QString path =
+        mServices.askSongFile
+            ? mServices.askSongFile(this, startFolder)
+            : QFileDialog::getOpenFileName(this, tr("Locate the Song"), startFolder,
+                                           tr("Songs (*.mp3 *.m4a *.aac *.aif *.aiff *.wav)"));
     if (path.isEmpty())
         return;
     mDocument->setAudioFileURL(QUrl::fromLocalFile(path));
-    if (!mDocument->songError()) {
-        mNoticeLabel->setVisible(false);
-        mDocument->updateChangeCount(TeskDocument::ChangeType::Done);
+    if (const std::optional<TeskError> error = mDocument->songError()) {
+        presentError(*error);
+        return;
     }
+    mNoticeLabel->setVisible(false);
+    mDocument->updateChangeCount(TeskDocument::ChangeType::Done);
+    synchronizeWindowTitleWithDocumentName();
+    validateMenuItems();
+}
+
+QString TeskDocumentWindowController::noticeText() const {
+    return mNoticeLabel && !mNoticeLabel->isHidden() ? mNoticeLabel->text() : QString();
+}
+
+void TeskDocumentWindowController::presentError(const TeskError& error) {
+    auto* box = new QMessageBox(QMessageBox::Warning, tr("Tesk"), error.localizedDescription(),
+                                QMessageBox::Ok, this);
+    box->setInformativeText(error.localizedRecoverySuggestion());
+    box->setWindowModality(Qt::WindowModal);
+    box->setAttribute(Qt::WA_DeleteOnClose);
+    box->open();
 }
 
 } // namespace tesk

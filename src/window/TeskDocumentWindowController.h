@@ -42,6 +42,9 @@ struct WindowServices {
     std::function<int(QWidget* window, const QString& documentName)> askSaveChanges;
     /// Asks where to save a practice document, proposing `proposedPath`; empty when cancelled.
     std::function<QString(QWidget* window, const QString& proposedPath)> askDocumentFile;
+    /// Asks where a song that went missing is now, starting in `startFolder`; empty when
+    /// cancelled. A window-modal file dialog unless a test replaces it.
+    std::function<QString(QWidget* window, const QString& startFolder)> askSongFile;
 };
 
 /// One document window: the song's metadata, the transport panel, the waveform and its
@@ -73,6 +76,13 @@ public:
     bool displayTimersActive() const { return mHUDTimer.isActive(); }
     /// The running export's progress dialog, if any.
     QProgressDialog* exportProgressDialog() const { return mExportProgress; }
+    /// The line above the song that tells of a missing song (with "Locate…") or of a missing
+    /// sound device; empty while hidden.
+    QString noticeText() const;
+    /// Lets the user point at a song that went missing; the document then refers to it.
+    void locateSong();
+    /// Shows `error` as a message on this window, without blocking the window's owner.
+    void presentError(const TeskError& error);
 
     /// Closes without asking: the document is going away.
     void closeWithoutAsking();
@@ -113,7 +123,6 @@ private:
     void startLoopExportWithFile(const QString& path);
     void save(bool askForName);
     void showSongProblem();
-    void locateSong();
     bool handleKey(QKeyEvent* event);
 
     TeskDocument* mDocument;
