@@ -3,6 +3,7 @@
 #include "audio/TeskExtendedAudioFilePlayer.h"
 #include "audio/TeskOutputAudioUnit.h"
 #include "document/TeskDocumentController.h"
+#include "widgets/KLTexturedSlider.h"
 #include "widgets/NamedImage.h"
 #include "window/SongViews.h"
 #include "window/TeskDropView.h"
@@ -25,7 +26,6 @@
 #include <QPushButton>
 #include <QScreen>
 #include <QSettings>
-#include <QSlider>
 #include <QSplitter>
 #include <QToolButton>
 #include <QVBoxLayout>
@@ -35,7 +35,6 @@ namespace tesk {
 
 namespace {
 constexpr int kBottomBarHeight = 69;
-constexpr int kSliderSteps = 1000;
 const QString kUntitledFrameKey = QStringLiteral("untitledDocumentWindowFrame");
 
 QIcon buttonIcon(const QString& normal, const QString& pressed, qreal ratio) {
@@ -57,10 +56,10 @@ QToolButton* roundButton(const QString& tip, QWidget* parent) {
     return button;
 }
 
-QSlider* barSlider(const QString& name, QWidget* parent) {
-    auto* slider = new QSlider(Qt::Horizontal, parent);
-    slider->setRange(0, kSliderSteps);
-    slider->setFixedWidth(120);
+KLTexturedSlider* barSlider(const QString& name, int indicator, QWidget* parent) {
+    auto* slider = new KLTexturedSlider(parent);
+    slider->setIndicatorIndex(indicator);
+    slider->setFixedWidth(150);
     slider->setFocusPolicy(Qt::NoFocus);
     slider->setAccessibleName(name);
     return slider;
@@ -173,12 +172,16 @@ void TeskDocumentWindowController::buildPopulatedContent() {
     connect(mMarkButton, &QToolButton::clicked, this,
             [this] { perform(WindowCommand::DropGenericMarker); });
     barRow->addStretch(1);
-    barRow->addWidget(new QLabel(tr("Zoom"), bar));
-    mZoomSlider = barSlider(tr("Zoom"), bar);
+    mZoomSlider = barSlider(tr("Zoom"), KLTexturedSlider::ZoomIndicator, bar);
+    // The magnifiers zoom on the commands' grid, so the slider leaves its ends to them.
+    mZoomSlider->setStep(0.0);
+    connect(mZoomSlider, &KLTexturedSlider::minimumEndClicked, this,
+            [this] { perform(WindowCommand::ZoomOut); });
+    connect(mZoomSlider, &KLTexturedSlider::maximumEndClicked, this,
+            [this] { perform(WindowCommand::ZoomIn); });
     barRow->addWidget(mZoomSlider);
-    barRow->addSpacing(18);
-    barRow->addWidget(new QLabel(tr("Volume"), bar));
-    mVolumeSlider = barSlider(tr("Volume"), bar);
+    barRow->addSpacing(24);
+    mVolumeSlider = barSlider(tr("Volume"), KLTexturedSlider::VolumeIndicator, bar);
     barRow->addWidget(mVolumeSlider);
     barRow->addStretch(1);
     mEffectsToggleButton = new QToolButton(bar);
@@ -201,14 +204,10 @@ void TeskDocumentWindowController::buildPopulatedContent() {
 void TeskDocumentWindowController::bindViews() {
     // Sliders and the effects toggle follow the document and write back to it.
     const auto showZoom = [this] {
-        const QSignalBlocker blocker(mZoomSlider);
-        mZoomSlider->setValue(int(std::lround(mDocument->zoomLevel() * kSliderSteps)));
+        mZoomSlider->setValue(mDocument->zoomLevel());
         validateMenuItems();
     };
-    const auto showVolume = [this] {
-        const QSignalBlocker blocker(mVolumeSlider);
-        mVolumeSlider->setValue(int(std::lround(mDocument->playbackVolume() * kSliderSteps)));
-    };
+    const auto showVolume = [this] { mVolumeSlider->setValue(mDocument->playbackVolume()); };
     const auto showEffects = [this] {
         const bool visible = mDocument->effectsVisible();
         mEffectsToggleButton->setChecked(visible);
@@ -222,10 +221,9 @@ void TeskDocumentWindowController::bindViews() {
     connect(mDocument, &TeskDocument::zoomLevelChanged, this, showZoom);
     connect(mDocument, &TeskDocument::playbackVolumeChanged, this, showVolume);
     connect(mDocument, &TeskDocument::effectsVisibleChanged, this, showEffects);
-    connect(mZoomSlider, &QSlider::valueChanged, this,
-            [this](int value) { mDocument->setZoomLevel(double(value) / kSliderSteps); });
-    connect(mVolumeSlider, &QSlider::valueChanged, this,
-            [this](int value) { mDocument->setPlaybackVolume(double(value) / kSliderSteps); });
+    connect(mZoomSlider, &KLTexturedSlider::valueChanged, mDocument, &TeskDocument::setZoomLevel);
+    connect(mVolumeSlider, &KLTexturedSlider::valueChanged, mDocument,
+            &TeskDocument::setPlaybackVolume);
     connect(mEffectsToggleButton, &QToolButton::toggled, this,
             [this](bool on) { mDocument->setEffectsVisible(on); });
     connect(mDocument, &TeskDocument::loopRangeChanged, this,

@@ -15,13 +15,13 @@ class QAction;
 class QLabel;
 class QMenu;
 
-class QSlider;
 class QSplitter;
 class QToolButton;
 
 namespace tesk {
 
 class TeskDocumentController;
+class KLTexturedSlider;
 class TeskMetadataView;
 class SongViews;
 
@@ -140,8 +140,8 @@ private:
     QToolButton* mFastForwardButton = nullptr;
     QToolButton* mMarkButton = nullptr;
     QToolButton* mEffectsToggleButton = nullptr;
-    QSlider* mZoomSlider = nullptr;
-    QSlider* mVolumeSlider = nullptr;
+    KLTexturedSlider* mZoomSlider = nullptr;
+    KLTexturedSlider* mVolumeSlider = nullptr;
     QLabel* mNoticeLabel = nullptr;
 
     QTimer mHUDTimer;
