@@ -320,55 +320,57 @@ void WaveformView::zoomToFitLoop() {
                   mGeometry.sampleFromPoint(mGeometry.width * 0.5 - 20.0));
 }
 
-void WaveformView::jumpTo(qint64 frame) {
-    if (QGuiApplication::keyboardModifiers() & Qt::ShiftModifier)
+void WaveformView::jumpTo(qint64 frame, Qt::KeyboardModifiers modifiers) {
+    if (modifiers & Qt::ShiftModifier)
         extendLoopToNewFrame(frame);
     setCurrentFrame(frame, true);
 }
 
-void WaveformView::rewind() {
-    jumpTo(mCurrentFrame - WaveformGeometry::kFramesPerSecond);
+void WaveformView::rewind(Qt::KeyboardModifiers modifiers) {
+    jumpTo(mCurrentFrame - WaveformGeometry::kFramesPerSecond, modifiers);
 }
-void WaveformView::fastForward() {
-    jumpTo(mCurrentFrame + WaveformGeometry::kFramesPerSecond);
+void WaveformView::fastForward(Qt::KeyboardModifiers modifiers) {
+    jumpTo(mCurrentFrame + WaveformGeometry::kFramesPerSecond, modifiers);
 }
-void WaveformView::jumpToBeginning() {
-    jumpTo(0);
+void WaveformView::jumpToBeginning(Qt::KeyboardModifiers modifiers) {
+    jumpTo(0, modifiers);
 }
-void WaveformView::jumpToEnd() {
-    jumpTo(mGeometry.frameCount);
+void WaveformView::jumpToEnd(Qt::KeyboardModifiers modifiers) {
+    jumpTo(mGeometry.frameCount, modifiers);
 }
-void WaveformView::jumpToNextMarker() {
-    jumpToNextMarkerInList(allMarkers());
+void WaveformView::jumpToNextMarker(Qt::KeyboardModifiers modifiers) {
+    jumpToNextMarkerInList(allMarkers(), modifiers);
 }
-void WaveformView::jumpToPreviousMarker() {
-    jumpToPreviousMarkerInList(allMarkers());
+void WaveformView::jumpToPreviousMarker(Qt::KeyboardModifiers modifiers) {
+    jumpToPreviousMarkerInList(allMarkers(), modifiers);
 }
-void WaveformView::jumpToNextHighLevelMarker() {
-    jumpToNextMarkerInList(highLevelMarkers());
+void WaveformView::jumpToNextHighLevelMarker(Qt::KeyboardModifiers modifiers) {
+    jumpToNextMarkerInList(highLevelMarkers(), modifiers);
 }
-void WaveformView::jumpToPreviousHighLevelMarker() {
-    jumpToPreviousMarkerInList(highLevelMarkers());
+void WaveformView::jumpToPreviousHighLevelMarker(Qt::KeyboardModifiers modifiers) {
+    jumpToPreviousMarkerInList(highLevelMarkers(), modifiers);
 }
 
-void WaveformView::jumpToNextMarkerInList(const QList<quint32>& markers) {
+void WaveformView::jumpToNextMarkerInList(const QList<quint32>& markers,
+                                          Qt::KeyboardModifiers modifiers) {
     for (const quint32 marker : markers) {
         if (qint64(marker) > mCurrentFrame)
-            return jumpTo(marker);
+            return jumpTo(marker, modifiers);
     }
-    jumpToEnd();
+    jumpToEnd(modifiers);
 }
 
-void WaveformView::jumpToPreviousMarkerInList(const QList<quint32>& markers) {
+void WaveformView::jumpToPreviousMarkerInList(const QList<quint32>& markers,
+                                              Qt::KeyboardModifiers modifiers) {
     for (auto it = markers.crbegin(); it != markers.crend(); ++it) {
         const qint64 marker = *it;
         if (marker >= mCurrentFrame)
             continue;
         if (mPlaying && mCurrentFrame - marker < kPreviousMarkerGrace)
             continue;
-        return jumpTo(marker);
+        return jumpTo(marker, modifiers);
     }
-    jumpTo(0);
+    jumpTo(0, modifiers);
 }
 
 void WaveformView::extendLoopToNewFrame(qint64 frame) {

@@ -8,6 +8,7 @@
 #include "waveform/WaveformStripCache.h"
 #include "waveform/WaveformViewDelegate.h"
 
+#include <QGuiApplication>
 #include <QList>
 #include <QUrl>
 #include <array>
@@ -112,18 +113,22 @@ public:
     /// The loop between the markers around `frame`.
     LoopRange markerBoundedLoopRangeForSample(qint64 frame) const;
 
-    // Commands (from the window's menus and keys).
+    // Commands (from the window's menus and keys). With Shift held, a navigation command first
+    // extends the loop to the new play position.
     void scrollPageLeft();
     void scrollPageRight();
     void zoomToFitLoop();
-    void rewind();
-    void fastForward();
-    void jumpToBeginning();
-    void jumpToEnd();
-    void jumpToNextMarker();
-    void jumpToPreviousMarker();
-    void jumpToNextHighLevelMarker();
-    void jumpToPreviousHighLevelMarker();
+    void rewind(Qt::KeyboardModifiers modifiers = QGuiApplication::keyboardModifiers());
+    void fastForward(Qt::KeyboardModifiers modifiers = QGuiApplication::keyboardModifiers());
+    void jumpToBeginning(Qt::KeyboardModifiers modifiers = QGuiApplication::keyboardModifiers());
+    void jumpToEnd(Qt::KeyboardModifiers modifiers = QGuiApplication::keyboardModifiers());
+    void jumpToNextMarker(Qt::KeyboardModifiers modifiers = QGuiApplication::keyboardModifiers());
+    void
+    jumpToPreviousMarker(Qt::KeyboardModifiers modifiers = QGuiApplication::keyboardModifiers());
+    void jumpToNextHighLevelMarker(
+        Qt::KeyboardModifiers modifiers = QGuiApplication::keyboardModifiers());
+    void jumpToPreviousHighLevelMarker(
+        Qt::KeyboardModifiers modifiers = QGuiApplication::keyboardModifiers());
     void extendLoopToNewFrame(qint64 frame);
     void selectAll();
     void clearSelection();
@@ -197,9 +202,9 @@ private:
     void updateCursorPosition();
     void updateMarkersOfType(std::uint32_t kind);
     void refreshCursor(const QPointF& position);
-    void jumpTo(qint64 frame);
-    void jumpToNextMarkerInList(const QList<quint32>& markers);
-    void jumpToPreviousMarkerInList(const QList<quint32>& markers);
+    void jumpTo(qint64 frame, Qt::KeyboardModifiers modifiers);
+    void jumpToNextMarkerInList(const QList<quint32>& markers, Qt::KeyboardModifiers modifiers);
+    void jumpToPreviousMarkerInList(const QList<quint32>& markers, Qt::KeyboardModifiers modifiers);
     void setReturnAdjust(qint64 frame, qreal x);
     void scrollAtEdges(qreal x);
     qint64 frameAtViewX(qreal x) const;
