@@ -403,7 +403,7 @@ QRectF WaveformView::waveformRect() const {
 }
 
 qreal WaveformView::shift() const {
-    const qreal ratio = devicePixelRatioF();
+    const qreal ratio = this->ratio();
     return std::round(qreal(mGeometry.visibleStartPoint()) * ratio) / ratio;
 }
 
@@ -473,7 +473,18 @@ void WaveformView::resizeEvent(QResizeEvent* event) {
 
 void WaveformView::paintEvent(QPaintEvent* event) {
     QPainter painter(this);
-    const QRect clip = event->rect();
+    paintView(painter, event->rect(), devicePixelRatioF());
+}
+
+void WaveformView::redrawWaveform() {
+    mStripCache.invalidate();
+    update();
+}
+
+void WaveformView::paintView(QPainter& painter, const QRect& clip, qreal devicePixelRatio) {
+    mPaintRatio = devicePixelRatio;
+    painter.save();
+    painter.setClipRect(clip);
     paintWaveform(painter, clip);
     const QRectF songClip = QRectF(clip).translated(shift(), 0);
     painter.save();
@@ -484,6 +495,8 @@ void WaveformView::paintEvent(QPaintEvent* event) {
     paintMarkers(painter);
     paintCursor(painter);
     paintLoopButton(painter);
+    painter.restore();
+    mPaintRatio = 0.0;
 }
 
 void WaveformView::drawWaveformStrip(QPainter& painter, const QRectF& strip, bool selected) {
@@ -524,7 +537,7 @@ void WaveformView::drawWaveformStrip(QPainter& painter, const QRectF& strip, boo
 }
 
 void WaveformView::paintWaveform(QPainter& painter, const QRect&) {
-    const qreal ratio = devicePixelRatioF();
+    const qreal ratio = this->ratio();
     const QRectF band = waveformRect();
     const QRect cacheRect(int(std::lround(shift() * ratio)), 0, int(std::ceil(width() * ratio)),
                           int(std::ceil(band.height() * ratio)));
@@ -638,7 +651,7 @@ void WaveformView::paintCursor(QPainter& painter) {
     if (!mWaveform)
         return;
     const WaveformPalette& palette = WaveformPalette::shared();
-    const qreal ratio = devicePixelRatioF();
+    const qreal ratio = this->ratio();
     const qreal x = std::floor(cursorX() * ratio) / ratio;
     const qreal lineWidth = std::max<qreal>(1, std::round(ratio)) / ratio;
     const bool inLoop = isLoopEnabled() && mCurrentFrame >= qint64(mLoopRange.location) &&

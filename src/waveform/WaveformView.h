@@ -162,6 +162,12 @@ public:
     bool loopButtonRightAligned() const { return mLoopButtonRightAligned; }
     QRectF markerRect(const MarkerItem& item) const;
 
+    /// Paints the view as its paint event does, into any painter (an image for a bench or a
+    /// picture), at `devicePixelRatio`; `clip` in view coordinates.
+    void paintView(QPainter& painter, const QRect& clip, qreal devicePixelRatio);
+    /// Forgets the cached waveform picture, so the next paint draws it all.
+    void redrawWaveform();
+
     /// Counters for tests and benches: device pixels of waveform drawn into the strip cache,
     /// and the number of such draws.
     qint64 waveformPixelsDrawn() const { return mWaveformPixelsDrawn; }
@@ -191,6 +197,8 @@ protected:
     void keyPressEvent(QKeyEvent* event) override;
 
 private:
+    qreal ratio() const { return mPaintRatio > 0 ? mPaintRatio : devicePixelRatioF(); }
+
     enum class Gesture { None, Marker, LoopButton, Loop, Scrub };
 
     void waveformDidBeginScanningFile(Waveform* waveform) override;
@@ -262,6 +270,7 @@ private:
     qint64 mWaveformPixelsDrawn = 0;
     int mWaveformDraws = 0;
     qreal mPaintedCursorX = -1.0;
+    qreal mPaintRatio = 0.0; // of the paint under way; the widget's own otherwise
 };
 
 } // namespace tesk
