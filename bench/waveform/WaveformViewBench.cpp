@@ -5,6 +5,7 @@
 // With TESK_WAVEFORM_VIEW_PNG set to a folder, it also saves the view at ratios 1 and 2 there.
 #include "support/GeneratedSong.h"
 #include "support/TeskBench.h"
+#include "waveform/TeskScroller.h"
 #include "waveform/WaveformView.h"
 
 #include <QApplication>
@@ -30,16 +31,19 @@ QApplication& application() {
     static char platform[] = "-platform";
     static char offscreen[] = "offscreen";
     static char* argv[] = {name, platform, offscreen, nullptr};
-    static QApplication app(argc, argv);
-    return app;
+    // Never destroyed: tearing a QApplication down in the exit handlers crashes.
+    static QApplication* app = new QApplication(argc, argv);
+    return *app;
 }
 
 /// One view of the ten-minute song, scanned to its end, with a loop and markers.
 WaveformView& songView() {
-    static std::unique_ptr<WaveformView> view = [] {
+    // Never destroyed either, like the application it needs.
+    static WaveformView* view = [] {
         application();
-        auto made = std::make_unique<WaveformView>();
+        auto* made = new WaveformView();
         made->resize(kWidth, kHeight);
+        made->show(); // the size takes effect when shown
         made->setFileURL(QUrl::fromLocalFile(bench::generatedSongFile(600)));
         (void)QTest::qWaitFor([&] { return made->waveform() && !made->waveform()->isScanning(); },
                               600000);
@@ -70,10 +74,10 @@ void savePictures() {
     if (folder.isEmpty())
         return;
     WaveformView& view = songView();
-    for (const double zoom : {0.0, 0.985}) {
+    for (const double zoom : {0.0, 0.9}) {
         view.setZoomLevel(zoom);
-        view.setCurrentFrame(44100 * 64);
-        view.setStartFrame(44100 * 66);
+        view.setStartFrame(44100 * 70);
+        view.setCurrentFrame(44100 * 66);
         for (const qreal ratio : {1.0, 2.0}) {
             QImage image = imageFor(ratio);
             view.redrawWaveform();
@@ -81,6 +85,21 @@ void savePictures() {
             image.save(QDir(folder).filePath(
                 QString("waveform-view-zoom%1-x%2.png").arg(zoom).arg(ratio)));
         }
+    }
+    TeskScroller scroller;
+    scroller.resize(kWidth, 15);
+    scroller.setMaxValue(double(view.frameCount()));
+    scroller.setKnobProportion(0.1);
+    scroller.setValue(0.3);
+    for (std::uint32_t kind = 0; kind < kMarkerKindCount; ++kind)
+        scroller.setMarkers(view.markersForType(kind) + QList<quint32>{quint32(kind * 5000000)},
+                            kind);
+    for (const qreal ratio : {1.0, 2.0}) {
+        QImage image(int(kWidth * ratio), int(15 * ratio), QImage::Format_ARGB32_Premultiplied);
+        image.setDevicePixelRatio(ratio);
+        image.fill(Qt::white);
+        scroller.render(&image);
+        image.save(QDir(folder).filePath(QString("scroller-x%1.png").arg(ratio)));
     }
 }
 

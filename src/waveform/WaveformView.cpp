@@ -39,6 +39,31 @@ const NamedImage& loopButtonImage(bool playing, bool pressed) {
     return NamedImage::named(QString::fromLatin1(names[playing][pressed]));
 }
 
+/// Fills `rect` with the part of a vertical gradient over `full` that it covers, from a column
+/// of pixels drawn once per gradient, height and ratio: stretching a column is several times
+/// cheaper than filling with a gradient brush.
+void fillGradient(QPainter& painter, const QRectF& rect, const QRectF& full,
+                  const GradientStops& stops, qreal ratio) {
+    static QHash<QString, QImage> columns;
+    const int height = std::max(1, int(std::ceil(full.height() * ratio)));
+    const QString key =
+        QString("%1 %2 %3 %4")
+            .arg(stops.top.name(QColor::HexArgb), stops.bottom.name(QColor::HexArgb))
+            .arg(height)
+            .arg(ratio);
+    auto found = columns.find(key);
+    if (found == columns.end()) {
+        QImage column(1, height, QImage::Format_ARGB32_Premultiplied);
+        column.fill(Qt::transparent);
+        QPainter columnPainter(&column);
+        columnPainter.fillRect(QRect(0, 0, 1, height), stops.over(QRectF(0, 0, 1, height)));
+        columnPainter.end();
+        found = columns.insert(key, column);
+    }
+    const QRectF source(0, (rect.top() - full.top()) * ratio, 1, rect.height() * ratio);
+    painter.drawImage(rect, *found, source);
+}
+
 } // namespace
 
 WaveformView::WaveformView(QWidget* parent)
@@ -503,9 +528,9 @@ void WaveformView::drawWaveformStrip(QPainter& painter, const QRectF& strip, boo
     const WaveformPalette& palette = WaveformPalette::shared();
     const qreal h = waveformRect().height();
     const QRectF full(strip.left(), 0, strip.width(), h);
-    painter.fillRect(
-        strip,
-        (selected ? palette.selectedBackgroundGradient : palette.backgroundGradient).over(full));
+    fillGradient(painter, strip, full,
+                 selected ? palette.selectedBackgroundGradient : palette.backgroundGradient,
+                 ratio());
     // A line at every labelled second of the ruler.
     const qint64 step = mGeometry.idealSampleStep() * 10;
     const QLinearGradient lines =
@@ -559,7 +584,7 @@ void WaveformView::paintWaveform(QPainter& painter, const QRect&) {
 void WaveformView::paintRuler(QPainter& painter, const QRectF& clip) {
     const WaveformPalette& palette = WaveformPalette::shared();
     const QRectF ruler(clip.left(), 0, clip.width(), kRulerHeight + kMarkerStripHeight);
-    painter.fillRect(ruler, palette.backgroundGradient.over(ruler));
+    fillGradient(painter, ruler, ruler, palette.backgroundGradient, ratio());
     painter.fillRect(QRectF(clip.left(), kRulerHeight + kMarkerStripHeight - 1, clip.width(), 1),
                      palette.timeIndicatorLineColor);
     if (mGeometry.frameCount <= 0)
