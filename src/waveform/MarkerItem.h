@@ -1,5 +1,6 @@
 #pragma once
 
+#include "audio/MarkerKind.h"
 #include <QString>
 #include <QtGlobal>
 #include <cstdint>
@@ -10,8 +11,6 @@ namespace tesk {
 class NamedImage;
 
 /// The four marker kinds, in their fixed order.
-enum class MarkerKind : std::uint32_t { Generic = 0, Chorus = 1, Verse = 2, Bridge = 3 };
-inline constexpr std::uint32_t kMarkerKindCount = 4;
 
 /// The binding and property name of a kind's array ("genericMarkers"...). A kind above 3 is a
 /// programming error.

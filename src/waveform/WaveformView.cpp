@@ -899,6 +899,8 @@ void WaveformView::mouseReleaseEvent(QMouseEvent* event) {
         mScrubbing = false;
         mCursorPressed = false;
         update(cursorUpdateRect(cursorX()));
+        if (mDelegate)
+            mDelegate->waveformViewDidEndScrubbing(this);
         return;
     }
 }

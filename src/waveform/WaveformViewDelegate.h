@@ -12,6 +12,7 @@ public:
     virtual void waveformViewDidBeginEditingLoop(WaveformView*) {}
     virtual void waveformViewDidEndEditingLoop(WaveformView*) {}
     virtual void waveformViewDidBeginScrubbing(WaveformView*) {}
+    virtual void waveformViewDidEndScrubbing(WaveformView*) {}
 };
 
 } // namespace tesk
