@@ -1,12 +1,16 @@
 #include "window/SongViews.h"
 
 #include "audio/TeskExtendedAudioFilePlayer.h"
+#include "controls/HUDPitchControlView.h"
+#include "controls/HUDSpeedControlView.h"
+#include "controls/HUDSwitchControlView.h"
+#include "controls/HUDTimeDisplayView.h"
 #include "controls/SBindingView.h"
 #include "document/TeskDocument.h"
 #include "waveform/TeskScroller.h"
 #include "waveform/WaveformView.h"
 
-#include <QLabel>
+#include <QHBoxLayout>
 #include <QVBoxLayout>
 #include <chrono>
 
@@ -15,34 +19,32 @@ namespace tesk {
 namespace {
 const QStringList kMarkerKeys{"genericMarkers", "chorusMarkers", "verseMarkers", "bridgeMarkers"};
 
-QString timeText(qint64 frame) {
-    const qint64 milliseconds = frame * 1000 / 44100;
-    return QStringLiteral("%1:%2.%3")
-        .arg(milliseconds / 60000, 2, 10, QLatin1Char('0'))
-        .arg(milliseconds / 1000 % 60, 2, 10, QLatin1Char('0'))
-        .arg(milliseconds % 1000, 3, 10, QLatin1Char('0'));
-}
 } // namespace
 
 SongViews::SongViews(TeskDocument* document, QWidget* parent)
     : QObject(parent)
     , mDocument(document) {
-    // The transport panel: the play position for now; the speed and pitch controls join it.
+    // The transport panel: the time, the speed/pitch switch, and the control it selects.
     mTransportPanel = new QWidget(parent);
     mTransportPanel->setObjectName(QStringLiteral("transportPanel"));
+    mTransportPanel->setAttribute(Qt::WA_StyledBackground);
     mTransportPanel->setStyleSheet(QStringLiteral(
         "#transportPanel { background: rgba(20, 22, 26, 217); border-radius: 10px; }"));
-    mTransportPanel->setFixedSize(420, 84);
-    auto* panelLayout = new QVBoxLayout(mTransportPanel);
-    mTimeLabel = new QLabel(timeText(0), mTransportPanel);
-    QFont digits = mTimeLabel->font();
-    digits.setPixelSize(30);
-    digits.setStyleHint(QFont::Monospace);
-    digits.setFamily(QStringLiteral("monospace"));
-    mTimeLabel->setFont(digits);
-    mTimeLabel->setStyleSheet(QStringLiteral("color: rgb(217, 238, 254);"));
-    mTimeLabel->setAccessibleName(tr("Time"));
-    panelLayout->addWidget(mTimeLabel, 0, Qt::AlignLeft | Qt::AlignVCenter);
+    auto* panelRow = new QHBoxLayout(mTransportPanel);
+    panelRow->setContentsMargins(14, 8, 14, 8);
+    panelRow->setSpacing(10);
+    mTimeDisplay = new HUDTimeDisplayView(mTransportPanel);
+    mSwitchControl = new HUDSwitchControlView(mTransportPanel);
+    mControlHolder = new QWidget(mTransportPanel);
+    mControlHolder->setFixedSize(190, 56);
+    mSpeedControl = new HUDSpeedControlView(mControlHolder);
+    mPitchControl = new HUDPitchControlView(mControlHolder);
+    panelRow->addWidget(mTimeDisplay, 0, Qt::AlignVCenter);
+    panelRow->addWidget(mSwitchControl, 0, Qt::AlignVCenter);
+    panelRow->addWidget(mControlHolder, 0, Qt::AlignVCenter);
+    connect(mSwitchControl, &HUDSwitchControlView::activated, this,
+            &SongViews::controlSwitchChanged);
+    controlSwitchChanged();
 
     mWaveformArea = new QWidget(parent);
     auto* column = new QVBoxLayout(mWaveformArea);
@@ -60,7 +62,25 @@ SongViews::SongViews(TeskDocument* document, QWidget* parent)
 
 SongViews::~SongViews() = default;
 
+void SongViews::controlSwitchChanged() {
+    // The holder shows one control at a time, filling it.
+    QWidget* shown = mSwitchControl->switchState() == 0 ? static_cast<QWidget*>(mSpeedControl)
+                                                        : static_cast<QWidget*>(mPitchControl);
+    QWidget* hidden = shown == mSpeedControl ? static_cast<QWidget*>(mPitchControl)
+                                             : static_cast<QWidget*>(mSpeedControl);
+    hidden->hide();
+    shown->setGeometry(mControlHolder->rect());
+    shown->show();
+}
+
 void SongViews::bind(WaveformViewDelegate* delegate) {
+    mPitchControl->bind(QStringLiteral("dirty"), mSwitchControl, QStringLiteral("pitchDirty"));
+    mSpeedControl->bind(QStringLiteral("dirty"), mSwitchControl, QStringLiteral("speedDirty"));
+    mTimeDisplay->bind(QStringLiteral("currentFrame"), mDocument, QStringLiteral("currentFrame"));
+    mSpeedControl->bind(QStringLiteral("playbackSpeed"), mDocument,
+                        QStringLiteral("playbackSpeed"));
+    mPitchControl->bind(QStringLiteral("pitchAdjustment"), mDocument,
+                        QStringLiteral("pitchAdjustment"));
     mWaveformView->setDelegate(delegate);
     mWaveformView->bind(QStringLiteral("fileURL"), mDocument, QStringLiteral("audioFileURL"));
     mWaveformView->bind(QStringLiteral("zoomLevel"), mDocument, QStringLiteral("zoomLevel"));
@@ -87,16 +107,16 @@ void SongViews::unbind() {
 }
 
 bool SongViews::canIncreaseSpeed() const {
-    return false; // until the speed control is in the panel
+    return mSpeedControl->canIncrementPlaybackSpeed();
 }
 bool SongViews::canDecreaseSpeed() const {
-    return false;
+    return mSpeedControl->canDecrementPlaybackSpeed();
 }
 bool SongViews::canIncreasePitch() const {
-    return false; // until the pitch control is in the panel
+    return mPitchControl->canIncreasePitch();
 }
 bool SongViews::canDecreasePitch() const {
-    return false;
+    return mPitchControl->canDecreasePitch();
 }
 
 void SongViews::perform(WindowCommand command) {
@@ -136,6 +156,33 @@ void SongViews::perform(WindowCommand command) {
     case C::ZoomToFitLoop:
         view->zoomToFitLoop();
         break;
+    case C::IncreaseSpeed:
+        mSpeedControl->incrementPlaybackSpeed();
+        break;
+    case C::DecreaseSpeed:
+        mSpeedControl->decrementPlaybackSpeed();
+        break;
+    case C::IncreasePitch:
+        mPitchControl->step(TransportRules::PitchStep::Up);
+        break;
+    case C::DecreasePitch:
+        mPitchControl->step(TransportRules::PitchStep::Down);
+        break;
+    case C::IncreasePitchFinely:
+        mPitchControl->step(TransportRules::PitchStep::UpFinely);
+        break;
+    case C::DecreasePitchFinely:
+        mPitchControl->step(TransportRules::PitchStep::DownFinely);
+        break;
+    case C::IncreasePitchByOneOctave:
+        mPitchControl->step(TransportRules::PitchStep::UpOctave);
+        break;
+    case C::DecreasePitchByOneOctave:
+        mPitchControl->step(TransportRules::PitchStep::DownOctave);
+        break;
+    case C::ResetPitch:
+        mPitchControl->step(TransportRules::PitchStep::Reset);
+        break;
     default:
         break;
     }
@@ -152,7 +199,7 @@ void SongViews::playingChanged(bool playing, bool looping) {
 }
 
 void SongViews::updateHUD() {
-    mTimeLabel->setText(timeText(mDocument->currentFrame()));
+    mTimeDisplay->setCurrentFrame(mDocument->currentFrame());
 }
 
 void SongViews::updatePlayHead() {

@@ -4,11 +4,14 @@
 
 #include <QObject>
 
-class QLabel;
 class QWidget;
 
 namespace tesk {
 
+class HUDPitchControlView;
+class HUDSpeedControlView;
+class HUDSwitchControlView;
+class HUDTimeDisplayView;
 class TeskDocument;
 class TeskScroller;
 class WaveformView;
@@ -28,6 +31,12 @@ public:
     QWidget* effectsPanel() const { return mEffectsPanel; }
     WaveformView* waveformView() const { return mWaveformView; }
     TeskScroller* scroller() const { return mScroller; }
+    HUDSpeedControlView* speedControl() const { return mSpeedControl; }
+    HUDPitchControlView* pitchControl() const { return mPitchControl; }
+    HUDSwitchControlView* switchControl() const { return mSwitchControl; }
+    HUDTimeDisplayView* timeDisplay() const { return mTimeDisplay; }
+    /// Shows the speed or the pitch control, as the switch says.
+    void controlSwitchChanged();
 
     /// Binds every view to the document; `delegate` hears the waveform's gestures.
     void bind(WaveformViewDelegate* delegate);
@@ -51,7 +60,11 @@ public:
 private:
     TeskDocument* mDocument;
     QWidget* mTransportPanel = nullptr;
-    QLabel* mTimeLabel = nullptr;
+    HUDTimeDisplayView* mTimeDisplay = nullptr;
+    HUDSwitchControlView* mSwitchControl = nullptr;
+    QWidget* mControlHolder = nullptr;
+    HUDSpeedControlView* mSpeedControl = nullptr;
+    HUDPitchControlView* mPitchControl = nullptr;
     QWidget* mWaveformArea = nullptr;
     WaveformView* mWaveformView = nullptr;
     TeskScroller* mScroller = nullptr;
