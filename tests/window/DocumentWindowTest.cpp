@@ -126,6 +126,21 @@ TEST(DocumentWindow, APracticeSessionFromOpeningToReopening) {
     press(window, Qt::Key_L, "l");
     EXPECT_FALSE(document->isFilePlaying());
 
+    // Down slows to the next mark; Shift+Down does nothing; the pitch items step the pitch.
+    press(window, Qt::Key_Down, {}, Qt::ShiftModifier);
+    EXPECT_DOUBLE_EQ(document->playbackSpeed(), 1.0);
+    press(window, Qt::Key_Down);
+    EXPECT_DOUBLE_EQ(document->playbackSpeed(), 0.75);
+    window->action(WindowCommand::DecreasePitch)->trigger();
+    EXPECT_DOUBLE_EQ(document->pitchAdjustment(), -0.5);
+    // Escape clears the loop; Home goes to the beginning.
+    document->setCurrentFrame(30000);
+    press(window, Qt::Key_Home);
+    EXPECT_EQ(document->currentFrame(), 0);
+    press(window, Qt::Key_Escape);
+    EXPECT_EQ(document->loopRange().length, 0u);
+    document->setLoopRange({kRate, kRate});
+
     // Zoom moves on its grid and Zoom In is disabled at the top.
     document->setZoomLevel(0.93);
     window->action(WindowCommand::ZoomIn)->trigger();
@@ -153,7 +168,8 @@ TEST(DocumentWindow, APracticeSessionFromOpeningToReopening) {
     const QString exported = dir.filePath("loop.m4a");
     const auto decoded = decodeWithFfmpeg(exported);
     ASSERT_TRUE(decoded.has_value());
-    EXPECT_NEAR(double((*decoded)[0].size()), double(kRate), 0.05 * kRate);
+    // The loop at the speed set above: a second of song takes 4/3 s.
+    EXPECT_NEAR(double((*decoded)[0].size()), kRate / 0.75, 0.05 * kRate);
 
     // A cancelled export leaves nothing behind.
     app.exportAnswer = dir.filePath("cancelled.aif");
