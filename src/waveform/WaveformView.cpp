@@ -4,6 +4,8 @@
 #include "waveform/WaveformPalette.h"
 #include "widgets/NamedImage.h"
 
+#include "waveform/WaveformAccessibility.h"
+
 #include <QGuiApplication>
 #include <QKeyEvent>
 #include <QMouseEvent>
@@ -69,6 +71,7 @@ void fillGradient(QPainter& painter, const QRectF& rect, const QRectF& full,
 WaveformView::WaveformView(QWidget* parent)
     : SBindingView(parent)
     , mClock(steadyMilliseconds) {
+    installWaveformAccessibility();
     setMouseTracking(true);
     setFocusPolicy(Qt::ClickFocus);
     setAttribute(Qt::WA_OpaquePaintEvent);

@@ -4,6 +4,8 @@
 #include "support/MemorySong.h"
 #include "support/ViewTesting.h"
 
+#include <QAccessible>
+#include <QAccessibleValueInterface>
 #include <QPaintEvent>
 #include <QTest>
 #include <gtest/gtest.h>
@@ -427,6 +429,20 @@ TEST_F(WaveformViewTest, WheelScrollsTheViewAndScrubsOverTheRuler) {
     view.setStartFrame(200000);
     QCoreApplication::sendEvent(&view, &fine);
     EXPECT_EQ(view.startFrame(), 200000);
+}
+
+TEST_F(WaveformViewTest, ScreenReadersReadThePlayPositionAndTheLoop) {
+    QAccessibleInterface* accessible = QAccessible::queryAccessibleInterface(&view);
+    ASSERT_NE(accessible, nullptr);
+    ASSERT_NE(accessible->valueInterface(), nullptr);
+    model.setCurrentFrame(44100 * 61);
+    model.setLoopRange({44100 * 60, 44100 * 15});
+    EXPECT_EQ(accessible->text(QAccessible::Name), "Waveform");
+    EXPECT_EQ(accessible->text(QAccessible::Value), "01:01");
+    EXPECT_EQ(accessible->text(QAccessible::Description), "Loop from 01:00 to 01:15");
+    EXPECT_EQ(accessible->valueInterface()->maximumValue().toLongLong(), kSongFrames);
+    accessible->valueInterface()->setCurrentValue(qint64(88200));
+    EXPECT_EQ(model.currentFrame(), 88200) << "a value set by the reader goes to the document";
 }
 
 #include "WaveformViewTest.moc"
