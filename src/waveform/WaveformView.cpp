@@ -66,12 +66,52 @@ void fillGradient(QPainter& painter, const QRectF& rect, const QRectF& full,
     painter.drawImage(rect, *found, source);
 }
 
+/// The pointer over a marker that will be deleted when released: a small grey puff.
+const QCursor& disappearingItemCursor() {
+    static const QCursor cursor = [] {
+        QPixmap pixmap(24, 24);
+        pixmap.fill(Qt::transparent);
+        QPainter painter(&pixmap);
+        painter.setRenderHint(QPainter::Antialiasing);
+        painter.setPen(QPen(QColor(60, 60, 60), 1.0));
+        painter.setBrush(QColor(235, 235, 235));
+        QPainterPath puff;
+        puff.addEllipse(QRectF(3, 8, 10, 10));
+        puff.addEllipse(QRectF(8, 4, 11, 11));
+        puff.addEllipse(QRectF(11, 10, 10, 9));
+        painter.drawPath(puff.simplified());
+        painter.setPen(QPen(QColor(60, 60, 60), 1.6));
+        painter.drawLine(QPointF(9.5, 9.5), QPointF(14.5, 14.5));
+        painter.drawLine(QPointF(14.5, 9.5), QPointF(9.5, 14.5));
+        painter.end();
+        return QCursor(pixmap, 12, 12);
+    }();
+    return cursor;
+}
+
 } // namespace
 
 WaveformView::WaveformView(QWidget* parent)
     : SBindingView(parent)
     , mClock(steadyMilliseconds) {
     installWaveformAccessibility();
+    mButtonBounce = new QVariantAnimation(this);
+    connect(mButtonBounce, &QVariantAnimation::valueChanged, this, [this](const QVariant& value) {
+        mButtonScale = value.toDouble();
+        update(loopButtonHitRect().adjusted(-4, -4, 4, 4).toAlignedRect());
+    });
+    mPoof = new QVariantAnimation(this);
+    mPoof->setStartValue(0.0);
+    mPoof->setEndValue(1.0);
+    mPoof->setDuration(250);
+    connect(mPoof, &QVariantAnimation::valueChanged, this, [this](const QVariant& value) {
+        mPoofProgress = value.toDouble();
+        update(poofRect());
+    });
+    connect(mPoof, &QVariantAnimation::finished, this, [this] {
+        mPoofProgress = -1.0;
+        update(poofRect());
+    });
     setMouseTracking(true);
     setFocusPolicy(Qt::ClickFocus);
     setAttribute(Qt::WA_OpaquePaintEvent);
@@ -523,6 +563,7 @@ void WaveformView::paintView(QPainter& painter, const QRect& clip, qreal deviceP
     paintMarkers(painter);
     paintCursor(painter);
     paintLoopButton(painter);
+    paintPoof(painter);
     painter.restore();
     mPaintRatio = 0.0;
 }
@@ -701,7 +742,46 @@ void WaveformView::paintLoopButton(QPainter& painter) {
     const QRectF rect = loopButtonHitRect();
     if (rect.isEmpty())
         return;
-    loopButtonImage(mPlaying, mLoopButtonPressed).draw(painter, rect.topLeft());
+    painter.save();
+    painter.translate(rect.center());
+    painter.scale(mButtonScale, mButtonScale);
+    loopButtonImage(mPlaying, mLoopButtonPressed)
+        .draw(painter, QPointF(-rect.width() / 2, -rect.height() / 2));
+    painter.restore();
+}
+
+void WaveformView::bounceLoopButton(bool pressed) {
+    // Pressed, the button sinks a little; released, it springs past its size and settles.
+    mButtonBounce->stop();
+    mButtonBounce->setKeyValues({});
+    mButtonBounce->setStartValue(mButtonScale);
+    if (pressed) {
+        mButtonBounce->setDuration(80);
+        mButtonBounce->setEndValue(0.9);
+    } else {
+        mButtonBounce->setDuration(220);
+        mButtonBounce->setKeyValueAt(0.5, 1.12);
+        mButtonBounce->setEndValue(1.0);
+    }
+    mButtonBounce->start();
+}
+
+QRect WaveformView::poofRect() const {
+    return QRectF(mPoofCentre - QPointF(20, 20), QSizeF(40, 40)).toAlignedRect();
+}
+
+void WaveformView::paintPoof(QPainter& painter) {
+    if (mPoofProgress < 0)
+        return;
+    painter.save();
+    painter.setRenderHint(QPainter::Antialiasing);
+    painter.setPen(Qt::NoPen);
+    painter.setBrush(QColor(250, 250, 250, int(200 * (1.0 - mPoofProgress))));
+    const qreal spread = 4 + 10 * mPoofProgress;
+    for (const QPointF offset : {QPointF(-1, 0), QPointF(0.6, -0.8), QPointF(0.6, 0.8)})
+        painter.drawEllipse(mPoofCentre + offset * spread, 3 + 5 * mPoofProgress,
+                            3 + 5 * mPoofProgress);
+    painter.restore();
 }
 
 // Gestures.
@@ -745,6 +825,7 @@ void WaveformView::mousePressEvent(QMouseEvent* event) {
         return;
     const QPointF position = event->position();
     mPressPosition = position;
+    mPointer = position;
     mPressSongX = position.x() + shift();
     if (MarkerItem* marker = markerAt(position)) {
         mGesture = Gesture::Marker;
@@ -756,6 +837,7 @@ void WaveformView::mousePressEvent(QMouseEvent* event) {
     } else if (loopButtonHitRect().contains(position)) {
         mGesture = Gesture::LoopButton;
         mLoopButtonPressed = true;
+        bounceLoopButton(true);
         update(loopButtonHitRect().toAlignedRect());
     } else if (waveformRect().contains(position)) {
         mGesture = Gesture::Loop;
@@ -792,6 +874,7 @@ void WaveformView::mousePressEvent(QMouseEvent* event) {
 
 void WaveformView::mouseMoveEvent(QMouseEvent* event) {
     const QPointF position = event->position();
+    mPointer = position;
     switch (mGesture) {
     case Gesture::None:
         refreshCursor(position);
@@ -809,7 +892,10 @@ void WaveformView::mouseMoveEvent(QMouseEvent* event) {
         mMarkerOff = position.y() < strip.top() - kMarkerKeepMargin ||
                      position.y() > strip.bottom() + kMarkerKeepMargin;
         item.opacity = mMarkerOff ? 0.4 : 1.0;
-        setCursor(mMarkerOff ? Qt::ForbiddenCursor : Qt::ClosedHandCursor);
+        if (mMarkerOff)
+            setCursor(disappearingItemCursor());
+        else
+            setCursor(Qt::ClosedHandCursor);
         update(before.adjusted(-1, 0, 1, 0));
         update(markerRect(item).toAlignedRect().adjusted(-1, 0, 1, 0));
         return;
@@ -849,7 +935,7 @@ void WaveformView::finishMarkerDrag(bool cancelled) {
     MarkerItem& item = mMarkerItems[mDraggedKind][mDraggedIndex];
     const std::uint32_t kind = mDraggedKind;
     mGesture = Gesture::None;
-    refreshCursor(mapFromGlobal(QCursor::pos()));
+    refreshCursor(mPointer);
     if (cancelled) {
         item = MarkerItem{kind, item.frame, false, std::nullopt, 1.0};
         update(markerStripRect().toAlignedRect());
@@ -860,6 +946,9 @@ void WaveformView::finishMarkerDrag(bool cancelled) {
     if (!mMarkerOff) {
         const qreal w = markerImageForType(kind).width();
         markers.append(quint32(mGeometry.sampleFromPoint(*item.dragX + std::floor(w * 0.5))));
+    } else {
+        mPoofCentre = mPointer;
+        mPoof->start();
     }
     writeMarkers(kind, markers);
 }
@@ -886,6 +975,7 @@ void WaveformView::mouseReleaseEvent(QMouseEvent* event) {
     }
     case Gesture::LoopButton:
         mLoopButtonPressed = false;
+        bounceLoopButton(false);
         update(loopButtonHitRect().toAlignedRect());
         if (loopButtonHitRect().contains(position))
             emit loopButtonClicked();

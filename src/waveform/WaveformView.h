@@ -11,6 +11,7 @@
 #include <QGuiApplication>
 #include <QList>
 #include <QUrl>
+#include <QVariantAnimation>
 #include <array>
 #include <functional>
 #include <memory>
@@ -228,6 +229,9 @@ private:
     void paintMarkers(QPainter& painter);
     void paintCursor(QPainter& painter);
     void paintLoopButton(QPainter& painter);
+    void paintPoof(QPainter& painter);
+    void bounceLoopButton(bool pressed);
+    QRect poofRect() const;
     void drawWaveformStrip(QPainter& painter, const QRectF& strip, bool selected);
 
     std::unique_ptr<Waveform> mWaveform;
@@ -270,6 +274,13 @@ private:
     qint64 mWaveformPixelsDrawn = 0;
     int mWaveformDraws = 0;
     qreal mPaintedCursorX = -1.0;
+    // The loop button's press and release bounces, and the puff of a deleted marker.
+    QVariantAnimation* mButtonBounce = nullptr;
+    qreal mButtonScale = 1.0;
+    QVariantAnimation* mPoof = nullptr;
+    QPointF mPoofCentre;
+    qreal mPoofProgress = -1.0;
+    QPointF mPointer;
     qreal mPaintRatio = 0.0; // of the paint under way; the widget's own otherwise
 };
 

@@ -243,6 +243,9 @@ TEST_F(WaveformViewTest, MarkerGesturesHoldBeforeMovingAndDeleteWhenDraggedOff) 
             move(step.to);
         }
         EXPECT_EQ(view.markerItems(0).at(0).opacity, c.opacityBeforeRelease);
+        if (c.opacityBeforeRelease < 1.0) {
+            EXPECT_EQ(view.cursor().shape(), Qt::BitmapCursor) << "the disappearing-item cursor";
+        }
         now = start + c.releaseAfterMs;
         release(c.moves.empty() ? flag : c.moves.back().to);
         EXPECT_EQ(model.genericMarkers(), c.markers);
@@ -261,6 +264,18 @@ TEST_F(WaveformViewTest, MarkerGesturesHoldBeforeMovingAndDeleteWhenDraggedOff) 
     release({500, 24});
     EXPECT_EQ(model.writes, writes);
     EXPECT_FALSE(view.markerItems(0).at(0).dragX.has_value());
+
+    // Dragged past the right edge, the view scrolls and the marker lands further on.
+    press(flag);
+    now += 300;
+    move({830, 24});
+    move({830, 24});
+    EXPECT_GT(view.startFrame(), view.visibleMinimum()) << "scrolled while dragging";
+    const qreal landed = view.geometryValues().visibleStartPoint() + 830;
+    release({830, 24});
+    ASSERT_EQ(model.genericMarkers().size(), 1);
+    EXPECT_NEAR(model.genericMarkers().at(0), landed * 50, 50);
+    EXPECT_GT(model.genericMarkers().at(0), 800 * 50);
 }
 
 TEST_F(WaveformViewTest, LoopGesturesDrawMoveAndResizeTheLoop) {
