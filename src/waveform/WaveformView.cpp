@@ -649,9 +649,7 @@ void WaveformView::paintRuler(QPainter& painter, const QRectF& clip) {
         ticks.addRect(QRectF(x, kRulerHeight - tick, 1, tick));
         if (!major)
             continue;
-        const qint64 seconds = frame / WaveformGeometry::kFramesPerSecond;
-        const qint64 minutes = seconds / 60;
-        const QString label = QString::asprintf("%02lld:%02lld", minutes, seconds - 60 * minutes);
+        const QString label = rulerLabel(frame);
         const QPointF at(x + 2, 11);
         painter.setPen(QColor(255, 255, 255, 200));
         painter.drawText(at + QPointF(0, 1), label);

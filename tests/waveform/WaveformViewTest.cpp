@@ -181,6 +181,19 @@ TEST_F(WaveformViewTest, NavigationCommandsMoveThePlayPositionThroughTheBinding)
     }
 }
 
+TEST_F(WaveformViewTest, ZoomToFitLoopShowsTheLoopTwentyPointsFromEachEdge) {
+    model.setLoopRange({100000, 88200});
+    view.zoomToFitLoop();
+    EXPECT_EQ(model.zoomLevel(), view.zoomLevel()) << "the zoom goes to the document";
+    EXPECT_LT(view.zoomLevel(), 1.0);
+    const WaveformGeometry& g = view.geometryValues();
+    const qreal left = std::floor(g.pointFromSample(100000)) - view.shift();
+    const qreal right = std::floor(g.pointFromSample(188200)) - view.shift();
+    EXPECT_NEAR(left, 20, 1.5);
+    // Within the rounding of frames per point to a whole number.
+    EXPECT_NEAR(right, 800 - 20, 4);
+}
+
 TEST_F(WaveformViewTest, LoopBetweenMarkersSelectAllAndClear) {
     model.setGenericMarkers({100000, 300000});
     model.setChorusMarkers({200000});
