@@ -131,7 +131,7 @@ void BM_ScrollWhileFollowing(benchmark::State& state, qreal ratio) {
     QImage image = imageFor(ratio);
     paint(view, image, view.rect());
     const qint64 step = view.geometryValues().sampleFromPoint(10.0);
-    const qint64 stripHeight = qint64(std::ceil((kHeight - 34) * ratio));
+    const qint64 stripHeight = qint64(std::ceil(kHeight * ratio)); // ruler and waveform
     const qint64 before = view.waveformPixelsDrawn();
     qint64 repaints = 0;
     for (auto _ : state) {

@@ -557,7 +557,6 @@ void WaveformView::paintView(QPainter& painter, const QRect& clip, qreal deviceP
     const QRectF songClip = QRectF(clip).translated(shift(), 0);
     painter.save();
     painter.translate(-shift(), 0);
-    paintRuler(painter, songClip);
     paintLoop(painter, songClip);
     painter.restore();
     paintMarkers(painter);
@@ -606,23 +605,28 @@ void WaveformView::drawWaveformStrip(QPainter& painter, const QRectF& strip, boo
 }
 
 void WaveformView::paintWaveform(QPainter& painter, const QRect&) {
+    // The cache holds the ruler and the marker strip's background as well as the waveform:
+    // all three scroll together, so a scroll draws the exposed strip of each.
     const qreal ratio = this->ratio();
     const QRectF band = waveformRect();
     const QRect cacheRect(int(std::lround(shift() * ratio)), 0, int(std::ceil(width() * ratio)),
-                          int(std::ceil(band.height() * ratio)));
+                          int(std::ceil(height() * ratio)));
     if (cacheRect.isEmpty())
         return;
     const QRect dirty = mStripCache.prepare(cacheRect, ratio);
     if (!dirty.isEmpty()) {
         QPainter strip(&mStripCache.image());
         strip.translate(-cacheRect.x() / ratio, 0);
-        const QRectF songStrip(dirty.x() / ratio, 0, dirty.width() / ratio, band.height());
+        const QRectF songStrip(dirty.x() / ratio, 0, dirty.width() / ratio, height());
         strip.setClipRect(songStrip);
-        drawWaveformStrip(strip, songStrip, false);
+        paintRuler(strip, songStrip);
+        strip.translate(0, band.top());
+        drawWaveformStrip(strip, QRectF(songStrip.left(), 0, songStrip.width(), band.height()),
+                          false);
         mWaveformPixelsDrawn += qint64(dirty.width()) * dirty.height();
         ++mWaveformDraws;
     }
-    painter.drawImage(QPointF(0, band.top()), mStripCache.image());
+    painter.drawImage(QPointF(0, 0), mStripCache.image());
 }
 
 void WaveformView::paintRuler(QPainter& painter, const QRectF& clip) {

@@ -397,7 +397,7 @@ TEST_F(WaveformViewTest, PixelsShowCursorLoopMarkerAndTicksWhereTheGeometrySays)
 
 TEST_F(WaveformViewTest, CursorMovesWithoutRepaintingTheWaveformAndScrollingPaintsTheStrip) {
     const qreal ratio = test::testPixelRatio();
-    const int stripHeight = int(std::ceil(view.waveformRect().height() * ratio));
+    const int stripHeight = int(std::ceil(view.height() * ratio)); // ruler and waveform
     view.setPlaying(true);
 
     const qint64 pixels = view.waveformPixelsDrawn();
