@@ -459,6 +459,31 @@ TEST_F(WaveformViewTest, WheelScrollsTheViewAndScrubsOverTheRuler) {
     EXPECT_EQ(view.startFrame(), 200000);
 }
 
+TEST(WaveformViewScan, FramesScannedIntoTheVisibleRectAreDrawnAsTheyArrive) {
+    // At zoom 0 the ten seconds span the view; only the first block (2 s, 160 points) is
+    // decoded at first.
+    const auto song = test::MemorySong::sine(kSongFrames, 440.0, 0.9);
+    song->decodeOnlyUpTo(100000);
+    WaveformView view;
+    view.resize(800, 200);
+    view.setZoomLevel(0.0);
+    view.setDecodedSong(song, QUrl("file:///song.wav"));
+    view.show();
+    ASSERT_TRUE(QTest::qWaitForWindowExposed(&view));
+    ASSERT_TRUE(QTest::qWaitFor([&] { return view.waveform()->availableFrameCount() > 0; }));
+    const qreal peakY = view.waveformRect().center().y() - view.waveformRect().height() * 0.25;
+    // The background is light grey; the waveform's gradient is a dark blue-grey.
+    QImage image = test::grabImage(view);
+    EXPECT_LT(test::pixelAt(image, 80, peakY).red(), 150) << "the scanned start is drawn";
+    EXPECT_GT(test::pixelAt(image, 400, peakY).red(), 200)
+        << "background only where nothing is scanned yet";
+
+    song->finishDecoding();
+    ASSERT_TRUE(QTest::qWaitFor([&] { return !view.waveform()->isScanning(); }, 20000));
+    image = test::grabImage(view);
+    EXPECT_LT(test::pixelAt(image, 400, peakY).red(), 150) << "the rest is drawn once scanned";
+}
+
 TEST_F(WaveformViewTest, ScreenReadersReadThePlayPositionAndTheLoop) {
     QAccessibleInterface* accessible = QAccessible::queryAccessibleInterface(&view);
     ASSERT_NE(accessible, nullptr);
