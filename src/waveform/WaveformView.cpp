@@ -12,6 +12,7 @@
 #include <QPaintEvent>
 #include <QPainter>
 #include <QPainterPath>
+#include <QTimer>
 #include <QWheelEvent>
 #include <algorithm>
 #include <chrono>
@@ -99,6 +100,14 @@ WaveformView::WaveformView(QWidget* parent)
     connect(mButtonBounce, &QVariantAnimation::valueChanged, this, [this](const QVariant& value) {
         mButtonScale = value.toDouble();
         update(loopButtonHitRect().adjusted(-4, -4, 4, 4).toAlignedRect());
+    });
+    mEdgeScrollTimer = new QTimer(this);
+    mEdgeScrollTimer->setInterval(30);
+    connect(mEdgeScrollTimer, &QTimer::timeout, this, [this] {
+        if (mGesture == Gesture::None || mGesture == Gesture::LoopButton)
+            mEdgeScrollTimer->stop();
+        else
+            dragTo(mPointer);
     });
     mPoof = new QVariantAnimation(this);
     mPoof->setStartValue(0.0);
@@ -875,8 +884,19 @@ void WaveformView::mousePressEvent(QMouseEvent* event) {
 }
 
 void WaveformView::mouseMoveEvent(QMouseEvent* event) {
-    const QPointF position = event->position();
-    mPointer = position;
+    mPointer = event->position();
+    dragTo(mPointer);
+    // A pointer resting past either edge keeps the view scrolling while a drag goes on.
+    const bool outside = mPointer.x() < 0 || mPointer.x() > width();
+    const bool dragging = mGesture == Gesture::Loop || mGesture == Gesture::Scrub ||
+                          (mGesture == Gesture::Marker && mMarkerMoving);
+    if (outside && dragging)
+        mEdgeScrollTimer->start();
+    else
+        mEdgeScrollTimer->stop();
+}
+
+void WaveformView::dragTo(const QPointF& position) {
     switch (mGesture) {
     case Gesture::None:
         refreshCursor(position);
@@ -959,6 +979,7 @@ void WaveformView::mouseReleaseEvent(QMouseEvent* event) {
     if (event->button() != Qt::LeftButton)
         return;
     const QPointF position = event->position();
+    mEdgeScrollTimer->stop();
     const Gesture gesture = std::exchange(mGesture, Gesture::None);
     switch (gesture) {
     case Gesture::None:

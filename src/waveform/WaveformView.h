@@ -17,6 +17,8 @@
 #include <memory>
 #include <vector>
 
+class QTimer;
+
 namespace tesk {
 
 /// One song's waveform in a horizontal strip: the time ruler at the top, the marker flags under
@@ -216,6 +218,7 @@ private:
     void jumpToPreviousMarkerInList(const QList<quint32>& markers, Qt::KeyboardModifiers modifiers);
     void setReturnAdjust(qint64 frame, qreal x);
     void scrollAtEdges(qreal x);
+    void dragTo(const QPointF& position);
     qint64 frameAtViewX(qreal x) const;
     QRect cursorUpdateRect(qreal x) const;
     MarkerItem* markerAt(const QPointF& position);
@@ -281,6 +284,7 @@ private:
     QPointF mPoofCentre;
     qreal mPoofProgress = -1.0;
     QPointF mPointer;
+    QTimer* mEdgeScrollTimer = nullptr;
     qreal mPaintRatio = 0.0; // of the paint under way; the widget's own otherwise
 };
 

@@ -327,6 +327,18 @@ TEST_F(WaveformViewTest, LoopGesturesDrawMoveAndResizeTheLoop) {
         EXPECT_EQ(delegate.loopBegun, before.loopBegun + 1);
         EXPECT_EQ(delegate.loopEnded, before.loopEnded + 1);
     }
+
+    // A pointer resting past the right edge keeps scrolling and stretching the new loop.
+    model.setLoopRange({});
+    press({700, kBandY});
+    move({830, kBandY});
+    const qint64 firstStart = view.startFrame();
+    EXPECT_TRUE(QTest::qWaitFor([&] { return view.startFrame() > firstStart + 2000; }, 5000));
+    release({830, kBandY});
+    EXPECT_EQ(model.loopRange().location, 35000u);
+    EXPECT_GT(qint64(model.loopRange().location) + model.loopRange().length,
+              view.geometryValues().sampleFromPoint(view.geometryValues().visibleStartPoint()))
+        << "the loop reaches into the newly shown part";
 }
 
 TEST_F(WaveformViewTest, RulerScrubsWhilePausedAndTheLoopButtonClicks) {
