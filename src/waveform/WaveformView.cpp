@@ -67,6 +67,13 @@ void fillGradient(QPainter& painter, const QRectF& rect, const QRectF& full,
     painter.drawImage(rect, *found, source);
 }
 
+/// A vertical line one point wide at point x, snapped to the whole device pixels from the one
+/// under the point's centre, so that it is as crisp at 1.25 as at 1 and 2.
+QRectF hairline(qreal x, qreal top, qreal height, qreal ratio) {
+    return QRectF(std::floor((x + 0.5) * ratio) / ratio, top,
+                  std::max<qreal>(1, std::round(ratio)) / ratio, height);
+}
+
 /// The pointer over a marker that will be deleted when released: a small grey puff.
 const QCursor& disappearingItemCursor() {
     static const QCursor cursor = [] {
@@ -591,7 +598,7 @@ void WaveformView::drawWaveformStrip(QPainter& painter, const QRectF& strip, boo
     for (qint64 frame = mGeometry.sampleFromPoint(strip.left() - 1) / step * step; frame <= last;
          frame += step) {
         const qreal x = std::floor(mGeometry.pointFromSample(frame));
-        painter.fillRect(QRectF(x, strip.top(), 1, strip.height()), lines);
+        painter.fillRect(hairline(x, strip.top(), strip.height(), ratio()), lines);
     }
     if (mWaveform) {
         const QRectF wide(std::max<qreal>(0, strip.left() - 10), 0, strip.width() + 20, h);
@@ -659,7 +666,7 @@ void WaveformView::paintRuler(QPainter& painter, const QRectF& clip) {
         const bool major = frame % (10 * step) == 0;
         const qreal x = std::floor(mGeometry.pointFromSample(frame));
         const qreal tick = major ? 15 : 6;
-        ticks.addRect(QRectF(x, kRulerHeight - tick, 1, tick));
+        ticks.addRect(hairline(x, kRulerHeight - tick, tick, ratio()));
         if (!major)
             continue;
         const QString label = rulerLabel(frame);

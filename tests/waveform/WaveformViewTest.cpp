@@ -398,9 +398,9 @@ TEST_F(WaveformViewTest, PixelsShowCursorLoopMarkerAndTicksWhereTheGeometrySays)
     EXPECT_GT(flag.red(), flag.blue() + 60) << "the chorus flag is orange";
 
     // A major tick (every ten steps of 4410 frames) at 1 s, a minor one at 1.1 s.
-    view.setStartFrame(44100); // the left edge at point 482
+    view.setStartFrame(44100); // the left edge near point 482, in whole device pixels
     image = test::grabImage(view);
-    const qreal major = 882 - 482 + 0.5, minor = 970 - 482 + 0.5;
+    const qreal major = 882 - view.shift() + 0.5, minor = 970 - view.shift() + 0.5;
     EXPECT_EQ(test::pixelAt(image, major, 8), palette.timeIndicatorLineColor);
     EXPECT_EQ(test::pixelAt(image, major, 17), palette.timeIndicatorLineColor);
     EXPECT_EQ(test::pixelAt(image, minor, 15), palette.timeIndicatorLineColor);
