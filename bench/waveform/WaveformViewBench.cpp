@@ -2,7 +2,8 @@
 // budget at 60 Hz (16.7 ms): a full repaint, a scroll of 10 points while following playback,
 // a move of the play position, and a zoom step of the window's 0.05.
 //
-// With TESK_WAVEFORM_VIEW_PNG set to a folder, it also saves the view at ratios 1 and 2 there.
+// With TESK_WAVEFORM_VIEW_PNG set to a folder, it also saves the view at ratios 1, 1.25 and 2
+// there.
 #include "support/GeneratedSong.h"
 #include "support/TeskBench.h"
 #include "waveform/TeskScroller.h"
@@ -78,7 +79,7 @@ void savePictures() {
         view.setZoomLevel(zoom);
         view.setStartFrame(44100 * 70);
         view.setCurrentFrame(44100 * 66);
-        for (const qreal ratio : {1.0, 2.0}) {
+        for (const qreal ratio : {1.0, 1.25, 2.0}) {
             QImage image = imageFor(ratio);
             view.redrawWaveform();
             paint(view, image, view.rect());
@@ -131,7 +132,7 @@ void BM_ScrollWhileFollowing(benchmark::State& state, qreal ratio) {
     QImage image = imageFor(ratio);
     paint(view, image, view.rect());
     const qint64 step = view.geometryValues().sampleFromPoint(10.0);
-    const qint64 stripHeight = qint64(std::ceil((kHeight - 34) * ratio));
+    const qint64 stripHeight = qint64(std::ceil(kHeight * ratio)); // ruler and waveform
     const qint64 before = view.waveformPixelsDrawn();
     qint64 repaints = 0;
     for (auto _ : state) {

@@ -5,6 +5,8 @@
 #include "widgets/NamedImage.h"
 #include "widgets/TeskLook.h"
 
+#include "waveform/WaveformAccessibility.h"
+
 #include <QMouseEvent>
 #include <QPainter>
 #include <QPainterPath>
@@ -32,6 +34,7 @@ const NamedImage& scrollerMarkerImageForType(std::uint32_t kind) {
 
 TeskScroller::TeskScroller(QWidget* parent)
     : SBindingView(parent) {
+    installWaveformAccessibility();
     setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Fixed);
     setFixedHeight(look::scrollerHeight);
 }

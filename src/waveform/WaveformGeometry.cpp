@@ -86,6 +86,12 @@ QRectF WaveformGeometry::loopRect(LoopRange loop, double top, double height) con
             std::ceil(pointFromSample(loop.length)), height - 2.0};
 }
 
+QString rulerLabel(qint64 frame) {
+    const qint64 seconds = frame / WaveformGeometry::kFramesPerSecond;
+    const qint64 minutes = seconds / 60;
+    return QString::asprintf("%02lld:%02lld", minutes, seconds - 60 * minutes);
+}
+
 std::optional<qint64> followPlayPosition(const WaveformGeometry& geometry, FollowState& state) {
     if (state.scrollerDragging)
         return std::nullopt;

@@ -3,6 +3,7 @@
 #include "audio/TeskAudioFileReader.h"
 
 #include <QRectF>
+#include <QString>
 #include <QtGlobal>
 #include <optional>
 
@@ -62,6 +63,10 @@ struct WaveformGeometry {
     /// The loop's band in song points: x floor(point of location), width ceil(point of length).
     QRectF loopRect(LoopRange loop, double top, double height) const;
 };
+
+/// The ruler's label of a frame, "mm:ss" at 44100 frames a second whatever the song's rate;
+/// minutes are not wrapped into hours.
+QString rulerLabel(qint64 frame);
 
 /// What the follow rule needs besides the geometry.
 struct FollowState {

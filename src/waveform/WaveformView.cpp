@@ -4,12 +4,15 @@
 #include "waveform/WaveformPalette.h"
 #include "widgets/NamedImage.h"
 
+#include "waveform/WaveformAccessibility.h"
+
 #include <QGuiApplication>
 #include <QKeyEvent>
 #include <QMouseEvent>
 #include <QPaintEvent>
 #include <QPainter>
 #include <QPainterPath>
+#include <QTimer>
 #include <QWheelEvent>
 #include <algorithm>
 #include <chrono>
@@ -64,11 +67,67 @@ void fillGradient(QPainter& painter, const QRectF& rect, const QRectF& full,
     painter.drawImage(rect, *found, source);
 }
 
+/// A vertical line one point wide at point x, snapped to the whole device pixels from the one
+/// under the point's centre, so that it is as crisp at 1.25 as at 1 and 2.
+QRectF hairline(qreal x, qreal top, qreal height, qreal ratio) {
+    return QRectF(std::floor((x + 0.5) * ratio) / ratio, top,
+                  std::max<qreal>(1, std::round(ratio)) / ratio, height);
+}
+
+/// The pointer over a marker that will be deleted when released: a small grey puff.
+const QCursor& disappearingItemCursor() {
+    static const QCursor cursor = [] {
+        QPixmap pixmap(24, 24);
+        pixmap.fill(Qt::transparent);
+        QPainter painter(&pixmap);
+        painter.setRenderHint(QPainter::Antialiasing);
+        painter.setPen(QPen(QColor(60, 60, 60), 1.0));
+        painter.setBrush(QColor(235, 235, 235));
+        QPainterPath puff;
+        puff.addEllipse(QRectF(3, 8, 10, 10));
+        puff.addEllipse(QRectF(8, 4, 11, 11));
+        puff.addEllipse(QRectF(11, 10, 10, 9));
+        painter.drawPath(puff.simplified());
+        painter.setPen(QPen(QColor(60, 60, 60), 1.6));
+        painter.drawLine(QPointF(9.5, 9.5), QPointF(14.5, 14.5));
+        painter.drawLine(QPointF(14.5, 9.5), QPointF(9.5, 14.5));
+        painter.end();
+        return QCursor(pixmap, 12, 12);
+    }();
+    return cursor;
+}
+
 } // namespace
 
 WaveformView::WaveformView(QWidget* parent)
     : SBindingView(parent)
     , mClock(steadyMilliseconds) {
+    installWaveformAccessibility();
+    mButtonBounce = new QVariantAnimation(this);
+    connect(mButtonBounce, &QVariantAnimation::valueChanged, this, [this](const QVariant& value) {
+        mButtonScale = value.toDouble();
+        update(loopButtonHitRect().adjusted(-4, -4, 4, 4).toAlignedRect());
+    });
+    mEdgeScrollTimer = new QTimer(this);
+    mEdgeScrollTimer->setInterval(30);
+    connect(mEdgeScrollTimer, &QTimer::timeout, this, [this] {
+        if (mGesture == Gesture::None || mGesture == Gesture::LoopButton)
+            mEdgeScrollTimer->stop();
+        else
+            dragTo(mPointer);
+    });
+    mPoof = new QVariantAnimation(this);
+    mPoof->setStartValue(0.0);
+    mPoof->setEndValue(1.0);
+    mPoof->setDuration(250);
+    connect(mPoof, &QVariantAnimation::valueChanged, this, [this](const QVariant& value) {
+        mPoofProgress = value.toDouble();
+        update(poofRect());
+    });
+    connect(mPoof, &QVariantAnimation::finished, this, [this] {
+        mPoofProgress = -1.0;
+        update(poofRect());
+    });
     setMouseTracking(true);
     setFocusPolicy(Qt::ClickFocus);
     setAttribute(Qt::WA_OpaquePaintEvent);
@@ -514,12 +573,12 @@ void WaveformView::paintView(QPainter& painter, const QRect& clip, qreal deviceP
     const QRectF songClip = QRectF(clip).translated(shift(), 0);
     painter.save();
     painter.translate(-shift(), 0);
-    paintRuler(painter, songClip);
     paintLoop(painter, songClip);
     painter.restore();
     paintMarkers(painter);
     paintCursor(painter);
     paintLoopButton(painter);
+    paintPoof(painter);
     painter.restore();
     mPaintRatio = 0.0;
 }
@@ -539,7 +598,7 @@ void WaveformView::drawWaveformStrip(QPainter& painter, const QRectF& strip, boo
     for (qint64 frame = mGeometry.sampleFromPoint(strip.left() - 1) / step * step; frame <= last;
          frame += step) {
         const qreal x = std::floor(mGeometry.pointFromSample(frame));
-        painter.fillRect(QRectF(x, strip.top(), 1, strip.height()), lines);
+        painter.fillRect(hairline(x, strip.top(), strip.height(), ratio()), lines);
     }
     if (mWaveform) {
         const QRectF wide(std::max<qreal>(0, strip.left() - 10), 0, strip.width() + 20, h);
@@ -562,23 +621,28 @@ void WaveformView::drawWaveformStrip(QPainter& painter, const QRectF& strip, boo
 }
 
 void WaveformView::paintWaveform(QPainter& painter, const QRect&) {
+    // The cache holds the ruler and the marker strip's background as well as the waveform:
+    // all three scroll together, so a scroll draws the exposed strip of each.
     const qreal ratio = this->ratio();
     const QRectF band = waveformRect();
     const QRect cacheRect(int(std::lround(shift() * ratio)), 0, int(std::ceil(width() * ratio)),
-                          int(std::ceil(band.height() * ratio)));
+                          int(std::ceil(height() * ratio)));
     if (cacheRect.isEmpty())
         return;
     const QRect dirty = mStripCache.prepare(cacheRect, ratio);
     if (!dirty.isEmpty()) {
         QPainter strip(&mStripCache.image());
         strip.translate(-cacheRect.x() / ratio, 0);
-        const QRectF songStrip(dirty.x() / ratio, 0, dirty.width() / ratio, band.height());
+        const QRectF songStrip(dirty.x() / ratio, 0, dirty.width() / ratio, height());
         strip.setClipRect(songStrip);
-        drawWaveformStrip(strip, songStrip, false);
+        paintRuler(strip, songStrip);
+        strip.translate(0, band.top());
+        drawWaveformStrip(strip, QRectF(songStrip.left(), 0, songStrip.width(), band.height()),
+                          false);
         mWaveformPixelsDrawn += qint64(dirty.width()) * dirty.height();
         ++mWaveformDraws;
     }
-    painter.drawImage(QPointF(0, band.top()), mStripCache.image());
+    painter.drawImage(QPointF(0, 0), mStripCache.image());
 }
 
 void WaveformView::paintRuler(QPainter& painter, const QRectF& clip) {
@@ -602,12 +666,10 @@ void WaveformView::paintRuler(QPainter& painter, const QRectF& clip) {
         const bool major = frame % (10 * step) == 0;
         const qreal x = std::floor(mGeometry.pointFromSample(frame));
         const qreal tick = major ? 15 : 6;
-        ticks.addRect(QRectF(x, kRulerHeight - tick, 1, tick));
+        ticks.addRect(hairline(x, kRulerHeight - tick, tick, ratio()));
         if (!major)
             continue;
-        const qint64 seconds = frame / WaveformGeometry::kFramesPerSecond;
-        const qint64 minutes = seconds / 60;
-        const QString label = QString::asprintf("%02lld:%02lld", minutes, seconds - 60 * minutes);
+        const QString label = rulerLabel(frame);
         const QPointF at(x + 2, 11);
         painter.setPen(QColor(255, 255, 255, 200));
         painter.drawText(at + QPointF(0, 1), label);
@@ -698,7 +760,46 @@ void WaveformView::paintLoopButton(QPainter& painter) {
     const QRectF rect = loopButtonHitRect();
     if (rect.isEmpty())
         return;
-    loopButtonImage(mPlaying, mLoopButtonPressed).draw(painter, rect.topLeft());
+    painter.save();
+    painter.translate(rect.center());
+    painter.scale(mButtonScale, mButtonScale);
+    loopButtonImage(mPlaying, mLoopButtonPressed)
+        .draw(painter, QPointF(-rect.width() / 2, -rect.height() / 2));
+    painter.restore();
+}
+
+void WaveformView::bounceLoopButton(bool pressed) {
+    // Pressed, the button sinks a little; released, it springs past its size and settles.
+    mButtonBounce->stop();
+    mButtonBounce->setKeyValues({});
+    mButtonBounce->setStartValue(mButtonScale);
+    if (pressed) {
+        mButtonBounce->setDuration(80);
+        mButtonBounce->setEndValue(0.9);
+    } else {
+        mButtonBounce->setDuration(220);
+        mButtonBounce->setKeyValueAt(0.5, 1.12);
+        mButtonBounce->setEndValue(1.0);
+    }
+    mButtonBounce->start();
+}
+
+QRect WaveformView::poofRect() const {
+    return QRectF(mPoofCentre - QPointF(20, 20), QSizeF(40, 40)).toAlignedRect();
+}
+
+void WaveformView::paintPoof(QPainter& painter) {
+    if (mPoofProgress < 0)
+        return;
+    painter.save();
+    painter.setRenderHint(QPainter::Antialiasing);
+    painter.setPen(Qt::NoPen);
+    painter.setBrush(QColor(250, 250, 250, int(200 * (1.0 - mPoofProgress))));
+    const qreal spread = 4 + 10 * mPoofProgress;
+    for (const QPointF offset : {QPointF(-1, 0), QPointF(0.6, -0.8), QPointF(0.6, 0.8)})
+        painter.drawEllipse(mPoofCentre + offset * spread, 3 + 5 * mPoofProgress,
+                            3 + 5 * mPoofProgress);
+    painter.restore();
 }
 
 // Gestures.
@@ -742,6 +843,7 @@ void WaveformView::mousePressEvent(QMouseEvent* event) {
         return;
     const QPointF position = event->position();
     mPressPosition = position;
+    mPointer = position;
     mPressSongX = position.x() + shift();
     if (MarkerItem* marker = markerAt(position)) {
         mGesture = Gesture::Marker;
@@ -753,6 +855,7 @@ void WaveformView::mousePressEvent(QMouseEvent* event) {
     } else if (loopButtonHitRect().contains(position)) {
         mGesture = Gesture::LoopButton;
         mLoopButtonPressed = true;
+        bounceLoopButton(true);
         update(loopButtonHitRect().toAlignedRect());
     } else if (waveformRect().contains(position)) {
         mGesture = Gesture::Loop;
@@ -788,7 +891,19 @@ void WaveformView::mousePressEvent(QMouseEvent* event) {
 }
 
 void WaveformView::mouseMoveEvent(QMouseEvent* event) {
-    const QPointF position = event->position();
+    mPointer = event->position();
+    dragTo(mPointer);
+    // A pointer resting past either edge keeps the view scrolling while a drag goes on.
+    const bool outside = mPointer.x() < 0 || mPointer.x() > width();
+    const bool dragging = mGesture == Gesture::Loop || mGesture == Gesture::Scrub ||
+                          (mGesture == Gesture::Marker && mMarkerMoving);
+    if (outside && dragging)
+        mEdgeScrollTimer->start();
+    else
+        mEdgeScrollTimer->stop();
+}
+
+void WaveformView::dragTo(const QPointF& position) {
     switch (mGesture) {
     case Gesture::None:
         refreshCursor(position);
@@ -806,7 +921,10 @@ void WaveformView::mouseMoveEvent(QMouseEvent* event) {
         mMarkerOff = position.y() < strip.top() - kMarkerKeepMargin ||
                      position.y() > strip.bottom() + kMarkerKeepMargin;
         item.opacity = mMarkerOff ? 0.4 : 1.0;
-        setCursor(mMarkerOff ? Qt::ForbiddenCursor : Qt::ClosedHandCursor);
+        if (mMarkerOff)
+            setCursor(disappearingItemCursor());
+        else
+            setCursor(Qt::ClosedHandCursor);
         update(before.adjusted(-1, 0, 1, 0));
         update(markerRect(item).toAlignedRect().adjusted(-1, 0, 1, 0));
         return;
@@ -846,7 +964,7 @@ void WaveformView::finishMarkerDrag(bool cancelled) {
     MarkerItem& item = mMarkerItems[mDraggedKind][mDraggedIndex];
     const std::uint32_t kind = mDraggedKind;
     mGesture = Gesture::None;
-    refreshCursor(mapFromGlobal(QCursor::pos()));
+    refreshCursor(mPointer);
     if (cancelled) {
         item = MarkerItem{kind, item.frame, false, std::nullopt, 1.0};
         update(markerStripRect().toAlignedRect());
@@ -857,6 +975,9 @@ void WaveformView::finishMarkerDrag(bool cancelled) {
     if (!mMarkerOff) {
         const qreal w = markerImageForType(kind).width();
         markers.append(quint32(mGeometry.sampleFromPoint(*item.dragX + std::floor(w * 0.5))));
+    } else {
+        mPoofCentre = mPointer;
+        mPoof->start();
     }
     writeMarkers(kind, markers);
 }
@@ -865,6 +986,7 @@ void WaveformView::mouseReleaseEvent(QMouseEvent* event) {
     if (event->button() != Qt::LeftButton)
         return;
     const QPointF position = event->position();
+    mEdgeScrollTimer->stop();
     const Gesture gesture = std::exchange(mGesture, Gesture::None);
     switch (gesture) {
     case Gesture::None:
@@ -883,6 +1005,7 @@ void WaveformView::mouseReleaseEvent(QMouseEvent* event) {
     }
     case Gesture::LoopButton:
         mLoopButtonPressed = false;
+        bounceLoopButton(false);
         update(loopButtonHitRect().toAlignedRect());
         if (loopButtonHitRect().contains(position))
             emit loopButtonClicked();

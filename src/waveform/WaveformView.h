@@ -11,10 +11,13 @@
 #include <QGuiApplication>
 #include <QList>
 #include <QUrl>
+#include <QVariantAnimation>
 #include <array>
 #include <functional>
 #include <memory>
 #include <vector>
+
+class QTimer;
 
 namespace tesk {
 
@@ -215,6 +218,7 @@ private:
     void jumpToPreviousMarkerInList(const QList<quint32>& markers, Qt::KeyboardModifiers modifiers);
     void setReturnAdjust(qint64 frame, qreal x);
     void scrollAtEdges(qreal x);
+    void dragTo(const QPointF& position);
     qint64 frameAtViewX(qreal x) const;
     QRect cursorUpdateRect(qreal x) const;
     MarkerItem* markerAt(const QPointF& position);
@@ -228,6 +232,9 @@ private:
     void paintMarkers(QPainter& painter);
     void paintCursor(QPainter& painter);
     void paintLoopButton(QPainter& painter);
+    void paintPoof(QPainter& painter);
+    void bounceLoopButton(bool pressed);
+    QRect poofRect() const;
     void drawWaveformStrip(QPainter& painter, const QRectF& strip, bool selected);
 
     std::unique_ptr<Waveform> mWaveform;
@@ -270,6 +277,14 @@ private:
     qint64 mWaveformPixelsDrawn = 0;
     int mWaveformDraws = 0;
     qreal mPaintedCursorX = -1.0;
+    // The loop button's press and release bounces, and the puff of a deleted marker.
+    QVariantAnimation* mButtonBounce = nullptr;
+    qreal mButtonScale = 1.0;
+    QVariantAnimation* mPoof = nullptr;
+    QPointF mPoofCentre;
+    qreal mPoofProgress = -1.0;
+    QPointF mPointer;
+    QTimer* mEdgeScrollTimer = nullptr;
     qreal mPaintRatio = 0.0; // of the paint under way; the widget's own otherwise
 };
 

@@ -2,6 +2,8 @@
 
 #include "support/ViewTesting.h"
 
+#include <QAccessible>
+#include <QAccessibleValueInterface>
 #include <QTest>
 #include <gtest/gtest.h>
 
@@ -135,6 +137,13 @@ TEST_F(TeskScrollerTest, WheelMovesTheValueAgainstTheSlot) {
                       QPoint(0, 240), Qt::NoButton, {}, Qt::NoScrollPhase, false);
     QCoreApplication::sendEvent(&scroller, &wheel);
     EXPECT_DOUBLE_EQ(model.scrollPosition(), 0.4) << "30 points of 300 of travel, negated";
+
+    QAccessibleInterface* accessible = QAccessible::queryAccessibleInterface(&scroller);
+    ASSERT_NE(accessible, nullptr);
+    ASSERT_NE(accessible->valueInterface(), nullptr);
+    EXPECT_EQ(accessible->text(QAccessible::Value), "40%");
+    accessible->valueInterface()->setCurrentValue(0.75);
+    EXPECT_DOUBLE_EQ(model.scrollPosition(), 0.75) << "a value set by the reader is sent";
 }
 
 #include "TeskScrollerTest.moc"

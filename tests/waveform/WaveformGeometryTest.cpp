@@ -94,6 +94,21 @@ TEST(WaveformGeometry, ClampsScrollPositionsPagesAndConversions) {
     EXPECT_EQ(loopZoom.loopZoomLevel(10), 1.0) << "bounded above by 1";
 }
 
+TEST(WaveformGeometry, RulerLabelsCountMinutesWithoutWrapping) {
+    const std::pair<qint64, const char*> cases[] = {
+        {0, "00:00"},
+        {44100 * 60, "01:00"},
+        {44100 * 60 - 1, "00:59"},
+        {44100 * 3599, "59:59"},
+        {44100 * 3600, "60:00"},
+        {44100 * 6000 + 44100 * 5, "100:05"},
+    };
+    for (const auto& [frame, label] : cases) {
+        SCOPED_TRACE(frame);
+        EXPECT_EQ(rulerLabel(frame), QString(label));
+    }
+}
+
 TEST(WaveformGeometry, FollowRuleDuringPlayback) {
     // Full zoom, 50 frames a point: the view shows points 19200 … 20800, middle 20000.
     const WaveformGeometry g = geometryFor(kTenMinutes, 1600, 1.0, 1000000);

@@ -4,6 +4,8 @@
 #include "support/MemorySong.h"
 #include "support/ViewTesting.h"
 
+#include <QAccessible>
+#include <QAccessibleValueInterface>
 #include <QPaintEvent>
 #include <QTest>
 #include <gtest/gtest.h>
@@ -179,6 +181,19 @@ TEST_F(WaveformViewTest, NavigationCommandsMoveThePlayPositionThroughTheBinding)
     }
 }
 
+TEST_F(WaveformViewTest, ZoomToFitLoopShowsTheLoopTwentyPointsFromEachEdge) {
+    model.setLoopRange({100000, 88200});
+    view.zoomToFitLoop();
+    EXPECT_EQ(model.zoomLevel(), view.zoomLevel()) << "the zoom goes to the document";
+    EXPECT_LT(view.zoomLevel(), 1.0);
+    const WaveformGeometry& g = view.geometryValues();
+    const qreal left = std::floor(g.pointFromSample(100000)) - view.shift();
+    const qreal right = std::floor(g.pointFromSample(188200)) - view.shift();
+    EXPECT_NEAR(left, 20, 1.5);
+    // Within the rounding of frames per point to a whole number.
+    EXPECT_NEAR(right, 800 - 20, 4);
+}
+
 TEST_F(WaveformViewTest, LoopBetweenMarkersSelectAllAndClear) {
     model.setGenericMarkers({100000, 300000});
     model.setChorusMarkers({200000});
@@ -241,6 +256,9 @@ TEST_F(WaveformViewTest, MarkerGesturesHoldBeforeMovingAndDeleteWhenDraggedOff) 
             move(step.to);
         }
         EXPECT_EQ(view.markerItems(0).at(0).opacity, c.opacityBeforeRelease);
+        if (c.opacityBeforeRelease < 1.0) {
+            EXPECT_EQ(view.cursor().shape(), Qt::BitmapCursor) << "the disappearing-item cursor";
+        }
         now = start + c.releaseAfterMs;
         release(c.moves.empty() ? flag : c.moves.back().to);
         EXPECT_EQ(model.genericMarkers(), c.markers);
@@ -259,6 +277,18 @@ TEST_F(WaveformViewTest, MarkerGesturesHoldBeforeMovingAndDeleteWhenDraggedOff) 
     release({500, 24});
     EXPECT_EQ(model.writes, writes);
     EXPECT_FALSE(view.markerItems(0).at(0).dragX.has_value());
+
+    // Dragged past the right edge, the view scrolls and the marker lands further on.
+    press(flag);
+    now += 300;
+    move({830, 24});
+    move({830, 24});
+    EXPECT_GT(view.startFrame(), view.visibleMinimum()) << "scrolled while dragging";
+    const qreal landed = view.geometryValues().visibleStartPoint() + 830;
+    release({830, 24});
+    ASSERT_EQ(model.genericMarkers().size(), 1);
+    EXPECT_NEAR(model.genericMarkers().at(0), landed * 50, 50);
+    EXPECT_GT(model.genericMarkers().at(0), 800 * 50);
 }
 
 TEST_F(WaveformViewTest, LoopGesturesDrawMoveAndResizeTheLoop) {
@@ -297,6 +327,18 @@ TEST_F(WaveformViewTest, LoopGesturesDrawMoveAndResizeTheLoop) {
         EXPECT_EQ(delegate.loopBegun, before.loopBegun + 1);
         EXPECT_EQ(delegate.loopEnded, before.loopEnded + 1);
     }
+
+    // A pointer resting past the right edge keeps scrolling and stretching the new loop.
+    model.setLoopRange({});
+    press({700, kBandY});
+    move({830, kBandY});
+    const qint64 firstStart = view.startFrame();
+    EXPECT_TRUE(QTest::qWaitFor([&] { return view.startFrame() > firstStart + 2000; }, 5000));
+    release({830, kBandY});
+    EXPECT_EQ(model.loopRange().location, 35000u);
+    EXPECT_GT(qint64(model.loopRange().location) + model.loopRange().length,
+              view.geometryValues().sampleFromPoint(view.geometryValues().visibleStartPoint()))
+        << "the loop reaches into the newly shown part";
 }
 
 TEST_F(WaveformViewTest, RulerScrubsWhilePausedAndTheLoopButtonClicks) {
@@ -356,9 +398,9 @@ TEST_F(WaveformViewTest, PixelsShowCursorLoopMarkerAndTicksWhereTheGeometrySays)
     EXPECT_GT(flag.red(), flag.blue() + 60) << "the chorus flag is orange";
 
     // A major tick (every ten steps of 4410 frames) at 1 s, a minor one at 1.1 s.
-    view.setStartFrame(44100); // the left edge at point 482
+    view.setStartFrame(44100); // the left edge near point 482, in whole device pixels
     image = test::grabImage(view);
-    const qreal major = 882 - 482 + 0.5, minor = 970 - 482 + 0.5;
+    const qreal major = 882 - view.shift() + 0.5, minor = 970 - view.shift() + 0.5;
     EXPECT_EQ(test::pixelAt(image, major, 8), palette.timeIndicatorLineColor);
     EXPECT_EQ(test::pixelAt(image, major, 17), palette.timeIndicatorLineColor);
     EXPECT_EQ(test::pixelAt(image, minor, 15), palette.timeIndicatorLineColor);
@@ -367,7 +409,7 @@ TEST_F(WaveformViewTest, PixelsShowCursorLoopMarkerAndTicksWhereTheGeometrySays)
 
 TEST_F(WaveformViewTest, CursorMovesWithoutRepaintingTheWaveformAndScrollingPaintsTheStrip) {
     const qreal ratio = test::testPixelRatio();
-    const int stripHeight = int(std::ceil(view.waveformRect().height() * ratio));
+    const int stripHeight = int(std::ceil(view.height() * ratio)); // ruler and waveform
     view.setPlaying(true);
 
     const qint64 pixels = view.waveformPixelsDrawn();
@@ -427,6 +469,45 @@ TEST_F(WaveformViewTest, WheelScrollsTheViewAndScrubsOverTheRuler) {
     view.setStartFrame(200000);
     QCoreApplication::sendEvent(&view, &fine);
     EXPECT_EQ(view.startFrame(), 200000);
+}
+
+TEST(WaveformViewScan, FramesScannedIntoTheVisibleRectAreDrawnAsTheyArrive) {
+    // At zoom 0 the ten seconds span the view; only the first block (2 s, 160 points) is
+    // decoded at first.
+    const auto song = test::MemorySong::sine(kSongFrames, 440.0, 0.9);
+    song->decodeOnlyUpTo(100000);
+    WaveformView view;
+    view.resize(800, 200);
+    view.setZoomLevel(0.0);
+    view.setDecodedSong(song, QUrl("file:///song.wav"));
+    view.show();
+    ASSERT_TRUE(QTest::qWaitForWindowExposed(&view));
+    ASSERT_TRUE(QTest::qWaitFor([&] { return view.waveform()->availableFrameCount() > 0; }));
+    const qreal peakY = view.waveformRect().center().y() - view.waveformRect().height() * 0.25;
+    // The background is light grey; the waveform's gradient is a dark blue-grey.
+    QImage image = test::grabImage(view);
+    EXPECT_LT(test::pixelAt(image, 80, peakY).red(), 150) << "the scanned start is drawn";
+    EXPECT_GT(test::pixelAt(image, 400, peakY).red(), 200)
+        << "background only where nothing is scanned yet";
+
+    song->finishDecoding();
+    ASSERT_TRUE(QTest::qWaitFor([&] { return !view.waveform()->isScanning(); }, 20000));
+    image = test::grabImage(view);
+    EXPECT_LT(test::pixelAt(image, 400, peakY).red(), 150) << "the rest is drawn once scanned";
+}
+
+TEST_F(WaveformViewTest, ScreenReadersReadThePlayPositionAndTheLoop) {
+    QAccessibleInterface* accessible = QAccessible::queryAccessibleInterface(&view);
+    ASSERT_NE(accessible, nullptr);
+    ASSERT_NE(accessible->valueInterface(), nullptr);
+    model.setCurrentFrame(44100 * 61);
+    model.setLoopRange({44100 * 60, 44100 * 15});
+    EXPECT_EQ(accessible->text(QAccessible::Name), "Waveform");
+    EXPECT_EQ(accessible->text(QAccessible::Value), "01:01");
+    EXPECT_EQ(accessible->text(QAccessible::Description), "Loop from 01:00 to 01:15");
+    EXPECT_EQ(accessible->valueInterface()->maximumValue().toLongLong(), kSongFrames);
+    accessible->valueInterface()->setCurrentValue(qint64(88200));
+    EXPECT_EQ(model.currentFrame(), 88200) << "a value set by the reader goes to the document";
 }
 
 #include "WaveformViewTest.moc"
