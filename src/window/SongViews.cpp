@@ -7,6 +7,7 @@
 #include "controls/HUDTimeDisplayView.h"
 #include "controls/SBindingView.h"
 #include "document/TeskDocument.h"
+#include "effects/TeskEffectsViewController.h"
 #include "waveform/TeskScroller.h"
 #include "waveform/WaveformView.h"
 
@@ -56,11 +57,15 @@ SongViews::SongViews(TeskDocument* document, QWidget* parent)
     column->addWidget(mWaveformView, 1);
     column->addWidget(mScroller);
 
-    mEffectsPanel = new QWidget(parent);
+    mEffectsPanel = new TeskEffectsViewController(parent);
     mEffectsPanel->setMinimumHeight(170);
 }
 
 SongViews::~SongViews() = default;
+
+QWidget* SongViews::effectsPanel() const {
+    return mEffectsPanel;
+}
 
 void SongViews::controlSwitchChanged() {
     // The holder shows one control at a time, filling it.
@@ -74,6 +79,7 @@ void SongViews::controlSwitchChanged() {
 }
 
 void SongViews::bind(WaveformViewDelegate* delegate) {
+    mEffectsPanel->setRepresentedObject(mDocument->effectsSettings());
     mPitchControl->bind(QStringLiteral("dirty"), mSwitchControl, QStringLiteral("pitchDirty"));
     mSpeedControl->bind(QStringLiteral("dirty"), mSwitchControl, QStringLiteral("speedDirty"));
     mTimeDisplay->bind(QStringLiteral("currentFrame"), mDocument, QStringLiteral("currentFrame"));
@@ -104,6 +110,7 @@ void SongViews::unbind() {
             view->unbind(binding);
     }
     mWaveformView->setDelegate(nullptr);
+    mEffectsPanel->setRepresentedObject(nullptr);
 }
 
 bool SongViews::canIncreaseSpeed() const {
@@ -191,6 +198,8 @@ void SongViews::perform(WindowCommand command) {
 void SongViews::playingChanged(bool playing, bool looping) {
     mWaveformView->setPlaying(playing);
     mWaveformView->setLooping(looping);
+    if (playing)
+        mEffectsPanel->setFrequencyTable(mDocument->frequencyTable());
     if (!playing) {
         mWaveformView->playheadClock().reset();
         mWaveformView->setCurrentFrame(mDocument->currentFrame());
@@ -200,6 +209,11 @@ void SongViews::playingChanged(bool playing, bool looping) {
 
 void SongViews::updateHUD() {
     mTimeDisplay->setCurrentFrame(mDocument->currentFrame());
+    if (!mEffectsPanel->isVisible())
+        return;
+    mEffectsPanel->setFrequencyResponse(mDocument->frequencyResponseForChannel(0), 0);
+    mEffectsPanel->setFrequencyResponse(mDocument->frequencyResponseForChannel(1), 1);
+    mEffectsPanel->refreshFrequencyDisplays();
 }
 
 void SongViews::updatePlayHead() {

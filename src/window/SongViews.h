@@ -13,6 +13,7 @@ class HUDSpeedControlView;
 class HUDSwitchControlView;
 class HUDTimeDisplayView;
 class TeskDocument;
+class TeskEffectsViewController;
 class TeskScroller;
 class WaveformView;
 class WaveformViewDelegate;
@@ -28,7 +29,8 @@ public:
 
     QWidget* transportPanel() const { return mTransportPanel; }
     QWidget* waveformArea() const { return mWaveformArea; }
-    QWidget* effectsPanel() const { return mEffectsPanel; }
+    QWidget* effectsPanel() const;
+    TeskEffectsViewController* effectsController() const { return mEffectsPanel; }
     WaveformView* waveformView() const { return mWaveformView; }
     TeskScroller* scroller() const { return mScroller; }
     HUDSpeedControlView* speedControl() const { return mSpeedControl; }
@@ -51,7 +53,7 @@ public:
     void perform(WindowCommand command);
 
     void playingChanged(bool playing, bool looping);
-    /// The 1/15 s display refresh: the time readout.
+    /// The 1/15 s display refresh: the time readout and the live spectra.
     void updateHUD();
     /// The play head's refresh, at the screen's rate: the newest heard-position report goes to
     /// the waveform's clock, which places the cursor for this moment.
@@ -68,7 +70,7 @@ private:
     QWidget* mWaveformArea = nullptr;
     WaveformView* mWaveformView = nullptr;
     TeskScroller* mScroller = nullptr;
-    QWidget* mEffectsPanel = nullptr;
+    TeskEffectsViewController* mEffectsPanel = nullptr;
 };
 
 } // namespace tesk
