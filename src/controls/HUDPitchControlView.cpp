@@ -1,6 +1,7 @@
 #include "controls/HUDPitchControlView.h"
 
 #include "controls/CalloutWindow.h"
+#include "controls/TransportAccessibility.h"
 #include "widgets/NamedImage.h"
 
 #include <QMouseEvent>
@@ -19,6 +20,7 @@ const NamedImage& image(const char* name) {
 HUDPitchControlView::HUDPitchControlView(QWidget* parent)
     : SBindingView(parent) {
     setFocusPolicy(Qt::NoFocus);
+    installTransportAccessibility();
     setAccessibleName(tr("Pitch"));
     mCallout = new CalloutWindow(this);
     setPitchAdjustment(0.0);

@@ -2,6 +2,7 @@
 
 #include "controls/CalloutWindow.h"
 #include "controls/GlowText.h"
+#include "controls/TransportAccessibility.h"
 #include "widgets/NamedImage.h"
 
 #include <QKeyEvent>
@@ -26,6 +27,7 @@ HUDSpeedControlView::HUDSpeedControlView(QWidget* parent)
               {QStringLiteral("1.5"), 1.5, 20, 146}}} {
     setMouseTracking(true);
     setFocusPolicy(Qt::NoFocus);
+    installTransportAccessibility();
     setAccessibleName(tr("Speed"));
     mCallout = new CalloutWindow(this);
     speedChanged();

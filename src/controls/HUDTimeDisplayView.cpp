@@ -1,6 +1,7 @@
 #include "controls/HUDTimeDisplayView.h"
 
 #include "controls/GlowText.h"
+#include "controls/TransportAccessibility.h"
 #include "controls/TransportRules.h"
 #include "widgets/NamedImage.h"
 
@@ -20,6 +21,7 @@ QString glyphImageName(QChar glyph) {
 
 HUDTimeDisplayView::HUDTimeDisplayView(QWidget* parent)
     : SBindingView(parent) {
+    installTransportAccessibility();
     setAccessibleName(tr("Time"));
     setCurrentFrame(0);
 }

@@ -5,6 +5,8 @@
 
 #include "support/ViewTesting.h"
 
+#include <QAccessible>
+#include <QAccessibleValueInterface>
 #include <QSignalSpy>
 #include <QTest>
 #include <gtest/gtest.h>
@@ -69,6 +71,11 @@ TEST(HUDSpeedControlView, MarksDragsEscapeAndTheWheelSetTheBoundSpeed) {
                         QPoint(view.width() - 1, int(view.knobRect().center().y())));
     EXPECT_EQ(model.playbackSpeed, 1.5);
 
+    QAccessibleInterface* reader = QAccessible::queryAccessibleInterface(&view);
+    ASSERT_NE(reader, nullptr);
+    EXPECT_EQ(reader->text(QAccessible::Name), "Speed");
+    EXPECT_EQ(reader->text(QAccessible::Value), "150 %");
+
     // A speed above the marks from the model lights none and leaves the knob.
     const double knob = view.knobCentreX();
     model.playbackSpeed = 2.0;
@@ -97,7 +104,15 @@ TEST(HUDPitchControlView, TicksTheSlotAndTheWheelSetTheBoundPitch) {
     EXPECT_FALSE(view.canIncreasePitch());
     view.step(TransportRules::PitchStep::DownOctave);
     EXPECT_EQ(model.pitchAdjustment, 12.0);
-    EXPECT_EQ(view.accessibleDescription(), "plus 12 semitones");
+    // Screen readers read the value as words and can set it.
+    QAccessibleInterface* reader = QAccessible::queryAccessibleInterface(&view);
+    ASSERT_NE(reader, nullptr);
+    EXPECT_EQ(reader->text(QAccessible::Name), "Pitch");
+    EXPECT_EQ(reader->text(QAccessible::Value), "plus 12 semitones");
+    ASSERT_NE(reader->valueInterface(), nullptr);
+    reader->valueInterface()->setCurrentValue(-2.0);
+    EXPECT_EQ(model.pitchAdjustment, -2.0);
+    EXPECT_EQ(reader->text(QAccessible::Value), "minus 2 semitones");
 }
 
 TEST(HUDSwitchControlView, TheClickRuleAndTheDotsLitByTheDirtyFlags) {
