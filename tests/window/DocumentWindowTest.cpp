@@ -1,5 +1,6 @@
 #include "document/TeskDocumentController.h"
 #include "window/TeskDocumentWindowController.h"
+#include "window/TeskDropView.h"
 #include "window/TeskWindowLayer.h"
 
 #include "support/AudioFiles.h"
@@ -7,6 +8,7 @@
 
 #include <QAction>
 #include <QMessageBox>
+#include <QMimeData>
 #include <QPushButton>
 #include <QTemporaryDir>
 #include <QTest>
@@ -33,6 +35,10 @@ public:
         layer = std::make_unique<TeskWindowLayer>(services);
         documents = std::make_unique<TeskDocumentController>(layer.get());
         layer->services().documents = documents.get();
+        // As the application wires it: a dropped track opens as a document.
+        QObject::connect(documents.get(), &TeskDocumentController::TeskFileDraggedNotification,
+                         documents.get(),
+                         [this](const QUrl& url) { documents->handleDraggedFile(url); });
     }
     ~Practice() {
         layer.reset();
@@ -210,6 +216,14 @@ TEST(DocumentWindow, APracticeSessionFromOpeningToReopening) {
 }
 
 TEST(DocumentWindow, AnEmptyWindowTakesDropsOfSongsOnlyAndOffersNoSongCommands) {
+    QTemporaryDir dir;
+    const QString song = dir.filePath("dropped.wav");
+    const auto length = std::size_t(kRate / 2);
+    ASSERT_TRUE(
+        writeWav(song, {sine(440.0, 0.5, length, kRate), sine(440.0, 0.5, length, kRate)}, kRate));
+    const QString text = dir.filePath("notes.txt");
+    ASSERT_TRUE(writeFile(text, "not a song"));
+
     Practice app;
     app.documents->newDocument();
     ASSERT_EQ(app.documents->documents().size(), 1);
@@ -219,4 +233,37 @@ TEST(DocumentWindow, AnEmptyWindowTakesDropsOfSongsOnlyAndOffersNoSongCommands) 
                                   WindowCommand::Save, WindowCommand::ZoomIn})
         EXPECT_FALSE(window->action(command)->isEnabled()) << int(command);
     EXPECT_EQ(window->minimumSize(), window->maximumSize()); // fixed in size
+
+    auto* target = qobject_cast<TeskDropView*>(window->centralWidget());
+    ASSERT_NE(target, nullptr);
+    const auto dragOver = [&](const QList<QUrl>& urls) {
+        QMimeData data;
+        data.setUrls(urls);
+        QDragEnterEvent enter(QPoint(10, 10), Qt::CopyAction, &data, Qt::LeftButton, {});
+        QCoreApplication::sendEvent(target, &enter);
+        const bool accepted = enter.isAccepted() && target->isActive();
+        QDragLeaveEvent leave;
+        QCoreApplication::sendEvent(target, &leave);
+        return accepted;
+    };
+    // A text file does not light the target; a list whose last track is a song does.
+    EXPECT_FALSE(dragOver({QUrl::fromLocalFile(text)}));
+    EXPECT_TRUE(dragOver({QUrl::fromLocalFile(text), QUrl::fromLocalFile(song)}));
+    EXPECT_FALSE(target->isActive());
+
+    // Dropped, the song opens in its own window and the empty one goes.
+    QMimeData data;
+    data.setUrls({QUrl::fromLocalFile(text), QUrl::fromLocalFile(song)});
+    QDropEvent drop(QPointF(10, 10), Qt::CopyAction, &data, Qt::LeftButton, {});
+    QDragEnterEvent enter(QPoint(10, 10), Qt::CopyAction, &data, Qt::LeftButton, {});
+    QCoreApplication::sendEvent(target, &enter);
+    QCoreApplication::sendEvent(target, &drop);
+    EXPECT_TRUE(drop.isAccepted());
+    QCoreApplication::processEvents();
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+    ASSERT_EQ(app.documents->documents().size(), 1);
+    TeskDocument* opened = app.documents->documents().first();
+    EXPECT_EQ(opened->audioFileURL(), QUrl::fromLocalFile(song));
+    ASSERT_NE(app.window(opened), nullptr);
+    EXPECT_TRUE(app.window(opened)->action(WindowCommand::PlayPause)->isEnabled());
 }
