@@ -65,14 +65,17 @@ void HUDPitchControlView::step(TransportRules::PitchStep step) {
 
 QRectF HUDPitchControlView::sliderSlotRect() const {
     const double slotHeight = image("PitchSliderTrackFill").size().height();
-    return QRectF(8, height() - 31, width() - 16, slotHeight);
+    // 25 points above the bottom edge, 8 in from each side.
+    return QRectF(8, height() - 25 - slotHeight, width() - 16, slotHeight);
 }
 
 QRectF HUDPitchControlView::sliderKnobRect() const {
     const QSizeF knob = image("PitchSliderKnob").size();
     const QRectF slot = sliderSlotRect();
     const double x = TransportRules::pitchX(mPitchAdjustment, slot.x(), slot.width());
-    return QRectF(std::floor(x - knob.width() * 0.5), height() - 24, knob.width(), knob.height());
+    // Under the slot, pointing up at it: its bottom 8 points above the view's.
+    return QRectF(std::floor(x - knob.width() * 0.5), height() - 8 - knob.height(), knob.width(),
+                  knob.height());
 }
 
 QRectF HUDPitchControlView::tickRect(int index) const {

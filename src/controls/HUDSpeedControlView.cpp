@@ -222,7 +222,7 @@ void HUDSpeedControlView::leaveEvent(QEvent*) {
 void HUDSpeedControlView::paintEvent(QPaintEvent*) {
     QPainter painter(this);
     painter.setRenderHint(QPainter::SmoothPixmapTransform);
-    const qreal ratio = devicePixelRatioF();
+    const qreal ratio = devicePixelRatioOf(painter);
     const auto alphas = markOpacities();
     for (int i = 0; i < TransportRules::kSpeedMarkCount; ++i) {
         const Mark& mark = mMarks[std::size_t(i)];
