@@ -160,8 +160,15 @@ void HUDSpeedControlView::mousePressEvent(QMouseEvent* event) {
         return; // a click on a mark acts on release
     mDragging = true;
     mPressKnobX = mKnobX;
-    setFocus(Qt::MouseFocusReason); // for Escape
+    // Escape must reach the drag, but the keyboard focus stays where it was (the waveform's
+    // keys keep working after the drag): take the keys only while dragging.
+    grabKeyboard();
     mCallout->showAt(calloutTip(), TransportRules::speedText(mPlaybackSpeed));
+}
+
+void HUDSpeedControlView::endDrag() {
+    mDragging = false;
+    releaseKeyboard();
 }
 
 void HUDSpeedControlView::mouseMoveEvent(QMouseEvent* event) {
@@ -176,7 +183,7 @@ void HUDSpeedControlView::mouseReleaseEvent(QMouseEvent* event) {
     if (event->button() != Qt::LeftButton)
         return;
     if (mDragging) {
-        mDragging = false;
+        endDrag();
         moveKnobTo(event->position().x(), !(event->modifiers() & Qt::ShiftModifier));
         mCallout->fadeOut();
         return;
@@ -192,7 +199,7 @@ void HUDSpeedControlView::mouseReleaseEvent(QMouseEvent* event) {
 void HUDSpeedControlView::keyPressEvent(QKeyEvent* event) {
     if (mDragging && event->key() == Qt::Key_Escape) {
         // Back to where the drag began.
-        mDragging = false;
+        endDrag();
         mKnobX = mPressKnobX;
         setAndWriteBack(TransportRules::speedForX(mKnobX, markCentres(), markSpeeds(), true,
                                                   scrollerBoundingBox().center().x()));

@@ -8,6 +8,7 @@
 
 #include <QAccessible>
 #include <QAccessibleValueInterface>
+#include <QApplication>
 #include <QSignalSpy>
 #include <QTest>
 #include <QWheelEvent>
@@ -215,6 +216,34 @@ TEST(HUDSpeedControlView, TheKnobSitsWhereTheSpeedPutsItAndTheTrackShowsOnHover)
     const QRectF track = view.trackRect();
     for (double x : {track.left() + 6, track.center().x(), track.right() - 6})
         EXPECT_TRUE(drawnAt(hovered, x, track.center().y())) << x;
+}
+
+TEST(HUDSpeedControlView, EscapeEndsADragWithoutTakingTheKeyboardFocus) {
+    Transport model;
+    QWidget window;
+    auto* focused = new QWidget(&window);
+    focused->setFocusPolicy(Qt::StrongFocus);
+    auto* view = new HUDSpeedControlView(&window);
+    view->setGeometry(QRect(QPoint(0, 20), view->sizeHint()));
+    window.resize(200, 100);
+    window.show();
+    QApplication::setActiveWindow(&window);
+    focused->setFocus();
+    view->bind("playbackSpeed", &model, "playbackSpeed");
+    const auto centres = view->markCentres();
+    QTest::mousePress(view, Qt::LeftButton, {}, at(view->knobRect().center()));
+    QTest::mouseMove(view, QPoint(int(centres[1]), int(view->knobRect().center().y())));
+    QMouseEvent move(QEvent::MouseMove, QPointF(centres[1], view->knobRect().center().y()),
+                     view->mapToGlobal(QPointF(centres[1], 0)), Qt::NoButton, Qt::LeftButton,
+                     Qt::NoModifier);
+    QCoreApplication::sendEvent(view, &move);
+    EXPECT_EQ(model.playbackSpeed, 0.5);
+    ASSERT_EQ(QWidget::keyboardGrabber(), view) << "Escape goes to the drag";
+    EXPECT_TRUE(focused->hasFocus());
+    QTest::keyClick(QWidget::keyboardGrabber(), Qt::Key_Escape);
+    EXPECT_EQ(model.playbackSpeed, 1.0);
+    EXPECT_EQ(QWidget::keyboardGrabber(), nullptr);
+    EXPECT_TRUE(focused->hasFocus()) << "the focus never moved";
 }
 
 TEST(HUDSpeedControlView, TheWheelMovesTheKnobAPointANotchAndNeverPastTheEnds) {
