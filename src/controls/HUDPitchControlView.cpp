@@ -1,6 +1,7 @@
 #include "controls/HUDPitchControlView.h"
 
 #include "controls/CalloutWindow.h"
+#include "controls/SThreePartImage.h"
 #include "controls/TransportAccessibility.h"
 #include "widgets/NamedImage.h"
 
@@ -64,7 +65,7 @@ void HUDPitchControlView::step(TransportRules::PitchStep step) {
 }
 
 QRectF HUDPitchControlView::sliderSlotRect() const {
-    const double slotHeight = image("PitchSliderTrackFill").size().height();
+    const double slotHeight = SThreePartImage::pitchTrack().height();
     // 25 points above the bottom edge, 8 in from each side.
     return QRectF(8, height() - 25 - slotHeight, width() - 16, slotHeight);
 }
@@ -150,8 +151,7 @@ void HUDPitchControlView::wheelEvent(QWheelEvent* event) {
 void HUDPitchControlView::paintEvent(QPaintEvent*) {
     QPainter painter(this);
     painter.setRenderHint(QPainter::SmoothPixmapTransform);
-    drawThreePartImage(painter, sliderSlotRect(), image("PitchSliderTrackLeft"),
-                       image("PitchSliderTrackFill"), image("PitchSliderTrackRight"));
+    SThreePartImage::pitchTrack().draw(painter, sliderSlotRect());
     for (int i = 0; i < kTickCount; ++i)
         image("PitchSliderTickMark").draw(painter, tickRect(i).topLeft());
     image("PitchSliderKnob").draw(painter, sliderKnobRect());

@@ -2,6 +2,7 @@
 
 #include "controls/CalloutWindow.h"
 #include "controls/GlowText.h"
+#include "controls/SThreePartImage.h"
 #include "controls/TransportAccessibility.h"
 #include "widgets/NamedImage.h"
 
@@ -78,9 +79,9 @@ std::array<double, TransportRules::kSpeedMarkCount> HUDSpeedControlView::markSpe
 
 QRectF HUDSpeedControlView::trackRect() const {
     const auto centres = markCentres();
-    const QSizeF fill = NamedImage::named(QStringLiteral("DisplaySliderTrackFill")).size();
-    const double top = height() - kMarksBottomInset + kTrackBelowMarks - fill.height() / 2;
-    return QRectF(centres.front(), top, centres.back() - centres.front(), fill.height());
+    const double trackHeight = SThreePartImage::speedTrack().height();
+    const double top = height() - kMarksBottomInset + kTrackBelowMarks - trackHeight / 2;
+    return QRectF(centres.front(), top, centres.back() - centres.front(), trackHeight);
 }
 
 QRectF HUDSpeedControlView::knobRect() const {
@@ -240,10 +241,7 @@ void HUDSpeedControlView::paintEvent(QPaintEvent*) {
     }
     painter.setOpacity(1.0);
     if (mHovered || mDragging)
-        drawThreePartImage(painter, trackRect(),
-                           NamedImage::named(QStringLiteral("DisplaySliderTrackLeft")),
-                           NamedImage::named(QStringLiteral("DisplaySliderTrackFill")),
-                           NamedImage::named(QStringLiteral("DisplaySliderTrackRight")));
+        SThreePartImage::speedTrack().draw(painter, trackRect());
     NamedImage::named(mHovered || mDragging ? QStringLiteral("DisplaySliderKnob")
                                             : QStringLiteral("DisplaySliderDot"))
         .draw(painter, knobRect());

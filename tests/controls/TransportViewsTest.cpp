@@ -3,6 +3,11 @@
 #include "controls/HUDSpeedControlView.h"
 #include "controls/HUDSwitchControlView.h"
 #include "controls/HUDTimeDisplayView.h"
+#include "controls/SThreePartImage.h"
+#include "support/Assertions.h"
+#include "widgets/NamedImage.h"
+
+#include <QPainter>
 
 #include "support/ViewTesting.h"
 
@@ -319,6 +324,32 @@ TEST(GlowText, TheGlowSpreadsPastTheSharpTextAndIsMadeOnce) {
         glowing += edge.alpha() > 0 ? 1 : 0;
     }
     EXPECT_GT(glowing, 0);
+}
+
+TEST(SThreePartImage, CapsKeepTheirWidthsAndTheFillStretchesBetween) {
+    const SThreePartImage& slot = SThreePartImage::pitchTrack();
+    EXPECT_EQ(slot.imageForPart(0).name(), "PitchSliderTrackLeft");
+    EXPECT_EQ(slot.imageForPart(2).name(), "PitchSliderTrackRight");
+    EXPECT_THROW(slot.imageForPart(3), test::AssertionFailed);
+    const qreal ratio = test::testPixelRatio();
+    const double leftWidth = slot.imageForPart(0).width();
+    for (const double width : {40.0, 160.0}) {
+        SCOPED_TRACE(width);
+        QImage picture(QSize(int(std::ceil((width + 20) * ratio)), int(std::ceil(20 * ratio))),
+                       QImage::Format_ARGB32_Premultiplied);
+        picture.setDevicePixelRatio(ratio);
+        picture.fill(Qt::white);
+        {
+            QPainter painter(&picture);
+            slot.draw(painter, QRectF(10, 4, width, slot.height()));
+        }
+        const double middleY = 4 + slot.height() / 2;
+        // The fill's dark inside runs from the left cap to the right cap; nothing outside.
+        for (const double x : {10 + leftWidth + 1, 10 + width / 2, 10 + width - leftWidth - 1})
+            EXPECT_LT(test::pixelAt(picture, x, middleY).lightness(), 60) << x;
+        EXPECT_EQ(test::pixelAt(picture, 5, middleY), QColor(Qt::white));
+        EXPECT_EQ(test::pixelAt(picture, 10 + width + 5, middleY), QColor(Qt::white));
+    }
 }
 
 #include "TransportViewsTest.moc"
