@@ -48,9 +48,8 @@ TeskAppController::TeskAppController() {
     services.askExportFile = askExportFile;
     mWindows = std::make_unique<TeskWindowLayer>(services);
     mDocuments = std::make_unique<TeskDocumentController>(mWindows.get());
+    // The document controller opens dragged files itself (TeskFileDraggedNotification).
     mWindows->services().documents = mDocuments.get();
-    connect(mDocuments.get(), &TeskDocumentController::TeskFileDraggedNotification, this,
-            [this](const QUrl& url) { mDocuments->handleDraggedFile(url); });
 }
 
 TeskAppController::~TeskAppController() {

@@ -4,6 +4,7 @@
 #include "audio/TeskOutputAudioUnit.h"
 #include "document/TeskDocumentController.h"
 #include "waveform/WaveformView.h"
+#include "widgets/KLTexturedSlider.h"
 #include "widgets/NamedImage.h"
 #include "window/SongViews.h"
 #include "window/TeskDropView.h"
@@ -26,7 +27,6 @@
 #include <QPushButton>
 #include <QScreen>
 #include <QSettings>
-#include <QSlider>
 #include <QSplitter>
 #include <QToolButton>
 #include <QVBoxLayout>
@@ -36,7 +36,6 @@ namespace tesk {
 
 namespace {
 constexpr int kBottomBarHeight = 69;
-constexpr int kSliderSteps = 1000;
 const QString kUntitledFrameKey = QStringLiteral("untitledDocumentWindowFrame");
 
 QIcon buttonIcon(const QString& normal, const QString& pressed, qreal ratio) {
@@ -58,10 +57,10 @@ QToolButton* roundButton(const QString& tip, QWidget* parent) {
     return button;
 }
 
-QSlider* barSlider(const QString& name, QWidget* parent) {
-    auto* slider = new QSlider(Qt::Horizontal, parent);
-    slider->setRange(0, kSliderSteps);
-    slider->setFixedWidth(120);
+KLTexturedSlider* barSlider(const QString& name, int indicator, QWidget* parent) {
+    auto* slider = new KLTexturedSlider(parent);
+    slider->setIndicatorIndex(indicator);
+    slider->setFixedWidth(150);
     slider->setFocusPolicy(Qt::NoFocus);
     slider->setAccessibleName(name);
     return slider;
@@ -174,12 +173,16 @@ void TeskDocumentWindowController::buildPopulatedContent() {
     connect(mMarkButton, &QToolButton::clicked, this,
             [this] { perform(WindowCommand::DropGenericMarker); });
     barRow->addStretch(1);
-    barRow->addWidget(new QLabel(tr("Zoom"), bar));
-    mZoomSlider = barSlider(tr("Zoom"), bar);
+    mZoomSlider = barSlider(tr("Zoom"), KLTexturedSlider::ZoomIndicator, bar);
+    // The magnifiers zoom on the commands' grid, so the slider leaves its ends to them.
+    mZoomSlider->setStep(0.0);
+    connect(mZoomSlider, &KLTexturedSlider::minimumEndClicked, this,
+            [this] { perform(WindowCommand::ZoomOut); });
+    connect(mZoomSlider, &KLTexturedSlider::maximumEndClicked, this,
+            [this] { perform(WindowCommand::ZoomIn); });
     barRow->addWidget(mZoomSlider);
-    barRow->addSpacing(18);
-    barRow->addWidget(new QLabel(tr("Volume"), bar));
-    mVolumeSlider = barSlider(tr("Volume"), bar);
+    barRow->addSpacing(24);
+    mVolumeSlider = barSlider(tr("Volume"), KLTexturedSlider::VolumeIndicator, bar);
     barRow->addWidget(mVolumeSlider);
     barRow->addStretch(1);
     mEffectsToggleButton = new QToolButton(bar);
@@ -202,14 +205,10 @@ void TeskDocumentWindowController::buildPopulatedContent() {
 void TeskDocumentWindowController::bindViews() {
     // Sliders and the effects toggle follow the document and write back to it.
     const auto showZoom = [this] {
-        const QSignalBlocker blocker(mZoomSlider);
-        mZoomSlider->setValue(int(std::lround(mDocument->zoomLevel() * kSliderSteps)));
+        mZoomSlider->setValue(mDocument->zoomLevel());
         validateMenuItems();
     };
-    const auto showVolume = [this] {
-        const QSignalBlocker blocker(mVolumeSlider);
-        mVolumeSlider->setValue(int(std::lround(mDocument->playbackVolume() * kSliderSteps)));
-    };
+    const auto showVolume = [this] { mVolumeSlider->setValue(mDocument->playbackVolume()); };
     const auto showEffects = [this] {
         const bool visible = mDocument->effectsVisible();
         mEffectsToggleButton->setChecked(visible);
@@ -223,10 +222,9 @@ void TeskDocumentWindowController::bindViews() {
     connect(mDocument, &TeskDocument::zoomLevelChanged, this, showZoom);
     connect(mDocument, &TeskDocument::playbackVolumeChanged, this, showVolume);
     connect(mDocument, &TeskDocument::effectsVisibleChanged, this, showEffects);
-    connect(mZoomSlider, &QSlider::valueChanged, this,
-            [this](int value) { mDocument->setZoomLevel(double(value) / kSliderSteps); });
-    connect(mVolumeSlider, &QSlider::valueChanged, this,
-            [this](int value) { mDocument->setPlaybackVolume(double(value) / kSliderSteps); });
+    connect(mZoomSlider, &KLTexturedSlider::valueChanged, mDocument, &TeskDocument::setZoomLevel);
+    connect(mVolumeSlider, &KLTexturedSlider::valueChanged, mDocument,
+            &TeskDocument::setPlaybackVolume);
     connect(mEffectsToggleButton, &QToolButton::toggled, this,
             [this](bool on) { mDocument->setEffectsVisible(on); });
     connect(mDocument, &TeskDocument::loopRangeChanged, this,
@@ -257,6 +255,8 @@ void TeskDocumentWindowController::buildMenus() {
     };
     QMenu* file = menuBar()->addMenu(tr("&File"));
     if (mServices.documents) {
+        file->addAction(tr("&New"), QKeySequence::New, this,
+                        [this] { mServices.documents->newDocument(); });
         file->addAction(tr("&Open…"), QKeySequence::Open, this,
                         [this] { mServices.documents->openDocument(); });
         mRecentMenu = file->addMenu(tr("Open &Recent"));
@@ -267,13 +267,13 @@ void TeskDocumentWindowController::buildMenus() {
                     TeskError error;
                     if (!mServices.documents->loadTeskDocumentWithURL(url, &error) &&
                         !error.domain().isEmpty())
-                        QMessageBox::warning(this, error.localizedDescription(),
-                                             error.localizedRecoverySuggestion());
+                        presentError(error);
                 });
             }
             mRecentMenu->addSeparator();
-            mRecentMenu->addAction(tr("Clear Menu"), this,
-                                   [this] { mServices.documents->clearRecentDocuments(); });
+            QAction* clear = mRecentMenu->addAction(
+                tr("Clear Menu"), this, [this] { mServices.documents->clearRecentDocuments(); });
+            clear->setEnabled(mRecentMenu->actions().size() > 2);
         });
     }
     file->addSeparator();
@@ -705,8 +705,7 @@ void TeskDocumentWindowController::save(bool askForName) {
     }
     TeskError error;
     if (!mDocument->saveToURL(url, &error)) {
-        QMessageBox::warning(this, error.localizedDescription(),
-                             error.localizedRecoverySuggestion());
+        presentError(error);
         return;
     }
     synchronizeWindowTitleWithDocumentName();
@@ -805,15 +804,39 @@ void TeskDocumentWindowController::showSongProblem() {
 }
 
 void TeskDocumentWindowController::locateSong() {
-    const QString path = QFileDialog::getOpenFileName(
-        this, tr("Locate the Song"), QString(), tr("Songs (*.mp3 *.m4a *.aac *.aif *.aiff *.wav)"));
+    // The song was last seen somewhere near where it lived.
+    const QString startFolder = mDocument->audioFileAlias()
+                                    ? QFileInfo(mDocument->audioFileAlias()->absolutePath()).path()
+                                    : QString();
+    const QString path =
+        mServices.askSongFile
+            ? mServices.askSongFile(this, startFolder)
+            : QFileDialog::getOpenFileName(this, tr("Locate the Song"), startFolder,
+                                           tr("Songs (*.mp3 *.m4a *.aac *.aif *.aiff *.wav)"));
     if (path.isEmpty())
         return;
     mDocument->setAudioFileURL(QUrl::fromLocalFile(path));
-    if (!mDocument->songError()) {
-        mNoticeLabel->setVisible(false);
-        mDocument->updateChangeCount(TeskDocument::ChangeType::Done);
+    if (const std::optional<TeskError> error = mDocument->songError()) {
+        presentError(*error);
+        return;
     }
+    mNoticeLabel->setVisible(false);
+    mDocument->updateChangeCount(TeskDocument::ChangeType::Done);
+    synchronizeWindowTitleWithDocumentName();
+    validateMenuItems();
+}
+
+QString TeskDocumentWindowController::noticeText() const {
+    return mNoticeLabel && !mNoticeLabel->isHidden() ? mNoticeLabel->text() : QString();
+}
+
+void TeskDocumentWindowController::presentError(const TeskError& error) {
+    auto* box = new QMessageBox(QMessageBox::Warning, tr("Tesk"), error.localizedDescription(),
+                                QMessageBox::Ok, this);
+    box->setInformativeText(error.localizedRecoverySuggestion());
+    box->setWindowModality(Qt::WindowModal);
+    box->setAttribute(Qt::WA_DeleteOnClose);
+    box->open();
 }
 
 } // namespace tesk

@@ -16,13 +16,13 @@ class QAction;
 class QLabel;
 class QMenu;
 
-class QSlider;
 class QSplitter;
 class QToolButton;
 
 namespace tesk {
 
 class TeskDocumentController;
+class KLTexturedSlider;
 class TeskMetadataView;
 class SongViews;
 
@@ -43,6 +43,9 @@ struct WindowServices {
     std::function<int(QWidget* window, const QString& documentName)> askSaveChanges;
     /// Asks where to save a practice document, proposing `proposedPath`; empty when cancelled.
     std::function<QString(QWidget* window, const QString& proposedPath)> askDocumentFile;
+    /// Asks where a song that went missing is now, starting in `startFolder`; empty when
+    /// cancelled. A window-modal file dialog unless a test replaces it.
+    std::function<QString(QWidget* window, const QString& startFolder)> askSongFile;
 };
 
 /// One document window: the song's metadata, the transport panel, the waveform and its
@@ -75,6 +78,13 @@ public:
     bool displayTimersActive() const { return mHUDTimer.isActive(); }
     /// The running export's progress dialog, if any.
     QProgressDialog* exportProgressDialog() const { return mExportProgress; }
+    /// The line above the song that tells of a missing song (with "Locate…") or of a missing
+    /// sound device; empty while hidden.
+    QString noticeText() const;
+    /// Lets the user point at a song that went missing; the document then refers to it.
+    void locateSong();
+    /// Shows `error` as a message on this window, without blocking the window's owner.
+    void presentError(const TeskError& error);
 
     /// Closes without asking: the document is going away.
     void closeWithoutAsking();
@@ -121,7 +131,6 @@ private:
     void startLoopExportWithFile(const QString& path);
     void save(bool askForName);
     void showSongProblem();
-    void locateSong();
     bool handleKey(QKeyEvent* event);
 
     TeskDocument* mDocument;
@@ -139,8 +148,8 @@ private:
     QToolButton* mFastForwardButton = nullptr;
     QToolButton* mMarkButton = nullptr;
     QToolButton* mEffectsToggleButton = nullptr;
-    QSlider* mZoomSlider = nullptr;
-    QSlider* mVolumeSlider = nullptr;
+    KLTexturedSlider* mZoomSlider = nullptr;
+    KLTexturedSlider* mVolumeSlider = nullptr;
     QLabel* mNoticeLabel = nullptr;
 
     QTimer mHUDTimer;

@@ -5,6 +5,7 @@
 #include <QApplication>
 #include <QFileDialog>
 #include <QMessageBox>
+#include <QTimer>
 
 namespace tesk {
 
@@ -22,6 +23,7 @@ void TeskWindowLayer::makeWindowControllers(TeskDocument* document) {
     auto* window = new TeskDocumentWindowController(document, mServices);
     document->addWindowController(window);
     mWindows[document] = window;
+    mMadeOrder.append(window);
 }
 
 void TeskWindowLayer::closeWindows(TeskDocument* document) {
@@ -30,6 +32,7 @@ void TeskWindowLayer::closeWindows(TeskDocument* document) {
         return;
     TeskDocumentWindowController* window = found->second;
     mWindows.erase(found);
+    mMadeOrder.removeAll(window);
     window->closeWithoutAsking();
     // The window may be the one whose close is running now.
     window->deleteLater();
@@ -47,12 +50,29 @@ QStringList TeskWindowLayer::runOpenPanel() {
 }
 
 void TeskWindowLayer::presentError(const TeskError& error) {
-    QWidget* parent = QApplication::activeWindow();
-    QMessageBox box(QMessageBox::Warning, QObject::tr("Tesk"), error.localizedDescription(),
-                    QMessageBox::Ok, parent);
-    box.setInformativeText(error.localizedRecoverySuggestion());
-    box.setWindowModality(parent ? Qt::WindowModal : Qt::ApplicationModal);
-    box.exec();
+    // On the window in front, as a window-modal message; at start-up the first window is not
+    // there yet, so the message waits for it.
+    if (TeskDocumentWindowController* window = frontWindow()) {
+        window->presentError(error);
+        return;
+    }
+    QTimer::singleShot(0, [this, error] {
+        if (TeskDocumentWindowController* window = frontWindow())
+            window->presentError(error);
+        else
+            QMessageBox::warning(nullptr, error.localizedDescription(),
+                                 error.localizedRecoverySuggestion());
+    });
+}
+
+TeskDocumentWindowController* TeskWindowLayer::frontWindow() const {
+    if (auto* active = qobject_cast<TeskDocumentWindowController*>(QApplication::activeWindow()))
+        return active;
+    for (auto window = mMadeOrder.rbegin(); window != mMadeOrder.rend(); ++window) {
+        if ((*window)->isVisible())
+            return *window;
+    }
+    return nullptr;
 }
 
 TeskDocumentWindowController* TeskWindowLayer::windowFor(TeskDocument* document) const {

@@ -3,6 +3,7 @@
 #include "document/TeskDocumentController.h"
 #include "window/TeskDocumentWindowController.h"
 
+#include <QList>
 #include <map>
 
 namespace tesk {
@@ -24,10 +25,13 @@ public:
     /// Asks every changed document's window to close; false when the user kept one open.
     bool closeAll();
     WindowServices& services() { return mServices; }
+    /// The active document window, else the newest one shown; null when none shows.
+    TeskDocumentWindowController* frontWindow() const;
 
 private:
     WindowServices mServices;
     std::map<TeskDocument*, TeskDocumentWindowController*> mWindows;
+    QList<TeskDocumentWindowController*> mMadeOrder; // oldest first
 };
 
 } // namespace tesk

@@ -1,0 +1,148 @@
+#include "widgets/KLTexturedSlider.h"
+
+#include "support/ViewTesting.h"
+
+#include <QAccessible>
+#include <QAccessibleValueInterface>
+#include <QSignalSpy>
+#include <QTest>
+#include <gtest/gtest.h>
+
+using namespace tesk;
+using namespace tesk::test;
+
+namespace {
+struct Shown {
+    explicit Shown(int indicator, int width = 160) {
+        slider.setIndicatorIndex(indicator);
+        slider.resize(width, 22);
+        slider.show();
+    }
+    KLTexturedSlider slider;
+};
+
+void click(QWidget& widget, QPointF at) {
+    QTest::mousePress(&widget, Qt::LeftButton, {}, at.toPoint());
+    QTest::mouseRelease(&widget, Qt::LeftButton, {}, at.toPoint());
+}
+} // namespace
+
+TEST(KLTexturedSlider, ValuesAndPlacesMapBothWaysInsideTheEndPictures) {
+    struct Case {
+        int indicator;
+        double minValue, maxValue;
+    };
+    for (const Case c : {Case{KLTexturedSlider::NoIndicator, 0.0, 1.0},
+                         Case{KLTexturedSlider::VolumeIndicator, 0.0, 1.0},
+                         Case{KLTexturedSlider::ZoomIndicator, -2.0, 6.0}}) {
+        SCOPED_TRACE(c.indicator);
+        Shown shown(c.indicator);
+        KLTexturedSlider& slider = shown.slider;
+        slider.setRange(c.minValue, c.maxValue);
+        const bool ends = c.indicator != KLTexturedSlider::NoIndicator;
+        EXPECT_EQ(slider.minimumEndRect().isEmpty(), !ends);
+        // The knob never runs over an end picture.
+        const qreal half = KLTexturedSlider::kKnobDiameter / 2.0;
+        if (ends) {
+            EXPECT_GT(slider.knobTravelStart() - half, slider.minimumEndRect().right());
+            EXPECT_LT(slider.knobTravelEnd() + half, slider.maximumEndRect().left());
+        }
+        EXPECT_DOUBLE_EQ(slider.xForValue(c.minValue), slider.knobTravelStart());
+        EXPECT_DOUBLE_EQ(slider.xForValue(c.maxValue), slider.knobTravelEnd());
+        for (double fraction : {0.0, 0.1, 0.5, 0.93, 1.0}) {
+            const double value = c.minValue + fraction * (c.maxValue - c.minValue);
+            EXPECT_NEAR(slider.valueForX(slider.xForValue(value)), value, 1e-9) << fraction;
+        }
+        EXPECT_DOUBLE_EQ(slider.valueForX(-50.0), c.minValue);
+        EXPECT_DOUBLE_EQ(slider.valueForX(5000.0), c.maxValue);
+        slider.setValue(c.maxValue + 10.0);
+        EXPECT_DOUBLE_EQ(slider.value(), c.maxValue);
+    }
+}
+
+TEST(KLTexturedSlider, OnlyTheUsersChangesAreSentAndTheEndsStepTowardsThemselves) {
+    Shown shown(KLTexturedSlider::ZoomIndicator);
+    KLTexturedSlider& slider = shown.slider;
+    slider.setStep(0.05);
+    QSignalSpy changes(&slider, &KLTexturedSlider::valueChanged);
+    QSignalSpy ins(&slider, &KLTexturedSlider::maximumEndClicked);
+    QSignalSpy outs(&slider, &KLTexturedSlider::minimumEndClicked);
+
+    slider.setValue(0.5);
+    EXPECT_EQ(changes.count(), 0);
+
+    struct Gesture {
+        const char* what;
+        std::function<void()> act;
+        double expected;
+    };
+    const Gesture gestures[] = {
+        {"press on the groove",
+         [&] {
+             click(slider, {slider.xForValue(0.25), 11.0});
+         },
+         0.25},
+        {"the zoom-in end", [&] { click(slider, slider.maximumEndRect().center()); }, 0.30},
+        {"the zoom-out end", [&] { click(slider, slider.minimumEndRect().center()); }, 0.25},
+        {"a drag past the end",
+         [&] {
+             QTest::mousePress(&slider, Qt::LeftButton, {}, QPoint(int(slider.xForValue(0.6)), 11));
+             QTest::mouseMove(&slider, QPoint(slider.width() + 40, 11));
+             QTest::mouseRelease(&slider, Qt::LeftButton, {}, QPoint(slider.width() + 40, 11));
+         },
+         1.0},
+        {"the zoom-in end at the top", [&] { click(slider, slider.maximumEndRect().center()); },
+         1.0},
+    };
+    // Mouse positions are whole pixels: a press lands within one pixel's worth of value.
+    const double onePixel = 1.0 / (slider.knobTravelEnd() - slider.knobTravelStart());
+    for (const Gesture& gesture : gestures) {
+        SCOPED_TRACE(gesture.what);
+        gesture.act();
+        EXPECT_NEAR(slider.value(), gesture.expected, onePixel);
+        ASSERT_FALSE(changes.isEmpty());
+        EXPECT_NEAR(changes.last().first().toDouble(), slider.value(), 1e-9);
+    }
+    EXPECT_EQ(ins.count(), 2);
+    EXPECT_EQ(outs.count(), 1);
+    const qsizetype sent = changes.count();
+    click(slider, slider.maximumEndRect().center()); // already at the top: nothing to send
+    EXPECT_EQ(changes.count(), sent);
+}
+
+TEST(KLTexturedSlider, TheKnobSitsWhereItsValueSaysWithTheFilledGrooveLeftOfIt) {
+    Shown shown(KLTexturedSlider::VolumeIndicator, 200);
+    KLTexturedSlider& slider = shown.slider;
+    for (double value : {0.2, 0.75}) {
+        SCOPED_TRACE(value);
+        slider.setValue(value);
+        const QImage picture = grabImage(slider);
+        const QPointF knob = slider.knobCentre();
+        const QColor cap = pixelAt(picture, knob.x(), knob.y() - 3.0);
+        EXPECT_GT(cap.lightness(), 200) << "knob";
+        const QColor filled = pixelAt(picture, slider.knobTravelStart() - 4.0, knob.y());
+        EXPECT_GT(filled.blue(), filled.red() + 40) << "blue left of the knob";
+        const QColor empty = pixelAt(picture, slider.knobTravelEnd() + 4.0, knob.y());
+        EXPECT_LT(std::abs(empty.blue() - empty.red()), 20) << "grey right of the knob";
+        EXPECT_LT(empty.lightness(), 160);
+    }
+}
+
+TEST(KLTexturedSlider, ScreenReadersReadAndSetTheValue) {
+    Shown shown(KLTexturedSlider::VolumeIndicator);
+    KLTexturedSlider& slider = shown.slider;
+    slider.setAccessibleName("Volume");
+    slider.setValue(0.4);
+    QAccessibleInterface* accessible = QAccessible::queryAccessibleInterface(&slider);
+    ASSERT_NE(accessible, nullptr);
+    EXPECT_EQ(accessible->role(), QAccessible::Slider);
+    EXPECT_EQ(accessible->text(QAccessible::Name), "Volume");
+    QAccessibleValueInterface* value = accessible->valueInterface();
+    ASSERT_NE(value, nullptr);
+    EXPECT_DOUBLE_EQ(value->currentValue().toDouble(), 0.4);
+    EXPECT_DOUBLE_EQ(value->maximumValue().toDouble(), 1.0);
+    QSignalSpy changes(&slider, &KLTexturedSlider::valueChanged);
+    value->setCurrentValue(0.8);
+    EXPECT_DOUBLE_EQ(slider.value(), 0.8);
+    ASSERT_EQ(changes.count(), 1);
+}

@@ -1,0 +1,216 @@
+#include "document/TeskDocumentController.h"
+#include "window/TeskDocumentWindowController.h"
+#include "window/TeskDropView.h"
+#include "window/TeskWindowLayer.h"
+
+#include "support/AudioFiles.h"
+#include "support/Signals.h"
+
+#include <QAction>
+#include <QDir>
+#include <QLabel>
+#include <QMessageBox>
+#include <QMimeData>
+#include <QTemporaryDir>
+#include <QTest>
+#include <gtest/gtest.h>
+
+using namespace tesk;
+using namespace tesk::test;
+
+namespace {
+constexpr int kRate = 44100;
+
+/// Documents and windows with the dialogs answered by the test.
+class Opening {
+public:
+    Opening() {
+        WindowServices services;
+        services.askSongFile = [this](QWidget*, const QString& folder) {
+            locateStartedIn = folder;
+            return locateAnswer;
+        };
+        services.askSaveChanges = [](QWidget*, const QString&) { return int(QMessageBox::Save); };
+        layer = std::make_unique<TeskWindowLayer>(services);
+        documents = std::make_unique<TeskDocumentController>(layer.get());
+        layer->services().documents = documents.get();
+    }
+    ~Opening() {
+        layer.reset();
+        documents.reset();
+        QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+    }
+    TeskDocumentWindowController* window(TeskDocument* document) const {
+        return layer->windowFor(document);
+    }
+    QStringList songPaths() const {
+        QStringList paths;
+        for (TeskDocument* document : documents->documents())
+            paths.append(document->audioFileURL().toLocalFile());
+        return paths;
+    }
+
+    std::unique_ptr<TeskWindowLayer> layer;
+    std::unique_ptr<TeskDocumentController> documents;
+    QString locateAnswer;
+    QString locateStartedIn;
+};
+
+QString writeSong(const QString& path, double seconds = 1.0) {
+    const auto length = std::size_t(seconds * kRate);
+    EXPECT_TRUE(
+        writeWav(path, {sine(440.0, 0.5, length, kRate), sine(550.0, 0.5, length, kRate)}, kRate));
+    return QFileInfo(path).canonicalFilePath();
+}
+
+std::unique_ptr<QMimeData> uriList(const QStringList& paths) {
+    auto data = std::make_unique<QMimeData>();
+    QList<QUrl> urls;
+    for (const QString& path : paths)
+        urls.append(QUrl::fromLocalFile(path));
+    data->setUrls(urls);
+    return data;
+}
+
+/// Drags `data` over `target` and drops it when `drop`; whether the drag was taken.
+bool dragOver(QWidget* target, const QMimeData& data, bool drop) {
+    const QPointF middle = QRectF(target->rect()).center();
+    QDragEnterEvent enter(middle.toPoint(), Qt::CopyAction | Qt::MoveAction, &data, Qt::LeftButton,
+                          Qt::NoModifier);
+    QCoreApplication::sendEvent(target, &enter);
+    const bool taken = enter.isAccepted() && enter.dropAction() == Qt::CopyAction;
+    if (taken && drop) {
+        QDropEvent dropEvent(middle, Qt::CopyAction | Qt::MoveAction, &data, Qt::LeftButton,
+                             Qt::NoModifier);
+        QCoreApplication::sendEvent(target, &dropEvent);
+    } else {
+        QDragLeaveEvent leave;
+        QCoreApplication::sendEvent(target, &leave);
+    }
+    return taken;
+}
+
+QMessageBox* messageOn(QWidget* window) {
+    QMessageBox* found = nullptr;
+    const bool shown = QTest::qWaitFor(
+        [&] {
+            found = window->findChild<QMessageBox*>();
+            return found != nullptr;
+        },
+        2000);
+    return shown ? found : nullptr;
+}
+} // namespace
+
+TEST(Opening, DropsOpenEverySongOfAUriListAndNothingElse) {
+    QTemporaryDir dir;
+    const QString first = writeSong(dir.filePath("first.wav"));
+    const QString second = writeSong(dir.filePath("second.wav"));
+    const QString text = dir.filePath("notes.txt");
+    ASSERT_TRUE(writeFile(text, "practice the bridge slowly\n"));
+
+    Opening app;
+    app.documents->newDocument();
+    TeskDocument* empty = app.documents->documents().first();
+    auto* dropView = app.window(empty)->findChild<TeskDropView*>();
+    ASSERT_NE(dropView, nullptr);
+
+    struct Drag {
+        const char* what;
+        QStringList paths;
+        bool taken;
+    };
+    const Drag drags[] = {
+        {"a text file alone", {text}, false},
+        {"only the last track is a song", {text, text, second}, true},
+    };
+    for (const Drag& drag : drags) {
+        SCOPED_TRACE(drag.what);
+        EXPECT_EQ(dragOver(dropView, *uriList(drag.paths), false), drag.taken);
+        EXPECT_FALSE(dropView->isActive()); // lit only while hovering
+    }
+
+    // A drop of three tracks opens the two songs; the first replaces the empty window.
+    ASSERT_TRUE(dragOver(dropView, *uriList({first, text, second}), true));
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+    EXPECT_EQ(app.songPaths(), (QStringList{first, second}));
+
+    // A song's window takes any drag of files, but only songs open.
+    TeskDocument* song = app.documents->documents().first();
+    QWidget* content = app.window(song)->centralWidget();
+    ASSERT_TRUE(dragOver(content, *uriList({text}), true));
+    EXPECT_EQ(app.documents->documents().size(), 2);
+    const QString third = writeSong(dir.filePath("third.wav"));
+    ASSERT_TRUE(dragOver(content, *uriList({third}), true));
+    EXPECT_EQ(app.songPaths(), (QStringList{first, second, third}));
+}
+
+TEST(Opening, AMissingSongKeepsItsMarkersAndIsFoundAgainWithLocate) {
+    QTemporaryDir dir;
+    const QString song = writeSong(dir.filePath("etude.wav"));
+    const QString practice = dir.filePath("etude.tesk");
+    {
+        Opening app;
+        TeskError error;
+        TeskDocument* document =
+            app.documents->openDocumentWithContentsOfURL(QUrl::fromLocalFile(song), true, &error);
+        ASSERT_NE(document, nullptr);
+        document->setGenericMarkers({1000, 2000});
+        document->setLoopRange({4410, 8820});
+        ASSERT_TRUE(document->saveToURL(QUrl::fromLocalFile(practice), &error));
+    }
+    // The song is gone; a new copy of it (another file) waits in another folder.
+    ASSERT_TRUE(QFile::remove(song));
+    ASSERT_TRUE(QDir(dir.path()).mkdir("moved"));
+    const QString copy = writeSong(dir.filePath("moved/etude.wav"));
+
+    Opening app;
+    TeskError error;
+    TeskDocument* document =
+        app.documents->openDocumentWithContentsOfURL(QUrl::fromLocalFile(practice), true, &error);
+    ASSERT_NE(document, nullptr);
+    ASSERT_TRUE(document->songError().has_value());
+    TeskDocumentWindowController* window = app.window(document);
+    ASSERT_TRUE(QTest::qWaitFor([&] { return window->noticeText().contains("Locate"); }, 2000));
+    EXPECT_EQ(document->genericMarkers(), (QList<quint32>{1000, 2000}));
+    EXPECT_FALSE(window->action(WindowCommand::PlayPause)->isEnabled());
+
+    // Cancelling the question changes nothing.
+    app.locateAnswer.clear();
+    window->locateSong();
+    EXPECT_EQ(app.locateStartedIn, QFileInfo(song).path());
+    EXPECT_TRUE(document->songError().has_value());
+    EXPECT_FALSE(document->isDocumentEdited());
+
+    app.locateAnswer = copy;
+    window->locateSong();
+    EXPECT_FALSE(document->songError().has_value());
+    EXPECT_EQ(document->audioFileURL().toLocalFile(), copy);
+    EXPECT_TRUE(window->noticeText().isEmpty());
+    EXPECT_TRUE(document->isDocumentEdited()); // the new reference is worth saving
+    EXPECT_EQ(document->genericMarkers(), (QList<quint32>{1000, 2000}));
+    EXPECT_EQ(document->loopRange().length, 8820u);
+    EXPECT_TRUE(window->action(WindowCommand::PlayPause)->isEnabled());
+    EXPECT_TRUE(window->action(WindowCommand::ExportLoop)->isEnabled());
+}
+
+TEST(Opening, ASongThatCannotBeDecodedIsToldOnTheWindowAsAWindowModalMessage) {
+    QTemporaryDir dir;
+    // An MP3 by its first bytes, but nothing a decoder can play.
+    const QString broken = dir.filePath("broken.mp3");
+    QByteArray bytes("ID3\x03\x00\x00\x00\x00\x00\x00", 10);
+    bytes.append(QByteArray(4096, '\x5a'));
+    ASSERT_TRUE(writeFile(broken, bytes));
+
+    Opening app;
+    app.documents->newDocument();
+    const auto replies = app.documents->openFiles({broken});
+    ASSERT_EQ(replies.size(), 1);
+    EXPECT_EQ(replies.first(), TeskDocumentController::OpenReply::Failure);
+    ASSERT_EQ(app.documents->documents().size(), 1); // the empty window stays
+    QMessageBox* message = messageOn(app.window(app.documents->documents().first()));
+    ASSERT_NE(message, nullptr);
+    EXPECT_EQ(message->text(), "Bad Audio File");
+    EXPECT_FALSE(message->informativeText().isEmpty());
+    EXPECT_EQ(message->windowModality(), Qt::WindowModal);
+}
