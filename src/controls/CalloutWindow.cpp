@@ -38,7 +38,8 @@ void CalloutWindow::showAt(const QPoint& tip, const QString& text) {
 
 void CalloutWindow::follow(const QPoint& tip, const QString& text) {
     mText = text;
-    move(tip.x() - width() / 2, tip.y() - height() + kArrowInset - kArrowInset);
+    // Centred over the knob, the arrow's tip (the picture's bottom edge) on `tip`.
+    move(tip.x() - width() / 2, tip.y() - height());
     update();
 }
 

@@ -1,6 +1,7 @@
 #include "controls/HUDPitchControlView.h"
 
 #include "controls/CalloutWindow.h"
+#include "controls/SThreePartImage.h"
 #include "controls/TransportAccessibility.h"
 #include "widgets/NamedImage.h"
 
@@ -64,15 +65,18 @@ void HUDPitchControlView::step(TransportRules::PitchStep step) {
 }
 
 QRectF HUDPitchControlView::sliderSlotRect() const {
-    const double slotHeight = image("PitchSliderTrackFill").size().height();
-    return QRectF(8, height() - 31, width() - 16, slotHeight);
+    const double slotHeight = SThreePartImage::pitchTrack().height();
+    // 25 points above the bottom edge, 8 in from each side.
+    return QRectF(8, height() - 25 - slotHeight, width() - 16, slotHeight);
 }
 
 QRectF HUDPitchControlView::sliderKnobRect() const {
     const QSizeF knob = image("PitchSliderKnob").size();
     const QRectF slot = sliderSlotRect();
     const double x = TransportRules::pitchX(mPitchAdjustment, slot.x(), slot.width());
-    return QRectF(std::floor(x - knob.width() * 0.5), height() - 24, knob.width(), knob.height());
+    // Under the slot, pointing up at it: its bottom 8 points above the view's.
+    return QRectF(std::floor(x - knob.width() * 0.5), height() - 8 - knob.height(), knob.width(),
+                  knob.height());
 }
 
 QRectF HUDPitchControlView::tickRect(int index) const {
@@ -147,8 +151,7 @@ void HUDPitchControlView::wheelEvent(QWheelEvent* event) {
 void HUDPitchControlView::paintEvent(QPaintEvent*) {
     QPainter painter(this);
     painter.setRenderHint(QPainter::SmoothPixmapTransform);
-    drawThreePartImage(painter, sliderSlotRect(), image("PitchSliderTrackLeft"),
-                       image("PitchSliderTrackFill"), image("PitchSliderTrackRight"));
+    SThreePartImage::pitchTrack().draw(painter, sliderSlotRect());
     for (int i = 0; i < kTickCount; ++i)
         image("PitchSliderTickMark").draw(painter, tickRect(i).topLeft());
     image("PitchSliderKnob").draw(painter, sliderKnobRect());

@@ -2,6 +2,7 @@
 
 #include "controls/CalloutWindow.h"
 #include "controls/GlowText.h"
+#include "controls/SThreePartImage.h"
 #include "controls/TransportAccessibility.h"
 #include "widgets/NamedImage.h"
 
@@ -78,9 +79,9 @@ std::array<double, TransportRules::kSpeedMarkCount> HUDSpeedControlView::markSpe
 
 QRectF HUDSpeedControlView::trackRect() const {
     const auto centres = markCentres();
-    const QSizeF fill = NamedImage::named(QStringLiteral("DisplaySliderTrackFill")).size();
-    const double top = height() - kMarksBottomInset + kTrackBelowMarks - fill.height() / 2;
-    return QRectF(centres.front(), top, centres.back() - centres.front(), fill.height());
+    const double trackHeight = SThreePartImage::speedTrack().height();
+    const double top = height() - kMarksBottomInset + kTrackBelowMarks - trackHeight / 2;
+    return QRectF(centres.front(), top, centres.back() - centres.front(), trackHeight);
 }
 
 QRectF HUDSpeedControlView::knobRect() const {
@@ -160,8 +161,15 @@ void HUDSpeedControlView::mousePressEvent(QMouseEvent* event) {
         return; // a click on a mark acts on release
     mDragging = true;
     mPressKnobX = mKnobX;
-    setFocus(Qt::MouseFocusReason); // for Escape
+    // Escape must reach the drag, but the keyboard focus stays where it was (the waveform's
+    // keys keep working after the drag): take the keys only while dragging.
+    grabKeyboard();
     mCallout->showAt(calloutTip(), TransportRules::speedText(mPlaybackSpeed));
+}
+
+void HUDSpeedControlView::endDrag() {
+    mDragging = false;
+    releaseKeyboard();
 }
 
 void HUDSpeedControlView::mouseMoveEvent(QMouseEvent* event) {
@@ -176,7 +184,7 @@ void HUDSpeedControlView::mouseReleaseEvent(QMouseEvent* event) {
     if (event->button() != Qt::LeftButton)
         return;
     if (mDragging) {
-        mDragging = false;
+        endDrag();
         moveKnobTo(event->position().x(), !(event->modifiers() & Qt::ShiftModifier));
         mCallout->fadeOut();
         return;
@@ -192,7 +200,7 @@ void HUDSpeedControlView::mouseReleaseEvent(QMouseEvent* event) {
 void HUDSpeedControlView::keyPressEvent(QKeyEvent* event) {
     if (mDragging && event->key() == Qt::Key_Escape) {
         // Back to where the drag began.
-        mDragging = false;
+        endDrag();
         mKnobX = mPressKnobX;
         setAndWriteBack(TransportRules::speedForX(mKnobX, markCentres(), markSpeeds(), true,
                                                   scrollerBoundingBox().center().x()));
@@ -222,7 +230,7 @@ void HUDSpeedControlView::leaveEvent(QEvent*) {
 void HUDSpeedControlView::paintEvent(QPaintEvent*) {
     QPainter painter(this);
     painter.setRenderHint(QPainter::SmoothPixmapTransform);
-    const qreal ratio = devicePixelRatioF();
+    const qreal ratio = devicePixelRatioOf(painter);
     const auto alphas = markOpacities();
     for (int i = 0; i < TransportRules::kSpeedMarkCount; ++i) {
         const Mark& mark = mMarks[std::size_t(i)];
@@ -233,10 +241,7 @@ void HUDSpeedControlView::paintEvent(QPaintEvent*) {
     }
     painter.setOpacity(1.0);
     if (mHovered || mDragging)
-        drawThreePartImage(painter, trackRect(),
-                           NamedImage::named(QStringLiteral("DisplaySliderTrackLeft")),
-                           NamedImage::named(QStringLiteral("DisplaySliderTrackFill")),
-                           NamedImage::named(QStringLiteral("DisplaySliderTrackRight")));
+        SThreePartImage::speedTrack().draw(painter, trackRect());
     NamedImage::named(mHovered || mDragging ? QStringLiteral("DisplaySliderKnob")
                                             : QStringLiteral("DisplaySliderDot"))
         .draw(painter, knobRect());

@@ -68,6 +68,7 @@ private:
     };
     QFont markFont(const Mark& mark) const;
     void moveKnobTo(double x, bool snap);
+    void endDrag();
     void setAndWriteBack(double speed);
     void speedChanged();
     QPoint calloutTip() const;

@@ -3,6 +3,7 @@
 #include "controls/GlowText.h"
 #include "controls/TransportAccessibility.h"
 #include "controls/TransportRules.h"
+#include "widgets/Glow.h"
 #include "widgets/NamedImage.h"
 
 #include <QPainter>
@@ -10,6 +11,8 @@
 namespace tesk {
 
 namespace {
+constexpr double kGlyphTop = 6;
+
 QString glyphImageName(QChar glyph) {
     if (glyph == QLatin1Char(':'))
         return QStringLiteral("hud_digit_colon");
@@ -72,15 +75,16 @@ std::vector<double> HUDTimeDisplayView::glyphPositions(const QString& text) {
 
 void HUDTimeDisplayView::paintEvent(QPaintEvent*) {
     QPainter painter(this);
-    const qreal ratio = devicePixelRatioF();
+    const qreal ratio = devicePixelRatioOf(painter);
     QFont caption = font();
     caption.setPixelSize(10);
     painter.drawPixmap(QPointF(4, 36), GlowText::picture(tr("min"), caption, ratio));
     painter.drawPixmap(QPointF(57, 36), GlowText::picture(tr("sec"), caption, ratio));
     const auto positions = glyphPositions(mCurrentTimeString);
     for (qsizetype i = 0; i < mCurrentTimeString.size(); ++i)
-        NamedImage::named(glyphImageName(mCurrentTimeString[i]))
-            .draw(painter, QPointF(positions[std::size_t(i)], 6));
+        painter.drawPixmap(
+            QPointF(positions[std::size_t(i)], kGlyphTop) - QPointF(Glow::kMargin, Glow::kMargin),
+            Glow::glowingPicture(NamedImage::named(glyphImageName(mCurrentTimeString[i])), ratio));
 }
 
 } // namespace tesk
