@@ -1,5 +1,6 @@
 #include "controls/HUDSwitchControlView.h"
 
+#include "controls/TransportAccessibility.h"
 #include "widgets/NamedImage.h"
 #include "widgets/TeskLook.h"
 
@@ -11,6 +12,7 @@ namespace tesk {
 HUDSwitchControlView::HUDSwitchControlView(QWidget* parent)
     : QWidget(parent) {
     setFocusPolicy(Qt::NoFocus);
+    installTransportAccessibility();
     setAccessibleName(tr("Speed or pitch"));
     setAccessibleDescription(tr("Speed"));
 }

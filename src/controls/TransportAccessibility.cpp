@@ -2,6 +2,7 @@
 
 #include "controls/HUDPitchControlView.h"
 #include "controls/HUDSpeedControlView.h"
+#include "controls/HUDSwitchControlView.h"
 #include "controls/HUDTimeDisplayView.h"
 
 #include <QAccessibleValueInterface>
@@ -87,11 +88,33 @@ public:
     }
 };
 
+/// The switch: 0 shows the speed control, 1 the pitch control; setting it acts as a click.
+class AccessibleSwitch : public AccessibleControl<HUDSwitchControlView> {
+public:
+    explicit AccessibleSwitch(HUDSwitchControlView* view)
+        : AccessibleControl(view, spoken("Speed or pitch")) {}
+    QString text(QAccessible::Text t) const override {
+        if (t == QAccessible::Value)
+            return view()->switchState() == 0 ? spoken("Speed") : spoken("Pitch");
+        return QAccessibleWidget::text(t);
+    }
+    QVariant currentValue() const override { return view()->switchState(); }
+    void setCurrentValue(const QVariant& value) override {
+        view()->setSwitchState(value.toInt());
+        emit view()->activated();
+    }
+    QVariant maximumValue() const override { return 1; }
+    QVariant minimumValue() const override { return 0; }
+    QVariant minimumStepSize() const override { return 1; }
+};
+
 QAccessibleInterface* transportAccessibleFactory(const QString& className, QObject* object) {
     if (className == QLatin1String("tesk::HUDSpeedControlView"))
         return new AccessibleSpeed(static_cast<HUDSpeedControlView*>(object));
     if (className == QLatin1String("tesk::HUDPitchControlView"))
         return new AccessiblePitch(static_cast<HUDPitchControlView*>(object));
+    if (className == QLatin1String("tesk::HUDSwitchControlView"))
+        return new AccessibleSwitch(static_cast<HUDSwitchControlView*>(object));
     if (className == QLatin1String("tesk::HUDTimeDisplayView"))
         return new AccessibleTime(static_cast<HUDTimeDisplayView*>(object));
     return nullptr;

@@ -164,6 +164,15 @@ TEST(HUDSwitchControlView, TheClickRuleAndTheDotsLitByTheDirtyFlags) {
     }
     EXPECT_EQ(activated.count(), 4); // also when nothing changed
 
+    // Screen readers hear which control shows and can switch it.
+    QAccessibleInterface* reader = QAccessible::queryAccessibleInterface(&view);
+    ASSERT_NE(reader, nullptr);
+    EXPECT_EQ(reader->text(QAccessible::Value), "Speed");
+    ASSERT_NE(reader->valueInterface(), nullptr);
+    reader->valueInterface()->setCurrentValue(1);
+    EXPECT_EQ(view.switchState(), 1);
+    EXPECT_EQ(activated.count(), 5);
+
     // The speed dot lights whatever the state shows: compare its middle before and after.
     view.setSwitchState(1);
     const QImage off = test::grabImage(view);
