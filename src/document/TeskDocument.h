@@ -1,5 +1,6 @@
 #pragma once
 
+#include "audio/MarkerKind.h"
 #include "audio/TeskAudioFileReader.h"
 #include "audio/TeskEffectsSettings.h"
 #include "audio/TeskExtendedAudioFilePlayer.h"
@@ -52,9 +53,6 @@ public:
     /// The file could not be written; nothing is left at `path`.
     virtual void fileExportDidFail(const QString& /*path*/, const TeskError&) {}
 };
-
-/// The four kinds of marker, in the order they are kept everywhere.
-enum class MarkerKind { Generic = 0, Chorus = 1, Verse = 2, Bridge = 3 };
 
 /// One song's practice settings and the player that plays it. Every setting is an observable
 /// property; the document observes its own and hands each change to the player, so whatever

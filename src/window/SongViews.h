@@ -8,11 +8,19 @@ class QWidget;
 
 namespace tesk {
 
+class HUDPitchControlView;
+class HUDSpeedControlView;
+class HUDSwitchControlView;
+class HUDTimeDisplayView;
 class TeskDocument;
+class TeskEffectsViewController;
+class TeskScroller;
+class WaveformView;
+class WaveformViewDelegate;
 
-/// The views a song's window shows, bound to its document: the transport panel (time display,
-/// speed/pitch switch, speed or pitch control), the waveform with its scroller, and the effects
-/// panel. The window controller lays them out and drives them. Main thread.
+/// The views a song's window shows, bound to its document: the transport panel, the waveform
+/// with its marker scroller, and the effects panel. The window controller lays them out and
+/// drives them. Main thread.
 class SongViews : public QObject {
     Q_OBJECT
 public:
@@ -21,10 +29,19 @@ public:
 
     QWidget* transportPanel() const { return mTransportPanel; }
     QWidget* waveformArea() const { return mWaveformArea; }
-    QWidget* effectsPanel() const { return mEffectsPanel; }
+    QWidget* effectsPanel() const;
+    TeskEffectsViewController* effectsController() const { return mEffectsPanel; }
+    WaveformView* waveformView() const { return mWaveformView; }
+    TeskScroller* scroller() const { return mScroller; }
+    HUDSpeedControlView* speedControl() const { return mSpeedControl; }
+    HUDPitchControlView* pitchControl() const { return mPitchControl; }
+    HUDSwitchControlView* switchControl() const { return mSwitchControl; }
+    HUDTimeDisplayView* timeDisplay() const { return mTimeDisplay; }
+    /// Shows the speed or the pitch control, as the switch says.
+    void controlSwitchChanged();
 
-    /// Binds every view to the document; `window` becomes the waveform's delegate.
-    void bind(QWidget* window);
+    /// Binds every view to the document; `delegate` hears the waveform's gestures.
+    void bind(WaveformViewDelegate* delegate);
     /// Removes every binding.
     void unbind();
 
@@ -36,16 +53,24 @@ public:
     void perform(WindowCommand command);
 
     void playingChanged(bool playing, bool looping);
-    /// The 1/15 s display refresh: time and spectra.
+    /// The 1/15 s display refresh: the time readout and the live spectra.
     void updateHUD();
-    /// The play head's refresh, at the screen's rate.
+    /// The play head's refresh, at the screen's rate: the newest heard-position report goes to
+    /// the waveform's clock, which places the cursor for this moment.
     void updatePlayHead();
 
 private:
     TeskDocument* mDocument;
     QWidget* mTransportPanel = nullptr;
+    HUDTimeDisplayView* mTimeDisplay = nullptr;
+    HUDSwitchControlView* mSwitchControl = nullptr;
+    QWidget* mControlHolder = nullptr;
+    HUDSpeedControlView* mSpeedControl = nullptr;
+    HUDPitchControlView* mPitchControl = nullptr;
     QWidget* mWaveformArea = nullptr;
-    QWidget* mEffectsPanel = nullptr;
+    WaveformView* mWaveformView = nullptr;
+    TeskScroller* mScroller = nullptr;
+    TeskEffectsViewController* mEffectsPanel = nullptr;
 };
 
 } // namespace tesk

@@ -3,6 +3,7 @@
 #include "audio/TeskExtendedAudioFilePlayer.h"
 #include "audio/TeskOutputAudioUnit.h"
 #include "document/TeskDocumentController.h"
+#include "waveform/WaveformView.h"
 #include "widgets/KLTexturedSlider.h"
 #include "widgets/NamedImage.h"
 #include "window/SongViews.h"
@@ -232,6 +233,8 @@ void TeskDocumentWindowController::bindViews() {
     showVolume();
     showEffects();
     mViews->bind(this);
+    connect(mViews->waveformView(), &WaveformView::loopButtonClicked, this,
+            [this] { perform(WindowCommand::Loop); });
 }
 
 void TeskDocumentWindowController::unbindViews() {
@@ -549,6 +552,33 @@ void TeskDocumentWindowController::updateWaveform() {
         mViews->updatePlayHead();
 }
 
+void TeskDocumentWindowController::waveformViewDidBeginScrubbing(WaveformView*) {
+    // While the play head is dragged the song sounds, but buttons and timers stay as they are.
+    mDocument->setPlaybackDelegate(nullptr);
+    mDocument->startFilePlaying();
+}
+
+void TeskDocumentWindowController::waveformViewDidEndScrubbing(WaveformView*) {
+    mDocument->setPlaybackDelegate(this);
+    mDocument->stopFilePlaying();
+}
+
+void TeskDocumentWindowController::waveformViewDidBeginEditingLoop(WaveformView*) {
+    // Every value the drag writes becomes one undo step back to the loop before it.
+    if (!mEditingLoop) {
+        mEditingLoop = true;
+        mDocument->undoManager()->beginMacro(tr("Change Loop"));
+    }
+}
+
+void TeskDocumentWindowController::waveformViewDidEndEditingLoop(WaveformView*) {
+    if (mEditingLoop) {
+        mEditingLoop = false;
+        mDocument->undoManager()->endMacro();
+    }
+    validateMenuItems();
+}
+
 void TeskDocumentWindowController::documentDidImportMetadata(TeskDocument*) {
     if (!mMetadataView)
         return;
@@ -732,6 +762,8 @@ void TeskDocumentWindowController::closeWithoutAsking() {
     if (mDocument->fileExportDelegate() == this)
         mDocument->setFileExportDelegate(nullptr);
     disconnect(mDocument, nullptr, this, nullptr);
+    if (mEditingLoop)
+        waveformViewDidEndEditingLoop(nullptr);
     unbindViews();
     mDocument->removeWindowController(this);
     hide();

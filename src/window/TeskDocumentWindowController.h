@@ -2,6 +2,7 @@
 
 #include "document/TeskDocument.h"
 #include "document/TeskDocumentWindow.h"
+#include "waveform/WaveformViewDelegate.h"
 #include "window/WindowCommands.h"
 
 #include <QMainWindow>
@@ -55,7 +56,8 @@ class TeskDocumentWindowController : public QMainWindow,
                                      public TeskDocumentWindow,
                                      public TeskDocumentPlaybackDelegate,
                                      public TeskDocumentMetadataDelegate,
-                                     public TeskDocumentFileExportDelegate {
+                                     public TeskDocumentFileExportDelegate,
+                                     public WaveformViewDelegate {
     Q_OBJECT
 public:
     TeskDocumentWindowController(TeskDocument* document, WindowServices services);
@@ -99,6 +101,12 @@ public:
     void updateFileExportWithProgress(double progress) override;
     void fileDidFinishExporting(const QString& path) override;
     void fileExportDidFail(const QString& path, const TeskError& error) override;
+
+    // The waveform's gestures.
+    void waveformViewDidBeginScrubbing(WaveformView*) override;
+    void waveformViewDidEndScrubbing(WaveformView*) override;
+    void waveformViewDidBeginEditingLoop(WaveformView*) override;
+    void waveformViewDidEndEditingLoop(WaveformView*) override;
 
 protected:
     bool eventFilter(QObject* watched, QEvent* event) override;
@@ -149,7 +157,7 @@ private:
     QPointer<QProgressDialog> mExportProgress;
     bool mExportWasCanceled = false;
     bool mExportingWithLoop = false;
-    bool mClosing = false;
+    bool mEditingLoop = false;
     bool mClosed = false;
 };
 

@@ -1,5 +1,6 @@
 #include "document/TeskDocumentController.h"
 #include "window/TeskDocumentWindowController.h"
+#include "window/TeskDropView.h"
 #include "window/TeskWindowLayer.h"
 
 #include "support/AudioFiles.h"
@@ -7,6 +8,7 @@
 
 #include <QAction>
 #include <QMessageBox>
+#include <QMimeData>
 #include <QPushButton>
 #include <QTemporaryDir>
 #include <QTest>
@@ -33,6 +35,10 @@ public:
         layer = std::make_unique<TeskWindowLayer>(services);
         documents = std::make_unique<TeskDocumentController>(layer.get());
         layer->services().documents = documents.get();
+        // As the application wires it: a dropped track opens as a document.
+        QObject::connect(documents.get(), &TeskDocumentController::TeskFileDraggedNotification,
+                         documents.get(),
+                         [this](const QUrl& url) { documents->handleDraggedFile(url); });
     }
     ~Practice() {
         layer.reset();
@@ -126,6 +132,21 @@ TEST(DocumentWindow, APracticeSessionFromOpeningToReopening) {
     press(window, Qt::Key_L, "l");
     EXPECT_FALSE(document->isFilePlaying());
 
+    // Down slows to the next mark; Shift+Down does nothing; the pitch items step the pitch.
+    press(window, Qt::Key_Down, {}, Qt::ShiftModifier);
+    EXPECT_DOUBLE_EQ(document->playbackSpeed(), 1.0);
+    press(window, Qt::Key_Down);
+    EXPECT_DOUBLE_EQ(document->playbackSpeed(), 0.75);
+    window->action(WindowCommand::DecreasePitch)->trigger();
+    EXPECT_DOUBLE_EQ(document->pitchAdjustment(), -0.5);
+    // Escape clears the loop; Home goes to the beginning.
+    document->setCurrentFrame(30000);
+    press(window, Qt::Key_Home);
+    EXPECT_EQ(document->currentFrame(), 0);
+    press(window, Qt::Key_Escape);
+    EXPECT_EQ(document->loopRange().length, 0u);
+    document->setLoopRange({kRate, kRate});
+
     // Zoom moves on its grid and Zoom In is disabled at the top.
     document->setZoomLevel(0.93);
     window->action(WindowCommand::ZoomIn)->trigger();
@@ -153,7 +174,8 @@ TEST(DocumentWindow, APracticeSessionFromOpeningToReopening) {
     const QString exported = dir.filePath("loop.m4a");
     const auto decoded = decodeWithFfmpeg(exported);
     ASSERT_TRUE(decoded.has_value());
-    EXPECT_NEAR(double((*decoded)[0].size()), double(kRate), 0.05 * kRate);
+    // The loop at the speed set above: a second of song takes 4/3 s.
+    EXPECT_NEAR(double((*decoded)[0].size()), kRate / 0.75, 0.05 * kRate);
 
     // A cancelled export leaves nothing behind.
     app.exportAnswer = dir.filePath("cancelled.aif");
@@ -194,6 +216,14 @@ TEST(DocumentWindow, APracticeSessionFromOpeningToReopening) {
 }
 
 TEST(DocumentWindow, AnEmptyWindowTakesDropsOfSongsOnlyAndOffersNoSongCommands) {
+    QTemporaryDir dir;
+    const QString song = dir.filePath("dropped.wav");
+    const auto length = std::size_t(kRate / 2);
+    ASSERT_TRUE(
+        writeWav(song, {sine(440.0, 0.5, length, kRate), sine(440.0, 0.5, length, kRate)}, kRate));
+    const QString text = dir.filePath("notes.txt");
+    ASSERT_TRUE(writeFile(text, "not a song"));
+
     Practice app;
     app.documents->newDocument();
     ASSERT_EQ(app.documents->documents().size(), 1);
@@ -203,4 +233,37 @@ TEST(DocumentWindow, AnEmptyWindowTakesDropsOfSongsOnlyAndOffersNoSongCommands) 
                                   WindowCommand::Save, WindowCommand::ZoomIn})
         EXPECT_FALSE(window->action(command)->isEnabled()) << int(command);
     EXPECT_EQ(window->minimumSize(), window->maximumSize()); // fixed in size
+
+    auto* target = qobject_cast<TeskDropView*>(window->centralWidget());
+    ASSERT_NE(target, nullptr);
+    const auto dragOver = [&](const QList<QUrl>& urls) {
+        QMimeData data;
+        data.setUrls(urls);
+        QDragEnterEvent enter(QPoint(10, 10), Qt::CopyAction, &data, Qt::LeftButton, {});
+        QCoreApplication::sendEvent(target, &enter);
+        const bool accepted = enter.isAccepted() && target->isActive();
+        QDragLeaveEvent leave;
+        QCoreApplication::sendEvent(target, &leave);
+        return accepted;
+    };
+    // A text file does not light the target; a list whose last track is a song does.
+    EXPECT_FALSE(dragOver({QUrl::fromLocalFile(text)}));
+    EXPECT_TRUE(dragOver({QUrl::fromLocalFile(text), QUrl::fromLocalFile(song)}));
+    EXPECT_FALSE(target->isActive());
+
+    // Dropped, the song opens in its own window and the empty one goes.
+    QMimeData data;
+    data.setUrls({QUrl::fromLocalFile(text), QUrl::fromLocalFile(song)});
+    QDropEvent drop(QPointF(10, 10), Qt::CopyAction, &data, Qt::LeftButton, {});
+    QDragEnterEvent enter(QPoint(10, 10), Qt::CopyAction, &data, Qt::LeftButton, {});
+    QCoreApplication::sendEvent(target, &enter);
+    QCoreApplication::sendEvent(target, &drop);
+    EXPECT_TRUE(drop.isAccepted());
+    QCoreApplication::processEvents();
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+    ASSERT_EQ(app.documents->documents().size(), 1);
+    TeskDocument* opened = app.documents->documents().first();
+    EXPECT_EQ(opened->audioFileURL(), QUrl::fromLocalFile(song));
+    ASSERT_NE(app.window(opened), nullptr);
+    EXPECT_TRUE(app.window(opened)->action(WindowCommand::PlayPause)->isEnabled());
 }

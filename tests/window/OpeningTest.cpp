@@ -159,10 +159,11 @@ TEST(Opening, AMissingSongKeepsItsMarkersAndIsFoundAgainWithLocate) {
         document->setLoopRange({4410, 8820});
         ASSERT_TRUE(document->saveToURL(QUrl::fromLocalFile(practice), &error));
     }
-    // The song is gone; a new copy of it (another file) waits in another folder.
-    ASSERT_TRUE(QFile::remove(song));
+    // The song is gone; a new copy of it (another file) waits in another folder. The copy is
+    // made first, so that it cannot take over the deleted song's inode and be found as it.
     ASSERT_TRUE(QDir(dir.path()).mkdir("moved"));
     const QString copy = writeSong(dir.filePath("moved/etude.wav"));
+    ASSERT_TRUE(QFile::remove(song));
 
     Opening app;
     TeskError error;

@@ -1,0 +1,71 @@
+#include "controls/CalloutWindow.h"
+
+#include "widgets/NamedImage.h"
+
+#include <QPainter>
+
+namespace tesk {
+
+namespace {
+// The arrow's tip lies this far below the bubble.
+constexpr int kArrowInset = 6;
+} // namespace
+
+CalloutWindow::CalloutWindow(QWidget* owner)
+    : QWidget(owner, Qt::ToolTip | Qt::FramelessWindowHint | Qt::WindowDoesNotAcceptFocus)
+    , mFade(this, "windowOpacity") {
+    setAttribute(Qt::WA_TranslucentBackground);
+    setAttribute(Qt::WA_ShowWithoutActivating);
+    setAttribute(Qt::WA_TransparentForMouseEvents);
+    setFocusPolicy(Qt::NoFocus);
+    setFixedSize(NamedImage::named(QStringLiteral("PitchArrow")).size().toSize());
+    mFade.setDuration(250);
+    mFade.setStartValue(1.0);
+    mFade.setEndValue(0.0);
+    connect(&mFade, &QPropertyAnimation::finished, this, &QWidget::hide);
+    mDelayedFade.setSingleShot(true);
+    mDelayedFade.setInterval(500);
+    connect(&mDelayedFade, &QTimer::timeout, this, &CalloutWindow::fadeOut);
+}
+
+void CalloutWindow::showAt(const QPoint& tip, const QString& text) {
+    mFade.stop();
+    mDelayedFade.stop();
+    setWindowOpacity(1.0);
+    follow(tip, text);
+    show();
+}
+
+void CalloutWindow::follow(const QPoint& tip, const QString& text) {
+    mText = text;
+    // Centred over the knob, the arrow's tip (the picture's bottom edge) on `tip`.
+    move(tip.x() - width() / 2, tip.y() - height());
+    update();
+}
+
+void CalloutWindow::fadeOut() {
+    mDelayedFade.stop();
+    if (isVisible() && mFade.state() != QAbstractAnimation::Running)
+        mFade.start();
+}
+
+void CalloutWindow::fadeOutLater() {
+    mDelayedFade.start(); // restarted by each step of a run
+}
+
+void CalloutWindow::paintEvent(QPaintEvent*) {
+    QPainter painter(this);
+    painter.setRenderHint(QPainter::Antialiasing);
+    NamedImage::named(QStringLiteral("PitchArrow")).draw(painter, QPointF(0, 0));
+    QFont font = this->font();
+    font.setBold(true);
+    font.setPixelSize(12);
+    painter.setFont(font);
+    const QRectF bubble(0, 0, width(), height() - kArrowInset);
+    painter.setPen(QColor(0, 0, 0, 160));
+    painter.drawText(bubble.translated(0, 1), Qt::AlignCenter, mText);
+    painter.setPen(QColor(217, 238, 254));
+    painter.drawText(bubble, Qt::AlignCenter, mText);
+}
+
+} // namespace tesk

@@ -1,0 +1,160 @@
+#include "controls/HUDPitchControlView.h"
+
+#include "controls/CalloutWindow.h"
+#include "controls/SThreePartImage.h"
+#include "controls/TransportAccessibility.h"
+#include "widgets/NamedImage.h"
+
+#include <QMouseEvent>
+#include <QPainter>
+#include <QWheelEvent>
+#include <cmath>
+
+namespace tesk {
+
+namespace {
+const NamedImage& image(const char* name) {
+    return NamedImage::named(QString::fromLatin1(name));
+}
+} // namespace
+
+HUDPitchControlView::HUDPitchControlView(QWidget* parent)
+    : SBindingView(parent) {
+    setFocusPolicy(Qt::NoFocus);
+    installTransportAccessibility();
+    setAccessibleName(tr("Pitch"));
+    mCallout = new CalloutWindow(this);
+    setPitchAdjustment(0.0);
+}
+
+HUDPitchControlView::~HUDPitchControlView() {
+    delete mCallout;
+}
+
+QStringList HUDPitchControlView::exposedBindings() const {
+    return SBindingView::exposedBindings() +
+           QStringList{QStringLiteral("pitchAdjustment"), QStringLiteral("dirty")};
+}
+
+void HUDPitchControlView::observableObjectChangedKeyPath(QObject* object, const QString& keyPath,
+                                                         const QString& binding) {
+    if (binding == QLatin1String("pitchAdjustment"))
+        setPitchAdjustment(object->property(keyPath.toUtf8().constData()).toDouble());
+}
+
+void HUDPitchControlView::setPitchAdjustment(double semitones) {
+    mPitchAdjustment = semitones;
+    updateObservableObjectForBindingName(QStringLiteral("dirty"), dirty());
+    if (mCallout && mCallout->isVisible())
+        mCallout->follow(calloutTip(), TransportRules::pitchText(mPitchAdjustment));
+    const double magnitude = std::fabs(semitones);
+    setAccessibleDescription(semitones == 0.0  ? tr("0 semitones")
+                             : semitones < 0.0 ? tr("minus %1 semitones").arg(magnitude)
+                                               : tr("plus %1 semitones").arg(magnitude));
+    update();
+}
+
+void HUDPitchControlView::setAndWriteBack(double semitones) {
+    setPitchAdjustment(semitones);
+    updateObservableObjectForBindingName(QStringLiteral("pitchAdjustment"), semitones);
+}
+
+void HUDPitchControlView::step(TransportRules::PitchStep step) {
+    setAndWriteBack(TransportRules::steppedPitch(mPitchAdjustment, step));
+    showCalloutBriefly();
+}
+
+QRectF HUDPitchControlView::sliderSlotRect() const {
+    const double slotHeight = SThreePartImage::pitchTrack().height();
+    // 25 points above the bottom edge, 8 in from each side.
+    return QRectF(8, height() - 25 - slotHeight, width() - 16, slotHeight);
+}
+
+QRectF HUDPitchControlView::sliderKnobRect() const {
+    const QSizeF knob = image("PitchSliderKnob").size();
+    const QRectF slot = sliderSlotRect();
+    const double x = TransportRules::pitchX(mPitchAdjustment, slot.x(), slot.width());
+    // Under the slot, pointing up at it: its bottom 8 points above the view's.
+    return QRectF(std::floor(x - knob.width() * 0.5), height() - 8 - knob.height(), knob.width(),
+                  knob.height());
+}
+
+QRectF HUDPitchControlView::tickRect(int index) const {
+    const QSizeF tick = image("PitchSliderTickMark").size();
+    const QRectF slot = sliderSlotRect();
+    const double x = TransportRules::pitchX(tickValue(index), slot.x(), slot.width());
+    return QRectF(std::floor(x - tick.width() * 0.5), slot.center().y() - tick.height() / 2,
+                  tick.width(), tick.height());
+}
+
+int HUDPitchControlView::pointInPitchTick(const QPointF& point) const {
+    for (int i = 0; i < kTickCount; ++i)
+        if (tickRect(i).adjusted(-4, -4, 4, 4).contains(point))
+            return i;
+    return kTickCount;
+}
+
+QPoint HUDPitchControlView::calloutTip() const {
+    const QRectF knob = sliderKnobRect();
+    return mapToGlobal(QPointF(knob.center().x(), sliderSlotRect().top()).toPoint());
+}
+
+void HUDPitchControlView::showCalloutBriefly() {
+    mCallout->showAt(calloutTip(), TransportRules::pitchText(mPitchAdjustment));
+    mCallout->fadeOutLater();
+}
+
+void HUDPitchControlView::moveKnobTo(double x, bool snap) {
+    const QRectF slot = sliderSlotRect();
+    setAndWriteBack(TransportRules::pitchForX(std::clamp(x, slot.left(), slot.right()), slot.x(),
+                                              slot.width(), snap));
+}
+
+void HUDPitchControlView::mousePressEvent(QMouseEvent* event) {
+    if (event->button() != Qt::LeftButton)
+        return;
+    const QPointF point = event->position();
+    const bool snap = !(event->modifiers() & Qt::ShiftModifier);
+    if (sliderKnobRect().contains(point)) {
+        mDragging = true;
+        mCallout->showAt(calloutTip(), TransportRules::pitchText(mPitchAdjustment));
+    } else if (sliderSlotRect().adjusted(-2, -2, 2, 2).contains(point)) {
+        moveKnobTo(point.x(), snap);
+        showCalloutBriefly();
+    } else if (const int tick = pointInPitchTick(point); tick < kTickCount) {
+        setAndWriteBack(tickValue(tick));
+        showCalloutBriefly();
+    }
+}
+
+void HUDPitchControlView::mouseMoveEvent(QMouseEvent* event) {
+    if (mDragging)
+        moveKnobTo(event->position().x(), !(event->modifiers() & Qt::ShiftModifier));
+}
+
+void HUDPitchControlView::mouseReleaseEvent(QMouseEvent* event) {
+    if (!mDragging || event->button() != Qt::LeftButton)
+        return;
+    mDragging = false;
+    moveKnobTo(event->position().x(), !(event->modifiers() & Qt::ShiftModifier));
+    mCallout->fadeOut();
+}
+
+void HUDPitchControlView::wheelEvent(QWheelEvent* event) {
+    const double delta = event->angleDelta().y() / 120.0;
+    if (delta != 0.0)
+        setAndWriteBack(TransportRules::wheeledPitch(mPitchAdjustment, delta,
+                                                     event->modifiers() & Qt::ShiftModifier));
+    event->accept();
+}
+
+void HUDPitchControlView::paintEvent(QPaintEvent*) {
+    QPainter painter(this);
+    painter.setRenderHint(QPainter::SmoothPixmapTransform);
+    SThreePartImage::pitchTrack().draw(painter, sliderSlotRect());
+    for (int i = 0; i < kTickCount; ++i)
+        image("PitchSliderTickMark").draw(painter, tickRect(i).topLeft());
+    image("PitchSliderKnob").draw(painter, sliderKnobRect());
+}
+
+} // namespace tesk

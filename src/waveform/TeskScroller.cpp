@@ -1,0 +1,229 @@
+#include "waveform/TeskScroller.h"
+
+#include "diagnostics/TeskAssert.h"
+#include "observation/KeyValueObserving.h"
+#include "widgets/NamedImage.h"
+#include "widgets/TeskLook.h"
+
+#include "waveform/WaveformAccessibility.h"
+
+#include <QMouseEvent>
+#include <QPainter>
+#include <QPainterPath>
+#include <QWheelEvent>
+#include <algorithm>
+#include <cmath>
+
+namespace tesk {
+
+namespace {
+
+const NamedImage& image(const char* name, bool active) {
+    return NamedImage::named(QString::fromLatin1(name) + (active ? "" : "Inactive"));
+}
+
+const NamedImage& scrollerMarkerImageForType(std::uint32_t kind) {
+    static const char* const names[kMarkerKindCount] = {
+        "ScrollerGenericMarker", "ScrollerChorusMarker", "ScrollerVerseMarker",
+        "ScrollerBridgeMarker"};
+    TESK_PARAMETER_ASSERT(kind < kMarkerKindCount);
+    return NamedImage::named(QString::fromLatin1(names[kind]));
+}
+
+} // namespace
+
+TeskScroller::TeskScroller(QWidget* parent)
+    : SBindingView(parent) {
+    installWaveformAccessibility();
+    setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Fixed);
+    setFixedHeight(look::scrollerHeight);
+}
+
+TeskScroller::~TeskScroller() = default;
+
+QSize TeskScroller::sizeHint() const {
+    return QSize(400, look::scrollerHeight);
+}
+
+QStringList TeskScroller::exposedBindings() const {
+    return SBindingView::exposedBindings() +
+           QStringList{"chorusMarkers", "verseMarkers", "genericMarkers",
+                       "bridgeMarkers", "minValue",     "maxValue",
+                       "dragging",      "value",        "knobProportion"};
+}
+
+void TeskScroller::observableObjectChangedKeyPath(QObject* object, const QString& keyPath,
+                                                  const QString& binding) {
+    const QVariant value = valueForKeyPath(object, keyPath);
+    if (binding == "minValue") {
+        setMinValue(value.toDouble());
+    } else if (binding == "maxValue") {
+        setMaxValue(value.toDouble());
+    } else if (binding == "value") {
+        if (!mPressed)
+            setValue(value.toDouble());
+    } else if (binding == "knobProportion") {
+        setKnobProportion(value.toDouble());
+    } else if (binding != "dragging") {
+        for (std::uint32_t kind = 0; kind < kMarkerKindCount; ++kind) {
+            if (binding == bindingNameForType(kind))
+                setMarkers(value.value<QList<quint32>>(), kind);
+        }
+    }
+}
+
+QList<quint32> TeskScroller::markersForType(std::uint32_t kind) const {
+    TESK_PARAMETER_ASSERT(kind < kMarkerKindCount);
+    return mMarkers[kind];
+}
+
+void TeskScroller::setMarkers(const QList<quint32>& markers, std::uint32_t kind) {
+    TESK_PARAMETER_ASSERT(kind < kMarkerKindCount);
+    mMarkers[kind] = markers;
+    update();
+}
+
+void TeskScroller::setMinValue(double value) {
+    mMinValue = value;
+    update();
+}
+
+void TeskScroller::setMaxValue(double value) {
+    mMaxValue = value;
+    update();
+}
+
+void TeskScroller::setValue(double value) {
+    if (!std::isfinite(value))
+        value = 0.0;
+    if (value == mValue)
+        return;
+    mValue = value;
+    update();
+}
+
+void TeskScroller::setKnobProportion(double proportion) {
+    mKnobProportion = std::isfinite(proportion) ? std::clamp(proportion, 0.0, 1.0) : 1.0;
+    update();
+}
+
+QRectF TeskScroller::knobSlotRect() const {
+    return QRectF(2, 2, std::max(0, width() - 4), 11);
+}
+
+QRectF TeskScroller::knobRect() const {
+    const QRectF slot = knobSlotRect();
+    const qreal knobWidth =
+        std::min(slot.width(), std::max(kMinimumKnobWidth, slot.width() * mKnobProportion));
+    const qreal x = slot.left() + (slot.width() - knobWidth) * std::clamp(mValue, 0.0, 1.0);
+    return QRectF(std::round(x), slot.top(), std::round(knobWidth), slot.height());
+}
+
+std::optional<qreal> TeskScroller::markerPositionForValue(double value) const {
+    if (mMaxValue == mMinValue)
+        return std::nullopt;
+    const QRectF slot = knobSlotRect().adjusted(1, 0, -1, 0);
+    return slot.left() + std::floor(slot.width() * (value - mMinValue) / (mMaxValue - mMinValue));
+}
+
+bool TeskScroller::drawsActive() const {
+    return !window() || window()->isActiveWindow();
+}
+
+void TeskScroller::paintEvent(QPaintEvent*) {
+    QPainter painter(this);
+    const bool active = drawsActive();
+    image("ScrollerBarFill", active).draw(painter, QRectF(rect()));
+    drawThreePartImage(painter, knobSlotRect().adjusted(0, -2, 0, 2),
+                       image("ScrollerSlotLeft", active), image("ScrollerSlotFill", active),
+                       image("ScrollerSlotRight", active));
+    for (std::uint32_t kind = 0; kind < kMarkerKindCount; ++kind)
+        drawMarkersOfType(painter, kind);
+    if (mKnobProportion < 1.0 && mMaxValue > mMinValue) {
+        drawThreePartImage(painter, knobRect().adjusted(0, -2, 0, 2),
+                           image("ScrollerKnobLeft", active), image("ScrollerKnobFill", active),
+                           image("ScrollerKnobRight", active));
+    }
+}
+
+void TeskScroller::drawMarkersOfType(QPainter& painter, std::uint32_t kind) {
+    if (mMarkers[kind].isEmpty() || mMaxValue == mMinValue)
+        return;
+    painter.save();
+    QPainterPath slot;
+    slot.addRoundedRect(knobSlotRect().adjusted(1, 0, -1, 0), kSlotRadius, kSlotRadius);
+    painter.setClipPath(slot);
+    const NamedImage& marker = scrollerMarkerImageForType(kind);
+    const qreal top = std::floor(knobSlotRect().center().y() - marker.height() / 2.0);
+    for (const quint32 frame : mMarkers[kind]) {
+        const std::optional<qreal> x = markerPositionForValue(frame);
+        marker.draw(painter, QPointF(*x - marker.width() / 2.0, top));
+    }
+    painter.restore();
+}
+
+void TeskScroller::moveKnobTo(qreal knobLeft) {
+    const QRectF slot = knobSlotRect();
+    const qreal travel = slot.width() - knobRect().width();
+    const double value = travel > 0 ? std::clamp((knobLeft - slot.left()) / travel, 0.0, 1.0) : 0;
+    setValue(value);
+    updateObservableObjectForBindingName("value", value);
+}
+
+void TeskScroller::mousePressEvent(QMouseEvent* event) {
+    if (event->button() != Qt::LeftButton)
+        return;
+    mPressed = true;
+    updateObservableObjectForBindingName("dragging", true);
+    const QRectF knob = knobRect();
+    const qreal x = event->position().x();
+    // A press beside the knob brings the knob's middle under the pointer, then drags it.
+    mGrabOffset = knob.contains(event->position()) ? x - knob.left() : knob.width() / 2.0;
+    if (!knob.contains(event->position()))
+        moveKnobTo(x - mGrabOffset);
+}
+
+void TeskScroller::mouseMoveEvent(QMouseEvent* event) {
+    if (mPressed)
+        moveKnobTo(event->position().x() - mGrabOffset);
+}
+
+void TeskScroller::mouseReleaseEvent(QMouseEvent* event) {
+    if (event->button() == Qt::LeftButton)
+        endPress();
+}
+
+void TeskScroller::endPress() {
+    if (!mPressed)
+        return;
+    mPressed = false;
+    updateObservableObjectForBindingName("dragging", false);
+}
+
+void TeskScroller::hideEvent(QHideEvent* event) {
+    endPress();
+    SBindingView::hideEvent(event);
+}
+
+void TeskScroller::changeEvent(QEvent* event) {
+    if (event->type() == QEvent::ActivationChange)
+        update();
+    if (event->type() == QEvent::EnabledChange && !isEnabled())
+        endPress();
+    SBindingView::changeEvent(event);
+}
+
+void TeskScroller::wheelEvent(QWheelEvent* event) {
+    const QPoint pixels = event->pixelDelta();
+    const QPointF deltas = pixels.isNull() ? QPointF(event->angleDelta()) / 8.0 : QPointF(pixels);
+    const qreal delta = std::abs(deltas.x()) >= std::abs(deltas.y()) ? deltas.x() : deltas.y();
+    const qreal travel = knobSlotRect().width() - knobRect().width();
+    if (travel > 0 && delta != 0) {
+        const double value = std::clamp(mValue - delta / travel, 0.0, 1.0);
+        setValue(value);
+        updateObservableObjectForBindingName("value", value);
+    }
+    event->accept();
+}
+
+} // namespace tesk

@@ -1,0 +1,81 @@
+#pragma once
+
+#include "controls/SBindingView.h"
+#include "waveform/MarkerItem.h"
+
+#include <QList>
+#include <array>
+#include <optional>
+
+namespace tesk {
+
+/// The horizontal scroller under the waveform. Besides scrolling it shows where the song's
+/// markers lie: a small picture per marker, by kind, along the knob slot at the marker's share
+/// of the song. It draws its own pictures, the active set while its window is active and the
+/// inactive twins otherwise, and talks to the rest of Tesk only through its bindings:
+/// "chorusMarkers", "verseMarkers", "genericMarkers", "bridgeMarkers" (QList<quint32>),
+/// "minValue", "maxValue" (frames the slot spans), "dragging" (written YES when a press
+/// begins and NO however it ends), "value" (0 … 1, the knob's position) and "knobProportion".
+///
+/// Main thread only.
+class TeskScroller : public SBindingView {
+    Q_OBJECT
+
+public:
+    /// The slot's rounded ends: markers never spill out of them.
+    static constexpr qreal kSlotRadius = 5.0;
+    static constexpr qreal kMinimumKnobWidth = 20.0;
+
+    explicit TeskScroller(QWidget* parent = nullptr);
+    ~TeskScroller() override;
+
+    QStringList exposedBindings() const override;
+    void observableObjectChangedKeyPath(QObject* object, const QString& keyPath,
+                                        const QString& binding) override;
+
+    QList<quint32> markersForType(std::uint32_t kind) const;
+    void setMarkers(const QList<quint32>& markers, std::uint32_t kind);
+    double minValue() const { return mMinValue; }
+    void setMinValue(double value);
+    double maxValue() const { return mMaxValue; }
+    void setMaxValue(double value);
+    double value() const { return mValue; }
+    void setValue(double value);
+    double knobProportion() const { return mKnobProportion; }
+    void setKnobProportion(double proportion);
+    bool isPressed() const { return mPressed; }
+
+    /// The knob's slot, and the knob in it.
+    QRectF knobSlotRect() const;
+    QRectF knobRect() const;
+    /// The x of a marker at frame `value`: across the slot inset by a point each side;
+    /// nothing when the slot spans no frames (minValue equal to maxValue).
+    std::optional<qreal> markerPositionForValue(double value) const;
+
+    QSize sizeHint() const override;
+
+protected:
+    void paintEvent(QPaintEvent* event) override;
+    void mousePressEvent(QMouseEvent* event) override;
+    void mouseMoveEvent(QMouseEvent* event) override;
+    void mouseReleaseEvent(QMouseEvent* event) override;
+    void wheelEvent(QWheelEvent* event) override;
+    void hideEvent(QHideEvent* event) override;
+    void changeEvent(QEvent* event) override;
+
+private:
+    void drawMarkersOfType(QPainter& painter, std::uint32_t kind);
+    void moveKnobTo(qreal knobLeft);
+    void endPress();
+    bool drawsActive() const;
+
+    std::array<QList<quint32>, kMarkerKindCount> mMarkers;
+    double mMinValue = 0.0;
+    double mMaxValue = 0.0;
+    double mValue = 0.0;
+    double mKnobProportion = 1.0;
+    bool mPressed = false;
+    qreal mGrabOffset = 0.0;
+};
+
+} // namespace tesk

@@ -1,0 +1,94 @@
+#include "waveform/WaveformAccessibility.h"
+
+#include "waveform/TeskScroller.h"
+#include "waveform/WaveformView.h"
+
+#include <QAccessibleValueInterface>
+#include <QAccessibleWidget>
+#include <QCoreApplication>
+
+namespace tesk {
+
+namespace {
+
+QString timeText(qint64 frame) {
+    const qint64 seconds = frame / WaveformGeometry::kFramesPerSecond;
+    return QString::asprintf("%02lld:%02lld", seconds / 60, seconds % 60);
+}
+
+/// The play position, in frames, as the value; the loop in the description.
+class AccessibleWaveformView : public QAccessibleWidget, public QAccessibleValueInterface {
+public:
+    explicit AccessibleWaveformView(WaveformView* view)
+        : QAccessibleWidget(view, QAccessible::Slider,
+                            QCoreApplication::translate("WaveformView", "Waveform")) {}
+
+    WaveformView* view() const { return static_cast<WaveformView*>(widget()); }
+
+    void* interface_cast(QAccessible::InterfaceType type) override {
+        return type == QAccessible::ValueInterface ? static_cast<QAccessibleValueInterface*>(this)
+                                                   : QAccessibleWidget::interface_cast(type);
+    }
+    QString text(QAccessible::Text t) const override {
+        if (t == QAccessible::Value)
+            return timeText(view()->currentFrame());
+        if (t == QAccessible::Description && view()->isLoopEnabled()) {
+            const LoopRange loop = view()->loopRange();
+            return QCoreApplication::translate("WaveformView", "Loop from %1 to %2")
+                .arg(timeText(loop.location), timeText(qint64(loop.location) + loop.length));
+        }
+        return QAccessibleWidget::text(t);
+    }
+    QVariant currentValue() const override { return view()->currentFrame(); }
+    void setCurrentValue(const QVariant& value) override {
+        view()->setCurrentFrame(value.toLongLong(), true);
+    }
+    QVariant maximumValue() const override { return view()->frameCount(); }
+    QVariant minimumValue() const override { return qint64(0); }
+    QVariant minimumStepSize() const override { return WaveformGeometry::kFramesPerSecond; }
+};
+
+/// The scroll position, 0 to 1.
+class AccessibleScroller : public QAccessibleWidget, public QAccessibleValueInterface {
+public:
+    explicit AccessibleScroller(TeskScroller* scroller)
+        : QAccessibleWidget(scroller, QAccessible::ScrollBar,
+                            QCoreApplication::translate("TeskScroller", "Song position")) {}
+
+    TeskScroller* scroller() const { return static_cast<TeskScroller*>(widget()); }
+
+    void* interface_cast(QAccessible::InterfaceType type) override {
+        return type == QAccessible::ValueInterface ? static_cast<QAccessibleValueInterface*>(this)
+                                                   : QAccessibleWidget::interface_cast(type);
+    }
+    QString text(QAccessible::Text t) const override {
+        if (t == QAccessible::Value)
+            return QString::number(qRound(scroller()->value() * 100)) + "%";
+        return QAccessibleWidget::text(t);
+    }
+    QVariant currentValue() const override { return scroller()->value(); }
+    void setCurrentValue(const QVariant& value) override {
+        scroller()->setValue(value.toDouble());
+        scroller()->updateObservableObjectForBindingName("value", scroller()->value());
+    }
+    QVariant maximumValue() const override { return 1.0; }
+    QVariant minimumValue() const override { return 0.0; }
+    QVariant minimumStepSize() const override { return 0.01; }
+};
+
+QAccessibleInterface* waveformAccessibleFactory(const QString& className, QObject* object) {
+    if (className == QLatin1String("tesk::WaveformView"))
+        return new AccessibleWaveformView(static_cast<WaveformView*>(object));
+    if (className == QLatin1String("tesk::TeskScroller"))
+        return new AccessibleScroller(static_cast<TeskScroller*>(object));
+    return nullptr;
+}
+
+} // namespace
+
+void installWaveformAccessibility() {
+    static const bool installed = (QAccessible::installFactory(waveformAccessibleFactory), true);
+    (void)installed;
+}
+
+} // namespace tesk

@@ -1,0 +1,18 @@
+#pragma once
+
+namespace tesk {
+
+class WaveformView;
+
+/// Told when the user starts and ends a gesture on the waveform view. Not owned; every message
+/// has an empty default. Main thread.
+class WaveformViewDelegate {
+public:
+    virtual ~WaveformViewDelegate() = default;
+    virtual void waveformViewDidBeginEditingLoop(WaveformView*) {}
+    virtual void waveformViewDidEndEditingLoop(WaveformView*) {}
+    virtual void waveformViewDidBeginScrubbing(WaveformView*) {}
+    virtual void waveformViewDidEndScrubbing(WaveformView*) {}
+};
+
+} // namespace tesk

@@ -1,0 +1,364 @@
+#include "controls/GlowText.h"
+#include "controls/HUDPitchControlView.h"
+#include "controls/HUDSpeedControlView.h"
+#include "controls/HUDSwitchControlView.h"
+#include "controls/HUDTimeDisplayView.h"
+#include "controls/SThreePartImage.h"
+#include "support/Assertions.h"
+#include "widgets/NamedImage.h"
+
+#include <QPainter>
+
+#include "support/ViewTesting.h"
+
+#include <QAccessible>
+#include <QAccessibleValueInterface>
+#include <QApplication>
+#include <QSignalSpy>
+#include <QTest>
+#include <QWheelEvent>
+#include <gtest/gtest.h>
+
+using namespace tesk;
+
+namespace {
+/// A model with the properties the controls bind to.
+class Transport : public QObject {
+    Q_OBJECT
+    Q_PROPERTY(double playbackSpeed MEMBER playbackSpeed NOTIFY changed)
+    Q_PROPERTY(double pitchAdjustment MEMBER pitchAdjustment NOTIFY changed)
+public:
+    double playbackSpeed = 1.0;
+    double pitchAdjustment = 0.0;
+signals:
+    void changed();
+};
+
+QPoint at(const QPointF& point) {
+    return point.toPoint();
+}
+
+/// Whether something is drawn at (x, y) of `picture`: its colour differs from the background
+/// at the top left corner, where nothing is.
+bool drawnAt(const QImage& picture, double x, double y) {
+    return !test::coloursClose(test::pixelAt(picture, x, y), picture.pixelColor(0, 0), 24);
+}
+
+/// The controls are light on the transport panel's dark background; so in these tests too.
+void onDarkPanel(QWidget& view) {
+    QPalette palette = view.palette();
+    palette.setColor(QPalette::Window, QColor(18, 22, 28));
+    view.setPalette(palette);
+    view.setAutoFillBackground(true);
+    view.resize(view.sizeHint());
+    view.show();
+}
+
+void turnWheel(QWidget& view, const QPointF& at, int notches, Qt::KeyboardModifiers modifiers) {
+    QWheelEvent wheel(at, view.mapToGlobal(at), QPoint(), QPoint(0, notches * 120), Qt::NoButton,
+                      modifiers, Qt::NoScrollPhase, false);
+    QCoreApplication::sendEvent(&view, &wheel);
+}
+} // namespace
+
+TEST(HUDSpeedControlView, MarksDragsEscapeAndTheWheelSetTheBoundSpeed) {
+    Transport model;
+    HUDSwitchControlView switchView;
+    HUDSpeedControlView view;
+    view.resize(view.sizeHint());
+    view.show();
+    ASSERT_TRUE(view.bind("playbackSpeed", &model, "playbackSpeed"));
+    ASSERT_TRUE(view.bind("dirty", &switchView, "speedDirty"));
+    EXPECT_FALSE(switchView.speedDirty());
+
+    // A click on a mark acts on release.
+    QTest::mouseClick(&view, Qt::LeftButton, {}, at(view.markRect(1).center()));
+    EXPECT_EQ(model.playbackSpeed, 0.5);
+    EXPECT_TRUE(switchView.speedDirty());
+
+    // A drag snaps within four points of a mark unless Shift is held; Escape restores.
+    const auto centres = view.markCentres();
+    QTest::mousePress(&view, Qt::LeftButton, {}, at(view.knobRect().center()));
+    QMouseEvent move(QEvent::MouseMove, QPointF(centres[3] + 3, view.knobRect().center().y()),
+                     view.mapToGlobal(QPointF(centres[3] + 3, 0)), Qt::NoButton, Qt::LeftButton,
+                     Qt::NoModifier);
+    QCoreApplication::sendEvent(&view, &move);
+    EXPECT_EQ(model.playbackSpeed, 1.0);
+    QMouseEvent shifted(QEvent::MouseMove, QPointF(centres[3] + 3, view.knobRect().center().y()),
+                        view.mapToGlobal(QPointF(centres[3] + 3, 0)), Qt::NoButton, Qt::LeftButton,
+                        Qt::ShiftModifier);
+    QCoreApplication::sendEvent(&view, &shifted);
+    EXPECT_GT(model.playbackSpeed, 1.0);
+    EXPECT_TRUE(view.callout()->isVisible());
+    EXPECT_EQ(view.callout()->text(),
+              QStringLiteral("%1%").arg(std::lround(model.playbackSpeed * 100)));
+    QTest::keyClick(&view, Qt::Key_Escape);
+    EXPECT_EQ(model.playbackSpeed, 0.5);
+
+    // Past the end of the track the speed is the last mark's.
+    QTest::mousePress(&view, Qt::LeftButton, {}, at(view.knobRect().center()));
+    QTest::mouseRelease(&view, Qt::LeftButton, {},
+                        QPoint(view.width() - 1, int(view.knobRect().center().y())));
+    EXPECT_EQ(model.playbackSpeed, 1.5);
+
+    QAccessibleInterface* reader = QAccessible::queryAccessibleInterface(&view);
+    ASSERT_NE(reader, nullptr);
+    EXPECT_EQ(reader->text(QAccessible::Name), "Speed");
+    EXPECT_EQ(reader->text(QAccessible::Value), "150 %");
+
+    // A speed above the marks from the model lights none and leaves the knob.
+    const double knob = view.knobCentreX();
+    model.playbackSpeed = 2.0;
+    emit model.changed();
+    EXPECT_EQ(view.knobCentreX(), knob);
+    for (double alpha : view.markOpacities())
+        EXPECT_EQ(alpha, 0.5);
+}
+
+TEST(HUDPitchControlView, TicksTheSlotAndTheWheelSetTheBoundPitch) {
+    Transport model;
+    HUDPitchControlView view;
+    view.resize(view.sizeHint());
+    view.show();
+    ASSERT_TRUE(view.bind("pitchAdjustment", &model, "pitchAdjustment"));
+    // Three points beside the +12 tick, outside the slot's grown rectangle.
+    const QRectF tick = view.tickRect(3);
+    QTest::mouseClick(&view, Qt::LeftButton, {},
+                      QPoint(int(tick.right()) + 3, int(tick.bottom()) + 3));
+    EXPECT_EQ(model.pitchAdjustment, 12.0);
+    EXPECT_EQ(view.callout()->text(), "+12");
+    // Dragging the knob past the right end gives exactly +24.
+    QTest::mousePress(&view, Qt::LeftButton, {}, at(view.sliderKnobRect().center()));
+    QTest::mouseRelease(&view, Qt::LeftButton, {}, QPoint(view.width() + 40, 5));
+    EXPECT_EQ(model.pitchAdjustment, 24.0);
+    EXPECT_FALSE(view.canIncreasePitch());
+    view.step(TransportRules::PitchStep::DownOctave);
+    EXPECT_EQ(model.pitchAdjustment, 12.0);
+    // Screen readers read the value as words and can set it.
+    QAccessibleInterface* reader = QAccessible::queryAccessibleInterface(&view);
+    ASSERT_NE(reader, nullptr);
+    EXPECT_EQ(reader->text(QAccessible::Name), "Pitch");
+    EXPECT_EQ(reader->text(QAccessible::Value), "plus 12 semitones");
+    ASSERT_NE(reader->valueInterface(), nullptr);
+    reader->valueInterface()->setCurrentValue(-2.0);
+    EXPECT_EQ(model.pitchAdjustment, -2.0);
+    EXPECT_EQ(reader->text(QAccessible::Value), "minus 2 semitones");
+}
+
+TEST(HUDSwitchControlView, TheClickRuleAndTheDotsLitByTheDirtyFlags) {
+    HUDSwitchControlView view;
+    view.resize(view.sizeHint());
+    view.show();
+    QSignalSpy activated(&view, &HUDSwitchControlView::activated);
+    const QRectF box = view.switchRect();
+    const struct {
+        double y;
+        int state;
+    } clicks[] = {{box.center().y() + 6, 1},
+                  {box.center().y(), 0},
+                  {box.center().y() + 1.5, 0},
+                  {box.top() + 3, 0}};
+    for (const auto& click : clicks) {
+        QTest::mouseClick(&view, Qt::LeftButton, {}, QPointF(box.center().x(), click.y).toPoint());
+        EXPECT_EQ(view.switchState(), click.state) << click.y;
+    }
+    EXPECT_EQ(activated.count(), 4); // also when nothing changed
+
+    // Screen readers hear which control shows and can switch it.
+    QAccessibleInterface* reader = QAccessible::queryAccessibleInterface(&view);
+    ASSERT_NE(reader, nullptr);
+    EXPECT_EQ(reader->text(QAccessible::Value), "Speed");
+    ASSERT_NE(reader->valueInterface(), nullptr);
+    reader->valueInterface()->setCurrentValue(1);
+    EXPECT_EQ(view.switchState(), 1);
+    EXPECT_EQ(activated.count(), 5);
+
+    // The speed dot lights whatever the state shows: compare its middle before and after.
+    view.setSwitchState(1);
+    const QImage off = test::grabImage(view);
+    view.setSpeedDirty(true);
+    const QImage on = test::grabImage(view);
+    const QPointF middle = view.dotRect(0).center();
+    EXPECT_FALSE(test::coloursClose(test::pixelAt(off, middle.x(), middle.y()),
+                                    test::pixelAt(on, middle.x(), middle.y()), 40));
+    EXPECT_GT(test::pixelAt(on, middle.x(), middle.y()).red(), 200);
+}
+
+TEST(HUDTimeDisplayView, GlyphsStartAtTheFirstInsetAndAdvanceByTheirWidths) {
+    const auto positions = HUDTimeDisplayView::glyphPositions("01:23.456");
+    ASSERT_EQ(positions.size(), 9u);
+    EXPECT_EQ(positions[0], -4.0);
+    EXPECT_EQ(positions[2], -4.0 + 42);           // two digits
+    EXPECT_EQ(positions[3], -4.0 + 42 + 10);      // after the colon
+    EXPECT_EQ(positions[6], -4.0 + 84 + 10 + 11); // after the point
+    HUDTimeDisplayView view;
+    view.setCurrentFrame(2646000);
+    EXPECT_EQ(view.currentTimeString(), "01:00.000");
+    EXPECT_EQ(view.accessibleDescription(), "01:00.000");
+}
+
+TEST(HUDSpeedControlView, TheKnobSitsWhereTheSpeedPutsItAndTheTrackShowsOnHover) {
+    HUDSpeedControlView view;
+    onDarkPanel(view);
+    const auto centres = view.markCentres();
+    const struct {
+        double speed;
+        double knobX;
+    } cases[] = {{0.25, std::floor(centres[0])},
+                 {0.6, std::floor(centres[1] + (centres[2] - centres[1]) * 0.4)},
+                 {1.0, std::floor(centres[3])},
+                 {1.5, std::floor(centres[4])}};
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.speed);
+        view.setPlaybackSpeed(c.speed);
+        EXPECT_EQ(view.knobCentreX(), c.knobX);
+        const QImage picture = test::grabImage(view);
+        const double y = view.knobRect().center().y();
+        EXPECT_TRUE(drawnAt(picture, c.knobX, y));
+        // Without the pointer over it the track is hidden: dark beside the dot.
+        const double away = c.knobX < centres[2] ? centres[4] - 6 : centres[0] + 6;
+        EXPECT_FALSE(drawnAt(picture, away, y));
+    }
+    // The pointer over the track shows it, the whole way between the end marks.
+    const QPointF knob = view.knobRect().center();
+    QTest::mouseMove(&view, at(knob));
+    QMouseEvent hover(QEvent::MouseMove, knob, view.mapToGlobal(knob), Qt::NoButton, Qt::NoButton,
+                      Qt::NoModifier);
+    QCoreApplication::sendEvent(&view, &hover);
+    ASSERT_TRUE(view.showsTrack());
+    const QImage hovered = test::grabImage(view);
+    const QRectF track = view.trackRect();
+    for (double x : {track.left() + 6, track.center().x(), track.right() - 6})
+        EXPECT_TRUE(drawnAt(hovered, x, track.center().y())) << x;
+}
+
+TEST(HUDSpeedControlView, EscapeEndsADragWithoutTakingTheKeyboardFocus) {
+    Transport model;
+    QWidget window;
+    auto* focused = new QWidget(&window);
+    focused->setFocusPolicy(Qt::StrongFocus);
+    auto* view = new HUDSpeedControlView(&window);
+    view->setGeometry(QRect(QPoint(0, 20), view->sizeHint()));
+    window.resize(200, 100);
+    window.show();
+    QApplication::setActiveWindow(&window);
+    focused->setFocus();
+    view->bind("playbackSpeed", &model, "playbackSpeed");
+    const auto centres = view->markCentres();
+    QTest::mousePress(view, Qt::LeftButton, {}, at(view->knobRect().center()));
+    QTest::mouseMove(view, QPoint(int(centres[1]), int(view->knobRect().center().y())));
+    QMouseEvent move(QEvent::MouseMove, QPointF(centres[1], view->knobRect().center().y()),
+                     view->mapToGlobal(QPointF(centres[1], 0)), Qt::NoButton, Qt::LeftButton,
+                     Qt::NoModifier);
+    QCoreApplication::sendEvent(view, &move);
+    EXPECT_EQ(model.playbackSpeed, 0.5);
+    ASSERT_EQ(QWidget::keyboardGrabber(), view) << "Escape goes to the drag";
+    EXPECT_TRUE(focused->hasFocus());
+    QTest::keyClick(QWidget::keyboardGrabber(), Qt::Key_Escape);
+    EXPECT_EQ(model.playbackSpeed, 1.0);
+    EXPECT_EQ(QWidget::keyboardGrabber(), nullptr);
+    EXPECT_TRUE(focused->hasFocus()) << "the focus never moved";
+}
+
+TEST(HUDSpeedControlView, TheWheelMovesTheKnobAPointANotchAndNeverPastTheEnds) {
+    Transport model;
+    HUDSpeedControlView view;
+    view.resize(view.sizeHint());
+    view.show();
+    view.bind("playbackSpeed", &model, "playbackSpeed");
+    const auto centres = view.markCentres();
+    // From "1x", 10 notches right with Shift: 10 points along the line to "1.5".
+    turnWheel(view, view.knobRect().center(), 10, Qt::ShiftModifier);
+    const double expected =
+        1.0 + 0.5 * (std::floor(centres[3]) + 10 - centres[3]) / (centres[4] - centres[3]);
+    EXPECT_NEAR(model.playbackSpeed, expected, 1e-9);
+    // Far past the end the knob comes back to the last mark.
+    turnWheel(view, view.knobRect().center(), 200, Qt::NoModifier);
+    EXPECT_EQ(model.playbackSpeed, 1.5);
+    EXPECT_EQ(view.knobCentreX(), std::floor(centres[4]));
+    // Outside the track the wheel does nothing.
+    turnWheel(view, view.markRect(0).center(), -50, Qt::NoModifier);
+    EXPECT_EQ(model.playbackSpeed, 1.5);
+}
+
+TEST(HUDPitchControlView, TheKnobSitsUnderTheValuesPlaceAndTheWheelStepsIt) {
+    Transport model;
+    HUDPitchControlView view;
+    onDarkPanel(view);
+    view.bind("pitchAdjustment", &model, "pitchAdjustment");
+    for (double semitones : {-24.0, -12.5, 0.0, 7.0, 24.0}) {
+        SCOPED_TRACE(semitones);
+        view.setPitchAdjustment(semitones);
+        const QRectF slot = view.sliderSlotRect();
+        const double x = TransportRules::pitchX(semitones, slot.x(), slot.width());
+        const QRectF knob = view.sliderKnobRect();
+        EXPECT_LE(std::abs(knob.center().x() - x), 1.0);
+        EXPECT_EQ(knob.bottom(), view.height() - 8.0);
+        const QImage picture = test::grabImage(view);
+        EXPECT_TRUE(drawnAt(picture, x, knob.center().y() + 2));
+        const double away = semitones < 0 ? slot.right() - 10 : slot.left() + 10;
+        EXPECT_FALSE(drawnAt(picture, away, knob.center().y() + 2));
+    }
+    const struct {
+        double from;
+        int notches;
+        Qt::KeyboardModifiers modifiers;
+        double to;
+    } wheels[] = {{0, 3, Qt::NoModifier, 2},       // 1.5 to a whole semitone
+                  {0, 3, Qt::ShiftModifier, 0.06}, // fine, not rounded
+                  {23, 10, Qt::NoModifier, 24},    // clamped
+                  {-23.5, -2, Qt::ShiftModifier, -23.54}};
+    for (const auto& w : wheels) {
+        SCOPED_TRACE(w.from);
+        view.setPitchAdjustment(w.from);
+        turnWheel(view, view.rect().center(), w.notches, w.modifiers);
+        EXPECT_NEAR(model.pitchAdjustment, w.to, 1e-9);
+        EXPECT_FALSE(view.callout()->isVisible()) << "no callout for the wheel";
+    }
+}
+
+TEST(GlowText, TheGlowSpreadsPastTheSharpTextAndIsMadeOnce) {
+    QFont font;
+    font.setPixelSize(20);
+    const qreal ratio = test::testPixelRatio();
+    const QPixmap& first = GlowText::picture(QStringLiteral("1x"), font, ratio);
+    EXPECT_EQ(&first, &GlowText::picture(QStringLiteral("1x"), font, ratio)) << "kept";
+    EXPECT_EQ(first.devicePixelRatio(), ratio);
+    // Left of the text's box (inside the glow's margin) there is faint light, never solid.
+    const QImage picture = first.toImage();
+    int glowing = 0;
+    for (int y = 0; y < picture.height(); ++y) {
+        const QColor edge = picture.pixelColor(int(1.5 * ratio), y);
+        EXPECT_LT(edge.alpha(), 128) << y;
+        glowing += edge.alpha() > 0 ? 1 : 0;
+    }
+    EXPECT_GT(glowing, 0);
+}
+
+TEST(SThreePartImage, CapsKeepTheirWidthsAndTheFillStretchesBetween) {
+    const SThreePartImage& slot = SThreePartImage::pitchTrack();
+    EXPECT_EQ(slot.imageForPart(0).name(), "PitchSliderTrackLeft");
+    EXPECT_EQ(slot.imageForPart(2).name(), "PitchSliderTrackRight");
+    EXPECT_THROW(slot.imageForPart(3), test::AssertionFailed);
+    const qreal ratio = test::testPixelRatio();
+    const double leftWidth = slot.imageForPart(0).width();
+    for (const double width : {40.0, 160.0}) {
+        SCOPED_TRACE(width);
+        QImage picture(QSize(int(std::ceil((width + 20) * ratio)), int(std::ceil(20 * ratio))),
+                       QImage::Format_ARGB32_Premultiplied);
+        picture.setDevicePixelRatio(ratio);
+        picture.fill(Qt::white);
+        {
+            QPainter painter(&picture);
+            slot.draw(painter, QRectF(10, 4, width, slot.height()));
+        }
+        const double middleY = 4 + slot.height() / 2;
+        // The fill's dark inside runs from the left cap to the right cap; nothing outside.
+        for (const double x : {10 + leftWidth + 1, 10 + width / 2, 10 + width - leftWidth - 1})
+            EXPECT_LT(test::pixelAt(picture, x, middleY).lightness(), 60) << x;
+        EXPECT_EQ(test::pixelAt(picture, 5, middleY), QColor(Qt::white));
+        EXPECT_EQ(test::pixelAt(picture, 10 + width + 5, middleY), QColor(Qt::white));
+    }
+}
+
+#include "TransportViewsTest.moc"

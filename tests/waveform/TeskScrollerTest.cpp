@@ -1,0 +1,149 @@
+#include "waveform/TeskScroller.h"
+
+#include "support/ViewTesting.h"
+
+#include <QAccessible>
+#include <QAccessibleValueInterface>
+#include <QTest>
+#include <gtest/gtest.h>
+
+using namespace tesk;
+
+namespace {
+
+/// What the window binds the scroller to: the waveform view's values.
+class ScrollModel : public QObject {
+    Q_OBJECT
+    Q_PROPERTY(bool scrollerDragging READ scrollerDragging WRITE setScrollerDragging NOTIFY changed)
+    Q_PROPERTY(double scrollPosition READ scrollPosition WRITE setScrollPosition NOTIFY changed)
+    Q_PROPERTY(double frameCount READ frameCount NOTIFY changed)
+    Q_PROPERTY(double visibleProportion READ visibleProportion NOTIFY changed)
+    Q_PROPERTY(QList<quint32> chorusMarkers READ chorusMarkers NOTIFY changed)
+
+public:
+    bool scrollerDragging() const { return mDragging; }
+    void setScrollerDragging(bool dragging) {
+        mDragging = dragging;
+        draggingWrites.append(dragging);
+        emit changed();
+    }
+    double scrollPosition() const { return mPosition; }
+    void setScrollPosition(double position) {
+        mPosition = position;
+        emit changed();
+    }
+    double frameCount() const { return 441000; }
+    double visibleProportion() const { return 0.25; }
+    QList<quint32> chorusMarkers() const { return {0, 220500, 441000}; }
+    QList<bool> draggingWrites;
+
+signals:
+    void changed();
+
+private:
+    bool mDragging = false;
+    double mPosition = 0.0;
+};
+
+class TeskScrollerTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        scroller.resize(404, 15); // a slot of 400 points from x 2
+        scroller.show();
+        ASSERT_TRUE(QTest::qWaitForWindowExposed(&scroller));
+        scroller.bind("maxValue", &model, "frameCount");
+        scroller.bind("knobProportion", &model, "visibleProportion");
+        scroller.bind("value", &model, "scrollPosition");
+        scroller.bind("dragging", &model, "scrollerDragging");
+        scroller.bind("chorusMarkers", &model, "chorusMarkers");
+    }
+    ScrollModel model;
+    TeskScroller scroller;
+};
+
+} // namespace
+
+TEST_F(TeskScrollerTest, MarkersSitAtTheirShareOfTheSlot) {
+    struct Case {
+        double min, max, value;
+        std::optional<qreal> x;
+    };
+    const Case cases[] = {
+        {0, 441000, 0, 3.0},           // the slot's left edge + 1
+        {0, 441000, 441000, 401.0},    // the right edge − 1
+        {0, 441000, 220500, 202.0},    // halfway across 398 points
+        {100, 200, 150, 202.0},        // a slot that starts above 0
+        {0, 441000, 1000, 3.0},        // floored
+        {500, 500, 500, std::nullopt}, // no span: no position
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(testing::Message() << c.min << " … " << c.max << " at " << c.value);
+        scroller.setMinValue(c.min);
+        scroller.setMaxValue(c.max);
+        EXPECT_EQ(scroller.markerPositionForValue(c.value), c.x);
+    }
+    scroller.setMinValue(0);
+    scroller.setMaxValue(441000);
+
+    // The middle chorus marker is drawn orange at its place; the end ones are clipped to the
+    // slot's rounded ends but still show.
+    const QImage image = test::grabImage(scroller);
+    const QColor middle = test::pixelAt(image, 202.5, 7.5);
+    EXPECT_GT(middle.red(), middle.blue() + 60) << "the chorus marker's colour";
+    const QColor plainSlot = test::pixelAt(image, 120.5, 7.5);
+    EXPECT_LT(std::abs(plainSlot.red() - plainSlot.blue()), 40) << "no marker there";
+}
+
+TEST_F(TeskScrollerTest, DraggingIsYesForExactlyTheLengthOfAPress) {
+    enum Ending { Release, Hide, Disable };
+    for (const Ending ending : {Release, Hide, Disable}) {
+        SCOPED_TRACE(int(ending));
+        model.draggingWrites.clear();
+        model.setScrollPosition(0.0);
+        model.draggingWrites.clear();
+        // The knob is a quarter of the slot: 2 … 102. Drag it by 150 points of its 300 of travel.
+        QTest::mousePress(&scroller, Qt::LeftButton, {}, QPoint(50, 7));
+        EXPECT_TRUE(model.scrollerDragging());
+        QTest::mouseMove(&scroller, QPoint(200, 7));
+        EXPECT_DOUBLE_EQ(model.scrollPosition(), 0.5);
+        switch (ending) {
+        case Release:
+            QTest::mouseRelease(&scroller, Qt::LeftButton, {}, QPoint(200, 7));
+            break;
+        case Hide:
+            scroller.hide();
+            break;
+        case Disable:
+            scroller.setEnabled(false);
+            break;
+        }
+        EXPECT_EQ(model.draggingWrites, (QList<bool>{true, false}));
+        scroller.setEnabled(true);
+        scroller.show();
+        QTest::mouseRelease(&scroller, Qt::LeftButton, {}, QPoint(200, 7));
+        EXPECT_EQ(model.draggingWrites, (QList<bool>{true, false})) << "NO once only";
+    }
+
+    // A press beside the knob centres it under the pointer.
+    model.setScrollPosition(0.0);
+    QTest::mousePress(&scroller, Qt::LeftButton, {}, QPoint(352, 7));
+    QTest::mouseRelease(&scroller, Qt::LeftButton, {}, QPoint(352, 7));
+    EXPECT_DOUBLE_EQ(model.scrollPosition(), 1.0);
+}
+
+TEST_F(TeskScrollerTest, WheelMovesTheValueAgainstTheSlot) {
+    model.setScrollPosition(0.5);
+    QWheelEvent wheel(QPointF(100, 7), scroller.mapToGlobal(QPointF(100, 7)), QPoint(0, 30),
+                      QPoint(0, 240), Qt::NoButton, {}, Qt::NoScrollPhase, false);
+    QCoreApplication::sendEvent(&scroller, &wheel);
+    EXPECT_DOUBLE_EQ(model.scrollPosition(), 0.4) << "30 points of 300 of travel, negated";
+
+    QAccessibleInterface* accessible = QAccessible::queryAccessibleInterface(&scroller);
+    ASSERT_NE(accessible, nullptr);
+    ASSERT_NE(accessible->valueInterface(), nullptr);
+    EXPECT_EQ(accessible->text(QAccessible::Value), "40%");
+    accessible->valueInterface()->setCurrentValue(0.75);
+    EXPECT_DOUBLE_EQ(model.scrollPosition(), 0.75) << "a value set by the reader is sent";
+}
+
+#include "TeskScrollerTest.moc"

@@ -1,0 +1,516 @@
+#include "waveform/WaveformView.h"
+#include "waveform/WaveformPalette.h"
+
+#include "support/MemorySong.h"
+#include "support/ViewTesting.h"
+
+#include <QAccessible>
+#include <QAccessibleValueInterface>
+#include <QPaintEvent>
+#include <QTest>
+#include <gtest/gtest.h>
+
+#include <cmath>
+
+using namespace tesk;
+
+namespace {
+
+/// The part of a document the waveform view is bound to.
+class SongModel : public QObject {
+    Q_OBJECT
+    Q_PROPERTY(qint64 currentFrame READ currentFrame WRITE setCurrentFrame NOTIFY changed)
+    Q_PROPERTY(tesk::LoopRange loopRange READ loopRange WRITE setLoopRange NOTIFY changed)
+    Q_PROPERTY(double zoomLevel READ zoomLevel WRITE setZoomLevel NOTIFY changed)
+    Q_PROPERTY(
+        QList<quint32> genericMarkers READ genericMarkers WRITE setGenericMarkers NOTIFY changed)
+    Q_PROPERTY(
+        QList<quint32> chorusMarkers READ chorusMarkers WRITE setChorusMarkers NOTIFY changed)
+
+public:
+    qint64 currentFrame() const { return mCurrentFrame; }
+    void setCurrentFrame(qint64 frame) { set(mCurrentFrame, frame); }
+    LoopRange loopRange() const { return mLoopRange; }
+    void setLoopRange(LoopRange range) { set(mLoopRange, range); }
+    double zoomLevel() const { return mZoomLevel; }
+    void setZoomLevel(double level) { set(mZoomLevel, level); }
+    QList<quint32> genericMarkers() const { return mGeneric; }
+    void setGenericMarkers(const QList<quint32>& markers) { set(mGeneric, markers); }
+    QList<quint32> chorusMarkers() const { return mChorus; }
+    void setChorusMarkers(const QList<quint32>& markers) { set(mChorus, markers); }
+    int writes = 0;
+
+signals:
+    void changed();
+
+private:
+    template <typename T> void set(T& field, const T& value) {
+        ++writes;
+        field = value;
+        emit changed();
+    }
+    qint64 mCurrentFrame = 0;
+    LoopRange mLoopRange;
+    double mZoomLevel = 1.0;
+    QList<quint32> mGeneric, mChorus;
+};
+
+struct DelegateLog : WaveformViewDelegate {
+    int loopBegun = 0, loopEnded = 0, scrubs = 0;
+    void waveformViewDidBeginEditingLoop(WaveformView*) override { ++loopBegun; }
+    void waveformViewDidEndEditingLoop(WaveformView*) override { ++loopEnded; }
+    void waveformViewDidBeginScrubbing(WaveformView*) override { ++scrubs; }
+};
+
+/// Notes the rects of every paint event of the view.
+struct PaintLog : QObject {
+    QList<QRect> rects;
+    bool eventFilter(QObject*, QEvent* event) override {
+        if (event->type() == QEvent::Paint)
+            rects += static_cast<QPaintEvent*>(event)->rect();
+        return false;
+    }
+};
+
+constexpr qint64 kSongFrames = 441000; // ten seconds
+constexpr double kBandY = 120;         // a y inside the waveform strip
+
+/// A ten-second sine in an 800 × 200 view at full zoom: 50 frames a point, points 0 … 800
+/// visible, bound to a model.
+class WaveformViewTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        view.setDecodedSong(test::MemorySong::sine(kSongFrames, 440.0, 0.8),
+                            QUrl("file:///song.wav"));
+        ASSERT_TRUE(QTest::qWaitFor([&] { return !view.waveform()->isScanning(); }, 20000));
+        view.resize(800, 200);
+        view.show();
+        ASSERT_TRUE(QTest::qWaitForWindowExposed(&view));
+        for (const char* name :
+             {"currentFrame", "loopRange", "zoomLevel", "genericMarkers", "chorusMarkers"})
+            view.bind(name, &model, name);
+        view.setDelegate(&delegate);
+        view.setClock([this] { return now; });
+        ASSERT_EQ(view.geometryValues().framesPerPoint(), 50.0);
+    }
+
+    void press(QPointF at) { QTest::mousePress(&view, Qt::LeftButton, {}, at.toPoint()); }
+    void move(QPointF at) { QTest::mouseMove(&view, at.toPoint()); }
+    void release(QPointF at) { QTest::mouseRelease(&view, Qt::LeftButton, {}, at.toPoint()); }
+
+    /// Waits until the view has painted what is pending, and returns the paint rects.
+    QList<QRect> paintsAfter(const std::function<void()>& change) {
+        view.repaint();
+        PaintLog log;
+        view.installEventFilter(&log);
+        change();
+        if (!QTest::qWaitFor([&] { return !log.rects.isEmpty(); }, 2000))
+            return {};
+        QCoreApplication::processEvents();
+        view.removeEventFilter(&log);
+        return log.rects;
+    }
+
+    SongModel model;
+    WaveformView view;
+    DelegateLog delegate;
+    qint64 now = 1000;
+};
+
+} // namespace
+
+TEST_F(WaveformViewTest, NavigationCommandsMoveThePlayPositionThroughTheBinding) {
+    model.setGenericMarkers({44100, 88200});
+    model.setChorusMarkers({176400});
+    enum Command { Previous, Next, NextHighLevel, End, Rewind, FastForward };
+    struct Case {
+        const char* name;
+        bool playing;
+        qint64 from;
+        Command command;
+        Qt::KeyboardModifiers modifiers;
+        qint64 to;
+        LoopRange loop;
+    };
+    const Case cases[] = {
+        {"previous, playing, 22050 after a marker", true, 88200 + 22050, Previous, {}, 44100, {}},
+        {"previous, playing, 22051 after a marker", true, 88200 + 22051, Previous, {}, 88200, {}},
+        {"previous, paused, 22050 after a marker", false, 88200 + 22050, Previous, {}, 88200, {}},
+        {"previous before every marker", false, 1000, Previous, {}, 0, {}},
+        {"next", false, 88200, Next, {}, 176400, {}},
+        {"next after the last marker: the end", false, 176400, Next, {}, kSongFrames, {}},
+        {"next high-level skips generic markers", false, 0, NextHighLevel, {}, 176400, {}},
+        {"shift with end extends the loop to the end",
+         false,
+         100000,
+         End,
+         Qt::ShiftModifier,
+         kSongFrames,
+         {100000, std::uint32_t(kSongFrames - 100000)}},
+        {"rewind by one second", false, 100000, Rewind, {}, 55900, {}},
+        {"fast forward by one second", false, 100000, FastForward, {}, 144100, {}},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        model.setLoopRange({});
+        view.setPlaying(c.playing);
+        model.setCurrentFrame(c.from);
+        ASSERT_EQ(view.currentFrame(), c.from);
+        switch (c.command) {
+        case Previous:
+            view.jumpToPreviousMarker(c.modifiers);
+            break;
+        case Next:
+            view.jumpToNextMarker(c.modifiers);
+            break;
+        case NextHighLevel:
+            view.jumpToNextHighLevelMarker(c.modifiers);
+            break;
+        case End:
+            view.jumpToEnd(c.modifiers);
+            break;
+        case Rewind:
+            view.rewind(c.modifiers);
+            break;
+        case FastForward:
+            view.fastForward(c.modifiers);
+            break;
+        }
+        EXPECT_EQ(model.currentFrame(), c.to);
+        EXPECT_EQ(model.loopRange(), c.loop);
+    }
+}
+
+TEST_F(WaveformViewTest, ZoomToFitLoopShowsTheLoopTwentyPointsFromEachEdge) {
+    model.setLoopRange({100000, 88200});
+    view.zoomToFitLoop();
+    EXPECT_EQ(model.zoomLevel(), view.zoomLevel()) << "the zoom goes to the document";
+    EXPECT_LT(view.zoomLevel(), 1.0);
+    const WaveformGeometry& g = view.geometryValues();
+    const qreal left = std::floor(g.pointFromSample(100000)) - view.shift();
+    const qreal right = std::floor(g.pointFromSample(188200)) - view.shift();
+    EXPECT_NEAR(left, 20, 1.5);
+    // Within the rounding of frames per point to a whole number.
+    EXPECT_NEAR(right, 800 - 20, 4);
+}
+
+TEST_F(WaveformViewTest, LoopBetweenMarkersSelectAllAndClear) {
+    model.setGenericMarkers({100000, 300000});
+    model.setChorusMarkers({200000});
+    struct Case {
+        qint64 frame;
+        LoopRange range;
+    };
+    const Case cases[] = {{50000, {0, 100000}},
+                          {100000, {100000, 100000}},
+                          {250000, {200000, 100000}},
+                          {400000, {300000, 141000}}};
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.frame);
+        EXPECT_EQ(view.markerBoundedLoopRangeForSample(c.frame), c.range);
+    }
+    model.setGenericMarkers({});
+    model.setChorusMarkers({300000});
+    EXPECT_EQ(view.markerBoundedLoopRangeForSample(100000), (LoopRange{0, 300000}))
+        << "no marker before the frame: from the start";
+    EXPECT_EQ(view.markerBoundedLoopRangeForSample(300000), (LoopRange{300000, 141000}));
+    model.setChorusMarkers({});
+    EXPECT_EQ(view.markerBoundedLoopRangeForSample(100000), (LoopRange{})) << "no marker at all";
+    view.selectAll();
+    EXPECT_EQ(model.loopRange(), (LoopRange{0, std::uint32_t(kSongFrames)}));
+    view.clearSelection();
+    EXPECT_EQ(model.loopRange(), (LoopRange{}));
+}
+
+TEST_F(WaveformViewTest, MarkerGesturesHoldBeforeMovingAndDeleteWhenDraggedOff) {
+    // A marker at point 400; its flag covers 393 … 407 in the marker strip (y 18 … 34).
+    const QPointF flag(400, 24);
+    struct Step {
+        qint64 afterMs;
+        QPointF to;
+    };
+    struct Case {
+        const char* name;
+        std::vector<Step> moves;
+        qint64 releaseAfterMs;
+        QList<quint32> markers;
+        qint64 currentFrame;
+        qreal opacityBeforeRelease;
+    };
+    const Case cases[] = {
+        {"a click moves the play position", {}, 100, {20000}, 20000, 1.0},
+        {"a move before the hold moves nothing", {{100, {450, 24}}}, 150, {20000}, 20000, 1.0},
+        {"held, then dragged", {{250, {450, 24}}}, 300, {22500}, 0, 1.0},
+        {"dragged off the strip", {{250, {450, 150}}}, 300, {}, 0, 0.4},
+        {"dragged off and back", {{250, {450, 150}}, {260, {460, 26}}}, 300, {23000}, 0, 1.0},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        model.setGenericMarkers({20000});
+        model.setCurrentFrame(0);
+        const qint64 start = now;
+        press(flag);
+        ASSERT_TRUE(view.markerItems(0).at(0).pressed);
+        for (const Step& step : c.moves) {
+            now = start + step.afterMs;
+            move(step.to);
+        }
+        EXPECT_EQ(view.markerItems(0).at(0).opacity, c.opacityBeforeRelease);
+        if (c.opacityBeforeRelease < 1.0) {
+            EXPECT_EQ(view.cursor().shape(), Qt::BitmapCursor) << "the disappearing-item cursor";
+        }
+        now = start + c.releaseAfterMs;
+        release(c.moves.empty() ? flag : c.moves.back().to);
+        // As vectors: comparing two empty QLists hands memcmp a null pointer in this Qt.
+        const QList<quint32> markers = model.genericMarkers();
+        EXPECT_EQ(std::vector<quint32>(markers.begin(), markers.end()),
+                  std::vector<quint32>(c.markers.begin(), c.markers.end()));
+        EXPECT_EQ(model.currentFrame(), c.currentFrame);
+        for (const MarkerItem& item : view.markerItems(0))
+            EXPECT_FALSE(item.pressed);
+    }
+
+    // Escape during a drag puts the marker back and sends nothing.
+    model.setGenericMarkers({20000});
+    const int writes = model.writes;
+    press(flag);
+    now += 300;
+    move({500, 24});
+    QTest::keyClick(&view, Qt::Key_Escape);
+    release({500, 24});
+    EXPECT_EQ(model.writes, writes);
+    EXPECT_FALSE(view.markerItems(0).at(0).dragX.has_value());
+
+    // Dragged past the right edge, the view scrolls and the marker lands further on.
+    press(flag);
+    now += 300;
+    move({830, 24});
+    move({830, 24});
+    EXPECT_GT(view.startFrame(), view.visibleMinimum()) << "scrolled while dragging";
+    const qreal landed = view.geometryValues().visibleStartPoint() + 830;
+    release({830, 24});
+    ASSERT_EQ(model.genericMarkers().size(), 1);
+    EXPECT_NEAR(model.genericMarkers().at(0), landed * 50, 50);
+    EXPECT_GT(model.genericMarkers().at(0), 800 * 50);
+}
+
+TEST_F(WaveformViewTest, LoopGesturesDrawMoveAndResizeTheLoop) {
+    struct Case {
+        const char* name;
+        LoopRange before;
+        double from, to;
+        LoopRange after;
+        bool buttonRight;
+    };
+    // The loop {10000, 10000} lies over points 200 … 400. Only a new loop places the button;
+    // moving or resizing keeps the side the last new loop chose.
+    const Case cases[] = {
+        {"new, left to right", {}, 100, 300, {5000, 10000}, true},
+        {"new, right to left", {}, 300, 100, {5000, 10000}, false},
+        {"moved by its middle", {10000, 10000}, 300, 350, {12500, 10000}, false},
+        {"right edge", {10000, 10000}, 400, 450, {10000, 12500}, false},
+        {"right edge past the left", {10000, 10000}, 401, 150, {7450, 2550}, false},
+        {"left edge", {10000, 10000}, 200, 250, {12500, 7500}, false},
+        {"left edge past the right", {10000, 10000}, 199, 500, {20000, 5050}, false},
+        {"new, over an existing loop", {10000, 10000}, 600, 700, {30000, 5000}, true},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        model.setLoopRange(c.before);
+        const DelegateLog before = delegate;
+        press({c.from, kBandY});
+        EXPECT_TRUE(view.isLoopDragging());
+        move({(c.from + c.to) / 2, kBandY});
+        move({c.to, kBandY});
+        EXPECT_EQ(view.loopRange(), c.after) << "follows the drag";
+        release({c.to, kBandY});
+        EXPECT_FALSE(view.isLoopDragging());
+        EXPECT_EQ(model.loopRange(), c.after) << "sent on release";
+        EXPECT_EQ(view.loopButtonRightAligned(), c.buttonRight);
+        EXPECT_EQ(delegate.loopBegun, before.loopBegun + 1);
+        EXPECT_EQ(delegate.loopEnded, before.loopEnded + 1);
+    }
+
+    // A pointer resting past the right edge keeps scrolling and stretching the new loop.
+    model.setLoopRange({});
+    press({700, kBandY});
+    move({830, kBandY});
+    const qint64 firstStart = view.startFrame();
+    EXPECT_TRUE(QTest::qWaitFor([&] { return view.startFrame() > firstStart + 2000; }, 5000));
+    release({830, kBandY});
+    EXPECT_EQ(model.loopRange().location, 35000u);
+    EXPECT_GT(qint64(model.loopRange().location) + model.loopRange().length,
+              view.geometryValues().sampleFromPoint(view.geometryValues().visibleStartPoint()))
+        << "the loop reaches into the newly shown part";
+}
+
+TEST_F(WaveformViewTest, RulerScrubsWhilePausedAndTheLoopButtonClicks) {
+    struct Case {
+        bool playing;
+        bool scrubbing;
+        int scrubsAnnounced;
+    };
+    for (const Case c : {Case{false, true, 1}, Case{true, false, 0}}) {
+        SCOPED_TRACE(c.playing ? "playing" : "paused");
+        const int scrubs = delegate.scrubs;
+        view.setPlaying(c.playing);
+        press({300, 9});
+        EXPECT_EQ(model.currentFrame(), 15000);
+        EXPECT_EQ(view.isScrubbing(), c.scrubbing);
+        EXPECT_EQ(delegate.scrubs, scrubs + c.scrubsAnnounced);
+        move({320, 9});
+        EXPECT_EQ(model.currentFrame(), 16000);
+        release({320, 9});
+        EXPECT_FALSE(view.isScrubbing());
+    }
+    view.setPlaying(false);
+
+    // The button of a loop over points 400 … 500, right-aligned: 8 points inside its corner.
+    model.setLoopRange({20000, 5000});
+    const QRectF button = view.loopButtonHitRect();
+    const QRectF band = view.waveformRect();
+    EXPECT_EQ(button.right(), 500 - 8);
+    EXPECT_EQ(button.bottom(), band.bottom() - 1 - 8);
+    int clicks = 0;
+    QObject::connect(&view, &WaveformView::loopButtonClicked, [&] { ++clicks; });
+    press(button.center());
+    release(button.center());
+    EXPECT_EQ(clicks, 1);
+    press(button.center());
+    move({100, 100});
+    release({100, 100});
+    EXPECT_EQ(clicks, 1) << "released outside the button";
+    EXPECT_EQ(model.loopRange(), (LoopRange{20000, 5000})) << "the button is not the loop";
+    model.setLoopRange({});
+    EXPECT_TRUE(view.loopButtonHitRect().isEmpty()) << "no loop, no button";
+}
+
+TEST_F(WaveformViewTest, PixelsShowCursorLoopMarkerAndTicksWhereTheGeometrySays) {
+    const WaveformPalette& palette = WaveformPalette::shared();
+    model.setChorusMarkers({20000});   // point 400
+    model.setLoopRange({25000, 5000}); // points 500 … 600
+    model.setCurrentFrame(15000);      // point 300
+    QImage image = test::grabImage(view);
+    EXPECT_EQ(test::pixelAt(image, view.cursorX(), 100), palette.cursorlineColor);
+    EXPECT_NE(test::pixelAt(image, view.cursorX() + 3, 100), palette.cursorlineColor);
+    const QColor inLoop = test::pixelAt(image, 550, view.waveformRect().top() + 4);
+    const QColor outside = test::pixelAt(image, 450, view.waveformRect().top() + 4);
+    EXPECT_GT(inLoop.blue(), inLoop.red() + 60) << "the loop band is blue";
+    EXPECT_GT(outside.red(), 200) << "outside it the background is light";
+    const QColor flag = test::pixelAt(image, 400, 22);
+    EXPECT_GT(flag.red(), flag.blue() + 60) << "the chorus flag is orange";
+
+    // A major tick (every ten steps of 4410 frames) at 1 s, a minor one at 1.1 s.
+    view.setStartFrame(44100); // the left edge near point 482, in whole device pixels
+    image = test::grabImage(view);
+    const qreal major = 882 - view.shift() + 0.5, minor = 970 - view.shift() + 0.5;
+    EXPECT_EQ(test::pixelAt(image, major, 8), palette.timeIndicatorLineColor);
+    EXPECT_EQ(test::pixelAt(image, major, 17), palette.timeIndicatorLineColor);
+    EXPECT_EQ(test::pixelAt(image, minor, 15), palette.timeIndicatorLineColor);
+    EXPECT_NE(test::pixelAt(image, minor, 8), palette.timeIndicatorLineColor);
+}
+
+TEST_F(WaveformViewTest, CursorMovesWithoutRepaintingTheWaveformAndScrollingPaintsTheStrip) {
+    const qreal ratio = test::testPixelRatio();
+    const int stripHeight = int(std::ceil(view.height() * ratio)); // ruler and waveform
+    view.setPlaying(true);
+
+    const qint64 pixels = view.waveformPixelsDrawn();
+    // A frame's worth of movement during playback: three points.
+    const QList<QRect> cursorPaints = paintsAfter([&] { view.setCurrentFrame(150); });
+    ASSERT_FALSE(cursorPaints.isEmpty());
+    QRect painted;
+    for (const QRect& rect : cursorPaints)
+        painted |= rect;
+    EXPECT_LE(painted.width(), 3 + 11) << "the strips of the old and the new line only";
+    EXPECT_EQ(view.waveformPixelsDrawn(), pixels) << "the waveform was redrawn";
+
+    // Ten points of scrolling draw a strip ten points wide, in whole device pixels.
+    view.setStartFrame(200000);
+    view.repaint();
+    const qint64 before = view.waveformPixelsDrawn();
+    paintsAfter([&] { view.setStartFrame(200000 + 500); });
+    const qint64 columns = (view.waveformPixelsDrawn() - before) / stripHeight;
+    EXPECT_GE(columns, std::floor(10 * ratio));
+    EXPECT_LE(columns, std::ceil(10 * ratio));
+
+    // A zoom step redraws everything.
+    const qint64 beforeZoom = view.waveformPixelsDrawn();
+    paintsAfter([&] { model.setZoomLevel(0.95); });
+    EXPECT_EQ(view.waveformPixelsDrawn() - beforeZoom,
+              qint64(std::ceil(800 * ratio)) * stripHeight);
+}
+
+TEST_F(WaveformViewTest, WheelScrollsTheViewAndScrubsOverTheRuler) {
+    auto wheel = [&](QPointF at, QPoint pixels) {
+        QWheelEvent event(at, view.mapToGlobal(at), pixels, pixels * 8, Qt::NoButton, {},
+                          Qt::NoScrollPhase, false);
+        QCoreApplication::sendEvent(&view, &event);
+    };
+    struct Case {
+        const char* name;
+        QPointF at;
+        QPoint pixels;
+        qint64 startFrame, currentFrame;
+    };
+    const Case cases[] = {
+        {"vertical over the waveform", {400, 120}, {0, 10}, 199500, 210000},
+        {"horizontal wins a tie", {400, 120}, {-4, 4}, 200200, 210000},
+        {"over the ruler it scrubs", {400, 9}, {0, 10}, 200000, 209500},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        model.setCurrentFrame(210000); // visible: points 3600 … 4400 show 180000 … 220000
+        view.setStartFrame(200000);
+        wheel(c.at, c.pixels);
+        EXPECT_EQ(view.startFrame(), c.startFrame);
+        EXPECT_EQ(model.currentFrame(), c.currentFrame);
+    }
+    // Less than one point moves nothing (the angle delta of a fine wheel: 4 ÷ 8 points).
+    QWheelEvent fine(QPointF(400, 120), view.mapToGlobal(QPointF(400, 120)), QPoint(), QPoint(0, 4),
+                     Qt::NoButton, {}, Qt::NoScrollPhase, false);
+    view.setStartFrame(200000);
+    QCoreApplication::sendEvent(&view, &fine);
+    EXPECT_EQ(view.startFrame(), 200000);
+}
+
+TEST(WaveformViewScan, FramesScannedIntoTheVisibleRectAreDrawnAsTheyArrive) {
+    // At zoom 0 the ten seconds span the view; only the first block (2 s, 160 points) is
+    // decoded at first.
+    const auto song = test::MemorySong::sine(kSongFrames, 440.0, 0.9);
+    song->decodeOnlyUpTo(100000);
+    WaveformView view;
+    view.resize(800, 200);
+    view.setZoomLevel(0.0);
+    view.setDecodedSong(song, QUrl("file:///song.wav"));
+    view.show();
+    ASSERT_TRUE(QTest::qWaitForWindowExposed(&view));
+    ASSERT_TRUE(QTest::qWaitFor([&] { return view.waveform()->availableFrameCount() > 0; }));
+    const qreal peakY = view.waveformRect().center().y() - view.waveformRect().height() * 0.25;
+    // The background is light grey; the waveform's gradient is a dark blue-grey.
+    QImage image = test::grabImage(view);
+    EXPECT_LT(test::pixelAt(image, 80, peakY).red(), 150) << "the scanned start is drawn";
+    EXPECT_GT(test::pixelAt(image, 400, peakY).red(), 200)
+        << "background only where nothing is scanned yet";
+
+    song->finishDecoding();
+    ASSERT_TRUE(QTest::qWaitFor([&] { return !view.waveform()->isScanning(); }, 20000));
+    image = test::grabImage(view);
+    EXPECT_LT(test::pixelAt(image, 400, peakY).red(), 150) << "the rest is drawn once scanned";
+}
+
+TEST_F(WaveformViewTest, ScreenReadersReadThePlayPositionAndTheLoop) {
+    QAccessibleInterface* accessible = QAccessible::queryAccessibleInterface(&view);
+    ASSERT_NE(accessible, nullptr);
+    ASSERT_NE(accessible->valueInterface(), nullptr);
+    model.setCurrentFrame(44100 * 61);
+    model.setLoopRange({44100 * 60, 44100 * 15});
+    EXPECT_EQ(accessible->text(QAccessible::Name), "Waveform");
+    EXPECT_EQ(accessible->text(QAccessible::Value), "01:01");
+    EXPECT_EQ(accessible->text(QAccessible::Description), "Loop from 01:00 to 01:15");
+    EXPECT_EQ(accessible->valueInterface()->maximumValue().toLongLong(), kSongFrames);
+    accessible->valueInterface()->setCurrentValue(qint64(88200));
+    EXPECT_EQ(model.currentFrame(), 88200) << "a value set by the reader goes to the document";
+}
+
+#include "WaveformViewTest.moc"
