@@ -1,0 +1,221 @@
+// Tesk with its window, as the user meets it: how soon the first window is up, what playing with
+// the effects panel shown costs the whole process next to headless playback, whether a restless
+// user resizing the window makes the sound drop out, and the memory of a long song. Each run is a
+// separate process, so its figures are its own.
+#include "app/SingleInstance.h"
+#include "support/GeneratedSong.h"
+#include "support/TeskBench.h"
+
+#include <QCoreApplication>
+#include <QFile>
+#include <QProcess>
+#include <QTemporaryDir>
+#include <benchmark/benchmark.h>
+
+#include <chrono>
+#include <map>
+#include <thread>
+#include <unistd.h>
+
+namespace {
+
+using namespace tesk;
+using Clock = std::chrono::steady_clock;
+
+QCoreApplication& application() {
+    static int argc = 1;
+    static char name[] = "tesk-window-bench";
+    static char* argv[] = {name, nullptr};
+    static QCoreApplication app(argc, argv);
+    return app;
+}
+
+/// A settings and runtime folder of the benchmark's own, so no Tesk of the user's answers and
+/// the user's settings stay untouched; children inherit it.
+const QTemporaryDir& privateSession() {
+    static QTemporaryDir folder;
+    static const bool set = [] {
+        qputenv("XDG_RUNTIME_DIR", folder.path().toUtf8());
+        qputenv("XDG_CONFIG_HOME", (folder.path() + QStringLiteral("/config")).toUtf8());
+        qputenv("XDG_SESSION_ID", QByteArray("bench-") + QByteArray::number(qint64(getpid())));
+        return true;
+    }();
+    (void)set;
+    return folder;
+}
+
+/// The probe's "name value" lines.
+std::map<QString, double> probeFigures(const QString& song, int seconds, bool resize) {
+    QProcess probe;
+    QStringList arguments{song, QString::number(seconds)};
+    if (resize)
+        arguments << QStringLiteral("--resize");
+    probe.start(QStringLiteral(TESK_WINDOW_PROBE), arguments);
+    probe.waitForFinished((seconds + 60) * 1000);
+    std::map<QString, double> figures;
+    for (const QString& line : QString::fromLocal8Bit(probe.readAllStandardOutput()).split(u'\n')) {
+        if (line.count(u' ') == 1)
+            figures[line.section(u' ', 0, 0)] = line.section(u' ', 1).toDouble();
+    }
+    if (probe.exitCode() != 0)
+        figures.clear();
+    return figures;
+}
+
+/// User and system processor seconds a running process has used so far.
+double processCpuSeconds(qint64 pid) {
+    QFile stat(QStringLiteral("/proc/%1/stat").arg(pid));
+    if (!stat.open(QIODevice::ReadOnly))
+        return -1.0;
+    // The command name may hold spaces; the fields after its closing parenthesis do not.
+    const QByteArray text = stat.readAll();
+    const QList<QByteArray> fields = text.mid(text.lastIndexOf(')') + 2).split(' ');
+    const double ticks = double(sysconf(_SC_CLK_TCK));
+    return (fields.value(11).toDouble() + fields.value(12).toDouble()) / ticks;
+}
+
+// --- Start-up -------------------------------------------------------------------------------
+
+/// The floor any program pays: starting tesk-render, loading its libraries, printing its help.
+void BM_TeskRenderHelp(benchmark::State& state) {
+    application();
+    for (auto _ : state) {
+        QProcess render;
+        render.start(QStringLiteral(TESK_RENDER_PATH), {QStringLiteral("--help")});
+        render.waitForFinished(10000);
+    }
+}
+BENCHMARK(BM_TeskRenderHelp)->Iterations(10)->Unit(benchmark::kMillisecond);
+
+/// From starting `tesk` to its first window shown and its event loop answering: the moment a
+/// later start could hand it files.
+void BM_TeskFirstWindow(benchmark::State& state) {
+    application();
+    privateSession();
+    for (auto _ : state) {
+        SingleInstance later;
+        QProcess tesk;
+        const auto started = Clock::now();
+        tesk.start(QStringLiteral(TESK_PATH), {});
+        bool answered = false;
+        while (!answered && Clock::now() - started < std::chrono::seconds(10)) {
+            answered = later.handOver({}, 10000);
+            if (!answered)
+                std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
+        state.SetIterationTime(std::chrono::duration<double>(Clock::now() - started).count());
+        tesk.terminate();
+        tesk.waitForFinished(5000);
+        if (!answered) {
+            state.SkipWithError("tesk did not come up");
+            return;
+        }
+    }
+}
+BENCHMARK(BM_TeskFirstWindow)->UseManualTime()->Iterations(10)->Unit(benchmark::kMillisecond);
+
+// --- Playing with the window ----------------------------------------------------------------
+
+constexpr int kCpuSeconds = 20;
+
+/// Processor seconds per second of playing at 0.5x and +3 semitones with every effect on, the
+/// effects panel shown: the whole process, window and all. The iteration time is that ratio.
+void BM_WindowPlaybackCpu(benchmark::State& state) {
+    application();
+    privateSession();
+    const QString song = bench::generatedSongFile(240);
+    for (auto _ : state) {
+        const auto figures = probeFigures(song, kCpuSeconds, false);
+        if (figures.empty() || figures.at(QStringLiteral("playing")) != 1.0) {
+            state.SkipWithError("the window probe did not play");
+            return;
+        }
+        const double wall = figures.at(QStringLiteral("wall_seconds"));
+        state.SetIterationTime(figures.at(QStringLiteral("cpu_seconds")) / wall);
+        state.counters["cpu_percent"] = 100.0 * figures.at(QStringLiteral("cpu_seconds")) / wall;
+    }
+}
+BENCHMARK(BM_WindowPlaybackCpu)->UseManualTime()->Iterations(1)->Unit(benchmark::kMillisecond);
+
+/// The same playing without a window: tesk-render through the sound device.
+void BM_HeadlessPlaybackCpu(benchmark::State& state) {
+    application();
+    const QString song = bench::generatedSongFile(240);
+    for (auto _ : state) {
+        QProcess render;
+        render.start(QStringLiteral(TESK_RENDER_PATH),
+                     {QStringLiteral("--speed"), QStringLiteral("0.5"), QStringLiteral("--pitch"),
+                      QStringLiteral("3"), QStringLiteral("--eq"), QStringLiteral("isolate-bass"),
+                      QStringLiteral("--vocal-reduction"), QStringLiteral("male"),
+                      QStringLiteral("--pan"), QStringLiteral("0.4"), QStringLiteral("-q"), song});
+        if (!render.waitForStarted(5000)) {
+            state.SkipWithError("tesk-render did not start");
+            return;
+        }
+        const auto started = Clock::now();
+        std::this_thread::sleep_for(std::chrono::seconds(kCpuSeconds));
+        const double cpu = processCpuSeconds(render.processId());
+        const double wall = std::chrono::duration<double>(Clock::now() - started).count();
+        render.terminate();
+        render.waitForFinished(5000);
+        if (cpu < 0.0) {
+            state.SkipWithError("tesk-render stopped early");
+            return;
+        }
+        state.SetIterationTime(cpu / wall);
+        state.counters["cpu_percent"] = 100.0 * cpu / wall;
+    }
+}
+BENCHMARK(BM_HeadlessPlaybackCpu)->UseManualTime()->Iterations(1)->Unit(benchmark::kMillisecond);
+
+/// Two minutes of playing while the window is resized and the effects panel toggled.
+void BM_WindowResizeSoak(benchmark::State& state) {
+    application();
+    privateSession();
+    const QString song = bench::generatedSongFile(240);
+    for (auto _ : state) {
+        const auto figures = probeFigures(song, 120, true);
+        if (figures.empty() || figures.at(QStringLiteral("playing")) != 1.0) {
+            state.SkipWithError("the window probe did not play");
+            return;
+        }
+        state.counters["underruns"] = figures.at(QStringLiteral("underruns"));
+    }
+}
+BENCHMARK(BM_WindowResizeSoak)->Iterations(1)->Unit(benchmark::kSecond);
+
+/// Peak resident memory of Tesk with a 10-minute song open and playing in its window, until the
+/// song has been decoded and scanned.
+void BM_WindowTenMinuteSongMemory(benchmark::State& state) {
+    application();
+    privateSession();
+    const QString song = bench::generatedSongFile(600);
+    for (auto _ : state) {
+        const auto figures = probeFigures(song, 10, false);
+        if (figures.empty()) {
+            state.SkipWithError("the window probe failed");
+            return;
+        }
+        state.counters["peak_rss_mb"] = figures.at(QStringLiteral("peak_rss_kb")) / 1024.0;
+    }
+}
+BENCHMARK(BM_WindowTenMinuteSongMemory)->Iterations(1)->Unit(benchmark::kSecond);
+
+const bool declared = [] {
+    bench::declareTarget("window_start_to_first_window",
+                         "BM_TeskFirstWindow/iterations:10/manual_time", "s", 1e-9, 0.5);
+    bench::declareRatioTarget("window_start_vs_render_help",
+                              "BM_TeskFirstWindow/iterations:10/manual_time",
+                              "BM_TeskRenderHelp/iterations:10", 3.0);
+    bench::declareRatioTarget("window_playback_cpu_vs_headless",
+                              "BM_WindowPlaybackCpu/iterations:1/manual_time",
+                              "BM_HeadlessPlaybackCpu/iterations:1/manual_time", 1.4);
+    bench::declareCounterTarget("window_resize_underruns", "BM_WindowResizeSoak/iterations:1",
+                                "underruns", "count", 0.0);
+    bench::declareCounterTarget("window_ten_minute_song_peak_memory",
+                                "BM_WindowTenMinuteSongMemory/iterations:1", "peak_rss_mb", "MB",
+                                200.0);
+    return true;
+}();
+
+} // namespace

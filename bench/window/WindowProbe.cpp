@@ -1,0 +1,110 @@
+// Runs Tesk's real window in this process and plays a song in it, as a musician would: opens
+// SONG, slows it to half speed, raises it three semitones, shows the effects panel with every
+// effect on, and presses Space. With --resize, the window is resized and the panel toggled all
+// the while. After SECONDS it prints what the whole process cost:
+//   peak_rss_kb, cpu_seconds (user and system), wall_seconds, underruns, played_frames.
+// Usage: tesk_window_probe SONG SECONDS [--resize]
+#include "app/TeskAppController.h"
+#include "app/TeskApplication.h"
+#include "audio/ProcessingChainPool.h"
+#include "audio/TeskExtendedAudioFilePlayer.h"
+#include "audio/TeskOutputAudioUnit.h"
+#include "document/TeskDocumentController.h"
+#include "window/TeskWindowLayer.h"
+
+#include <QElapsedTimer>
+#include <QFile>
+#include <QKeyEvent>
+#include <QTimer>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <sys/resource.h>
+
+namespace {
+
+/// This process's own peak resident memory (see the engine's memory probe for why not
+/// getrusage's).
+long peakResidentKilobytes() {
+    QFile status(QStringLiteral("/proc/self/status"));
+    if (!status.open(QIODevice::ReadOnly | QIODevice::Text))
+        return -1;
+    for (const QByteArray& line : status.readAll().split('\n')) {
+        if (line.startsWith("VmHWM:"))
+            return line.mid(6).trimmed().split(' ').first().toLong();
+    }
+    return -1;
+}
+
+double cpuSeconds() {
+    rusage usage{};
+    getrusage(RUSAGE_SELF, &usage);
+    const auto seconds = [](const timeval& t) { return double(t.tv_sec) + t.tv_usec / 1e6; };
+    return seconds(usage.ru_utime) + seconds(usage.ru_stime);
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    if (argc < 3) {
+        std::fprintf(stderr, "usage: tesk_window_probe SONG SECONDS [--resize]\n");
+        return 1;
+    }
+    const QString song = QString::fromLocal8Bit(argv[1]);
+    const int seconds = std::atoi(argv[2]);
+    const bool resize = argc > 3 && std::strcmp(argv[3], "--resize") == 0;
+
+    QElapsedTimer wall;
+    wall.start();
+    const double cpuAtStart = cpuSeconds();
+    tesk::TeskApplication application(argc, argv);
+    tesk::ProcessingChainPool::prepare();
+    tesk::TeskAppController controller;
+    controller.openFiles({song});
+    const QList<tesk::TeskDocument*> documents = controller.documentController()->documents();
+    if (documents.isEmpty() || !documents.first()->player()) {
+        std::fprintf(stderr, "tesk_window_probe: the song did not open\n");
+        return 1;
+    }
+    tesk::TeskDocument* document = documents.first();
+    QWidget* window = controller.windowLayer()->windowFor(document);
+    document->setPlaybackSpeed(0.5);
+    document->setPitchAdjustment(3.0);
+    tesk::TeskEffectsSettings* effects = document->effectsSettings();
+    effects->setEqualizerEnabled(true);
+    effects->setVocalReductionEnabled(true);
+    effects->setPanningEnabled(true);
+    effects->setPanAmount(0.4);
+    document->setEffectsVisible(true);
+    QKeyEvent space(QEvent::KeyPress, Qt::Key_Space, Qt::NoModifier, QStringLiteral(" "));
+    QCoreApplication::sendEvent(window, &space);
+
+    QTimer worker;
+    int step = 0;
+    if (resize) {
+        // A restless user: the window grows and shrinks, and the panel comes and goes.
+        QObject::connect(&worker, &QTimer::timeout, [&] {
+            ++step;
+            window->resize(900 + (step % 20) * 40, window->height());
+            if (step % 25 == 0)
+                document->setEffectsVisible(!document->effectsVisible());
+        });
+        worker.start(50);
+    }
+    // Reported from inside the event loop: quitting would close the window and ask about the
+    // changed document.
+    QTimer::singleShot(seconds * 1000, [&] {
+        const tesk::TeskExtendedAudioFilePlayer* player = document->player();
+        std::printf("peak_rss_kb %ld\n", peakResidentKilobytes());
+        std::printf("cpu_seconds %.3f\n", cpuSeconds() - cpuAtStart);
+        std::printf("wall_seconds %.3f\n", wall.elapsed() / 1000.0);
+        std::printf("underruns %llu\n",
+                    (unsigned long long)(player ? player->outputAudioUnit()->underrunCount() : 0));
+        std::printf("played_frames %lld\n", (long long)document->currentFrame());
+        std::printf("playing %d\n", document->isFilePlaying() ? 1 : 0);
+        std::fflush(stdout);
+        // The figures are out; tearing the window down is not what is measured.
+        std::_Exit(0);
+    });
+    return application.exec();
+}
