@@ -88,6 +88,11 @@ void SongViews::bind(WaveformViewDelegate* delegate) {
     mPitchControl->bind(QStringLiteral("pitchAdjustment"), mDocument,
                         QStringLiteral("pitchAdjustment"));
     mWaveformView->setDelegate(delegate);
+    // The waveform reads the frames the player already decodes, rather than decoding the song a
+    // second time; the binding then finds the same song and only follows later changes.
+    if (const TeskExtendedAudioFilePlayer* player = mDocument->player();
+        player && player->audioFile())
+        mWaveformView->setDecodedSong(player->audioFile(), mDocument->audioFileURL());
     mWaveformView->bind(QStringLiteral("fileURL"), mDocument, QStringLiteral("audioFileURL"));
     mWaveformView->bind(QStringLiteral("zoomLevel"), mDocument, QStringLiteral("zoomLevel"));
     for (const QString& key : kMarkerKeys) {
