@@ -1,0 +1,90 @@
+#pragma once
+
+#include "controls/SBindingView.h"
+#include "effects/SpectrumMappings.h"
+
+#include <QPainterPath>
+#include <array>
+#include <vector>
+
+namespace tesk {
+
+class TeskEffectViewDelegate;
+
+/// The base of the effect editors: a dark graph area with a faint octave and 10 dB grid and,
+/// while the effect is on, the live spectrum of what is playing as a faint line, on a
+/// logarithmic frequency axis (20 Hz to 20 kHz, left to right) and a linear level axis (-60 dB
+/// at the bottom to 45 dB at the top). Subclasses draw their handles over it. Binding:
+/// "enabled" (the effect's switch, read only). A switched-off editor is dimmed.
+///
+/// The spectra come from the window's display timer: `setFrequencyTable` when playing starts,
+/// `setSpectrum` for each channel and then `update()` (through the panel's
+/// `refreshFrequencyDisplays`). Setting a spectrum only stores it. Main thread.
+class TeskSpectrumEffectView : public SBindingView {
+    Q_OBJECT
+public:
+    static constexpr double kLowestLevel = -60.0; // dB, the axis floor
+    static constexpr double kHighestLevel = 45.0;
+    static constexpr double kSpectrumInset = 3.0;
+
+    explicit TeskSpectrumEffectView(QWidget* parent = nullptr);
+    ~TeskSpectrumEffectView() override;
+
+    QStringList exposedBindings() const override;
+    void observableObjectChangedKeyPath(QObject* object, const QString& keyPath,
+                                        const QString& binding) override;
+
+    bool isEffectEnabled() const { return mEnabled; }
+    void setEffectEnabled(bool enabled);
+
+    /// The frequency in Hz of each spectrum point.
+    void setFrequencyTable(std::vector<float> table);
+    const std::vector<float>& frequencyTable() const { return mFrequencyTable; }
+    /// The latest spectrum (dB per point) of `channel`, 0 (left) or 1 (right).
+    void setSpectrum(std::vector<float> spectrum, unsigned channel);
+    const std::vector<float>& spectrumForChannel(unsigned channel) const;
+    /// The mean of both channels' spectra, or empty until both have one.
+    std::vector<float> spectrum() const;
+
+    /// The spectrum's line: one point per spectrum point but the first (the constant term).
+    QPainterPath createPathForSpectrum(const std::vector<float>& spectrum) const;
+
+    const SLinearMapping& magnitudeMapping() const { return mMagnitudeMapping; }
+    const SLogarithmicMapping& frequencyMapping() const { return mFrequencyMapping; }
+
+    void setDelegate(TeskEffectViewDelegate* delegate) { mDelegate = delegate; }
+    TeskEffectViewDelegate* delegate() const { return mDelegate; }
+
+    QSize sizeHint() const override { return {300, 130}; }
+    QSize minimumSizeHint() const override { return {120, 60}; }
+
+protected:
+    void paintEvent(QPaintEvent* event) override;
+    void resizeEvent(QResizeEvent* event) override;
+
+    /// The background picture and the grid.
+    void drawGradientImage(QPainter& painter);
+    /// The averaged spectrum line, clipped inside the border.
+    void drawSpectrum(QPainter& painter);
+    /// The subclass's handles, over the spectrum; the base draws none.
+    virtual void drawContents(QPainter& painter);
+    /// The border picture over everything.
+    void drawShadowImage(QPainter& painter);
+    /// Strokes `path` in `colour`, clipped to the bounds inset by 3 points.
+    void strokeSpectrumPath(QPainter& painter, const QPainterPath& path, const QColor& colour);
+
+    void tellDelegateEditingBegan();
+    void tellDelegateEditingEnded();
+
+private:
+    void updateMappings();
+
+    std::vector<float> mFrequencyTable;
+    std::array<std::vector<float>, 2> mSpectrum;
+    SLinearMapping mMagnitudeMapping;
+    SLogarithmicMapping mFrequencyMapping;
+    bool mEnabled = false;
+    TeskEffectViewDelegate* mDelegate = nullptr; // not owned
+};
+
+} // namespace tesk
