@@ -32,7 +32,6 @@ TeskSpectrumEffectView::TeskSpectrumEffectView(QWidget* parent)
     mMagnitudeMapping.setMaxValue(kHighestLevel);
     mFrequencyMapping.setMinValue(20.0);
     mFrequencyMapping.setMaxValue(20000.0);
-    updateMappings();
 }
 
 TeskSpectrumEffectView::~TeskSpectrumEffectView() = default;
@@ -84,6 +83,7 @@ std::vector<float> TeskSpectrumEffectView::spectrum() const {
 QPainterPath
 TeskSpectrumEffectView::createPathForSpectrum(const std::vector<float>& spectrum) const {
     QPainterPath path;
+    updateMappings();
     const std::size_t count = std::min(spectrum.size(), mFrequencyTable.size());
     // Point 0 is the constant term: it has no place on a logarithmic axis.
     for (std::size_t i = 1; i < count; ++i) {
@@ -97,12 +97,17 @@ TeskSpectrumEffectView::createPathForSpectrum(const std::vector<float>& spectrum
     return path;
 }
 
-void TeskSpectrumEffectView::resizeEvent(QResizeEvent* event) {
+const SLinearMapping& TeskSpectrumEffectView::magnitudeMapping() const {
     updateMappings();
-    SBindingView::resizeEvent(event);
+    return mMagnitudeMapping;
 }
 
-void TeskSpectrumEffectView::updateMappings() {
+const SLogarithmicMapping& TeskSpectrumEffectView::frequencyMapping() const {
+    updateMappings();
+    return mFrequencyMapping;
+}
+
+void TeskSpectrumEffectView::updateMappings() const {
     // View coordinates run down: the axis floor is the bottom edge.
     mMagnitudeMapping.setMinPoint(height());
     mMagnitudeMapping.setMaxPoint(0.0);
@@ -124,6 +129,7 @@ void TeskSpectrumEffectView::paintEvent(QPaintEvent*) {
 }
 
 void TeskSpectrumEffectView::drawGradientImage(QPainter& painter) {
+    updateMappings();
     gradientImage().draw(painter, QRectF(rect()));
     // The grid: a line at every octave from 31.25 Hz and every 10 dB, on whole device pixels.
     const qreal ratio = devicePixelRatioOf(painter);

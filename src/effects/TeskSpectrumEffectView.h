@@ -49,8 +49,9 @@ public:
     /// The spectrum's line: one point per spectrum point but the first (the constant term).
     QPainterPath createPathForSpectrum(const std::vector<float>& spectrum) const;
 
-    const SLinearMapping& magnitudeMapping() const { return mMagnitudeMapping; }
-    const SLogarithmicMapping& frequencyMapping() const { return mFrequencyMapping; }
+    /// The axes for the view's present size.
+    const SLinearMapping& magnitudeMapping() const;
+    const SLogarithmicMapping& frequencyMapping() const;
 
     void setDelegate(TeskEffectViewDelegate* delegate) { mDelegate = delegate; }
     TeskEffectViewDelegate* delegate() const { return mDelegate; }
@@ -60,7 +61,6 @@ public:
 
 protected:
     void paintEvent(QPaintEvent* event) override;
-    void resizeEvent(QResizeEvent* event) override;
 
     /// The background picture and the grid.
     void drawGradientImage(QPainter& painter);
@@ -77,12 +77,13 @@ protected:
     void tellDelegateEditingEnded();
 
 private:
-    void updateMappings();
+    void updateMappings() const;
 
     std::vector<float> mFrequencyTable;
     std::array<std::vector<float>, 2> mSpectrum;
-    SLinearMapping mMagnitudeMapping;
-    SLogarithmicMapping mFrequencyMapping;
+    // Follow the size, which a hidden view learns before its resize event.
+    mutable SLinearMapping mMagnitudeMapping;
+    mutable SLogarithmicMapping mFrequencyMapping;
     bool mEnabled = false;
     TeskEffectViewDelegate* mDelegate = nullptr; // not owned
 };
