@@ -139,7 +139,7 @@ void TeskEQSettingsView::setPressedBandFromPoint(double y) {
     updateObservableObjectForBindingName(QStringLiteral("bands"), QVariant::fromValue(bands));
 }
 
-void TeskEQSettingsView::drawSlots(QPainter& painter) {
+void TeskEQSettingsView::drawBackgroundContents(QPainter& painter) {
     static const NamedImage& top = image("EffectsEQSliderTrackTop");
     static const NamedImage& fill = image("EffectsEQSliderTrackFill");
     static const NamedImage& bottom = image("EffectsEQSliderTrackBottom");
@@ -163,7 +163,6 @@ void TeskEQSettingsView::drawSlots(QPainter& painter) {
 }
 
 void TeskEQSettingsView::drawContents(QPainter& painter) {
-    drawSlots(painter);
     const EQBandGeometry places = geometry();
     for (int index = 0; index < kBandCount; ++index) {
         const NamedImage& knob = index == mPressedIndex ? pressedKnobImage() : knobImage();

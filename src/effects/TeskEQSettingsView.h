@@ -47,6 +47,7 @@ public:
     static QString bandName(int index);
 
 protected:
+    void drawBackgroundContents(QPainter& painter) override;
     void drawContents(QPainter& painter) override;
     void mousePressEvent(QMouseEvent* event) override;
     void mouseMoveEvent(QMouseEvent* event) override;
@@ -55,7 +56,6 @@ protected:
 private:
     void setPressedBandFromPoint(double y);
     void animationReachedMark(double progress);
-    void drawSlots(QPainter& painter);
 
     QList<double> mBands;
     QList<double> mStartBands;

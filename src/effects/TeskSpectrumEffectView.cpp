@@ -8,6 +8,8 @@
 
 #include <QPaintEvent>
 #include <QPainter>
+#include <QRegion>
+#include <algorithm>
 #include <cmath>
 
 namespace tesk {
@@ -129,6 +131,22 @@ void TeskSpectrumEffectView::paintEvent(QPaintEvent*) {
 }
 
 void TeskSpectrumEffectView::drawGradientImage(QPainter& painter) {
+    const qreal ratio = devicePixelRatioOf(painter);
+    const QSize pixels(int(std::ceil(width() * ratio)), int(std::ceil(height() * ratio)));
+    if (mBackground.size() != pixels || mBackground.devicePixelRatio() != ratio ||
+        mBackgroundEnabled != mEnabled) {
+        mBackground = QPixmap(pixels);
+        mBackground.setDevicePixelRatio(ratio);
+        mBackground.fill(Qt::black);
+        mBackgroundEnabled = mEnabled;
+        QPainter cache(&mBackground);
+        paintBackground(cache);
+    }
+    // One opaque copy per frame: the timer repaints 15 times a second.
+    painter.drawPixmap(QPointF(0, 0), mBackground);
+}
+
+void TeskSpectrumEffectView::paintBackground(QPainter& painter) {
     updateMappings();
     gradientImage().draw(painter, QRectF(rect()));
     // The grid: a line at every octave from 31.25 Hz and every 10 dB, on whole device pixels.
@@ -138,7 +156,6 @@ void TeskSpectrumEffectView::drawGradientImage(QPainter& painter) {
     };
     QPen pen(look::graphGrid);
     pen.setWidthF(1.0 / ratio);
-    pen.setCosmetic(false);
     painter.setPen(pen);
     for (double hertz = 31.25; hertz < 20000.0; hertz *= 2.0) {
         const double x = snapped(mFrequencyMapping.pointForValue(hertz));
@@ -148,7 +165,12 @@ void TeskSpectrumEffectView::drawGradientImage(QPainter& painter) {
         const double y = snapped(mMagnitudeMapping.pointForValue(level));
         painter.drawLine(QPointF(1.0, y), QPointF(width() - 1.0, y));
     }
+    if (!mEnabled)
+        painter.setOpacity(look::disabledOpacity);
+    drawBackgroundContents(painter);
 }
+
+void TeskSpectrumEffectView::drawBackgroundContents(QPainter&) {}
 
 void TeskSpectrumEffectView::drawSpectrum(QPainter& painter) {
     const std::vector<float> mean = spectrum();
@@ -163,18 +185,28 @@ void TeskSpectrumEffectView::strokeSpectrumPath(QPainter& painter, const QPainte
     painter.setClipRect(
         QRectF(rect()).adjusted(kSpectrumInset, kSpectrumInset, -kSpectrumInset, -kSpectrumInset));
     painter.setRenderHint(QPainter::Antialiasing);
+    // A line one point thick, drawn as hairlines one device pixel apart: the painter's hairline
+    // is many times faster than its general stroker, and this is drawn 15 times a second.
     QPen pen(colour);
+    pen.setCosmetic(true);
     pen.setWidthF(1.0);
     painter.setPen(pen);
     painter.setBrush(Qt::NoBrush);
-    painter.drawPath(path);
+    const qreal ratio = devicePixelRatioOf(painter);
+    const int passes = std::max(1, int(std::lround(ratio)));
+    for (int pass = 0; pass < passes; ++pass)
+        painter.drawPath(path.translated(0.0, (pass - (passes - 1) * 0.5) / ratio));
     painter.restore();
 }
 
 void TeskSpectrumEffectView::drawContents(QPainter&) {}
 
 void TeskSpectrumEffectView::drawShadowImage(QPainter& painter) {
+    // The border lies along the edges: only they are blended, not the whole view.
+    painter.save();
+    painter.setClipRegion(QRegion(rect()).subtracted(QRegion(rect().adjusted(2, 2, -2, -2))));
     borderImage().draw(painter, QRectF(rect()));
+    painter.restore();
 }
 
 void TeskSpectrumEffectView::tellDelegateEditingBegan() {

@@ -4,6 +4,7 @@
 #include "effects/SpectrumMappings.h"
 
 #include <QPainterPath>
+#include <QPixmap>
 #include <array>
 #include <vector>
 
@@ -62,8 +63,12 @@ public:
 protected:
     void paintEvent(QPaintEvent* event) override;
 
-    /// The background picture and the grid.
+    /// The background picture, the grid and the subclass's fixed parts, from a cached picture
+    /// made again only when the size, pixel ratio or switch changes.
     void drawGradientImage(QPainter& painter);
+    /// What never moves (the equalizer's slots), drawn once into the cached background; dimmed
+    /// with the rest while the effect is off. The base draws nothing.
+    virtual void drawBackgroundContents(QPainter& painter);
     /// The averaged spectrum line, clipped inside the border.
     void drawSpectrum(QPainter& painter);
     /// The subclass's handles, over the spectrum; the base draws none.
@@ -78,6 +83,7 @@ protected:
 
 private:
     void updateMappings() const;
+    void paintBackground(QPainter& painter);
 
     std::vector<float> mFrequencyTable;
     std::array<std::vector<float>, 2> mSpectrum;
@@ -85,6 +91,8 @@ private:
     mutable SLinearMapping mMagnitudeMapping;
     mutable SLogarithmicMapping mFrequencyMapping;
     bool mEnabled = false;
+    QPixmap mBackground;
+    bool mBackgroundEnabled = false;             // the switch the cached background was drawn for
     TeskEffectViewDelegate* mDelegate = nullptr; // not owned
 };
 
