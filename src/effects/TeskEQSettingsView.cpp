@@ -1,10 +1,13 @@
 #include "effects/TeskEQSettingsView.h"
 
+#include "effects/EffectsAccessibility.h"
 #include "observation/KeyValueObserving.h"
 #include "widgets/NamedImage.h"
 
+#include <QHelpEvent>
 #include <QMouseEvent>
 #include <QPainter>
+#include <QToolTip>
 #include <cmath>
 
 namespace tesk {
@@ -98,6 +101,20 @@ void TeskEQSettingsView::setBandValueAsUser(int index, double gain) {
     updateObservableObjectForBindingName(QStringLiteral("bands"), QVariant::fromValue(bands));
     mDragging = false;
     tellDelegateEditingEnded();
+}
+
+bool TeskEQSettingsView::event(QEvent* event) {
+    if (event->type() != QEvent::ToolTip)
+        return TeskSpectrumEffectView::event(event);
+    // The slots carry no labels: hovering one names its band and gain.
+    const auto* help = static_cast<QHelpEvent*>(event);
+    const int band = geometry().bandIndexForPoint(help->pos());
+    if (band == kNoBand)
+        QToolTip::hideText();
+    else
+        QToolTip::showText(help->globalPos(),
+                           tr("%1, %2").arg(bandName(band), spokenGain(valueForBand(band))), this);
+    return true;
 }
 
 void TeskEQSettingsView::mousePressEvent(QMouseEvent* event) {

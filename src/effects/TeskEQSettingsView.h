@@ -47,6 +47,7 @@ public:
     static QString bandName(int index);
 
 protected:
+    bool event(QEvent* event) override;
     void drawBackgroundContents(QPainter& painter) override;
     void drawContents(QPainter& painter) override;
     void mousePressEvent(QMouseEvent* event) override;

@@ -206,7 +206,18 @@ void TeskVocalRemovalSettingsView::drawContents(QPainter& painter) {
         rim.setAlpha(90);
         painter.fillRect(QRectF(band.left(), band.top(), band.width(), 1.0), rim);
     }
-    QColor handle = look::hudLightBlue;
+    // The band in whole hertz, as the settings round it, in the corner above the graph.
+    QFont font = painter.font();
+    font.setPixelSize(10);
+    painter.setFont(font);
+    QColor label = look::hudLightBlue;
+    label.setAlpha(200);
+    painter.setPen(label);
+    painter.drawText(QRectF(rect()).adjusted(6, 4, -6, -4), Qt::AlignTop | Qt::AlignRight,
+                     tr("%1 – %2 Hz")
+                         .arg(std::lrint(float(mLowFrequency)))
+                         .arg(std::lrint(float(mHighFrequency))));
+    const QColor handle = look::hudLightBlue;
     painter.fillRect(low, handle);
     painter.fillRect(high, handle);
     // A small grip at the middle of each handle.
