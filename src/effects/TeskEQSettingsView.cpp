@@ -1,0 +1,190 @@
+#include "effects/TeskEQSettingsView.h"
+
+#include "effects/EffectsAccessibility.h"
+#include "observation/KeyValueObserving.h"
+#include "widgets/NamedImage.h"
+
+#include <QHelpEvent>
+#include <QMouseEvent>
+#include <QPainter>
+#include <QToolTip>
+#include <cmath>
+
+namespace tesk {
+
+namespace {
+const NamedImage& image(const char* name) {
+    return NamedImage::named(QString::fromLatin1(name));
+}
+const NamedImage& knobImage() {
+    static const NamedImage& knob = image("EffectsEQSliderKnobN");
+    return knob;
+}
+const NamedImage& pressedKnobImage() {
+    static const NamedImage& knob = image("EffectsEQSliderKnobP");
+    return knob;
+}
+} // namespace
+
+TeskEQSettingsView::TeskEQSettingsView(QWidget* parent)
+    : TeskSpectrumEffectView(parent)
+    , mAnimation([this](double progress) { animationReachedMark(progress); }) {
+    setAccessibleName(tr("Equalizer"));
+}
+
+TeskEQSettingsView::~TeskEQSettingsView() = default;
+
+QString TeskEQSettingsView::bandName(int index) {
+    static const char* const names[kBandCount] = {"31.5 Hz", "63 Hz", "125 Hz", "250 Hz", "500 Hz",
+                                                  "1 kHz",   "2 kHz", "4 kHz",  "8 kHz",  "16 kHz"};
+    return tr(names[index]);
+}
+
+QStringList TeskEQSettingsView::exposedBindings() const {
+    return TeskSpectrumEffectView::exposedBindings() + QStringList{QStringLiteral("bands")};
+}
+
+void TeskEQSettingsView::observableObjectChangedKeyPath(QObject* object, const QString& keyPath,
+                                                        const QString& binding) {
+    if (binding != QLatin1String("bands")) {
+        TeskSpectrumEffectView::observableObjectChangedKeyPath(object, keyPath, binding);
+        return;
+    }
+    const QList<double> bands = valueForKeyPath(object, keyPath).value<QList<double>>();
+    if (mBands.isEmpty() || mDragging) {
+        mAnimation.stop();
+        setBands(bands);
+        return;
+    }
+    if (bands == mBands && !mAnimation.isAnimating())
+        return; // our own write-back coming round
+    mStartBands = mBands;
+    mFinalBands = bands;
+    mAnimation.start();
+}
+
+void TeskEQSettingsView::animationReachedMark(double progress) {
+    QList<double> bands = mFinalBands;
+    for (qsizetype i = 0; i < bands.size() && i < mStartBands.size(); ++i)
+        bands[i] = float(mStartBands[i] + (mFinalBands[i] - mStartBands[i]) * progress);
+    if (progress >= 1.0)
+        bands = mFinalBands;
+    setBands(bands);
+}
+
+void TeskEQSettingsView::setBands(const QList<double>& bands) {
+    if (bands == mBands)
+        return;
+    mBands = bands;
+    update();
+}
+
+double TeskEQSettingsView::valueForBand(int index) const {
+    return index >= 0 && index < mBands.size() ? mBands[index] : 0.0;
+}
+
+EQBandGeometry TeskEQSettingsView::geometry() const {
+    return EQBandGeometry(QSizeF(size()), knobImage().size());
+}
+
+void TeskEQSettingsView::setBandValueAsUser(int index, double gain) {
+    if (index < 0 || index >= kBandCount)
+        return;
+    tellDelegateEditingBegan();
+    mAnimation.stop();
+    QList<double> bands = mBands;
+    while (bands.size() < kBandCount)
+        bands.append(0.0);
+    bands[index] = gain;
+    mDragging = true; // the value comes back as is, without a glide
+    setBands(bands);
+    updateObservableObjectForBindingName(QStringLiteral("bands"), QVariant::fromValue(bands));
+    mDragging = false;
+    tellDelegateEditingEnded();
+}
+
+bool TeskEQSettingsView::event(QEvent* event) {
+    if (event->type() != QEvent::ToolTip)
+        return TeskSpectrumEffectView::event(event);
+    // The slots carry no labels: hovering one names its band and gain.
+    const auto* help = static_cast<QHelpEvent*>(event);
+    const int band = geometry().bandIndexForPoint(help->pos());
+    if (band == kNoBand)
+        QToolTip::hideText();
+    else
+        QToolTip::showText(help->globalPos(),
+                           tr("%1, %2").arg(bandName(band), spokenGain(valueForBand(band))), this);
+    return true;
+}
+
+void TeskEQSettingsView::mousePressEvent(QMouseEvent* event) {
+    if (event->button() != Qt::LeftButton) {
+        event->ignore();
+        return;
+    }
+    // The delegate switches the effect on before the first value changes.
+    tellDelegateEditingBegan();
+    mDragging = true;
+    mPressedIndex = geometry().bandIndexForPoint(event->position());
+    update();
+    if (mPressedIndex != kNoBand) {
+        mAnimation.stop();
+        setPressedBandFromPoint(event->position().y());
+    }
+}
+
+void TeskEQSettingsView::mouseMoveEvent(QMouseEvent* event) {
+    if (mDragging && mPressedIndex != kNoBand && (event->buttons() & Qt::LeftButton))
+        setPressedBandFromPoint(event->position().y());
+}
+
+void TeskEQSettingsView::mouseReleaseEvent(QMouseEvent* event) {
+    if (!mDragging || event->button() != Qt::LeftButton)
+        return;
+    mDragging = false;
+    mPressedIndex = kNoBand;
+    tellDelegateEditingEnded();
+    update();
+}
+
+void TeskEQSettingsView::setPressedBandFromPoint(double y) {
+    QList<double> bands = mBands;
+    while (bands.size() < kBandCount)
+        bands.append(0.0);
+    bands[mPressedIndex] = geometry().valueForPoint(y);
+    setBands(bands);
+    updateObservableObjectForBindingName(QStringLiteral("bands"), QVariant::fromValue(bands));
+}
+
+void TeskEQSettingsView::drawBackgroundContents(QPainter& painter) {
+    static const NamedImage& top = image("EffectsEQSliderTrackTop");
+    static const NamedImage& fill = image("EffectsEQSliderTrackFill");
+    static const NamedImage& bottom = image("EffectsEQSliderTrackBottom");
+    const EQBandGeometry places = geometry();
+    const double slotTop = places.pointForValue(EQBandGeometry::kDisplayRange) - top.height();
+    const double slotBottom =
+        places.pointForValue(-EQBandGeometry::kDisplayRange) + bottom.height();
+    const qreal ratio = devicePixelRatioOf(painter);
+    for (int index = 0; index < kBandCount; ++index) {
+        // On whole device pixels, so every slot looks the same.
+        const double left =
+            std::round((std::floor(places.pointForBandIndex(index)) - top.width() * 0.5) * ratio) /
+            ratio;
+        top.draw(painter, QPointF(left, slotTop));
+        const QPixmap& column = fill.pixmap(ratio);
+        painter.drawPixmap(QRectF(left, slotTop + top.height(), fill.width(),
+                                  slotBottom - bottom.height() - slotTop - top.height()),
+                           column, QRectF(QPointF(0, 0), QSizeF(column.size())));
+        bottom.draw(painter, QPointF(left, slotBottom - bottom.height()));
+    }
+}
+
+void TeskEQSettingsView::drawContents(QPainter& painter) {
+    const EQBandGeometry places = geometry();
+    for (int index = 0; index < kBandCount; ++index) {
+        const NamedImage& knob = index == mPressedIndex ? pressedKnobImage() : knobImage();
+        knob.draw(painter, places.handleRectForBand(index, valueForBand(index)).topLeft());
+    }
+}
+
+} // namespace tesk

@@ -1,0 +1,229 @@
+#include "effects/TeskPanSlider.h"
+
+#include "observation/KeyValueObserving.h"
+#include "widgets/NamedImage.h"
+
+#include <QMouseEvent>
+#include <QPainter>
+#include <QWheelEvent>
+#include <algorithm>
+#include <cmath>
+
+namespace tesk {
+
+namespace {
+
+const NamedImage& image(const char* name) {
+    return NamedImage::named(QString::fromLatin1(name));
+}
+
+/// The "L" and "R" buttons: the channel button picture with its letter drawn on it.
+class ChannelButton : public QAbstractButton {
+public:
+    ChannelButton(const QString& letter, QWidget* parent)
+        : QAbstractButton(parent) {
+        setText(letter);
+        setFocusPolicy(Qt::NoFocus);
+        const QSizeF size = image("EffectsMonoChannelButtonN").size();
+        setFixedSize(int(std::ceil(size.width())), int(std::ceil(size.height())));
+    }
+
+protected:
+    void paintEvent(QPaintEvent*) override {
+        QPainter painter(this);
+        image(isDown() ? "EffectsMonoChannelButtonP" : "EffectsMonoChannelButtonN")
+            .draw(painter, QRectF(rect()));
+        QFont font(QStringLiteral("Helvetica"));
+        font.setBold(true);
+        font.setPixelSize(10);
+        painter.setFont(font);
+        // A light shadow one point below and right: the letter looks pressed into the button.
+        painter.setPen(QColor::fromRgbF(1, 1, 1, 0.45f));
+        painter.drawText(QRectF(rect()).translated(1, 1), Qt::AlignCenter, text());
+        painter.setPen(QColor(40, 46, 54));
+        painter.drawText(QRectF(rect()), Qt::AlignCenter, text());
+    }
+};
+
+} // namespace
+
+TeskPanSlider::TeskPanSlider(QWidget* parent)
+    : SBindingView(parent) {
+    setAccessibleName(tr("Pan"));
+    setFocusPolicy(Qt::StrongFocus);
+    mLeftButton = new ChannelButton(QStringLiteral("L"), this);
+    mRightButton = new ChannelButton(QStringLiteral("R"), this);
+    mLeftButton->setAccessibleName(tr("Pan all left"));
+    mRightButton->setAccessibleName(tr("Pan all right"));
+    connect(mLeftButton, &QAbstractButton::clicked, this, &TeskPanSlider::setSliderToMinimum);
+    connect(mRightButton, &QAbstractButton::clicked, this, &TeskPanSlider::setSliderToMaximum);
+}
+
+TeskPanSlider::~TeskPanSlider() = default;
+
+QStringList TeskPanSlider::exposedBindings() const {
+    return SBindingView::exposedBindings() + QStringList{QStringLiteral("value")};
+}
+
+void TeskPanSlider::observableObjectChangedKeyPath(QObject* object, const QString& keyPath,
+                                                   const QString& binding) {
+    if (binding == QLatin1String("value"))
+        setValue(valueForKeyPath(object, keyPath).toDouble());
+    else
+        SBindingView::observableObjectChangedKeyPath(object, keyPath, binding);
+}
+
+QSize TeskPanSlider::sizeHint() const {
+    const double knob = image("EffectsMonoSliderKnobN").height();
+    const double button = image("EffectsMonoChannelButtonN").height();
+    return {200, int(std::ceil(std::max(knob, button)))};
+}
+
+void TeskPanSlider::setRange(double minValue, double maxValue) {
+    mMinValue = minValue;
+    mMaxValue = maxValue;
+    setValue(std::clamp(mValue, minValue, maxValue));
+}
+
+void TeskPanSlider::setValue(double value) {
+    if (value == mValue)
+        return;
+    mValue = value;
+    update();
+}
+
+void TeskPanSlider::setValueAsUser(double value) {
+    setValue(value);
+    updateObservableObjectForBindingName(QStringLiteral("value"), mValue);
+    emit actionTriggered();
+}
+
+void TeskPanSlider::setSliderToMinimum() {
+    setValueAsUser(mMinValue);
+}
+
+void TeskPanSlider::setSliderToMaximum() {
+    setValueAsUser(mMaxValue);
+}
+
+double TeskPanSlider::detented(double value, double minValue, double maxValue) {
+    const double centre = minValue + (maxValue - minValue) * 0.5;
+    return std::fabs(value - centre) <= kDetent ? centre : value;
+}
+
+double TeskPanSlider::valueAfterWheel(double value, double minValue, double maxValue, double length,
+                                      double deltaX, double deltaY) {
+    double pixels = (value - minValue) / (maxValue - minValue) * length;
+    pixels = pixels + deltaY - deltaX;
+    return float(minValue + (maxValue - minValue) * pixels / length);
+}
+
+QRectF TeskPanSlider::trackRect() const {
+    const double knobWidth = image("EffectsMonoSliderKnobN").width();
+    const double left = mLeftButton->geometry().right() + 1.0 + 2.0 + knobWidth * 0.5;
+    const double right = mRightButton->geometry().left() - 2.0 - knobWidth * 0.5;
+    return {left, 0.0, std::max(1.0, right - left), double(height())};
+}
+
+QRectF TeskPanSlider::knobRect() const {
+    const NamedImage& knob = image("EffectsMonoSliderKnobN");
+    const QRectF track = trackRect();
+    const double fraction = (mValue - mMinValue) / (mMaxValue - mMinValue);
+    const double centreX = track.left() + std::clamp(fraction, 0.0, 1.0) * track.width();
+    return {std::round(centreX - knob.width() * 0.5), std::round((height() - knob.height()) * 0.5),
+            knob.width(), knob.height()};
+}
+
+double TeskPanSlider::valueForX(double x) const {
+    const QRectF track = trackRect();
+    const double fraction = std::clamp((x - track.left()) / track.width(), 0.0, 1.0);
+    return mMinValue + (mMaxValue - mMinValue) * fraction;
+}
+
+void TeskPanSlider::resizeEvent(QResizeEvent* event) {
+    const int middle = height() / 2;
+    mLeftButton->move(0, middle - mLeftButton->height() / 2);
+    mRightButton->move(width() - mRightButton->width(), middle - mRightButton->height() / 2);
+    SBindingView::resizeEvent(event);
+}
+
+bool TeskPanSlider::windowIsActive() const {
+    return window() != nullptr && window()->isActiveWindow();
+}
+
+void TeskPanSlider::changeEvent(QEvent* event) {
+    if (event->type() == QEvent::ActivationChange)
+        update(); // the inactive pictures while another window is in front
+    SBindingView::changeEvent(event);
+}
+
+void TeskPanSlider::paintEvent(QPaintEvent*) {
+    QPainter painter(this);
+    const bool active = windowIsActive() || !isVisible() || testAttribute(Qt::WA_DontShowOnScreen);
+    const NamedImage& left =
+        image(active ? "EffectsMonoSliderTrackLeft" : "EffectsMonoSliderTrackLeftInactive");
+    const NamedImage& fill =
+        image(active ? "EffectsMonoSliderTrackFill" : "EffectsMonoSliderTrackFillInactive");
+    const NamedImage& right =
+        image(active ? "EffectsMonoSliderTrackRight" : "EffectsMonoSliderTrackRightInactive");
+    const QRectF track = trackRect();
+    const double knobWidth = image("EffectsMonoSliderKnobN").width();
+    const QRectF bar(track.left() - knobWidth * 0.5, std::round((height() - left.height()) * 0.5),
+                     track.width() + knobWidth, left.height());
+    drawThreePartImage(painter, bar, left, fill, right);
+    // A tick under the centre, where the detent holds the knob.
+    painter.fillRect(QRectF(std::floor(track.center().x()), bar.bottom() + 1.0, 1.0, 3.0),
+                     QColor(217, 238, 254, 110));
+    const char* knob = !active      ? "EffectsMonoSliderKnobInactive"
+                       : mIsPressed ? "EffectsMonoSliderKnobP"
+                                    : "EffectsMonoSliderKnobN";
+    image(knob).draw(painter, knobRect().topLeft());
+}
+
+void TeskPanSlider::mousePressEvent(QMouseEvent* event) {
+    if (event->button() != Qt::LeftButton) {
+        event->ignore();
+        return;
+    }
+    const QRectF knob = knobRect();
+    mIsPressed = true;
+    if (knob.contains(event->position())) {
+        mGrabOffset = event->position().x() - knob.center().x();
+        update();
+        return;
+    }
+    // A press beside the knob brings the knob there, and the drag goes on from it.
+    mGrabOffset = 0.0;
+    setValueAsUser(detented(valueForX(event->position().x()), mMinValue, mMaxValue));
+}
+
+void TeskPanSlider::mouseMoveEvent(QMouseEvent* event) {
+    if (!mIsPressed || !(event->buttons() & Qt::LeftButton))
+        return;
+    const double value =
+        detented(valueForX(event->position().x() - mGrabOffset), mMinValue, mMaxValue);
+    if (value != mValue)
+        setValueAsUser(value);
+}
+
+void TeskPanSlider::mouseReleaseEvent(QMouseEvent* event) {
+    if (event->button() != Qt::LeftButton)
+        return;
+    mIsPressed = false;
+    update();
+}
+
+void TeskPanSlider::wheelEvent(QWheelEvent* event) {
+    // Pixels when the device gives them, else 1 pixel per 1/8 of a notch's 15 degrees.
+    const QPointF delta = !event->pixelDelta().isNull() ? QPointF(event->pixelDelta())
+                                                        : QPointF(event->angleDelta()) / 8.0 / 15.0;
+    if (delta.isNull()) {
+        event->ignore();
+        return;
+    }
+    setValueAsUser(
+        std::clamp(valueAfterWheel(mValue, mMinValue, mMaxValue, width(), delta.x(), delta.y()),
+                   mMinValue, mMaxValue));
+}
+
+} // namespace tesk

@@ -1,0 +1,233 @@
+#include "effects/TeskVocalRemovalSettingsView.h"
+
+#include "observation/KeyValueObserving.h"
+#include "widgets/TeskLook.h"
+
+#include <QLinearGradient>
+#include <QMouseEvent>
+#include <QPainter>
+#include <cmath>
+
+namespace tesk {
+
+TeskVocalRemovalSettingsView::TeskVocalRemovalSettingsView(QWidget* parent)
+    : TeskSpectrumEffectView(parent)
+    , mAnimation([this](double progress) { animationReachedMark(progress); }) {
+    setAccessibleName(tr("Vocal band"));
+    setMouseTracking(true); // the cursor tells what a press would do
+}
+
+TeskVocalRemovalSettingsView::~TeskVocalRemovalSettingsView() = default;
+
+QStringList TeskVocalRemovalSettingsView::exposedBindings() const {
+    return TeskSpectrumEffectView::exposedBindings() +
+           QStringList{QStringLiteral("lowFrequency"), QStringLiteral("highFrequency")};
+}
+
+void TeskVocalRemovalSettingsView::observableObjectChangedKeyPath(QObject* object,
+                                                                  const QString& keyPath,
+                                                                  const QString& binding) {
+    const bool low = binding == QLatin1String("lowFrequency");
+    if (!low && binding != QLatin1String("highFrequency")) {
+        TeskSpectrumEffectView::observableObjectChangedKeyPath(object, keyPath, binding);
+        return;
+    }
+    const double hertz = valueForKeyPath(object, keyPath).toDouble();
+    const double current = low ? mLowFrequency : mHighFrequency;
+    if (mDragging || !mHasBand) {
+        mAnimation.stop();
+        low ? setLowFrequency(hertz) : setHighFrequency(hertz);
+        // A band glides only once both edges have been shown: binding shows them at once.
+        const char* other = low ? "highFrequency" : "lowFrequency";
+        mHasBand = mHasBand || bindingsManager().observableObject(other) != nullptr;
+        return;
+    }
+    const double lowTarget =
+        mAnimation.isAnimating() ? mLowFrequencyAnimation.mEndFrequency : mLowFrequency;
+    const double highTarget =
+        mAnimation.isAnimating() ? mHighFrequencyAnimation.mEndFrequency : mHighFrequency;
+    if ((low ? lowTarget : highTarget) == hertz && current == hertz)
+        return;
+    mLowFrequencyAnimation = {mLowFrequency, low ? hertz : lowTarget};
+    mHighFrequencyAnimation = {mHighFrequency, low ? highTarget : hertz};
+    mAnimation.start();
+}
+
+void TeskVocalRemovalSettingsView::animationReachedMark(double progress) {
+    const auto along = [progress](const FrequencyAnimation& glide) {
+        return double(float(glide.mStartFrequency +
+                            (glide.mEndFrequency - glide.mStartFrequency) * progress));
+    };
+    setLowFrequency(progress >= 1.0 ? mLowFrequencyAnimation.mEndFrequency
+                                    : along(mLowFrequencyAnimation));
+    setHighFrequency(progress >= 1.0 ? mHighFrequencyAnimation.mEndFrequency
+                                     : along(mHighFrequencyAnimation));
+}
+
+void TeskVocalRemovalSettingsView::setLowFrequency(double hertz) {
+    if (mLowFrequency == hertz)
+        return;
+    mLowFrequency = hertz;
+    update();
+}
+
+void TeskVocalRemovalSettingsView::setHighFrequency(double hertz) {
+    if (mHighFrequency == hertz)
+        return;
+    mHighFrequency = hertz;
+    update();
+}
+
+void TeskVocalRemovalSettingsView::setLowFrequencyWithPoint(double x) {
+    const double hertz = geometry().lowFrequencyForPoint(x, mHighFrequency);
+    setLowFrequency(hertz);
+    updateObservableObjectForBindingName(QStringLiteral("lowFrequency"), hertz);
+}
+
+void TeskVocalRemovalSettingsView::setHighFrequencyWithPoint(double x) {
+    const double hertz = geometry().highFrequencyForPoint(x, mLowFrequency);
+    setHighFrequency(hertz);
+    updateObservableObjectForBindingName(QStringLiteral("highFrequency"), hertz);
+}
+
+TeskVocalRemovalSettingsView::Drag
+TeskVocalRemovalSettingsView::dragForPoint(const QPointF& point) const {
+    const auto holds = [&point](const QRectF& r) {
+        return point.x() >= r.left() && point.x() < r.right() && point.y() >= r.top() &&
+               point.y() < r.bottom();
+    };
+    if (holds(lowFrequencyHitRect()))
+        return Drag::LowEdge;
+    if (holds(highFrequencyHitRect()))
+        return Drag::HighEdge;
+    if (holds(midFrequencyHitRect()))
+        return Drag::Shift;
+    if (holds(QRectF(rect())))
+        return Drag::Create;
+    return Drag::None;
+}
+
+void TeskVocalRemovalSettingsView::mousePressEvent(QMouseEvent* event) {
+    if (event->button() != Qt::LeftButton) {
+        event->ignore();
+        return;
+    }
+    // The delegate switches vocal reduction on first.
+    tellDelegateEditingBegan();
+    mAnimation.stop();
+    mDrag = dragForPoint(event->position());
+    mDragging = mDrag != Drag::None;
+    mPressX = event->position().x();
+    const SLogarithmicMapping& mapping = geometry().frequencyMapping();
+    mLowStartPoint = mapping.pointForValue(mLowFrequency);
+    mHighStartPoint = mapping.pointForValue(mHighFrequency);
+    if (mDrag == Drag::Shift)
+        setCursor(Qt::ClosedHandCursor);
+}
+
+void TeskVocalRemovalSettingsView::mouseMoveEvent(QMouseEvent* event) {
+    if (mDragging && (event->buttons() & Qt::LeftButton))
+        dragTo(event->position().x());
+    else if (!mDragging)
+        showCursorFor(event->position());
+}
+
+void TeskVocalRemovalSettingsView::dragTo(double x) {
+    switch (mDrag) {
+    case Drag::LowEdge:
+        setLowFrequencyWithPoint(x);
+        break;
+    case Drag::HighEdge:
+        setHighFrequencyWithPoint(x);
+        break;
+    case Drag::Shift: {
+        const double offset = x - mPressX;
+        setLowFrequencyWithPoint(mLowStartPoint + offset);
+        setHighFrequencyWithPoint(mHighStartPoint + offset);
+        break;
+    }
+    case Drag::Create:
+        if (x < mPressX) {
+            setLowFrequencyWithPoint(x);
+            setHighFrequencyWithPoint(mPressX);
+        } else if (x > mPressX) {
+            setLowFrequencyWithPoint(mPressX);
+            setHighFrequencyWithPoint(x);
+        }
+        break;
+    case Drag::None:
+        break;
+    }
+}
+
+void TeskVocalRemovalSettingsView::mouseReleaseEvent(QMouseEvent* event) {
+    if (event->button() != Qt::LeftButton)
+        return;
+    const bool shifted = mDrag == Drag::Shift;
+    mDragging = false;
+    mDrag = Drag::None;
+    if (shifted)
+        unsetCursor();
+    showCursorFor(event->position());
+    tellDelegateEditingEnded();
+    update();
+}
+
+void TeskVocalRemovalSettingsView::showCursorFor(const QPointF& point) {
+    switch (dragForPoint(point)) {
+    case Drag::LowEdge:
+    case Drag::HighEdge:
+        setCursor(Qt::SizeHorCursor);
+        break;
+    case Drag::Shift:
+        setCursor(Qt::OpenHandCursor);
+        break;
+    default:
+        setCursor(Qt::CrossCursor);
+        break;
+    }
+}
+
+void TeskVocalRemovalSettingsView::drawContents(QPainter& painter) {
+    const QRectF low = lowFrequencyRect();
+    const QRectF high = highFrequencyRect();
+    const QRectF band(low.right(), low.top(), high.left() - low.right(), low.height());
+    if (band.width() > 0) {
+        // The band: a light veil, brighter at the top, with a lighter rim.
+        QLinearGradient highlight(band.topLeft(), band.bottomLeft());
+        QColor top = look::hudLightBlue;
+        top.setAlpha(52);
+        QColor bottom = look::hudLightBlue;
+        bottom.setAlpha(18);
+        highlight.setColorAt(0.0, top);
+        highlight.setColorAt(1.0, bottom);
+        painter.fillRect(band, highlight);
+        QColor rim = look::hudLightBlue;
+        rim.setAlpha(90);
+        painter.fillRect(QRectF(band.left(), band.top(), band.width(), 1.0), rim);
+    }
+    // The band in whole hertz, as the settings round it, in the corner above the graph.
+    QFont font = painter.font();
+    font.setPixelSize(10);
+    painter.setFont(font);
+    QColor label = look::hudLightBlue;
+    label.setAlpha(200);
+    painter.setPen(label);
+    painter.drawText(QRectF(rect()).adjusted(6, 4, -6, -4), Qt::AlignTop | Qt::AlignRight,
+                     tr("%1 – %2 Hz")
+                         .arg(std::lrint(float(mLowFrequency)))
+                         .arg(std::lrint(float(mHighFrequency))));
+    const QColor handle = look::hudLightBlue;
+    painter.fillRect(low, handle);
+    painter.fillRect(high, handle);
+    // A small grip at the middle of each handle.
+    for (const QRectF& edge : {low, high}) {
+        const QRectF grip(edge.left() - 2.0, edge.center().y() - 6.0, 5.0, 12.0);
+        painter.setRenderHint(QPainter::Antialiasing);
+        painter.setPen(Qt::NoPen);
+        painter.setBrush(handle);
+        painter.drawRoundedRect(grip, 2.0, 2.0);
+    }
+}
+
+} // namespace tesk

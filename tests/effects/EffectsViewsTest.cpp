@@ -1,0 +1,399 @@
+// The effect editors as the user meets them: drags through mouse events, glides stepped by
+// hand, and pixels read where the rules put things, at every scale factor.
+#include "audio/TeskEffectsSettings.h"
+#include "effects/EffectsAccessibility.h"
+#include "effects/TeskEQSettingsView.h"
+#include "effects/TeskEffectViewDelegate.h"
+#include "effects/TeskPanSlider.h"
+#include "effects/TeskPanningSpectrumEffectView.h"
+#include "effects/TeskVocalRemovalSettingsView.h"
+#include "support/Assertions.h"
+#include "support/ViewTesting.h"
+
+#include <QAccessible>
+#include <QAccessibleValueInterface>
+#include <QSignalSpy>
+#include <QTest>
+#include <cmath>
+#include <gtest/gtest.h>
+
+using namespace tesk;
+using namespace tesk::test;
+
+namespace {
+
+struct Recorder : TeskEffectViewDelegate {
+    int began = 0;
+    int ended = 0;
+    void effectViewDidBeginEditing(TeskSpectrumEffectView*) override { ++began; }
+    void effectViewDidEndEditing(TeskSpectrumEffectView*) override { ++ended; }
+};
+
+void send(QWidget& view, QEvent::Type type, const QPointF& at) {
+    const Qt::MouseButtons held =
+        type == QEvent::MouseButtonRelease ? Qt::NoButton : Qt::LeftButton;
+    QMouseEvent event(type, at, view.mapToGlobal(at), Qt::LeftButton, held, Qt::NoModifier);
+    QCoreApplication::sendEvent(&view, &event);
+}
+
+/// A press at `from`, moves through `path`, a release at the last point.
+void drag(QWidget& view, const QPointF& from, std::initializer_list<QPointF> path) {
+    send(view, QEvent::MouseButtonPress, from);
+    QPointF last = from;
+    for (const QPointF& point : path)
+        send(view, QEvent::MouseMove, last = point);
+    send(view, QEvent::MouseButtonRelease, last);
+}
+
+int brightness(const QColor& colour) {
+    return (colour.red() + colour.green() + colour.blue()) / 3;
+}
+
+/// How far the brightest pixel within a device pixel of logical row `y` in column `x` stands
+/// above the same place of `background`.
+int lift(const QImage& image, const QImage& background, double x, double y) {
+    const qreal ratio = image.devicePixelRatio();
+    const int column = devicePixel(x, ratio);
+    int most = -255;
+    for (int row = devicePixel(y, ratio) - 1; row <= devicePixel(y, ratio) + 1; ++row)
+        most = std::max(most, brightness(image.pixelColor(column, row)) -
+                                  brightness(background.pixelColor(column, row)));
+    return most;
+}
+
+/// (blue lift) / (green lift) of the most lifted pixel near (x, y): the spectrum colours differ
+/// there (about 1.2 for the left colour, above 2 for the right).
+double blueOverGreen(const QImage& image, const QImage& background, double x, double y) {
+    const qreal ratio = image.devicePixelRatio();
+    const int column = devicePixel(x, ratio);
+    int bestRow = -1;
+    int most = 0;
+    for (int row = devicePixel(y, ratio) - 2; row <= devicePixel(y, ratio) + 2; ++row) {
+        const int lifted = brightness(image.pixelColor(column, row)) -
+                           brightness(background.pixelColor(column, row));
+        if (lifted > most)
+            most = lifted, bestRow = row;
+    }
+    if (bestRow < 0)
+        return 0.0;
+    const QColor pixel = image.pixelColor(column, bestRow);
+    const QColor under = background.pixelColor(column, bestRow);
+    return double(pixel.blue() - under.blue()) / std::max(1, pixel.green() - under.green());
+}
+
+/// A flat spectrum at `level` dB on every point, with a table from 10 Hz up.
+void feedFlatSpectrum(TeskSpectrumEffectView& view, float level, bool bothChannels = true) {
+    std::vector<float> table;
+    for (double hertz = 10.0; hertz < 22000.0; hertz *= std::pow(2.0, 1.0 / 6))
+        table.push_back(float(hertz));
+    view.setFrequencyTable(table);
+    view.setSpectrum(std::vector<float>(table.size(), level), 0);
+    view.setSpectrum(bothChannels ? std::vector<float>(table.size(), level) : std::vector<float>{},
+                     1);
+}
+
+} // namespace
+
+TEST(TeskSpectrumEffectView, TheSpectrumShowsOnlyWithBothChannelsAndTheEffectOn) {
+    const struct {
+        bool bothChannels, enabled, drawn;
+    } cases[] = {{true, true, true}, {false, true, false}, {true, false, false}};
+    for (const auto& c : cases) {
+        SCOPED_TRACE(testing::Message() << c.bothChannels << c.enabled);
+        TeskSpectrumEffectView view;
+        view.resize(300, 105);
+        view.setEffectEnabled(c.enabled);
+        const QImage background = grabImage(view);
+        feedFlatSpectrum(view, -5.0f, c.bothChannels); // 50 points from the top
+        const QImage picture = grabImage(view);
+        const double x = view.frequencyMapping().pointForValue(1414.0); // between grid lines
+        EXPECT_NEAR(view.magnitudeMapping().pointForValue(-5.0), 50.0, 1e-9);
+        if (c.drawn)
+            EXPECT_GT(lift(picture, background, x, 50.0), 8);
+        else
+            EXPECT_EQ(picture, background);
+    }
+    TeskSpectrumEffectView view;
+    EXPECT_TESK_ASSERTION(view.setSpectrum({1.0f}, 2),
+                          "Invalid parameter not satisfying: channel < 2");
+}
+
+TEST(TeskSpectrumEffectView, ThePathSkipsTheConstantTerm) {
+    TeskSpectrumEffectView view;
+    view.resize(300, 105);
+    view.setFrequencyTable({0.0f, 20.0f, 200.0f, 20000.0f});
+    const QPainterPath path = view.createPathForSpectrum({100.0f, -60.0f, -5.0f, 45.0f});
+    ASSERT_EQ(path.elementCount(), 3);
+    EXPECT_EQ(QPointF(path.elementAt(0)), QPointF(0, 105));
+    EXPECT_EQ(QPointF(path.elementAt(1)), QPointF(100, 50));
+    EXPECT_EQ(QPointF(path.elementAt(2)), QPointF(300, 0));
+}
+
+TEST(TeskEQSettingsView, DraggingABandWritesItsGainBackWithoutALimit) {
+    TeskEffectsSettings settings;
+    settings.setEqualizerEnabled(true); // a switched-off editor is dimmed
+    TeskEQSettingsView view;
+    Recorder delegate;
+    view.setDelegate(&delegate);
+    view.resize(408, 140);
+    view.show();
+    ASSERT_TRUE(view.bind("bands", &settings, "equalizerSettings.bands"));
+    ASSERT_TRUE(view.bind("enabled", &settings, "equalizerEnabled"));
+    const EQBandGeometry places = view.geometry();
+    const QPointF slot(places.pointForBandIndex(2), places.pointForValue(0));
+
+    send(view, QEvent::MouseButtonPress, slot);
+    EXPECT_EQ(delegate.began, 1);
+    EXPECT_TRUE(view.bandPressed(2));
+    send(view, QEvent::MouseMove, {slot.x() + 15, 10}); // sideways does not change the band
+    EXPECT_DOUBLE_EQ(settings.equalizerSettings()->bands()[2], 20.0);
+    const QImage at20 = grabImage(view);
+    send(view, QEvent::MouseMove, {slot.x(), -5});
+    EXPECT_DOUBLE_EQ(settings.equalizerSettings()->bands()[2], 25.0);
+    EXPECT_EQ(view.valueForBand(2), 25.0);
+    const QImage at25 = grabImage(view);
+    send(view, QEvent::MouseButtonRelease, {slot.x(), -5});
+    EXPECT_EQ(delegate.ended, 1);
+    EXPECT_FALSE(view.bandPressed(2));
+    EXPECT_EQ(settings.equalizerSettings()->bands(),
+              (QList<double>{0, 0, 25, 0, 0, 0, 0, 0, 0, 0}));
+
+    // +25 dB is drawn where +20 dB is: 10 points below the top, in the pressed picture.
+    const QRectF knob = places.handleRectForBand(2, 25.0);
+    EXPECT_EQ(knob, places.handleRectForBand(2, 20.0));
+    const QPointF onKnob(knob.left() + 4, knob.top() + 2.5);
+    EXPECT_GT(brightness(pixelAt(at25, onKnob.x(), onKnob.y())), 150);
+    EXPECT_EQ(pixelAt(at25, onKnob.x(), onKnob.y()), pixelAt(at20, onKnob.x(), onKnob.y()));
+    const QRectF rest = places.handleRectForBand(2, 0.0);
+    EXPECT_LT(brightness(pixelAt(grabImage(view), rest.left() + 4, rest.top() + 2.5)), 100)
+        << "no knob left at 0 dB";
+
+    // A click between slots changes nothing, yet editing begins and ends.
+    for (const QPointF between : {QPointF(2, 70), QPointF(slot.x(), 4), QPointF(406, 70)}) {
+        drag(view, between, {});
+        EXPECT_EQ(settings.equalizerSettings()->bands()[2], 25.0);
+    }
+    EXPECT_EQ(delegate.began, 4);
+    EXPECT_EQ(delegate.ended, 4);
+}
+
+TEST(TeskEQSettingsView, APresetGlidesThereUnlessADragIsUnderWay) {
+    TeskEffectsSettings settings;
+    TeskEQSettingsView view;
+    view.resize(408, 140);
+    view.bind("bands", &settings, "equalizerSettings.bands");
+    settings.setEqualizerSettings(TeskEqualizerSettings::isolateMidsPreset().get());
+    ASSERT_TRUE(view.presetAnimation().isAnimating());
+    EXPECT_EQ(view.valueForBand(0), 0.0) << "mark 0: still the start";
+    view.presetAnimation().advanceTo(0.1); // ease-out: three quarters of the way
+    EXPECT_EQ(view.valueForBand(0), double(float(-15.0)));
+    EXPECT_EQ(view.valueForBand(4), 0.0);
+    view.presetAnimation().advanceTo(0.2);
+    EXPECT_FALSE(view.presetAnimation().isAnimating());
+    EXPECT_EQ(view.bands(), settings.equalizerSettings()->bands());
+
+    // While a band is held, a preset is taken at once.
+    view.show();
+    const EQBandGeometry places = view.geometry();
+    send(view, QEvent::MouseButtonPress, {places.pointForBandIndex(5), 30});
+    settings.setEqualizerSettings(TeskEqualizerSettings::isolateBassPreset().get());
+    EXPECT_FALSE(view.presetAnimation().isAnimating());
+    EXPECT_EQ(view.bands(), TeskEqualizerSettings::isolateBassPreset()->bands());
+    send(view, QEvent::MouseButtonRelease, {places.pointForBandIndex(5), 30});
+}
+
+TEST(TeskVocalRemovalSettingsView, EdgeShiftAndCreateDragsFollowTheRules) {
+    // 300 points wide: 100 points a decade from 20 Hz.
+    const auto at = [](double x) { return double(float(20.0 * std::pow(10.0, x / 100.0))); };
+    const auto x = [](double hertz) { return 100.0 * std::log10(hertz / 20.0); };
+    const double lowX = x(120), highX = x(2800);
+    const struct {
+        const char* what;
+        double from;
+        std::vector<double> path;
+        double low, high;
+    } drags[] = {
+        {"low edge onto the high edge", lowX, {lowX + 40, highX + 10}, at(highX - 5), 2800},
+        {"high edge far right", highX + 1, {299, 420}, 120, 20000},
+        {"high edge far left", highX - 1, {100, -50}, 120, at(lowX + 5)},
+        {"create leftwards", 250, {200, 30}, at(30), at(250)},
+        {"create rightwards", 10, {40, 70}, at(10), at(70)},
+        {"press without a move", 250, {}, 120, 2800},
+        {"shift", 150, {170}, at(lowX + 20), at(highX + 20)},
+        {"shift against 20 kHz", 150, {250, 350}, at(lowX + 200), 20000},
+    };
+    for (const auto& d : drags) {
+        SCOPED_TRACE(d.what);
+        TeskEffectsSettings settings;
+        TeskVocalRemovalSettingsView view;
+        Recorder delegate;
+        view.setDelegate(&delegate);
+        view.resize(300, 100);
+        view.show();
+        view.bind("lowFrequency", &settings, "vocalReductionEffectSettings.lowFrequency");
+        view.bind("highFrequency", &settings, "vocalReductionEffectSettings.highFrequency");
+        send(view, QEvent::MouseButtonPress, {d.from, 50});
+        EXPECT_EQ(delegate.began, 1);
+        EXPECT_EQ(view.isDragging(), true);
+        for (double to : d.path)
+            send(view, QEvent::MouseMove, {to, 50});
+        send(view, QEvent::MouseButtonRelease, {d.path.empty() ? d.from : d.path.back(), 50});
+        EXPECT_EQ(delegate.ended, 1);
+        const TeskVocalReductionEffectSettings* band = settings.vocalReductionEffectSettings();
+        EXPECT_NEAR(band->lowFrequency(), d.low, d.low * 1e-6);
+        EXPECT_NEAR(band->highFrequency(), d.high, d.high * 1e-6);
+        EXPECT_EQ(view.lowFrequency(), band->lowFrequency());
+        EXPECT_EQ(view.highFrequency(), band->highFrequency());
+    }
+}
+
+TEST(TeskVocalRemovalSettingsView, CursorsTellTheDragAndPresetsGlide) {
+    TeskEffectsSettings settings;
+    TeskVocalRemovalSettingsView view;
+    view.resize(300, 100);
+    view.show();
+    view.bind("lowFrequency", &settings, "vocalReductionEffectSettings.lowFrequency");
+    view.bind("highFrequency", &settings, "vocalReductionEffectSettings.highFrequency");
+    const struct {
+        QPointF point;
+        Qt::CursorShape cursor;
+    } places[] = {{view.lowFrequencyRect().center(), Qt::SizeHorCursor},
+                  {view.highFrequencyHitRect().topLeft() + QPointF(0.5, 1), Qt::SizeHorCursor},
+                  {view.midFrequencyHitRect().center(), Qt::OpenHandCursor},
+                  {{290, 20}, Qt::CrossCursor}};
+    for (const auto& p : places) {
+        SCOPED_TRACE(int(p.cursor));
+        QMouseEvent hover(QEvent::MouseMove, p.point, view.mapToGlobal(p.point), Qt::NoButton,
+                          Qt::NoButton, Qt::NoModifier);
+        QCoreApplication::sendEvent(&view, &hover);
+        EXPECT_EQ(view.cursor().shape(), p.cursor);
+    }
+
+    settings.setVocalReductionEffectSettings(
+        TeskVocalReductionEffectSettings::femaleVocalPreset().get());
+    ASSERT_TRUE(view.bandAnimation().isAnimating());
+    view.bandAnimation().advanceTo(0.1);
+    EXPECT_EQ(view.lowFrequency(), double(float(120 + (350 - 120) * 0.75)));
+    EXPECT_EQ(view.highFrequency(), double(float(2800 + (3500 - 2800) * 0.75)));
+    view.bandAnimation().advanceTo(0.3);
+    EXPECT_EQ(view.lowFrequency(), 350.0);
+    EXPECT_EQ(view.highFrequency(), 3500.0);
+}
+
+TEST(TeskPanSlider, EndsDetentAndWheelWriteBackAndSendTheAction) {
+    TeskEffectsSettings settings;
+    TeskPanSlider slider;
+    slider.resize(200, slider.sizeHint().height());
+    slider.show();
+    ASSERT_TRUE(slider.bind("value", &settings, "panAmount"));
+    QSignalSpy actions(&slider, &TeskPanSlider::actionTriggered);
+
+    QTest::mouseClick(slider.leftButton(), Qt::LeftButton);
+    EXPECT_EQ(settings.panAmount(), 0.0);
+    EXPECT_EQ(actions.count(), 1);
+    QTest::mouseClick(slider.rightButton(), Qt::LeftButton);
+    EXPECT_EQ(settings.panAmount(), 1.0);
+    EXPECT_EQ(actions.count(), 2);
+
+    // The knob dragged to 0.04 from the centre lands on it; 0.1 from it does not.
+    const QRectF track = slider.trackRect();
+    const double y = slider.height() / 2.0;
+    drag(slider, slider.knobRect().center(), {{track.left() + track.width() * 0.46, y}});
+    EXPECT_EQ(settings.panAmount(), 0.5);
+    EXPECT_TRUE(actions.count() >= 3);
+    drag(slider, slider.knobRect().center(), {{track.left() + track.width() * 0.6, y}});
+    EXPECT_NEAR(settings.panAmount(), 0.6, 1e-9);
+    EXPECT_FALSE(slider.isPressed());
+
+    // One notch of the wheel: one pixel's worth of value.
+    const double before = settings.panAmount();
+    const int sent = actions.count();
+    QWheelEvent wheel(QPointF(100, y), slider.mapToGlobal(QPointF(100, y)), QPoint(),
+                      QPoint(0, 120), Qt::NoButton, Qt::NoModifier, Qt::NoScrollPhase, false);
+    QCoreApplication::sendEvent(&slider, &wheel);
+    EXPECT_NEAR(settings.panAmount(), before + 1.0 / slider.width(), 1e-6);
+    EXPECT_EQ(actions.count(), sent + 1);
+}
+
+TEST(TeskPanningSpectrumEffectView, EachSideIsDrawnAtTheHeightThePanLeavesIt) {
+    // A flat spectrum at 25 dB: 20 points from the top of a view 105 high; the floor is -60.
+    const struct {
+        double pan, leftLevel, rightLevel; // NAN: flat on the floor, out of sight
+    } cases[] = {{0.75, -17.5, 25}, {0.0, 25, NAN}, {0.5, 25, 25}};
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.pan);
+        TeskEffectsSettings settings;
+        settings.setPanAmount(c.pan);
+        TeskPanningSpectrumEffectView view;
+        view.resize(300, 105);
+        view.bind("panFraction", &settings, "panAmount");
+        const QImage background = grabImage(view);
+        feedFlatSpectrum(view, 25.0f);
+        EXPECT_EQ(grabImage(view), background) << "switched off: background and border only";
+        view.setEffectEnabled(true);
+        const QImage picture = grabImage(view);
+        const double x = view.frequencyMapping().pointForValue(1414.0);
+        const double leftY = view.magnitudeMapping().pointForValue(c.leftLevel);
+        if (c.leftLevel == c.rightLevel) {
+            EXPECT_GT(lift(picture, background, x, leftY), 8);
+            continue;
+        }
+        EXPECT_LT(blueOverGreen(picture, background, x, leftY), 1.7) << "the left colour";
+        if (std::isnan(c.rightLevel)) {
+            for (double y = 4; y < 101; y += 1) {
+                if (std::fabs(y - leftY) > 2) {
+                    ASSERT_LE(lift(picture, background, x, y), 2) << "nothing else at " << y;
+                }
+            }
+        } else {
+            const double rightY = view.magnitudeMapping().pointForValue(c.rightLevel);
+            EXPECT_GT(blueOverGreen(picture, background, x, rightY), 1.7) << "the right colour";
+        }
+    }
+}
+
+TEST(EffectsAccessibility, HandlesHaveNamesAndValuesAndCanBeSet) {
+    installEffectsAccessibility();
+    TeskEffectsSettings settings;
+    QWidget window;
+    auto* eq = new TeskEQSettingsView(&window);
+    auto* vocal = new TeskVocalRemovalSettingsView(&window);
+    auto* pan = new TeskPanSlider(&window);
+    eq->setGeometry(0, 0, 408, 140);
+    vocal->setGeometry(0, 140, 300, 100);
+    pan->setGeometry(0, 240, 200, 20);
+    window.show();
+    QList<double> bands(10, 0.0);
+    bands[2] = 3.0;
+    settings.equalizerSettings()->setBands(bands);
+    eq->bind("bands", &settings, "equalizerSettings.bands");
+    vocal->bind("lowFrequency", &settings, "vocalReductionEffectSettings.lowFrequency");
+    vocal->bind("highFrequency", &settings, "vocalReductionEffectSettings.highFrequency");
+    pan->bind("value", &settings, "panAmount");
+
+    QAccessibleInterface* equalizer = QAccessible::queryAccessibleInterface(eq);
+    ASSERT_NE(equalizer, nullptr);
+    ASSERT_EQ(equalizer->childCount(), 10);
+    QAccessibleInterface* band = equalizer->child(2);
+    EXPECT_EQ(band->text(QAccessible::Name), "125 Hz");
+    EXPECT_EQ(band->text(QAccessible::Value), "+3 dB");
+    EXPECT_EQ(equalizer->child(9)->text(QAccessible::Name), "16 kHz");
+    band->valueInterface()->setCurrentValue(-4.5);
+    EXPECT_EQ(settings.equalizerSettings()->bands()[2], -4.5);
+    EXPECT_EQ(band->text(QAccessible::Value), "-4.5 dB");
+
+    QAccessibleInterface* edges = QAccessible::queryAccessibleInterface(vocal);
+    ASSERT_EQ(edges->childCount(), 2);
+    EXPECT_EQ(edges->child(0)->text(QAccessible::Name), "Vocal band low edge");
+    EXPECT_EQ(edges->child(0)->text(QAccessible::Value), "120 Hz");
+    EXPECT_EQ(edges->child(1)->text(QAccessible::Value), "2800 Hz");
+    edges->child(0)->valueInterface()->setCurrentValue(200.0);
+    EXPECT_NEAR(settings.vocalReductionEffectSettings()->lowFrequency(), 200.0, 1e-3);
+
+    QAccessibleInterface* panSlider = QAccessible::queryAccessibleInterface(pan);
+    EXPECT_EQ(panSlider->text(QAccessible::Name), "Pan");
+    EXPECT_EQ(panSlider->text(QAccessible::Value), "Centre");
+    panSlider->valueInterface()->setCurrentValue(0.25);
+    EXPECT_EQ(settings.panAmount(), 0.25);
+    EXPECT_EQ(panSlider->text(QAccessible::Value), "50% left");
+}
