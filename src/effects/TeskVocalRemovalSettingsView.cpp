@@ -118,7 +118,8 @@ void TeskVocalRemovalSettingsView::mousePressEvent(QMouseEvent* event) {
     mDrag = dragForPoint(event->position());
     mDragging = mDrag != Drag::None;
     mPressX = event->position().x();
-    const SLogarithmicMapping& mapping = geometry().frequencyMapping();
+    const VocalBandGeometry band = geometry(); // kept: the mapping lives in it
+    const SLogarithmicMapping& mapping = band.frequencyMapping();
     mLowStartPoint = mapping.pointForValue(mLowFrequency);
     mHighStartPoint = mapping.pointForValue(mHighFrequency);
     if (mDrag == Drag::Shift)
