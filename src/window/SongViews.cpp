@@ -109,9 +109,16 @@ void SongViews::bind(WaveformViewDelegate* delegate) {
 }
 
 void SongViews::unbind() {
-    for (SBindingView* view :
-         {static_cast<SBindingView*>(mScroller), static_cast<SBindingView*>(mWaveformView)}) {
-        for (const QString& binding : view->exposedBindings())
+    // Every bound view, wherever it sits (the hidden one of speed and pitch included), lets go
+    // of the document: the views may outlive it by a turn of the event loop.
+    QList<SBindingView*> views;
+    for (QWidget* root : {mTransportPanel, mWaveformArea, static_cast<QWidget*>(mEffectsPanel)}) {
+        if (auto* view = qobject_cast<SBindingView*>(root))
+            views.append(view);
+        views.append(root->findChildren<SBindingView*>());
+    }
+    for (SBindingView* view : views) {
+        for (const QString& binding : view->bindingsManager().boundBindings())
             view->unbind(binding);
     }
     mWaveformView->setDelegate(nullptr);

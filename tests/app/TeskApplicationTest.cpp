@@ -1,14 +1,21 @@
 #include "app/SingleInstance.h"
 #include "app/TeskAppController.h"
 
+#include "support/AudioFiles.h"
+#include "support/Signals.h"
+
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QLocalSocket>
+#include <QLockFile>
 #include <QProcess>
+#include <QProcessEnvironment>
 #include <QSettings>
 #include <QSignalSpy>
 #include <QSysInfo>
 #include <QTemporaryDir>
+#include <QTest>
 #include <gtest/gtest.h>
 
 using namespace tesk;
@@ -68,4 +75,80 @@ TEST(SingleInstance, TheLockAndSocketOfATeskThatDiedAreTakenOver) {
     QLocalSocket client;
     client.connectToServer(key);
     EXPECT_TRUE(client.waitForConnected(2000)); // it listens where the dead one did
+}
+
+namespace {
+/// A session of its own for Tesks started by a test: runtime folder, settings, session id.
+struct PrivateSession {
+    PrivateSession() {
+        environment.insert("XDG_RUNTIME_DIR", runtime.path());
+        environment.insert("XDG_CONFIG_HOME", config.path());
+        environment.insert("XDG_SESSION_ID", sessionId);
+        // The key the Tesks of this session compute, computed here with the same variables.
+        const QByteArray before = qgetenv("XDG_SESSION_ID");
+        qputenv("XDG_SESSION_ID", sessionId.toUtf8());
+        key = SingleInstance::defaultKey();
+        qputenv("XDG_SESSION_ID", before);
+    }
+    void start(QProcess& tesk, const QStringList& arguments) const {
+        tesk.setProcessEnvironment(environment);
+        tesk.start(QStringLiteral(TESK_PATH), arguments);
+    }
+    QStringList recentDocuments() const {
+        return QSettings(config.filePath("Tesk/Tesk.conf"), QSettings::IniFormat)
+            .value("TeskRecentDocuments")
+            .toStringList();
+    }
+
+    QTemporaryDir runtime;
+    QTemporaryDir config;
+    QString sessionId = QStringLiteral("two-tesks-%1").arg(QCoreApplication::applicationPid());
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    QString key;
+};
+} // namespace
+
+TEST(SingleInstance, ASecondTeskHandsItsSongToTheFirstWhichOpensIt) {
+    PrivateSession session;
+    QTemporaryDir songs;
+    const QString song = songs.filePath("scale.wav");
+    const auto frames = std::size_t(44100);
+    ASSERT_TRUE(test::writeWav(
+        song, {test::sine(440.0, 0.4, frames, 44100), test::sine(660.0, 0.4, frames, 44100)},
+        44100));
+
+    QProcess first;
+    session.start(first, {});
+    SingleInstance probe(session.key);
+    ASSERT_TRUE(QTest::qWaitFor([&] { return probe.handOver({}, 2000); }, 15000))
+        << "the first Tesk never answered";
+    EXPECT_TRUE(session.recentDocuments().isEmpty());
+
+    QProcess second;
+    session.start(second, {song});
+    ASSERT_TRUE(second.waitForFinished(15000));
+    EXPECT_EQ(second.exitCode(), 0);
+    EXPECT_EQ(first.state(), QProcess::Running);
+    // The first Tesk opened the song: it is now its most recent document.
+    EXPECT_TRUE(QTest::qWaitFor(
+        [&] {
+            const QStringList recent = session.recentDocuments();
+            return !recent.isEmpty() && recent.first() == QFileInfo(song).canonicalFilePath();
+        },
+        15000));
+    first.kill();
+    first.waitForFinished(5000);
+}
+
+TEST(SingleInstance, ATeskThatCannotHandItsFilesOverExitsWithOne) {
+    PrivateSession session;
+    // A running Tesk (this test, alive) holds the lock but answers nobody.
+    QLockFile lock(session.runtime.filePath(session.key + ".lock"));
+    ASSERT_TRUE(lock.tryLock(0));
+    QProcess tesk;
+    session.start(tesk, {"song.mp3"});
+    ASSERT_TRUE(tesk.waitForFinished(30000));
+    EXPECT_EQ(tesk.exitStatus(), QProcess::NormalExit);
+    EXPECT_EQ(tesk.exitCode(), 1);
+    EXPECT_FALSE(tesk.readAllStandardError().isEmpty());
 }

@@ -1,4 +1,5 @@
 #include "document/TeskDocumentController.h"
+#include "observation/KeyValueObserving.h"
 #include "window/TeskDocumentWindowController.h"
 #include "window/TeskDropView.h"
 #include "window/TeskWindowLayer.h"
@@ -30,7 +31,9 @@ public:
             locateStartedIn = folder;
             return locateAnswer;
         };
-        services.askSaveChanges = [](QWidget*, const QString&) { return int(QMessageBox::Save); };
+        services.askSaveChanges = [](QWidget*, const QString&) {
+            return int(QMessageBox::Discard);
+        };
         layer = std::make_unique<TeskWindowLayer>(services);
         documents = std::make_unique<TeskDocumentController>(layer.get());
         layer->services().documents = documents.get();
@@ -214,4 +217,23 @@ TEST(Opening, ASongThatCannotBeDecodedIsToldOnTheWindowAsAWindowModalMessage) {
     EXPECT_EQ(message->text(), "Bad Audio File");
     EXPECT_FALSE(message->informativeText().isEmpty());
     EXPECT_EQ(message->windowModality(), Qt::WindowModal);
+}
+
+TEST(Opening, ClosingASongsWindowLeavesNothingOfItObservingTheDocument) {
+    QTemporaryDir dir;
+    const QString song = writeSong(dir.filePath("study.wav"));
+    // What a document observes of itself, without any window.
+    TeskDocument alone;
+    TeskError error;
+    ASSERT_TRUE(alone.readFromURL(QUrl::fromLocalFile(song), "audio/x-wav", &error));
+    const int ownObservations = observationCount(&alone);
+
+    Opening app;
+    TeskDocument* document =
+        app.documents->openDocumentWithContentsOfURL(QUrl::fromLocalFile(song), true, &error);
+    ASSERT_NE(document, nullptr);
+    TeskDocumentWindowController* window = app.window(document);
+    EXPECT_GT(observationCount(document), ownObservations);
+    EXPECT_TRUE(window->close());
+    EXPECT_EQ(observationCount(document), ownObservations);
 }
