@@ -8,6 +8,7 @@
 #include "audio/TeskEqualizerSettings.h"
 #include "audio/TeskExtendedAudioFile.h"
 #include "audio/TeskVocalReductionEffectSettings.h"
+#include "audio/dsp/VectorUnit.h"
 #include "diagnostics/NSXReturnThrowError.h"
 
 #include <QDir>
@@ -180,6 +181,7 @@ std::optional<RenderCommand::WorkResult> RenderCommand::waitForWholeSong() {
 void RenderCommand::runInBackground(std::function<WorkResult()> work,
                                     void (RenderCommand::*done)(const WorkResult&)) {
     mWorker = std::thread([this, work = std::move(work), done] {
+        clearVectorUpperState();
         const WorkResult result = work();
         QMetaObject::invokeMethod(
             this,

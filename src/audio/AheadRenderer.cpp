@@ -1,5 +1,6 @@
 #include "audio/AheadRenderer.h"
 
+#include "audio/dsp/VectorUnit.h"
 #include "diagnostics/RealtimeThread.h"
 
 #include <algorithm>
@@ -81,6 +82,7 @@ std::uint64_t AheadRenderer::queuedBlocks() const {
 }
 
 void AheadRenderer::run() {
+    clearVectorUpperState();
     raiseThreadPriority();
     markRealtimeThread(RealtimeRole::Rendering);
     std::uint64_t generation = 0;

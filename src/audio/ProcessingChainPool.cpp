@@ -1,5 +1,7 @@
 #include "audio/ProcessingChainPool.h"
 
+#include "audio/dsp/VectorUnit.h"
+
 #include <future>
 #include <map>
 
@@ -18,6 +20,7 @@ void ProcessingChainPool::prepare(TimePitchQuality quality) {
     if (spare.valid())
         return;
     spare = std::async(std::launch::async, [quality] {
+        clearVectorUpperState();
         return std::make_unique<ProcessingChain>(kSampleRate, quality);
     });
 }

@@ -1,5 +1,7 @@
 #include "audio/TeskAudioFileReader.h"
 
+#include "audio/dsp/VectorUnit.h"
+
 #include <algorithm>
 #include <chrono>
 
@@ -137,6 +139,7 @@ void TeskAudioFileReader::replan(std::int64_t position) {
 }
 
 void TeskAudioFileReader::run() {
+    clearVectorUpperState();
     Plan plan;
     bool idle = true; // nothing to read until the first plan arrives
     bool awaitingDecoder = false;

@@ -2,6 +2,7 @@
 
 #include "audio/FfmpegLogging.h"
 
+#include "audio/dsp/VectorUnit.h"
 #include "diagnostics/TeskAssert.h"
 
 extern "C" {
@@ -372,6 +373,7 @@ void TeskAudioFileWriter::end() {
 }
 
 void TeskAudioFileWriter::run() {
+    clearVectorUpperState();
     std::unique_lock lock(mMutex);
     for (;;) {
         mSliceFilled.wait(lock, [this] { return mFilledCount > 0 || mFinishing || mCancelled; });

@@ -5,6 +5,7 @@
 #include "audio/SongCache.h"
 #include "audio/SongDecoder.h"
 #include "audio/SongFileError.h"
+#include "audio/dsp/VectorUnit.h"
 
 #include <algorithm>
 #include <pthread.h>
@@ -47,6 +48,7 @@ TeskExtendedAudioFile::~TeskExtendedAudioFile() {
 
 void TeskExtendedAudioFile::decode(std::unique_ptr<SongDecoder> decoder) {
     pthread_setname_np(pthread_self(), "tesk-decoder");
+    clearVectorUpperState();
     SongDecodingOutcome outcome = decoder->decodeInto(*mCache, mStopRequested);
     // FFmpeg's contexts (a long MP4's packet index among them) go as soon as they are done
     // with, not when the song is closed.

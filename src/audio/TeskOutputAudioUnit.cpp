@@ -3,6 +3,7 @@
 
 #include "audio/ProcessingChainPool.h"
 #include "audio/TeskAudioFileWriter.h"
+#include "audio/dsp/VectorUnit.h"
 #include "diagnostics/NSXReturnThrowError.h"
 
 #include <QFileInfo>
@@ -356,6 +357,7 @@ TeskOutputAudioUnit::writeSamplesInTwoParts(const DecodedFrames& frames, qint64 
     std::atomic<bool> secondFailed{false};
     std::atomic<bool> abandon{false};
     std::thread secondThread([&, chain = second.get()] {
+        clearVectorUpperState();
         std::vector<float> left(kExportSliceFrames), right(kExportSliceFrames);
         std::vector<float> interleaved(2 * kExportSliceFrames);
         std::int64_t output = secondOffset;

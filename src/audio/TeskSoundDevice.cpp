@@ -1,5 +1,7 @@
 #include "audio/TeskSoundDevice.h"
 
+#include "audio/dsp/VectorUnit.h"
+
 #include <QCoreApplication>
 #include <SDL.h>
 #include <algorithm>
@@ -98,6 +100,8 @@ public:
 
 private:
     static void callback(void* userdata, Uint8* stream, int length) {
+        // SDL starts its thread from ours; see clearVectorUpperState.
+        clearVectorUpperState();
         auto* device = static_cast<SdlSoundDevice*>(userdata);
         const auto frames = static_cast<std::uint32_t>(length) / (2 * sizeof(float));
         renderInterleaved(device->mRenderer, device->mLeft.data(), device->mRight.data(),
@@ -146,6 +150,7 @@ public:
 
 private:
     void run() {
+        clearVectorUpperState();
         using Clock = std::chrono::steady_clock;
         const auto period = std::chrono::duration_cast<Clock::duration>(
             std::chrono::duration<double>(double(mBufferFrames) / kSampleRate));

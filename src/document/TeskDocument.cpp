@@ -2,6 +2,7 @@
 
 #include "audio/ProcessingChainPool.h"
 #include "audio/TeskExtendedAudioFile.h"
+#include "audio/dsp/VectorUnit.h"
 #include "diagnostics/NSXReturnThrowError.h"
 #include "document/SongTypes.h"
 #include "document/TeskDocumentFile.h"
@@ -476,6 +477,7 @@ bool TeskDocument::performLoopExportToFile(const QVariantMap& options) {
         stopFilePlaying();
     player->setDelegate(this);
     mExportThread = std::thread([this, player, range, path] {
+        clearVectorUpperState();
         std::optional<TeskError> failure;
         try {
             player->writeSamplesInRange(range, path);

@@ -1,6 +1,7 @@
 #include "waveform/Waveform.h"
 
 #include "audio/TeskExtendedAudioFile.h"
+#include "audio/dsp/VectorUnit.h"
 
 #include <QMetaObject>
 #include <algorithm>
@@ -81,6 +82,7 @@ qint64 Waveform::availableFrameCount() const {
 void Waveform::scanFile(std::shared_ptr<const DecodedFrames> frames, const QString& pathToOpen,
                         std::uint32_t samplesPerBin) {
     pthread_setname_np(pthread_self(), "tesk-waveform");
+    clearVectorUpperState();
     if (!frames && !pathToOpen.isEmpty())
         frames = TeskExtendedAudioFile::openForPlayback(pathToOpen, nullptr);
 
