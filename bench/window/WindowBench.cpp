@@ -114,6 +114,47 @@ void BM_TeskFirstWindow(benchmark::State& state) {
 }
 BENCHMARK(BM_TeskFirstWindow)->UseManualTime()->Iterations(10)->Unit(benchmark::kMillisecond);
 
+// --- Opening a song ------------------------------------------------------------------------
+
+/// The floor for opening a song: ffmpeg decoding the same 4-minute MP3 to the engine's format and
+/// throwing it away, process start included.
+void BM_FfmpegDecode(benchmark::State& state) {
+    application();
+    const QString song = bench::generatedSongFile(240);
+    for (auto _ : state) {
+        QProcess ffmpeg;
+        const auto started = Clock::now();
+        ffmpeg.start(QStringLiteral("ffmpeg"), {"-nostdin", "-y", "-v", "error", "-i", song, "-f",
+                                                "f32le", "-ar", "44100", "-ac", "2", "/dev/null"});
+        if (!ffmpeg.waitForFinished(60000) || ffmpeg.exitCode() != 0) {
+            state.SkipWithError("ffmpeg failed");
+            return;
+        }
+        state.SetIterationTime(std::chrono::duration<double>(Clock::now() - started).count());
+    }
+}
+BENCHMARK(BM_FfmpegDecode)->UseManualTime()->Iterations(5)->Unit(benchmark::kMillisecond);
+
+/// From starting Tesk with the song on its command line to its window having painted the
+/// song's complete waveform.
+void BM_OpenToWaveformDrawn(benchmark::State& state) {
+    application();
+    privateSession();
+    const QString song = bench::generatedSongFile(240);
+    for (auto _ : state) {
+        QProcess probe;
+        const auto started = Clock::now();
+        probe.start(QStringLiteral(TESK_WINDOW_PROBE),
+                    {song, QStringLiteral("60"), QStringLiteral("--until-drawn")});
+        if (!probe.waitForFinished(70000) || probe.exitCode() != 0) {
+            state.SkipWithError("the window probe did not draw the waveform");
+            return;
+        }
+        state.SetIterationTime(std::chrono::duration<double>(Clock::now() - started).count());
+    }
+}
+BENCHMARK(BM_OpenToWaveformDrawn)->UseManualTime()->Iterations(5)->Unit(benchmark::kMillisecond);
+
 // --- Playing with the window ----------------------------------------------------------------
 
 constexpr int kCpuSeconds = 20;
@@ -213,6 +254,9 @@ const bool declared = [] {
     bench::declareRatioTarget("window_start_vs_render_help",
                               "BM_TeskFirstWindow/iterations:10/manual_time",
                               "BM_TeskRenderHelp/iterations:10", 3.0);
+    bench::declareRatioTarget("window_open_to_waveform_drawn_vs_ffmpeg_decode",
+                              "BM_OpenToWaveformDrawn/iterations:5/manual_time",
+                              "BM_FfmpegDecode/iterations:5/manual_time", 1.2);
     bench::declareRatioTarget("window_playback_cpu_vs_headless",
                               "BM_WindowPlaybackCpu/iterations:1/manual_time",
                               "BM_HeadlessPlaybackCpu/iterations:1/manual_time", 1.4);

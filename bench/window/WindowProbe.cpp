@@ -11,6 +11,8 @@
 #include "audio/TeskExtendedAudioFilePlayer.h"
 #include "audio/TeskOutputAudioUnit.h"
 #include "document/TeskDocumentController.h"
+#include "waveform/Waveform.h"
+#include "waveform/WaveformView.h"
 #include "window/TeskWindowLayer.h"
 
 #include <QElapsedTimer>
@@ -44,6 +46,52 @@ double cpuSeconds() {
     return seconds(usage.ru_utime) + seconds(usage.ru_stime);
 }
 
+/// Prints the moment `view` paints a song's complete waveform, and ends the process then.
+class DrawnWatch : public QObject {
+public:
+    DrawnWatch(tesk::WaveformView* view, const QElapsedTimer& clock)
+        : mView(view)
+        , mClock(clock) {
+        view->installEventFilter(this);
+        // The last block may have been painted before the scan reported its end; a complete
+        // waveform that nothing paints any more is painted once more, as any later change would.
+        connect(&mPoll, &QTimer::timeout, this, [this] {
+            if (complete() && !mRepainted) {
+                mRepainted = true;
+                mView->update();
+            }
+        });
+        mPoll.start(1);
+    }
+
+protected:
+    bool eventFilter(QObject* object, QEvent* event) override {
+        if (object == mView && event->type() == QEvent::Paint && complete()) {
+            mView->removeEventFilter(this);
+            // Reported once this paint is done.
+            QTimer::singleShot(0, [this] {
+                std::printf("drawn_seconds %.3f\n", mClock.elapsed() / 1000.0);
+                std::printf("waveform_frames %lld\n",
+                            (long long)mView->waveform()->availableFrameCount());
+                std::fflush(stdout);
+                std::_Exit(0);
+            });
+        }
+        return false;
+    }
+
+private:
+    bool complete() const {
+        const tesk::Waveform* waveform = mView->waveform();
+        return waveform && !waveform->isScanning() && waveform->availableFrameCount() > 0;
+    }
+
+    tesk::WaveformView* mView;
+    const QElapsedTimer& mClock;
+    QTimer mPoll;
+    bool mRepainted = false;
+};
+
 } // namespace
 
 int main(int argc, char** argv) {
@@ -54,6 +102,7 @@ int main(int argc, char** argv) {
     const QString song = QString::fromLocal8Bit(argv[1]);
     const int seconds = std::atoi(argv[2]);
     const bool resize = argc > 3 && std::strcmp(argv[3], "--resize") == 0;
+    const bool untilDrawn = argc > 3 && std::strcmp(argv[3], "--until-drawn") == 0;
 
     QElapsedTimer wall;
     wall.start();
@@ -69,6 +118,19 @@ int main(int argc, char** argv) {
     }
     tesk::TeskDocument* document = documents.first();
     QWidget* window = controller.windowLayer()->windowFor(document);
+    if (untilDrawn) {
+        auto* view = window ? window->findChild<tesk::WaveformView*>() : nullptr;
+        if (!view) {
+            std::fprintf(stderr, "tesk_window_probe: the window has no waveform view\n");
+            return 1;
+        }
+        DrawnWatch watch(view, wall);
+        QTimer::singleShot(seconds * 1000, [] {
+            std::fprintf(stderr, "tesk_window_probe: the waveform was not drawn in time\n");
+            std::_Exit(1);
+        });
+        return application.exec();
+    }
     document->setPlaybackSpeed(0.5);
     document->setPitchAdjustment(3.0);
     tesk::TeskEffectsSettings* effects = document->effectsSettings();

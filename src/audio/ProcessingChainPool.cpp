@@ -4,9 +4,15 @@
 
 #include <future>
 #include <map>
+#include <sys/resource.h>
+#include <unistd.h>
 
 namespace tesk {
 namespace {
+
+/// Below the threads that decode, scan and draw (a niceness of 0), yet well above idle, so a
+/// busy machine still builds the spare before the user presses Play.
+constexpr int kSpareBuildingNiceness = 10;
 
 std::map<TimePitchQuality, std::future<std::unique_ptr<ProcessingChain>>>& spares() {
     static std::map<TimePitchQuality, std::future<std::unique_ptr<ProcessingChain>>> all;
@@ -21,6 +27,8 @@ void ProcessingChainPool::prepare(TimePitchQuality quality) {
         return;
     spare = std::async(std::launch::async, [quality] {
         clearVectorUpperState();
+        // A spare is built while a song opens: decoding it and drawing its window come first.
+        setpriority(PRIO_PROCESS, static_cast<id_t>(gettid()), kSpareBuildingNiceness);
         return std::make_unique<ProcessingChain>(kSampleRate, quality);
     });
 }
