@@ -1,5 +1,6 @@
 #include "audio/AheadRenderer.h"
 
+#include "audio/EngineConstants.h"
 #include "audio/dsp/VectorUnit.h"
 #include "diagnostics/RealtimeThread.h"
 
@@ -18,6 +19,13 @@ using Clock = std::chrono::steady_clock;
 constexpr auto kSourceWait = std::chrono::milliseconds(100);
 /// How much is rendered before the device starts pulling.
 constexpr std::uint32_t kPrefillBlocks = 4;
+/// How long the rendering thread rests when the ring is full: half the time the device takes to
+/// play one block, so the ring stays within a block of full while the thread wakes a few hundred
+/// times a second rather than thousands (a laptop playing for hours feels the difference).
+constexpr auto kFullRingPause = std::chrono::microseconds(
+    std::int64_t(1e6 * AheadRenderer::kBlockFrames / engine::kSampleRateHz / 2));
+/// How long it rests while the source is not ready: short, since the user waits to hear.
+constexpr auto kSourcePause = std::chrono::microseconds(500);
 
 void raiseThreadPriority() {
     // A real-time priority where the system grants one; an ordinary thread otherwise.
@@ -95,9 +103,12 @@ void AheadRenderer::run() {
             generation = wanted;
             waitForSourceUntil = Clock::now() + kSourceWait;
         }
-        if (queuedBlocks() >= kBlockCount ||
-            (!mChain.sourceReady() && Clock::now() < waitForSourceUntil)) {
-            std::this_thread::sleep_for(std::chrono::microseconds(500));
+        if (queuedBlocks() >= kBlockCount) {
+            std::this_thread::sleep_for(kFullRingPause);
+            continue;
+        }
+        if (!mChain.sourceReady() && Clock::now() < waitForSourceUntil) {
+            std::this_thread::sleep_for(kSourcePause);
             continue;
         }
         waitForSourceUntil = {};
