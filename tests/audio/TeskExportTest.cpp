@@ -157,8 +157,8 @@ TEST(TeskExport, StartsOnTheRangesFirstFrameWithoutTheStretchersDelay) {
 }
 
 TEST(TeskExport, ProgressRisesOnTheMainThreadAndCancelStopsAfterTheSlice) {
-    // 10 s goes through the reader on one chain; 30 s renders its halves on two at once.
-    for (const int seconds : {10, 30}) {
+    // 10 s goes through the reader on one chain; 20 s renders its halves on two at once.
+    for (const int seconds : {10, 20}) {
         SCOPED_TRACE(seconds);
         QTemporaryDir folder;
         const std::uint32_t frames = 44100u * std::uint32_t(seconds);
@@ -196,7 +196,8 @@ TEST(TeskExport, TwoHalvesRenderedAtOnceJoinWithoutASeam) {
     for (const float speed : {1.0f, 0.75f}) {
         SCOPED_TRACE(speed);
         QTemporaryDir folder;
-        const std::uint32_t frames = 44100 * 30;
+        // The shortest range that renders in two halves.
+        const std::uint32_t frames = 44100 * 20;
         TeskExtendedAudioFilePlayer player(MemorySong::sine(frames, 330.0, 0.5), true);
         player.setPlaybackSpeed(speed);
         player.setPlaybackPitchInSemitones(-2.0);
