@@ -247,8 +247,6 @@ TEST(TeskRender, ExportsAifAndM4aOfTheSongsLengthOverTheSpeedWithItsTags) {
     using std::filesystem::perms;
     EXPECT_EQ(std::filesystem::status(folder.filePath("out.aif").toStdString()).permissions(),
               perms::owner_read | perms::owner_write | perms::group_read);
-    EXPECT_EQ(probeAudioStream(folder.filePath("out.aif"), "codec_name"), "pcm_s16be");
-    EXPECT_EQ(probeAudioStream(folder.filePath("out.m4a"), "codec_name"), "aac");
     EXPECT_EQ(filesIn(folder.path()),
               (QStringList{"in.flac", "in.flac.source.wav", "out.aif", "out.m4a", "slow.aif"}));
 }
