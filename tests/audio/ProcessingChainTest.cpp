@@ -131,7 +131,7 @@ TEST(ProcessingChain, PlaysAtTheExtremesOfSpeedAndPitch) {
             chain.setSource(&source);
             chain.setRate(rate);
             chain.setPitchCents(cents);
-            const Rendered out = render(chain, 44100);
+            const Rendered out = render(chain, 22050);
             bool finite = true;
             float peak = 0.0f;
             for (float sample : out.left) {
@@ -140,7 +140,7 @@ TEST(ProcessingChain, PlaysAtTheExtremesOfSpeedAndPitch) {
             }
             EXPECT_TRUE(finite);
             EXPECT_LT(peak, 2.0f);
-            EXPECT_GT(test::rms(std::span(out.left).subspan(22050)), 0.02);
+            EXPECT_GT(test::rms(std::span(out.left).subspan(11025)), 0.02);
         }
     }
 }
