@@ -64,6 +64,9 @@ public:
     /// Times the device found the ring empty while playing (not counting the moment after a
     /// seek). Any thread.
     std::uint64_t underrunCount() const { return mUnderruns.load(std::memory_order_relaxed); }
+    /// Blocks rendered and not yet handed to the device: how far ahead the rendering thread
+    /// is. Any thread.
+    std::uint64_t queuedBlocks() const;
 
     /// The device's pull. Device callback: copies only; never allocates, locks, waits, logs or
     /// throws.
@@ -78,7 +81,6 @@ private:
     };
 
     void run();
-    std::uint64_t queuedBlocks() const;
 
     ProcessingChain& mChain;
     TeskSoundDevice* mDevice = nullptr;

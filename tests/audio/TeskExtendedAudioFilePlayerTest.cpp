@@ -33,15 +33,19 @@ struct ManualPlayer {
         player.outputAudioUnit()->setSoundDeviceFactory([this](AudioRenderer& renderer) {
             auto made = std::make_unique<ManualSoundDevice>(renderer);
             device = made.get();
+            ahead = dynamic_cast<AheadRenderer*>(&renderer);
             return made;
         });
     }
 
-    /// Pulls device periods at twice the pace of a real device, which leaves the rendering
-    /// thread time to stay ahead even on a loaded machine.
+    /// Pulls device periods as soon as the rendering thread has one ready: as fast as the
+    /// machine renders, and never into an empty ring, however loaded the machine is.
     void play(int periods) {
+        constexpr std::uint64_t kBlocksPerPeriod =
+            TeskSoundDevice::kDefaultBufferFrames / AheadRenderer::kBlockFrames;
         for (int i = 0; i < periods; ++i) {
-            std::this_thread::sleep_for(std::chrono::microseconds(5800));
+            for (int wait = 0; wait < 20000 && ahead->queuedBlocks() < kBlocksPerPeriod; ++wait)
+                std::this_thread::sleep_for(std::chrono::microseconds(100));
             device->pull();
             positions.push_back(player.currentFrame());
             reports.push_back(player.heardPosition());
@@ -50,6 +54,7 @@ struct ManualPlayer {
 
     TeskExtendedAudioFilePlayer player;
     ManualSoundDevice* device = nullptr;
+    AheadRenderer* ahead = nullptr;
     std::vector<qint64> positions;                                    // after each period
     std::vector<std::optional<AheadRenderer::HeardPosition>> reports; // after each period
 };
