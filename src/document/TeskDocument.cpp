@@ -12,7 +12,9 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QSettings>
+#include <QTimer>
 #include <QUndoCommand>
+#include <chrono>
 #include <functional>
 #include <map>
 
@@ -44,6 +46,9 @@ const EffectsObservation kEffectsObservations[] = {
 
 const QString ZORBTeskErrorDomain = QStringLiteral("ZORBTeskErrorDomain");
 // File errors carry the usual file-error numbers, so the window can tell them apart.
+/// How long after a song opens the spare chain for the next one is built.
+constexpr std::chrono::milliseconds kSpareChainDelay{3000};
+
 constexpr qint64 kFileReadUnknownError = 256;
 constexpr qint64 kFileNoSuchFileError = 4;
 constexpr qint64 kFileReadNoSuchFileError = 260;
@@ -345,8 +350,10 @@ void TeskDocument::setAudioFileAlias(std::optional<TeskFileReference> alias) {
             // A song located again later must sound with the effects already set.
             for (const void* context : {kVocalReductionContext, kPanningContext, kEqualizerContext})
                 observeValueForKeyPath({}, mEffectsSettings.get(), context);
-            // The next song opened should not wait for its chain either.
-            ProcessingChainPool::prepare();
+            // The next song opened should not wait for its chain either; but building one
+            // takes the processor as long as decoding a minute of song, so it waits until this
+            // song has opened and been drawn.
+            QTimer::singleShot(kSpareChainDelay, this, [] { ProcessingChainPool::prepare(); });
         } else {
             mSongError = openError;
         }
