@@ -44,33 +44,27 @@ bool writeTone(const QString& path) {
                           44100);
 }
 
-/// An MP3 with ID3v2.3 tags, whose non-Latin text ffmpeg stores as UTF-16, and `cover`
-/// attached as its front picture when given.
-QString writeTaggedMp3(const QTemporaryDir& folder, const QString& cover = {}) {
+/// A song tagged with the three texts (in an MP3's ID3v2.3 tags ffmpeg stores non-Latin text as
+/// UTF-16), with `cover` attached as its front picture when given; `name`'s extension chooses
+/// the container and so the codec.
+QString writeTaggedSong(const QTemporaryDir& folder, const QString& cover = {},
+                        const QString& name = QStringLiteral("song.mp3")) {
     const QString source = folder.filePath("tone.wav");
-    const QString mp3 = folder.filePath("song.mp3");
+    const QString song = folder.filePath(name);
     EXPECT_TRUE(writeTone(source));
     QStringList arguments{"-i", source};
     if (!cover.isEmpty())
-        arguments << "-i" << cover << "-map"
-                  << "0"
-                  << "-map"
-                  << "1"
-                  << "-c:v"
-                  << "copy"
-                  << "-disposition:v"
-                  << "attached_pic";
-    arguments << "-c:a"
-              << "libmp3lame"
-              << "-id3v2_version"
-              << "3"
+        arguments << "-i" << cover
+                  << test::splitArguments("-map 0 -map 1 -c:v copy -disposition:v attached_pic");
+    arguments << test::splitArguments(name.endsWith(".mp3") ? "-c:a libmp3lame -id3v2_version 3"
+                                                            : "-c:a aac")
               << "-metadata"
               << "title=" + kTitle << "-metadata"
               << "artist=" + kArtist << "-metadata"
-              << "album=" + kAlbum << mp3;
+              << "album=" + kAlbum << song;
     QString log;
     EXPECT_TRUE(test::runFfmpeg(arguments, &log)) << log.toStdString();
-    return mp3;
+    return song;
 }
 
 bool waitUntilFinished(const MetadataImporter& importer) {
@@ -85,7 +79,7 @@ bool isNear(QColor actual, QColor expected) {
 
 TEST(MetadataImporter, BringsUtf16TagsToTheDelegateOnTheMainThread) {
     QTemporaryDir folder;
-    const QString mp3 = writeTaggedMp3(folder);
+    const QString mp3 = writeTaggedSong(folder);
     RecordingDelegate delegate;
     MetadataImporter importer(QUrl::fromLocalFile(mp3), &delegate);
     // The delegate hears from the event loop, never from inside the constructor.
@@ -121,68 +115,46 @@ TEST(MetadataImporter, FilesWithoutTagsOrThatCannotBeReadFinishEmpty) {
     }
 }
 
-TEST(MetadataImporter, WideCoverFillsTheArtworkCroppedToItsCentre) {
-    // 600 × 400: red, with 100-pixel blue bands on both sides. Filling the square artwork
-    // keeps the central 400 × 400, all red; stretching would show the blue at the sides and
-    // fitting would leave the top and bottom empty.
-    QTemporaryDir folder;
-    QImage cover(600, 400, QImage::Format_RGB32);
-    cover.fill(Qt::red);
-    for (int y = 0; y < cover.height(); ++y) {
-        for (int x = 0; x < 100; ++x) {
-            cover.setPixelColor(x, y, Qt::blue);
-            cover.setPixelColor(cover.width() - 1 - x, y, Qt::blue);
+TEST(MetadataImporter, CoversFillTheArtworkCroppedToTheirCentre) {
+    // Red, with 100-pixel blue bands at both ends of the long side. Filling the square artwork
+    // keeps the central square, all red; stretching would show the blue and fitting would leave
+    // the other sides empty. A wide PNG in an MP3 and a tall JPEG in an M4A.
+    for (const bool wide : {true, false}) {
+        SCOPED_TRACE(wide ? "wide" : "tall");
+        QTemporaryDir folder;
+        QImage cover(wide ? QSize(600, 400) : QSize(400, 600), QImage::Format_RGB32);
+        cover.fill(Qt::red);
+        for (int band = 0; band < 100; ++band) {
+            for (int across = 0; across < 400; ++across) {
+                for (const int along : {band, 599 - band})
+                    cover.setPixelColor(wide ? QPoint(along, across) : QPoint(across, along),
+                                        Qt::blue);
+            }
         }
+        const QString coverPath = folder.filePath(wide ? "cover.png" : "cover.jpg");
+        ASSERT_TRUE(cover.save(coverPath));
+        const QString song = writeTaggedSong(folder, coverPath, wide ? "song.mp3" : "song.m4a");
+
+        RecordingDelegate delegate;
+        MetadataImporter importer(QUrl::fromLocalFile(song), &delegate);
+        ASSERT_TRUE(waitUntilFinished(importer));
+        const QImage art = importer.albumArt();
+        ASSERT_EQ(art.size(), MetadataImporter::albumArtworkSize());
+        EXPECT_EQ(art.size(), QSize(512, 512));
+        for (const QPoint point :
+             {QPoint(256, 256), QPoint(2, 256), QPoint(509, 256), QPoint(256, 2), QPoint(256, 509),
+              QPoint(2, 2), QPoint(509, 509)}) {
+            EXPECT_TRUE(isNear(art.pixelColor(point), Qt::red))
+                << point.x() << "," << point.y() << " is "
+                << art.pixelColor(point).name().toStdString();
+        }
+        EXPECT_EQ(importer.title(), kTitle);
     }
-    const QString coverPath = folder.filePath("cover.png");
-    ASSERT_TRUE(cover.save(coverPath));
-    const QString mp3 = writeTaggedMp3(folder, coverPath);
-
-    RecordingDelegate delegate;
-    MetadataImporter importer(QUrl::fromLocalFile(mp3), &delegate);
-    ASSERT_TRUE(waitUntilFinished(importer));
-    const QImage art = importer.albumArt();
-    ASSERT_FALSE(art.isNull());
-    EXPECT_EQ(art.size(), MetadataImporter::albumArtworkSize());
-    EXPECT_EQ(art.size(), QSize(512, 512));
-    for (const QPoint point : {QPoint(256, 256), QPoint(2, 256), QPoint(509, 256), QPoint(256, 2),
-                               QPoint(256, 509), QPoint(2, 2), QPoint(509, 509)}) {
-        EXPECT_TRUE(isNear(art.pixelColor(point), Qt::red))
-            << point.x() << "," << point.y() << " is "
-            << art.pixelColor(point).name().toStdString();
-    }
-    EXPECT_EQ(importer.title(), kTitle);
-}
-
-TEST(MetadataImporter, TallJpegCoverInAnM4aFillsTheArtwork) {
-    QTemporaryDir folder;
-    const QString source = folder.filePath("tone.wav");
-    const QString cover = folder.filePath("cover.jpg");
-    const QString m4a = folder.filePath("song.m4a");
-    ASSERT_TRUE(writeTone(source));
-    ASSERT_TRUE(
-        test::runFfmpeg({"-f", "lavfi", "-i", "color=c=red:s=400x600", "-frames:v", "1", cover}));
-    QString log;
-    ASSERT_TRUE(test::runFfmpeg({"-i", source, "-i", cover, "-map", "0", "-map", "1", "-c:a", "aac",
-                                 "-c:v", "copy", "-disposition:v", "attached_pic", "-metadata",
-                                 "title=" + kTitle, m4a},
-                                &log))
-        << log.toStdString();
-
-    RecordingDelegate delegate;
-    MetadataImporter importer(QUrl::fromLocalFile(m4a), &delegate);
-    ASSERT_TRUE(waitUntilFinished(importer));
-    const QImage art = importer.albumArt();
-    ASSERT_EQ(art.size(), QSize(512, 512));
-    EXPECT_TRUE(isNear(art.pixelColor(256, 256), Qt::red));
-    EXPECT_TRUE(isNear(art.pixelColor(256, 2), Qt::red));
-    EXPECT_TRUE(isNear(art.pixelColor(2, 256), Qt::red));
-    EXPECT_EQ(importer.title(), kTitle);
 }
 
 TEST(MetadataImporter, LateResultsGoNowhereOnceTheDelegateIsClearedOrTheImporterIsGone) {
     QTemporaryDir folder;
-    const QString mp3 = writeTaggedMp3(folder);
+    const QString mp3 = writeTaggedSong(folder);
 
     // Cleared: the importer still finishes, but the former delegate hears nothing.
     RecordingDelegate cleared;
