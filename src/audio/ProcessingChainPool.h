@@ -16,9 +16,10 @@ class ProcessingChainPool {
 public:
     static constexpr double kSampleRate = engine::kSampleRateHz;
 
-    /// Starts building a spare chain of `quality` in the background, if none is ready or on its
-    /// way. Tesk calls it at start-up and again once a song has opened; a spare costs memory
-    /// (the stretcher's tables), so nothing builds one unasked.
+    /// Starts building a spare chain of `quality` in the background, at a lower priority than
+    /// decoding and drawing, if none is ready or on its way. Tesk calls it at start-up and again
+    /// a few seconds after a song has opened; a spare costs memory (the stretcher's tables), so
+    /// nothing builds one unasked.
     static void prepare(TimePitchQuality quality = TimePitchQuality::Standard);
 
     /// A chain of `quality`: the spare when there is one (waiting for it if it is still being
