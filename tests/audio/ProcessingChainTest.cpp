@@ -51,6 +51,16 @@ Rendered render(ProcessingChain& chain, std::size_t frames) {
     return out;
 }
 
+/// The largest magnitude on either channel; infinity if any sample is not finite.
+float peak(const Rendered& out) {
+    float largest = 0.0f;
+    for (const auto* channel : {&out.left, &out.right}) {
+        for (float sample : *channel)
+            largest = std::max(largest, std::isfinite(sample) ? std::fabs(sample) : INFINITY);
+    }
+    return largest;
+}
+
 constexpr std::size_t kFrames = 44100 * 2;
 
 } // namespace
@@ -91,9 +101,6 @@ TEST(ProcessingChain, EqualizerAndVocalReductionFollowTheirSwitches) {
         return render(chain, kFrames);
     };
 
-    const Rendered plain = rendered([](ProcessingChain&) {});
-    EXPECT_NEAR(test::toneAmplitude(plain.steadyLeft(), 5000.0), 0.3, 0.02);
-
     // Bass only: the upper six bands cut by 20 dB.
     const Rendered bass = rendered([](ProcessingChain& chain) {
         chain.setEqualizerGains({0, 0, 0, 0, -20, -20, -20, -20, -20, -20});
@@ -102,11 +109,12 @@ TEST(ProcessingChain, EqualizerAndVocalReductionFollowTheirSwitches) {
     EXPECT_NEAR(test::toneAmplitude(bass.steadyLeft(), 100.0), 0.3, 0.02);
     EXPECT_LT(test::toneAmplitude(bass.steadyLeft(), 8000.0), 0.3 * 0.15);
 
-    // Gains set but the equalizer off: nothing changes.
+    // Gains set but the equalizer off (and the vocal reduction off, as it starts): nothing
+    // changes.
     const Rendered bypassed = rendered([](ProcessingChain& chain) {
         chain.setEqualizerGains({0, 0, 0, 0, -20, -20, -20, -20, -20, -20});
     });
-    EXPECT_NEAR(test::toneAmplitude(bypassed.steadyLeft(), 8000.0), 0.3, 0.02);
+    EXPECT_NEAR(test::toneAmplitude(bypassed.steadyLeft(), 5000.0), 0.3, 0.02);
 
     // The male-vocals band covers 5 kHz (it works at twice the set frequencies, up to 5.6 kHz)
     // but neither 100 Hz nor 8 kHz.
@@ -132,14 +140,7 @@ TEST(ProcessingChain, PlaysAtTheExtremesOfSpeedAndPitch) {
             chain.setRate(rate);
             chain.setPitchCents(cents);
             const Rendered out = render(chain, 22050);
-            bool finite = true;
-            float peak = 0.0f;
-            for (float sample : out.left) {
-                finite = finite && std::isfinite(sample);
-                peak = std::max(peak, std::fabs(sample));
-            }
-            EXPECT_TRUE(finite);
-            EXPECT_LT(peak, 2.0f);
+            EXPECT_LT(peak(out), 2.0f);
             EXPECT_GT(test::rms(std::span(out.left).subspan(11025)), 0.02);
         }
     }
@@ -176,16 +177,8 @@ TEST(ProcessingChain, OutlandishSettingsCannotMakeItDeafeningOrSilenceItWithNaN)
     // The deepest cut is the one the command line accepts too.
     EXPECT_EQ(chain.equalizerGains()[5], -40.0f);
     const Rendered out = render(chain, kFrames);
-    float peak = 0.0f;
-    bool finite = true;
-    for (const auto* channel : {&out.left, &out.right}) {
-        for (float sample : *channel) {
-            finite = finite && std::isfinite(sample);
-            peak = std::max(peak, std::fabs(sample));
-        }
-    }
-    EXPECT_TRUE(finite);
     EXPECT_GT(test::rms(out.steadyLeft()), 0.01);
-    // Noise through nine bands at the highest boost, at the loudest level: loud, yet bounded.
-    EXPECT_LT(peak, 1000.0f);
+    // Noise through nine bands at the highest boost, at the loudest level: loud, yet bounded
+    // and finite.
+    EXPECT_LT(peak(out), 1000.0f);
 }

@@ -14,12 +14,27 @@ using tesk::test::MemorySong;
 
 namespace {
 
-/// Pulls from a running reader the way the renderer does, waiting between empty pulls.
-struct Puller {
-    explicit Puller(TeskAudioFileReader& reader)
-        : reader(reader) {}
+/// The renderer's view of two channels of `frames` samples.
+AudioBufferList stereo(float* left, float* right, std::uint32_t frames) {
+    AudioBufferList list;
+    list.bufferCount = 2;
+    list.buffers[0] = {1, frames, left};
+    list.buffers[1] = {1, frames, right};
+    return list;
+}
 
-    TeskAudioFileReader& reader;
+/// A reader of `song` started at `frame` (looping over `loop` if it has a length), pulled from
+/// the way the renderer does, waiting between empty pulls.
+struct Puller {
+    Puller(std::shared_ptr<const DecodedFrames> song, std::int64_t frame, LoopRange loop = {}) {
+        reader.setAudioFile(std::move(song));
+        reader.setLoopRange(loop);
+        reader.setLooping(loop.length > 0);
+        reader.setCurrentFrame(frame);
+        reader.start();
+    }
+
+    TeskAudioFileReader reader{3, 4096};
     std::vector<float> left;
     std::vector<float> right;
     std::vector<SourceRun> runs;
@@ -31,13 +46,10 @@ struct Puller {
         std::uint32_t total = 0;
         while (total < frames && std::chrono::steady_clock::now() < deadline &&
                !reader.endOfStream()) {
-            AudioBufferList list;
-            list.bufferCount = 2;
-            list.buffers[0] = {1, frames, l.data()};
-            list.buffers[1] = {1, frames, r.data()};
             std::uint32_t written = 0;
             SourceRuns copyRuns;
-            reader.copyInto(list, frames - total, written, &copyRuns, total);
+            reader.copyInto(stereo(l.data(), r.data(), frames), frames - total, written, &copyRuns,
+                            total);
             for (std::uint32_t i = 0; i < copyRuns.count; ++i) {
                 SourceRun run = copyRuns.runs[i];
                 run.outputOffset += std::uint32_t(left.size());
@@ -51,17 +63,19 @@ struct Puller {
         right.insert(right.end(), r.begin(), r.begin() + total);
         return total;
     }
+
+    /// Forgets what was pulled, to start counting afresh after a seek.
+    void forget() {
+        left.clear();
+        right.clear();
+        runs.clear();
+    }
 };
 
 } // namespace
 
 TEST(TeskAudioFileReader, ReadsForwardsAndBackwardsWithTheirSources) {
-    auto song = MemorySong::counting(20000);
-    TeskAudioFileReader reader(3, 4096);
-    reader.setAudioFile(song);
-    reader.setCurrentFrame(1000);
-    reader.start();
-    Puller puller{reader};
+    Puller puller(MemorySong::counting(20000), 1000);
     ASSERT_EQ(puller.pull(3000), 3000u);
     for (std::size_t i = 0; i < 3000; ++i) {
         ASSERT_EQ(puller.left[i], float(1000 + i)) << i;
@@ -70,39 +84,34 @@ TEST(TeskAudioFileReader, ReadsForwardsAndBackwardsWithTheirSources) {
     ASSERT_FALSE(puller.runs.empty());
     EXPECT_EQ(puller.runs[0].sourceFrame, 1000);
     EXPECT_EQ(puller.runs[0].direction, 1);
-    EXPECT_EQ(reader.currentFrame(), 4000);
-    reader.stop();
+    EXPECT_EQ(puller.reader.currentFrame(), 4000);
+    puller.reader.stop();
 
     // Backwards from a boundary: the frame below it comes first, down to the song's start.
-    reader.setReverse(true);
-    reader.setCurrentFrame(600);
-    reader.start();
-    Puller backwards{reader};
-    EXPECT_EQ(backwards.pull(1000), 600u);
-    EXPECT_TRUE(reader.endOfStream());
+    puller.reader.setReverse(true);
+    puller.reader.setCurrentFrame(600);
+    puller.reader.start();
+    puller.forget();
+    EXPECT_EQ(puller.pull(1000), 600u);
+    EXPECT_TRUE(puller.reader.endOfStream());
     for (std::size_t i = 0; i < 600; ++i)
-        ASSERT_EQ(backwards.left[i], float(599 - i)) << i;
-    EXPECT_EQ(backwards.runs[0].sourceFrame, 599);
-    EXPECT_EQ(backwards.runs[0].direction, -1);
+        ASSERT_EQ(puller.left[i], float(599 - i)) << i;
+    EXPECT_EQ(puller.runs[0].sourceFrame, 599);
+    EXPECT_EQ(puller.runs[0].direction, -1);
 }
 
 TEST(TeskAudioFileReader, EndsAtTheEndAndASeekStartsAgain) {
-    auto song = MemorySong::counting(5000);
-    TeskAudioFileReader reader(3, 4096);
-    reader.setAudioFile(song);
-    reader.setCurrentFrame(4000);
-    reader.start();
-    Puller puller{reader};
+    Puller puller(MemorySong::counting(5000), 4000);
     EXPECT_EQ(puller.pull(2000), 1000u);
-    EXPECT_TRUE(reader.endOfStream());
+    EXPECT_TRUE(puller.reader.endOfStream());
     EXPECT_EQ(puller.left.back(), 4999.0f);
 
-    reader.setCurrentFrame(10); // while running
-    EXPECT_FALSE(reader.endOfStream());
-    Puller again{reader};
-    ASSERT_EQ(again.pull(100), 100u);
-    EXPECT_EQ(again.left.front(), 10.0f);
-    EXPECT_EQ(again.left.back(), 109.0f);
+    puller.reader.setCurrentFrame(10); // while running
+    EXPECT_FALSE(puller.reader.endOfStream());
+    puller.forget();
+    ASSERT_EQ(puller.pull(100), 100u);
+    EXPECT_EQ(puller.left.front(), 10.0f);
+    EXPECT_EQ(puller.left.back(), 109.0f);
 }
 
 TEST(TeskAudioFileReader, APositionFromBeforeASeekIsNeverReportedAfterIt) {
@@ -117,13 +126,9 @@ TEST(TeskAudioFileReader, APositionFromBeforeASeekIsNeverReportedAfterIt) {
     std::atomic<bool> stop{false};
     std::thread renderer([&] {
         std::vector<float> l(64), r(64);
-        AudioBufferList list;
-        list.bufferCount = 2;
-        list.buffers[0] = {1, 64, l.data()};
-        list.buffers[1] = {1, 64, r.data()};
         while (!stop.load()) {
             std::uint32_t written = 0;
-            reader.copyInto(list, 64, written, nullptr);
+            reader.copyInto(stereo(l.data(), r.data(), 64), 64, written, nullptr);
         }
     });
     int stale = 0;
@@ -143,16 +148,9 @@ TEST(TeskAudioFileReader, APositionFromBeforeASeekIsNeverReportedAfterIt) {
 }
 
 TEST(TeskAudioFileReader, LoopsWrapFrameExactlyWithAShortCrossfadeBeforeTheSeam) {
-    auto song = MemorySong::counting(50000);
-    TeskAudioFileReader reader(3, 4096);
-    reader.setAudioFile(song);
-    reader.setLoopRange({10000, 3000});
-    reader.setLooping(true);
-    reader.setCurrentFrame(12000);
-    reader.start();
-    Puller puller{reader};
+    Puller puller(MemorySong::counting(50000), 12000, {10000, 3000});
     ASSERT_EQ(puller.pull(8000), 8000u);
-    EXPECT_FALSE(reader.endOfStream());
+    EXPECT_FALSE(puller.reader.endOfStream());
 
     // 1000 frames to the seam, then whole loops of exactly 3000 frames from the loop's start.
     const std::size_t fade = TeskAudioFileReader::kLoopCrossfadeFrames;
@@ -178,14 +176,7 @@ TEST(TeskAudioFileReader, LoopsWrapFrameExactlyWithAShortCrossfadeBeforeTheSeam)
 TEST(TeskAudioFileReader, LoopSeamsOfADiscontinuousSignalDoNotClick) {
     // A sine whose phase jumps at the seam: without the crossfade the wrap would jump by up to
     // twice its amplitude.
-    auto song = MemorySong::sine(30000, 440.0, 0.5);
-    TeskAudioFileReader reader(3, 4096);
-    reader.setAudioFile(song);
-    reader.setLoopRange({5000, 5037});
-    reader.setLooping(true);
-    reader.setCurrentFrame(9000);
-    reader.start();
-    Puller puller{reader};
+    Puller puller(MemorySong::sine(30000, 440.0, 0.5), 9000, {5000, 5037});
     ASSERT_EQ(puller.pull(4000), 4000u);
     const double sineStep = 2.0 * M_PI * 440.0 / 44100.0 * 0.5; // largest step of the sine
     EXPECT_LT(test::largestStep(puller.left), 2.0 * sineStep);
@@ -194,12 +185,9 @@ TEST(TeskAudioFileReader, LoopSeamsOfADiscontinuousSignalDoNotClick) {
 TEST(TeskAudioFileReader, WaitsForFramesThatAreStillDecoding) {
     auto song = MemorySong::counting(20000);
     song->decodeOnlyUpTo(1000);
-    TeskAudioFileReader reader(3, 4096);
-    reader.setAudioFile(song);
-    reader.start();
-    Puller puller{reader};
+    Puller puller(song, 0);
     EXPECT_EQ(puller.pull(3000, std::chrono::milliseconds(100)), 1000u);
-    EXPECT_FALSE(reader.endOfStream());
+    EXPECT_FALSE(puller.reader.endOfStream());
     song->finishDecoding();
     ASSERT_EQ(puller.pull(2000), 2000u);
     EXPECT_EQ(puller.left[2999], 2999.0f);

@@ -7,11 +7,13 @@
 #include "support/Signals.h"
 
 #include <QCoreApplication>
-#include <QElapsedTimer>
+#include <QEventLoop>
 #include <QFile>
 #include <QTemporaryDir>
 #include <QThread>
+#include <algorithm>
 #include <cmath>
+#include <functional>
 #include <gtest/gtest.h>
 #include <thread>
 
@@ -44,38 +46,47 @@ struct ExportResult {
 ExportResult exportOnWorker(TeskExtendedAudioFilePlayer& player, LoopRange range,
                             const QString& path) {
     ExportResult result;
-    bool finished = false;
+    QEventLoop loop;
     std::thread worker([&] {
         try {
             result.outcome = player.writeSamplesInRange(range, path);
         } catch (const NSXError& raised) {
             result.error = raised.error();
         }
-        finished = true;
+        // Queued behind the export's own reports; the main thread sleeps until then.
+        QMetaObject::invokeMethod(&loop, &QEventLoop::quit, Qt::QueuedConnection);
     });
-    while (!finished)
-        QCoreApplication::processEvents(QEventLoop::AllEvents, 5);
+    loop.exec();
     worker.join();
     QCoreApplication::processEvents(); // the last queued reports
     return result;
 }
 
-std::vector<float> leftChannel(const TeskExtendedAudioFile& file) {
-    return test::readChannels(file)[0];
+/// A finished export, read back.
+struct Exported {
+    std::unique_ptr<TeskExtendedAudioFile> file; // none when the export or the reading failed
+    std::vector<float> left;
+};
+
+/// Exports `range` to `name` in `folder` and reads the file back.
+Exported exportAndRead(TeskExtendedAudioFilePlayer& player, LoopRange range,
+                       const QTemporaryDir& folder, const QString& name) {
+    const QString path = folder.filePath(name);
+    Exported exported;
+    const ExportResult result = exportOnWorker(player, range, path);
+    EXPECT_EQ(result.outcome, TeskOutputAudioUnit::ExportOutcome::Written) << name.toStdString();
+    if (result.outcome == TeskOutputAudioUnit::ExportOutcome::Written &&
+        (exported.file = test::openDecoded(path)))
+        exported.left = test::readChannels(*exported.file)[0];
+    return exported;
 }
 
-/// A 2 kHz burst under a Gaussian envelope (sigma 20 ms) centred on `centre`, in silence, on
-/// the side only (right = -left). The stretcher keeps so smooth a burst in place; a click it
-/// would move by a few milliseconds, as any phase vocoder does with sharp attacks.
+/// A 2 kHz burst (sigma 20 ms) centred on `centre`, in silence, on the side only (right = -left).
 std::shared_ptr<MemorySong> burstAt(qint64 frames, qint64 centre) {
     std::vector<float> left(static_cast<std::size_t>(frames), 0.0f);
-    std::vector<float> right(left.size(), 0.0f);
-    for (qint64 f = centre - 5000; f < centre + 5000; ++f) {
-        const double t = double(f - centre) / 882.0;
-        left[std::size_t(f)] = float(0.8 * std::exp(-0.5 * t * t) *
-                                     std::sin(2.0 * M_PI * 2000.0 * double(f) / 44100.0));
-        right[std::size_t(f)] = -left[std::size_t(f)];
-    }
+    test::addToneBurst(left, double(centre), 882.0);
+    std::vector<float> right(left.size());
+    std::transform(left.begin(), left.end(), right.begin(), std::negate<float>());
     return std::make_shared<MemorySong>(left, right);
 }
 
@@ -93,16 +104,13 @@ TEST(TeskExport, WritesWholeSlicesInTheFormatItsExtensionNames) {
 
     for (const char* name : {"song.aif", "song.m4a"}) {
         SCOPED_TRACE(name);
-        const QString path = folder.filePath(name);
-        ASSERT_EQ(exportOnWorker(player, {0, 44100}, path).outcome,
-                  TeskOutputAudioUnit::ExportOutcome::Written);
-        const auto back = test::openDecoded(path);
-        ASSERT_TRUE(back);
-        EXPECT_EQ(back->info().codecName, path.endsWith("aif") ? "pcm_s16be" : "aac");
+        const Exported back = exportAndRead(player, {0, 44100}, folder, name);
+        ASSERT_TRUE(back.file);
+        EXPECT_EQ(back.file->info().codecName, QString(name).endsWith("aif") ? "pcm_s16be" : "aac");
         // Whole slices: the length rounded up to the next one.
-        EXPECT_EQ(back->frameCount(), qint64((44100 + kSlice - 1) / kSlice * kSlice));
-        const auto left = leftChannel(*back);
-        EXPECT_NEAR(test::toneAmplitude(std::span(left).subspan(4410, 22050), 440.0), 0.5, 0.03);
+        EXPECT_EQ(back.file->frameCount(), qint64((44100 + kSlice - 1) / kSlice * kSlice));
+        EXPECT_NEAR(test::toneAmplitude(std::span(back.left).subspan(4410, 22050), 440.0), 0.5,
+                    0.03);
     }
 }
 
@@ -111,14 +119,11 @@ TEST(TeskExport, SpeedSetsTheLengthAndPitchTheTone) {
     TeskExtendedAudioFilePlayer player(MemorySong::sine(44100 * 2, 440.0, 0.5), true);
     player.setPlaybackSpeed(0.5f);
     player.setPlaybackPitchInSemitones(12.0);
-    const QString path = folder.filePath(QStringLiteral("slow.aif"));
-    ASSERT_EQ(exportOnWorker(player, {0, 44100}, path).outcome,
-              TeskOutputAudioUnit::ExportOutcome::Written);
-    const auto back = test::openDecoded(path);
-    ASSERT_TRUE(back);
-    EXPECT_GE(back->frameCount(), 88200);
-    EXPECT_LT(back->frameCount(), 88200 + kSlice);
-    const auto left = leftChannel(*back);
+    const Exported back = exportAndRead(player, {0, 44100}, folder, QStringLiteral("slow.aif"));
+    ASSERT_TRUE(back.file);
+    EXPECT_GE(back.file->frameCount(), 88200);
+    EXPECT_LT(back.file->frameCount(), 88200 + kSlice);
+    const auto& left = back.left;
     // The tone an octave up, and nothing lost at the end of the range.
     EXPECT_NEAR(test::toneAmplitude(std::span(left).subspan(22050, 44100), 880.0), 0.5, 0.05);
     EXPECT_LT(test::toneAmplitude(std::span(left).subspan(22050, 44100), 440.0), 0.02);
@@ -137,13 +142,10 @@ TEST(TeskExport, StartsOnTheRangesFirstFrameWithoutTheStretchersDelay) {
             TeskExtendedAudioFilePlayer player(song, true);
             player.setPlaybackSpeed(speed);
             player.setVocalRemoval(vocals);
-            const QString path = folder.filePath(QStringLiteral("burst.aif"));
-            ASSERT_EQ(exportOnWorker(player, {10000, 60000}, path).outcome,
-                      TeskOutputAudioUnit::ExportOutcome::Written);
-            const auto back = test::openDecoded(path);
-            ASSERT_TRUE(back);
-            const double centre = test::energyCentre(leftChannel(*back));
-            EXPECT_NEAR(centre, 20000.0 / speed, 44.1);
+            const Exported back =
+                exportAndRead(player, {10000, 60000}, folder, QStringLiteral("burst.aif"));
+            ASSERT_TRUE(back.file);
+            EXPECT_NEAR(test::energyCentre(back.left), 20000.0 / speed, 44.1);
         }
     }
 }
@@ -195,12 +197,10 @@ TEST(TeskExport, TwoHalvesRenderedAtOnceJoinWithoutASeam) {
         player.setPlaybackPitchInSemitones(-2.0);
         player.setEqualizerEnabled(true);
         player.setVocalRemoval(true);
-        const QString path = folder.filePath(QStringLiteral("joined.aif"));
-        ASSERT_EQ(exportOnWorker(player, {0, frames}, path).outcome,
-                  TeskOutputAudioUnit::ExportOutcome::Written);
-        const auto back = test::openDecoded(path);
-        ASSERT_TRUE(back);
-        const auto left = leftChannel(*back);
+        const Exported back =
+            exportAndRead(player, {0, frames}, folder, QStringLiteral("joined.aif"));
+        ASSERT_TRUE(back.file);
+        const auto& left = back.left;
         const auto join = std::size_t(double(frames / 2) / double(speed));
         const double tone = 330.0 * std::exp2(-2.0 / 12.0);
         const auto around = std::span(left).subspan(join - 8820, 17640);

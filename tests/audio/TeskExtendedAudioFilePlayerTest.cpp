@@ -59,20 +59,11 @@ struct ManualPlayer {
     std::vector<std::optional<AheadRenderer::HeardPosition>> reports; // after each period
 };
 
-/// A 2 kHz burst under a Gaussian envelope (sigma 5 ms) centred every `spacing` frames from
-/// `first` on, on both channels: smooth enough that the stretcher keeps it in place, unlike a
-/// click, whose attack it moves by several milliseconds when slowing down.
+/// 2 kHz bursts (sigma 5 ms) every `spacing` frames from `first` on, on both channels.
 std::shared_ptr<MemorySong> bursts(qint64 frames, qint64 first, qint64 spacing) {
     std::vector<float> samples(static_cast<std::size_t>(frames), 0.0f);
-    const double sigma = 220.0;
-    for (qint64 centre = first; centre < frames; centre += spacing) {
-        for (qint64 f = std::max<qint64>(0, centre - 1500); f < std::min(frames, centre + 1500);
-             ++f) {
-            const double t = double(f - centre);
-            samples[std::size_t(f)] += float(0.8 * std::exp(-0.5 * t * t / (sigma * sigma)) *
-                                             std::sin(2.0 * M_PI * 2000.0 * double(f) / 44100.0));
-        }
-    }
+    for (qint64 centre = first; centre < frames; centre += spacing)
+        test::addToneBurst(samples, double(centre), 220.0);
     return std::make_shared<MemorySong>(samples, samples);
 }
 

@@ -1,5 +1,7 @@
 #include "support/Signals.h"
 
+#include "audio/dsp/SVocalRemover.h"
+
 #include <algorithm>
 #include <cmath>
 #include <limits>
@@ -32,6 +34,30 @@ std::vector<float> mix(std::span<const float> a, std::span<const float> b) {
     for (std::size_t i = 0; i < a.size() && i < b.size(); ++i)
         sum[i] = a[i] + b[i];
     return sum;
+}
+
+void addToneBurst(std::vector<float>& samples, double centre, double sigma, double frequency,
+                  double amplitude) {
+    const auto first = static_cast<std::size_t>(std::max(0.0, centre - 6.0 * sigma));
+    const auto end = std::min(samples.size(), static_cast<std::size_t>(centre + 6.0 * sigma));
+    const double step = 2.0 * std::numbers::pi * frequency / kSampleRate;
+    for (std::size_t i = first; i < end; ++i) {
+        const double t = (static_cast<double>(i) - centre) / sigma;
+        samples[i] += static_cast<float>(amplitude * std::exp(-0.5 * t * t) *
+                                         std::sin(step * static_cast<double>(i)));
+    }
+}
+
+Stereo throughVocalRemover(SVocalRemover& remover, Stereo input) {
+    constexpr std::uint32_t kSlice = 512;
+    for (std::size_t start = 0; start + kSlice <= input.left.size(); start += kSlice) {
+        remover.addInput(0, input.left.data() + start, kSlice);
+        remover.addInput(1, input.right.data() + start, kSlice);
+        remover.process();
+        remover.getOutput(0, input.left.data() + start, kSlice);
+        remover.getOutput(1, input.right.data() + start, kSlice);
+    }
+    return input;
 }
 
 double rms(std::span<const float> samples) {

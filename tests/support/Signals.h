@@ -7,6 +7,10 @@
 #include <span>
 #include <vector>
 
+namespace tesk {
+class SVocalRemover;
+}
+
 namespace tesk::test {
 
 constexpr double kSampleRate = 44100.0;
@@ -27,6 +31,17 @@ std::vector<float> noise(double amplitude, std::size_t frames, std::uint32_t see
 
 /// The sample-by-sample sum of two signals of equal length.
 std::vector<float> mix(std::span<const float> a, std::span<const float> b);
+
+/// Adds a `frequency` Hz tone burst of peak `amplitude` under a Gaussian envelope of `sigma`
+/// frames centred on frame `centre`. A time stretcher keeps so smooth a burst in place, whereas
+/// it deliberately moves a sharp attack by a few milliseconds.
+void addToneBurst(std::vector<float>& samples, double centre, double sigma,
+                  double frequency = 2000.0, double amplitude = 0.8);
+
+/// `input` through `remover` in 512-frame slices, as the output chain calls it: each slice goes
+/// in, is processed, and whatever is ready comes back into the same buffers, which otherwise
+/// keep the unprocessed frames.
+Stereo throughVocalRemover(SVocalRemover& remover, Stereo input);
 
 /// Root mean square, and the same in dB (20 log10); a silent signal gives -infinity.
 double rms(std::span<const float> samples);

@@ -12,21 +12,19 @@ TEST(RealVector, WindowsConvertsToDecibelsAndAverages) {
     // Hamming over 9 points: 0.08 at the ends, 0.54 a quarter of the way, 1 in the middle.
     std::vector<float> samples(9, 2.0f);
     HammingWindow(9).apply(samples);
-    EXPECT_NEAR(samples[0], 0.16f, 1e-6f);
-    EXPECT_NEAR(samples[2], 1.08f, 1e-6f);
-    EXPECT_NEAR(samples[4], 2.0f, 1e-6f);
-    EXPECT_NEAR(samples[6], 1.08f, 1e-6f);
-    EXPECT_NEAR(samples[8], 0.16f, 1e-6f);
+    for (const auto [index, expected] :
+         {std::pair{0, 0.16f}, {2, 1.08f}, {4, 2.0f}, {6, 1.08f}, {8, 0.16f}})
+        EXPECT_NEAR(samples[index], expected, 1e-6f) << "point " << index;
 
     // Raw 20 log10, floored so that silence stays finite.
-    std::vector<float> values{1.0f, 10.0f, 0.001f, 553.0f, 0.0f, 1e-9f};
-    convertToDecibels(values);
-    EXPECT_NEAR(values[0], 0.0f, 1e-5f);
-    EXPECT_NEAR(values[1], 20.0f, 1e-5f);
-    EXPECT_NEAR(values[2], -60.0f, 1e-4f);
-    EXPECT_NEAR(values[3], 54.8545f, 1e-3f);
-    EXPECT_EQ(values[4], kDecibelFloor);
-    EXPECT_EQ(values[5], kDecibelFloor);
+    const std::pair<float, float> decibels[] = {{1.0f, 0.0f},          {10.0f, 20.0f},
+                                                {0.001f, -60.0f},      {553.0f, 54.854503f},
+                                                {0.0f, kDecibelFloor}, {1e-9f, kDecibelFloor}};
+    for (const auto [value, expected] : decibels) {
+        std::vector<float> converted{value};
+        convertToDecibels(converted);
+        EXPECT_NEAR(converted[0], expected, 1e-5f) << value;
+    }
 
     std::vector<float> a{1.0f, -6.0f, 30.0f};
     const std::vector<float> b{2.0f, -12.0f, 60.0f};
