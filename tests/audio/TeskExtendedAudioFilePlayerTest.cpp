@@ -67,28 +67,18 @@ std::shared_ptr<MemorySong> bursts(qint64 frames, qint64 first, qint64 spacing) 
     return std::make_shared<MemorySong>(samples, samples);
 }
 
-/// The output frames at the energy centre of each burst.
+/// The output frame at the energy centre of each burst: of what lies around its loud part,
+/// short of the next burst.
 std::vector<double> burstCentres(const std::vector<float>& samples) {
     std::vector<double> centres;
-    std::size_t i = 0;
-    while (i < samples.size()) {
-        if (std::fabs(samples[i]) < 0.05f) {
-            ++i;
+    for (std::size_t i = 0; i < samples.size(); ++i) {
+        if (std::fabs(samples[i]) < 0.05f)
             continue;
-        }
-        // A burst: everything up to the next 2000 frames of quiet.
-        std::size_t end = i;
-        double weighted = 0.0;
-        double energy = 0.0;
-        for (std::size_t j = i; j < samples.size() && j < end + 2000; ++j) {
-            const double e = double(samples[j]) * samples[j];
-            if (samples[j] * samples[j] > 1e-6f)
-                end = j;
-            weighted += e * double(j);
-            energy += e;
-        }
-        centres.push_back(weighted / energy);
-        i = end + 2000;
+        const std::size_t begin = i > 1500 ? i - 1500 : 0;
+        const std::size_t end = std::min(samples.size(), i + 3000);
+        centres.push_back(double(begin) +
+                          test::energyCentre(std::span(samples).subspan(begin, end - begin)));
+        i = end;
     }
     return centres;
 }
