@@ -11,9 +11,7 @@
 #include <QFile>
 #include <QTemporaryDir>
 #include <QThread>
-#include <algorithm>
 #include <cmath>
-#include <functional>
 #include <gtest/gtest.h>
 #include <thread>
 
@@ -83,11 +81,10 @@ Exported exportAndRead(TeskExtendedAudioFilePlayer& player, LoopRange range,
 
 /// A 2 kHz burst (sigma 20 ms) centred on `centre`, in silence, on the side only (right = -left).
 std::shared_ptr<MemorySong> burstAt(qint64 frames, qint64 centre) {
-    std::vector<float> left(static_cast<std::size_t>(frames), 0.0f);
-    test::addToneBurst(left, double(centre), 882.0);
-    std::vector<float> right(left.size());
-    std::transform(left.begin(), left.end(), right.begin(), std::negate<float>());
-    return std::make_shared<MemorySong>(left, right);
+    std::vector<float> samples(static_cast<std::size_t>(frames), 0.0f);
+    test::addToneBurst(samples, double(centre), 882.0);
+    auto side = test::Stereo::side(samples);
+    return std::make_shared<MemorySong>(std::move(side.left), std::move(side.right));
 }
 
 /// At most one progress report per 22050 frames of work (rendering two halves is more work than

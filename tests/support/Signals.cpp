@@ -4,11 +4,18 @@
 
 #include <algorithm>
 #include <cmath>
+#include <functional>
 #include <limits>
 #include <numbers>
 #include <random>
 
 namespace tesk::test {
+
+Stereo Stereo::side(const std::vector<float>& samples) {
+    Stereo stereo{samples, std::vector<float>(samples.size())};
+    std::transform(samples.begin(), samples.end(), stereo.right.begin(), std::negate<float>());
+    return stereo;
+}
 
 std::vector<float> sine(double frequency, double amplitude, std::size_t frames, double sampleRate,
                         double phase) {

@@ -15,11 +15,13 @@ namespace tesk::test {
 
 constexpr double kSampleRate = 44100.0;
 
-/// Two channels of samples; `centred` puts the same ones on both sides.
+/// Two channels of samples; `centred` puts the same ones on both sides, `side` puts them on the
+/// left and their negation on the right.
 struct Stereo {
     std::vector<float> left;
     std::vector<float> right;
     static Stereo centred(const std::vector<float>& samples) { return {samples, samples}; }
+    static Stereo side(const std::vector<float>& samples);
 };
 
 /// `frames` samples of a sine of `frequency` Hz and peak `amplitude`, starting at `phase`.
