@@ -6,7 +6,7 @@
 #include "support/Signals.h"
 
 #include <QCoreApplication>
-#include <QElapsedTimer>
+#include <QTest>
 #include <cmath>
 #include <gtest/gtest.h>
 #include <optional>
@@ -174,11 +174,8 @@ TEST(TeskExtendedAudioFilePlayer, TellsTheEndOfTheSongOnceAndPlaysSilenceAfterIt
     manual.player.setDelegate(&delegate);
     manual.player.setCurrentFrame(15000);
     manual.player.startFilePlaying();
-    manual.play(60); // 30720 frames, far past the end
-    QElapsedTimer waited;
-    waited.start();
-    while (delegate.ends == 0 && waited.elapsed() < 2000)
-        QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
+    manual.play(60);                                          // 30720 frames, far past the end
+    QTest::qWaitFor([&] { return delegate.ends > 0; }, 2000); // the player looks every 20 ms
     EXPECT_EQ(delegate.ends, 1);
     EXPECT_TRUE(manual.player.isFilePlaying()); // the end stops nothing by itself
 

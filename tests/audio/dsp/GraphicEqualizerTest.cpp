@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <functional>
 #include <numbers>
 #include <span>
 #include <vector>
@@ -20,20 +21,17 @@ constexpr std::uint32_t kBlock = 512;
 
 // Runs `signal` through in blocks as the output chain does, calling `beforeBlock(frame)` at the
 // start of each block, where the chain hands over the newest settings.
-template <typename BeforeBlock>
-Stereo run(GraphicEqualizer& equalizer, Stereo signal, BeforeBlock beforeBlock) {
+Stereo run(GraphicEqualizer& equalizer, Stereo signal,
+           const std::function<void(std::size_t)>& beforeBlock = {}) {
     const std::size_t frames = signal.left.size();
     for (std::size_t start = 0; start < frames; start += kBlock) {
-        beforeBlock(start);
+        if (beforeBlock)
+            beforeBlock(start);
         float* channels[] = {signal.left.data() + start, signal.right.data() + start};
         equalizer.process(
             channels, static_cast<std::uint32_t>(std::min<std::size_t>(kBlock, frames - start)));
     }
     return signal;
-}
-
-Stereo run(GraphicEqualizer& equalizer, Stereo signal) {
-    return run(equalizer, std::move(signal), [](std::size_t) {});
 }
 
 Gains oneBand(std::size_t band, float gainDb) {
