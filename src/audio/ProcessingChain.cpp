@@ -98,6 +98,8 @@ void ProcessingChain::reset() {
     mInputFrames = 0;
     mInputRunsWritten = 0;
     mAppliedLevel = mLevel.load(std::memory_order_relaxed);
+    if (mSource)
+        mSource->restart();
 }
 
 void ProcessingChain::applyParameters() {

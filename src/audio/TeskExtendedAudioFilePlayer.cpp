@@ -193,6 +193,8 @@ void TeskExtendedAudioFilePlayer::setCurrentFrame(qint64 frame) {
 
 void TeskExtendedAudioFilePlayer::seek(qint64 frame) {
     mCurrentFrame = frame;
+    // Before the reader moves, so that no frame from the new place goes to the old render.
+    mSeekPending.store(true, std::memory_order_release);
     mFileReader.setCurrentFrame(frame);
     mDone = false;
     mEndReported = false;
@@ -204,10 +206,7 @@ float TeskExtendedAudioFilePlayer::currentTime() const {
 }
 
 void TeskExtendedAudioFilePlayer::setCurrentTime(float milliseconds) {
-    const auto frame = qint64(std::floor(float(sampleRate()) * (milliseconds / 1000.0f)));
-    mFileReader.setCurrentFrame(frame);
-    if (isFilePlaying())
-        mOutputAudioUnit->flush();
+    setCurrentFrame(qint64(std::floor(float(sampleRate()) * (milliseconds / 1000.0f))));
 }
 
 qint64 TeskExtendedAudioFilePlayer::totalFrames() const {
@@ -233,6 +232,10 @@ std::uint32_t TeskExtendedAudioFilePlayer::supplyFrames(const AudioBufferList& b
     std::uint32_t written = 0;
     runs.count = 0;
     for (;;) {
+        // A render made stale by a seek plays silence at once (it is never heard) instead of
+        // taking, or waiting for, the frames at the new place.
+        if (mSeekPending.load(std::memory_order_acquire))
+            break;
         std::uint32_t copied = 0;
         SourceRuns copiedRuns;
         mFileReader.copyInto(buffers, frameCount - written, copied, &copiedRuns, written);
@@ -255,6 +258,10 @@ std::uint32_t TeskExtendedAudioFilePlayer::supplyFrames(const AudioBufferList& b
     if (exporting)
         mExportFramesLeft -= written;
     return written;
+}
+
+void TeskExtendedAudioFilePlayer::restart() noexcept {
+    mSeekPending.store(false, std::memory_order_release);
 }
 
 bool TeskExtendedAudioFilePlayer::hasFramesReady() noexcept {

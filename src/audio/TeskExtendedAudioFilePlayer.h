@@ -119,6 +119,7 @@ private:
     std::uint32_t supplyFrames(const AudioBufferList& buffers, std::uint32_t frameCount,
                                SourceRuns& runs) noexcept override;
     bool hasFramesReady() noexcept override;
+    void restart() noexcept override;
     void audioUnitDidStop(TeskOutputAudioUnit* unit) override;
     void outputAudioUnitDidUpdateProgress(TeskOutputAudioUnit* unit, double progress) override;
     void checkForEndOfFile();
@@ -133,6 +134,10 @@ private:
     mutable qint64 mCurrentFrame = 0;
     /// Set by the rendering thread at the end of the song, cleared at each start.
     std::atomic<bool> mDone{false};
+    /// Set by a seek (main thread) until the chain starts over at the new place (rendering
+    /// thread): the render the seek made stale takes no more frames, so none of those at the
+    /// new place are lost to it.
+    std::atomic<bool> mSeekPending{false};
     bool mEndReported = false;
     /// While exporting: the source frames still to give the chain (export thread only), or
     /// negative when not exporting.
