@@ -97,25 +97,24 @@ TEST(TeskExtendedAudioFile, EachFormatDecodesToItsExactLengthInPlace) {
         QStringList encoding; // empty: a 16-bit WAV written directly
         const char* codec;
         int channels;
-        int maxLag; // how far the decoder's alignment is searched
         void (*damage)(const QString&) = nullptr;
     };
     const Case cases[] = {
-        {"song.wav", {}, "pcm_s16le", 2, 300},
-        {"mono.wav", {}, "pcm_s16le", 1, 300},
-        {"disguised.mp3", {}, "pcm_s16le", 2, 300},
-        {"song.mp3", kMp3 + QStringList{"-b:a", "192k"}, "mp3", 2, 300},
-        {"mono.mp3", kMp3, "mp3", 1, 300},
+        {"song.wav", {}, "pcm_s16le", 2},
+        {"mono.wav", {}, "pcm_s16le", 1},
+        {"disguised.mp3", {}, "pcm_s16le", 2},
+        {"song.mp3", kMp3 + QStringList{"-b:a", "192k"}, "mp3", 2},
+        {"mono.mp3", kMp3, "mp3", 1},
         // Without extension, and with a cover larger than FFmpeg's first probe of a file reaches.
         {"tagged",
          QStringList{"-i", cover} + test::splitArguments("-map 0:a -map 1:v -c:a libmp3lame -c:v "
                                                          "copy -id3v2_version 3 -disposition:v "
                                                          "attached_pic -f mp3"),
-         "mp3", 2, 300},
+         "mp3", 2},
         // An edit list counted in samples rather than in milliseconds states the length exactly.
-        {"song.m4a", kAac + QStringList{"-movie_timescale", "44100"}, "aac", 2, 1200},
+        {"song.m4a", kAac + QStringList{"-movie_timescale", "44100"}, "aac", 2},
         // A header that undercounts does not cut the song.
-        {"undercounted.flac", {"-c:a", "flac"}, "flac", 2, 300, undercountFlacHeader},
+        {"undercounted.flac", {"-c:a", "flac"}, "flac", 2, undercountFlacHeader},
     };
     const std::size_t frames = kSongFrames;
     for (const Case& c : cases) {
@@ -155,8 +154,6 @@ TEST(TeskExtendedAudioFile, EachFormatDecodesToItsExactLengthInPlace) {
         for (const qint64 start : {qint64(frames), qint64(frames) + 10, qint64(-1)})
             EXPECT_EQ(file->readFrames(start, 1, &left, &right), 0) << start;
         EXPECT_EQ(file->readFrames(0, 0, &left, &right), 0);
-        for (std::size_t side = 0; side < 2; ++side)
-            EXPECT_EQ(bestLag(song[side % song.size()], decoded[side], c.maxLag), 0) << side;
         const auto reference = test::decodeWithFfmpeg(path, 44100, c.channels);
         ASSERT_TRUE(reference);
         ASSERT_GE((*reference)[0].size(), frames);
