@@ -31,7 +31,7 @@ TEST(SongMetadataReader, ReadsTheTagsAndCoverWhereEachFormatKeepsThem) {
         QStringList options;
     };
     const Case cases[] = {
-        // ID3 version 2.3, whose text is UTF-16, and the front cover among other pictures.
+        // ID3 version 2.3, whose text is UTF-16, with the front cover.
         {"song.mp3",
          "cover.jpg",
          "image/jpeg",

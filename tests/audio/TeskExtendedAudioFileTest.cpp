@@ -35,23 +35,6 @@ qint64 engineFrames(qint64 sourceFrames, int sourceRate) {
     return std::llround(double(sourceFrames) * 44100.0 / sourceRate);
 }
 
-/// The shift (within ±maxLag) at which `decoded` best matches `original`: 0 when aligned.
-int bestLag(const std::vector<float>& original, const std::vector<float>& decoded, int maxLag) {
-    int best = 0;
-    double bestScore = -std::numeric_limits<double>::infinity();
-    const auto length = std::ptrdiff_t(std::min(original.size(), decoded.size()));
-    for (int lag = -maxLag; lag <= maxLag; ++lag) {
-        double score = 0.0;
-        for (std::ptrdiff_t i = maxLag; i < length - maxLag; ++i)
-            score += double(original[std::size_t(i)]) * decoded[std::size_t(i + lag)];
-        if (score > bestScore) {
-            bestScore = score;
-            best = lag;
-        }
-    }
-    return best;
-}
-
 float maxDifference(const std::vector<float>& a, const std::vector<float>& b, std::size_t count) {
     float difference = 0.0f;
     for (std::size_t i = 0; i < count; ++i)
@@ -439,7 +422,12 @@ TEST(TeskExtendedAudioFile, TruncatedFilesPlayWhatDecodedAndSayWhy) {
             EXPECT_LE(maxDifference(decoded[0], song[0], std::size_t(kept)), 0.5f * kLsb + 1e-7f);
         } else {
             EXPECT_NEAR(double(file->frameCount()), frames / 2.0, frames * 0.05);
-            EXPECT_EQ(bestLag(song[0], decoded[0], 300), 0);
+            // In place: FFmpeg's own decoding of the same cut file, but for its last frames.
+            const auto reference = test::decodeWithFfmpeg(path);
+            ASSERT_TRUE(reference);
+            const std::size_t compared = std::min(decoded[0].size(), (*reference)[0].size());
+            ASSERT_GT(compared, 10000u);
+            EXPECT_LE(maxDifference(decoded[0], (*reference)[0], compared - 5000), kLsb);
         }
     }
 }
