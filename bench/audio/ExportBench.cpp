@@ -4,7 +4,7 @@
 #include "audio/ProcessingChainPool.h"
 #include "audio/TeskExtendedAudioFile.h"
 #include "audio/TeskExtendedAudioFilePlayer.h"
-#include "support/GeneratedSong.h"
+#include "support/SoundFileTools.h"
 #include "support/TeskBench.h"
 
 #include <QCoreApplication>
@@ -37,7 +37,7 @@ QTemporaryDir& folder() {
 
 void BM_ExportFourMinutesAllEffects(benchmark::State& state) {
     application();
-    const QString song = bench::generatedSongFile(240);
+    const QString song = test::generatedSongFile(240);
     std::optional<TeskError> error;
     std::shared_ptr<TeskExtendedAudioFile> file =
         song.isEmpty() ? nullptr : TeskExtendedAudioFile::openForPlayback(song, &error);
@@ -70,15 +70,14 @@ void BM_ExportFourMinutesAllEffects(benchmark::State& state) {
 BENCHMARK(BM_ExportFourMinutesAllEffects)->UseManualTime()->Iterations(1)->Unit(benchmark::kSecond);
 
 void BM_RubberBandThenFfmpegAnchor(benchmark::State& state) {
-    const QString song = bench::generatedSongFile(240);
+    const QString song = test::generatedSongFile(240);
     const QString wav = folder().filePath(QStringLiteral("anchor-in.wav"));
     const QString stretched = folder().filePath(QStringLiteral("anchor-stretched.wav"));
     const QString m4a = folder().filePath(QStringLiteral("anchor.m4a"));
     const QString map = folder().filePath(QStringLiteral("anchor-map.txt"));
     QFile mapFile(map);
     if (song.isEmpty() || !mapFile.open(QIODevice::WriteOnly) ||
-        QProcess::execute(QStringLiteral("ffmpeg"), {"-nostdin", "-y", "-v", "error", "-i", song,
-                                                     "-ar", "44100", "-ac", "2", wav}) != 0) {
+        !test::encodeWithFfmpeg(song, wav, {"-ar", "44100", "-ac", "2"})) {
         state.SkipWithError("could not prepare the anchor's input");
         return;
     }
@@ -91,12 +90,10 @@ void BM_RubberBandThenFfmpegAnchor(benchmark::State& state) {
             QStringLiteral("rubberband"),
             {"-q", "-3", "--realtime", "-t", QString::number(1.0 / kSpeed, 'f', 6), "-p",
              QString::number(kSemitones), "--pitchmap", map, wav, stretched});
-        const int encodeStatus =
-            QProcess::execute(QStringLiteral("ffmpeg"), {"-nostdin", "-y", "-v", "error", "-i",
-                                                         stretched, "-c:a", "aac", m4a});
+        const bool encoded = test::encodeWithFfmpeg(stretched, m4a, {"-c:a", "aac"});
         state.SetIterationTime(
             std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count());
-        if (stretchStatus != 0 || encodeStatus != 0) {
+        if (stretchStatus != 0 || !encoded) {
             state.SkipWithError("rubberband or ffmpeg failed");
             return;
         }

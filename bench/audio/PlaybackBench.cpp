@@ -3,7 +3,7 @@
 #include "audio/ProcessingChainPool.h"
 #include "audio/TeskExtendedAudioFile.h"
 #include "audio/TeskExtendedAudioFilePlayer.h"
-#include "support/GeneratedSong.h"
+#include "support/SoundFileTools.h"
 #include "support/TeskBench.h"
 
 #include <QCoreApplication>
@@ -218,7 +218,7 @@ BENCHMARK(BM_PlaybackSoak)->Iterations(1)->Unit(benchmark::kSecond);
 /// period for the device to play it.
 void BM_OpenToFirstSound(benchmark::State& state) {
     application();
-    const QString song = bench::generatedSongFile(240);
+    const QString song = test::generatedSongFile(240);
     if (song.isEmpty()) {
         state.SkipWithError("could not make the song with ffmpeg");
         return;
@@ -259,7 +259,7 @@ BENCHMARK(BM_OpenToFirstSound)->UseManualTime()->Iterations(10)->Unit(benchmark:
 /// Peak resident memory of a separate headless process that opens a 10-minute MP3 and plays it
 /// with effects on until the whole song has been decoded.
 void BM_TenMinuteSongMemory(benchmark::State& state) {
-    const QString song = bench::generatedSongFile(600);
+    const QString song = test::generatedSongFile(600);
     if (song.isEmpty()) {
         state.SkipWithError("could not make the song with ffmpeg");
         return;

@@ -3,7 +3,7 @@
 #include "audio/ProcessingChainPool.h"
 #include "document/TeskDocument.h"
 #include "document/TeskDocumentFile.h"
-#include "support/GeneratedSong.h"
+#include "support/SoundFileTools.h"
 #include "support/TeskBench.h"
 
 #include <QCoreApplication>
@@ -79,7 +79,7 @@ void BM_OpenSavedDocumentToPlayable(benchmark::State& state) {
     application();
     // Measured first, before a document has prepared a chain that would be taken instead.
     const auto chainWait = std::max(std::chrono::milliseconds(300), 4 * chainBuildTime());
-    const QString song = bench::generatedSongFile(240);
+    const QString song = test::generatedSongFile(240);
     if (song.isEmpty()) {
         state.SkipWithError("could not make the song with ffmpeg");
         return;
@@ -143,7 +143,7 @@ BENCHMARK(BM_OpenSavedDocumentToPlayable)
 /// previous save, as the user saving again does.
 void BM_SaveDocument(benchmark::State& state) {
     application();
-    const QString song = bench::generatedSongFile(240);
+    const QString song = test::generatedSongFile(240);
     if (song.isEmpty()) {
         state.SkipWithError("could not make the song with ffmpeg");
         return;

@@ -2,13 +2,12 @@
 // FFmpeg's own tool decoding the same song to nowhere; the first block on the main thread; and
 // the outline the view asks for at every repaint.
 #include "audio/TeskExtendedAudioFile.h"
-#include "support/GeneratedSong.h"
+#include "support/SoundFileTools.h"
 #include "support/TeskBench.h"
 #include "waveform/Waveform.h"
 
 #include <QCoreApplication>
 #include <QEventLoop>
-#include <QProcess>
 #include <QTimer>
 #include <benchmark/benchmark.h>
 
@@ -57,7 +56,7 @@ struct Arrivals : WaveformDelegate {
 };
 
 std::shared_ptr<const TeskExtendedAudioFile> openSong(benchmark::State& state) {
-    const QString path = bench::generatedSongFile(kSongSeconds);
+    const QString path = test::generatedSongFile(kSongSeconds);
     if (path.isEmpty()) {
         state.SkipWithError("could not make the song with ffmpeg");
         return nullptr;
@@ -74,7 +73,7 @@ std::shared_ptr<const TeskExtendedAudioFile> openSong(benchmark::State& state) {
 /// block on the main thread.
 void BM_OpenToCompleteWaveform(benchmark::State& state) {
     application();
-    bench::generatedSongFile(kSongSeconds);
+    test::generatedSongFile(kSongSeconds);
     for (auto _ : state) {
         const auto start = Clock::now();
         const auto song = openSong(state);
@@ -91,7 +90,7 @@ BENCHMARK(BM_OpenToCompleteWaveform)->Unit(benchmark::kMillisecond)->UseManualTi
 
 /// Decoding alone, for what the waveform adds to it.
 void BM_OpenToDecoded(benchmark::State& state) {
-    bench::generatedSongFile(kSongSeconds);
+    test::generatedSongFile(kSongSeconds);
     for (auto _ : state) {
         const auto song = openSong(state);
         if (!song)
@@ -104,16 +103,13 @@ BENCHMARK(BM_OpenToDecoded)->Unit(benchmark::kMillisecond)->UseRealTime()->MinTi
 /// The anchor: FFmpeg's tool decoding and converting the same song to the engine's rate and
 /// channels, writing nowhere.
 void BM_FfmpegDecodeMp3(benchmark::State& state) {
-    const QString path = bench::generatedSongFile(kSongSeconds);
+    const QString path = test::generatedSongFile(kSongSeconds);
     if (path.isEmpty()) {
         state.SkipWithError("could not make the song with ffmpeg");
         return;
     }
     for (auto _ : state) {
-        const int status = QProcess::execute(QStringLiteral("ffmpeg"),
-                                             {"-nostdin", "-y", "-v", "quiet", "-i", path, "-f",
-                                              "f32le", "-ar", "44100", "-ac", "2", "/dev/null"});
-        if (status != 0)
+        if (!test::encodeWithFfmpeg(path, "/dev/null", {"-f", "f32le", "-ar", "44100", "-ac", "2"}))
             state.SkipWithError("ffmpeg failed");
     }
 }
@@ -122,7 +118,7 @@ BENCHMARK(BM_FfmpegDecodeMp3)->Unit(benchmark::kMillisecond)->UseRealTime()->Min
 /// From opening the song to its first two seconds drawable.
 void BM_OpenToFirstBlock(benchmark::State& state) {
     application();
-    bench::generatedSongFile(kSongSeconds);
+    test::generatedSongFile(kSongSeconds);
     for (auto _ : state) {
         const auto start = Clock::now();
         const auto song = openSong(state);

@@ -4,7 +4,7 @@
 //
 // With TESK_WAVEFORM_VIEW_PNG set to a folder, it also saves the view at ratios 1, 1.25 and 2
 // there.
-#include "support/GeneratedSong.h"
+#include "support/SoundFileTools.h"
 #include "support/TeskBench.h"
 #include "waveform/TeskScroller.h"
 #include "waveform/WaveformView.h"
@@ -45,7 +45,7 @@ WaveformView& songView() {
         auto* made = new WaveformView();
         made->resize(kWidth, kHeight);
         made->show(); // the size takes effect when shown
-        made->setFileURL(QUrl::fromLocalFile(bench::generatedSongFile(600)));
+        made->setFileURL(QUrl::fromLocalFile(test::generatedSongFile(600)));
         (void)QTest::qWaitFor([&] { return made->waveform() && !made->waveform()->isScanning(); },
                               600000);
         made->setLoopRange({44100 * 62, 44100 * 9});

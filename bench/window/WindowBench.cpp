@@ -3,7 +3,7 @@
 // user resizing the window makes the sound drop out, and the memory of a long song. Each run is a
 // separate process, so its figures are its own.
 #include "app/SingleInstance.h"
-#include "support/GeneratedSong.h"
+#include "support/SoundFileTools.h"
 #include "support/TeskBench.h"
 
 #include <QCoreApplication>
@@ -120,7 +120,7 @@ BENCHMARK(BM_TeskFirstWindow)->UseManualTime()->Iterations(10)->Unit(benchmark::
 /// throwing it away, process start included.
 void BM_FfmpegDecode(benchmark::State& state) {
     application();
-    const QString song = bench::generatedSongFile(240);
+    const QString song = test::generatedSongFile(240);
     for (auto _ : state) {
         QProcess ffmpeg;
         const auto started = Clock::now();
@@ -140,7 +140,7 @@ BENCHMARK(BM_FfmpegDecode)->UseManualTime()->Iterations(5)->Unit(benchmark::kMil
 void BM_OpenToWaveformDrawn(benchmark::State& state) {
     application();
     privateSession();
-    const QString song = bench::generatedSongFile(240);
+    const QString song = test::generatedSongFile(240);
     for (auto _ : state) {
         QProcess probe;
         const auto started = Clock::now();
@@ -174,7 +174,7 @@ constexpr int kSettleSeconds = 5;
 void BM_WindowPlaybackCpu(benchmark::State& state) {
     application();
     privateSession();
-    const QString song = bench::generatedSongFile(240);
+    const QString song = test::generatedSongFile(240);
     for (auto _ : state) {
         const auto figures = probeFigures(song, kSettleSeconds + kCpuSeconds, false);
         if (figures.empty() || figures.at(QStringLiteral("playing")) != 1.0) {
@@ -192,7 +192,7 @@ BENCHMARK(BM_WindowPlaybackCpu)->UseManualTime()->Iterations(1)->Unit(benchmark:
 /// The same playing without a window: tesk-render through the sound device.
 void BM_HeadlessPlaybackCpu(benchmark::State& state) {
     application();
-    const QString song = bench::generatedSongFile(240);
+    const QString song = test::generatedSongFile(240);
     for (auto _ : state) {
         QProcess render;
         render.start(QStringLiteral(TESK_RENDER_PATH),
@@ -226,7 +226,7 @@ BENCHMARK(BM_HeadlessPlaybackCpu)->UseManualTime()->Iterations(1)->Unit(benchmar
 void BM_WindowResizeSoak(benchmark::State& state) {
     application();
     privateSession();
-    const QString song = bench::generatedSongFile(240);
+    const QString song = test::generatedSongFile(240);
     for (auto _ : state) {
         const auto figures = probeFigures(song, 120, true);
         if (figures.empty() || figures.at(QStringLiteral("playing")) != 1.0) {
@@ -243,7 +243,7 @@ BENCHMARK(BM_WindowResizeSoak)->Iterations(1)->Unit(benchmark::kSecond);
 void BM_WindowTenMinuteSongMemory(benchmark::State& state) {
     application();
     privateSession();
-    const QString song = bench::generatedSongFile(600);
+    const QString song = test::generatedSongFile(600);
     for (auto _ : state) {
         const auto figures = probeFigures(song, 10, false);
         if (figures.empty()) {
