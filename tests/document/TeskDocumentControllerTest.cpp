@@ -171,7 +171,10 @@ TEST_F(DocumentControllerTest, OpensFilesFromOutsideAndAnswersForEach) {
     // Only the file that should have opened is reported; the unsupported one is refused quietly.
     ASSERT_EQ(mWindows.errors.size(), 1);
     EXPECT_EQ(mWindows.errors.first().domain(), QStringLiteral("ZORBTeskErrorDomain"));
+    EXPECT_EQ(mWindows.errors.first().code(), 0);
     EXPECT_EQ(mWindows.errors.first().localizedDescription(), QStringLiteral("Bad Audio File"));
+    EXPECT_EQ(mWindows.errors.first().localizedRecoverySuggestion(),
+              QStringLiteral("There was an error while loading the audio file."));
     ASSERT_EQ(mController.documents().size(), 1);
     EXPECT_EQ(mController.documents().first()->displayName(), QStringLiteral("good"));
 }
