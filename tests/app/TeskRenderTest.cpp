@@ -495,7 +495,7 @@ TEST(TeskRender, DocumentWhoseSongIsGoneOrWhoseFileIsDamagedExitsTwo) {
 
 TEST(TeskRender, InterruptedExportKeepsTheOriginalAndLeavesNoPartialFile) {
     QTemporaryDir folder;
-    const QString input = writeTone(folder.filePath("long.wav"), 60.0);
+    const QString input = writeTone(folder.filePath("long.wav"), 20.0);
     const QString output = folder.filePath("out.m4a");
     const QByteArray original("the take to keep");
     ASSERT_TRUE(writeFile(output, original));
@@ -540,7 +540,7 @@ TEST(TeskRender, FailedExportKeepsTheOriginal) {
 
 TEST(TeskRender, PlaysARangeToItsEndAndStopsOnSigterm) {
     QTemporaryDir folder;
-    const QString input = writeTone(folder.filePath("in.wav"), 30.0);
+    const QString input = writeTone(folder.filePath("in.wav"), 12.0);
 
     // Half a second of song at twice the speed ends on its own, at the range's end.
     const RenderRun range = runRender({"--range", "10-10.5", "--speed", "2", input});
