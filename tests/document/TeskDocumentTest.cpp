@@ -165,9 +165,7 @@ TEST_F(DocumentTest, EverySettingReachesThePlayer) {
     effects->setOutOfPhase(true);
     effects->setEqualizerEnabled(true);
     TeskEqualizerSettings equalizer;
-    QList<double> gains(10, 0.0);
-    gains[3] = -12.0;
-    equalizer.setBands(gains);
+    equalizer.setBands({0, 0, 0, -12, 0, 0, 0, 0, 0, 0});
     effects->setEqualizerSettings(&equalizer);
     // An edit inside the vocal band object reaches the player too.
     effects->vocalReductionEffectSettings()->setLowFrequency(300.0);
