@@ -4,7 +4,7 @@
 #include "document/MetadataImporter.h"
 
 #include "support/AudioFiles.h"
-#include "support/Signals.h"
+#include "support/SongFiles.h"
 
 #include <QCoreApplication>
 #include <QImage>
@@ -39,11 +39,6 @@ public:
     MetadataImporter* finishedImporter = nullptr;
 };
 
-bool writeTone(const QString& path) {
-    return test::writeWav(path, {test::sine(440.0, 0.5, 44100), test::sine(660.0, 0.5, 44100)},
-                          44100);
-}
-
 /// A song tagged with the three texts (in an MP3's ID3v2.3 tags ffmpeg stores non-Latin text as
 /// UTF-16), with `cover` attached as its front picture when given; `name`'s extension chooses
 /// the container and so the codec.
@@ -51,7 +46,7 @@ QString writeTaggedSong(const QTemporaryDir& folder, const QString& cover = {},
                         const QString& name = QStringLiteral("song.mp3")) {
     const QString source = folder.filePath("tone.wav");
     const QString song = folder.filePath(name);
-    EXPECT_TRUE(writeTone(source));
+    test::writeTone(source, 1.0);
     QStringList arguments{"-i", source};
     if (!cover.isEmpty())
         arguments << "-i" << cover
@@ -98,8 +93,7 @@ TEST(MetadataImporter, BringsUtf16TagsToTheDelegateOnTheMainThread) {
 
 TEST(MetadataImporter, FilesWithoutTagsOrThatCannotBeReadFinishEmpty) {
     QTemporaryDir folder;
-    const QString wav = folder.filePath("plain.wav");
-    ASSERT_TRUE(writeTone(wav));
+    const QString wav = test::writeTone(folder.filePath("plain.wav"), 1.0);
     const QString missing = folder.filePath("missing.mp3");
 
     for (const QString& path : {wav, missing}) {

@@ -3,7 +3,7 @@
 #include "document/TeskDocumentFile.h"
 #include "document/TeskDocumentWindow.h"
 #include "support/AudioFiles.h"
-#include "support/Signals.h"
+#include "support/SongFiles.h"
 
 #include <QCoreApplication>
 #include <QFile>
@@ -17,8 +17,6 @@ using namespace tesk;
 using namespace tesk::test;
 
 namespace {
-
-constexpr int kRate = 44100;
 
 /// Windows as the window layer would keep them, without drawing any.
 class FakeWindowLayer : public TeskDocumentWindowLayer {
@@ -63,19 +61,12 @@ protected:
 
     QString path(const QString& name) const { return mDir.filePath(name); }
 
-    /// Half a second of stereo sine encoded by FFmpeg with `arguments` into `name`.
+    /// Half a second of tone, encoded by FFmpeg with `arguments` unless it is a plain WAV.
     QString writeSong(const QString& name, const QStringList& arguments = {}) {
-        const auto frames = std::size_t(kRate / 2);
-        const Channels channels{sine(440.0, 0.5, frames, kRate), sine(660.0, 0.5, frames, kRate)};
-        QString log;
-        EXPECT_TRUE(writeEncoded(path(name), channels, kRate, arguments, &log))
-            << log.toStdString();
-        return path(name);
+        return writeTone(path(name), 0.5, 440.0, arguments);
     }
     QString writeText(const QString& name, const QByteArray& text) {
-        QFile file(path(name));
-        EXPECT_TRUE(file.open(QIODevice::WriteOnly));
-        file.write(text);
+        EXPECT_TRUE(writeFile(path(name), text));
         return path(name);
     }
 
@@ -180,7 +171,10 @@ TEST_F(DocumentControllerTest, OpensFilesFromOutsideAndAnswersForEach) {
     // Only the file that should have opened is reported; the unsupported one is refused quietly.
     ASSERT_EQ(mWindows.errors.size(), 1);
     EXPECT_EQ(mWindows.errors.first().domain(), QStringLiteral("ZORBTeskErrorDomain"));
+    EXPECT_EQ(mWindows.errors.first().code(), 0);
     EXPECT_EQ(mWindows.errors.first().localizedDescription(), QStringLiteral("Bad Audio File"));
+    EXPECT_EQ(mWindows.errors.first().localizedRecoverySuggestion(),
+              QStringLiteral("There was an error while loading the audio file."));
     ASSERT_EQ(mController.documents().size(), 1);
     EXPECT_EQ(mController.documents().first()->displayName(), QStringLiteral("good"));
 }

@@ -1,5 +1,7 @@
 #include "document/TeskFileReference.h"
 
+#include "support/AudioFiles.h"
+
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
@@ -9,6 +11,7 @@
 #include <random>
 
 using namespace tesk;
+using tesk::test::writeFile;
 
 namespace {
 
@@ -24,21 +27,14 @@ protected:
 
     QString makeFile(const QString& relative, const QByteArray& contents = "RIFF....WAVE") {
         const QString file = path(relative);
-        EXPECT_TRUE(QDir().mkpath(QFileInfo(file).absolutePath()));
-        QFile out(file);
-        EXPECT_TRUE(out.open(QIODevice::WriteOnly));
-        out.write(contents);
+        EXPECT_TRUE(QDir().mkpath(QFileInfo(file).absolutePath()) && writeFile(file, contents));
         return file;
     }
-    void move(const QString& from, const QString& to) {
-        ASSERT_TRUE(QDir().mkpath(QFileInfo(to).absolutePath()));
-        ASSERT_TRUE(QFile::rename(from, to));
-    }
     /// A copy is a new inode, as after a move to another disk.
-    void copyAway(const QString& from, const QString& to) {
+    void move(const QString& from, const QString& to, bool asCopy = false) {
         ASSERT_TRUE(QDir().mkpath(QFileInfo(to).absolutePath()));
-        ASSERT_TRUE(QFile::copy(from, to));
-        ASSERT_TRUE(QFile::remove(from));
+        ASSERT_TRUE(asCopy ? QFile::copy(from, to) && QFile::remove(from)
+                           : QFile::rename(from, to));
     }
 
     QTemporaryDir mDir;
@@ -105,14 +101,14 @@ TEST_F(FileReferenceTest, FindsTheFileBesideTheDocumentAndMovedWithIt) {
     const QString movedDocument = path(QStringLiteral("elsewhere/deep/moved/practice.tesk"));
     const QString movedSong =
         path(QStringLiteral("elsewhere/deep/moved/audio/") + unique("song.wav"));
-    copyAway(document, movedDocument);
-    copyAway(song, movedSong);
+    move(document, movedDocument, true);
+    move(song, movedSong, true);
     EXPECT_EQ(reference->resolvedPath(movedDocument), movedSong);
     EXPECT_EQ(reference->resolvedPath(), QString());
 
     // The song put beside the document, again as a new file.
     const QString beside = path(QStringLiteral("elsewhere/deep/moved/") + unique("song.wav"));
-    copyAway(movedSong, beside);
+    move(movedSong, beside, true);
     EXPECT_EQ(reference->resolvedPath(movedDocument), beside);
 }
 
@@ -140,7 +136,7 @@ TEST_F(FileReferenceTest, FindsTheFileInTheMusicFolder) {
     const auto reference = TeskFileReference::fromPath(song);
     ASSERT_TRUE(reference);
     const QString filed = path(QStringLiteral("Music/Artist/") + unique("song.wav"));
-    copyAway(song, filed);
+    move(song, filed, true);
     EXPECT_EQ(reference->resolvedPath(), filed);
 }
 

@@ -1,0 +1,21 @@
+#include "support/SongFiles.h"
+
+#include "support/AudioFiles.h"
+#include "support/Signals.h"
+
+#include <gtest/gtest.h>
+
+namespace tesk::test {
+
+QString writeTone(const QString& path, double seconds, double frequency,
+                  const QStringList& ffmpegArguments) {
+    const auto tone = sine(frequency, 0.5, std::size_t(std::llround(seconds * kSampleRate)));
+    QString log;
+    EXPECT_TRUE(ffmpegArguments.isEmpty() && path.endsWith(QStringLiteral(".wav"))
+                    ? writeWav(path, {tone, tone}, int(kSampleRate))
+                    : writeEncoded(path, {tone, tone}, int(kSampleRate), ffmpegArguments, &log))
+        << path.toStdString() << ": " << log.toStdString();
+    return path;
+}
+
+} // namespace tesk::test

@@ -1,0 +1,18 @@
+#pragma once
+
+// Songs for the document and tesk-render tests: a steady tone, written as the test needs it.
+
+#include <QString>
+#include <QStringList>
+
+namespace tesk::test {
+
+/// `seconds` of a sine at `frequency` Hz and half full scale, the same on both channels (so
+/// that the vocal reduction and out of phase take all of it), at 44100 Hz. A ".wav" without
+/// `ffmpegArguments` is written as a float WAV; anything else is encoded by ffmpeg, with those
+/// arguments, into the container the extension names. Returns `path`; a failure to write fails
+/// the test.
+QString writeTone(const QString& path, double seconds, double frequency = 440.0,
+                  const QStringList& ffmpegArguments = {});
+
+} // namespace tesk::test
