@@ -12,7 +12,7 @@ TEST(RealVector, WindowsConvertsToDecibelsAndAverages) {
     // Hamming over 9 points: 0.08 at the ends, 0.54 a quarter of the way, 1 in the middle.
     std::vector<float> samples(9, 2.0f);
     HammingWindow(9).apply(samples);
-    for (const auto [index, expected] :
+    for (const auto& [index, expected] :
          {std::pair{0, 0.16f}, {2, 1.08f}, {4, 2.0f}, {6, 1.08f}, {8, 0.16f}})
         EXPECT_NEAR(samples[index], expected, 1e-6f) << "point " << index;
 
@@ -20,7 +20,7 @@ TEST(RealVector, WindowsConvertsToDecibelsAndAverages) {
     const std::pair<float, float> decibels[] = {{1.0f, 0.0f},          {10.0f, 20.0f},
                                                 {0.001f, -60.0f},      {553.0f, 54.854503f},
                                                 {0.0f, kDecibelFloor}, {1e-9f, kDecibelFloor}};
-    for (const auto [value, expected] : decibels) {
+    for (const auto& [value, expected] : decibels) {
         std::vector<float> converted{value};
         convertToDecibels(converted);
         EXPECT_NEAR(converted[0], expected, 1e-5f) << value;
