@@ -6,17 +6,6 @@
 #include <cmath>
 
 namespace tesk {
-namespace {
-
-AudioBufferList stereoList(float* left, float* right, std::uint32_t frameCount) {
-    AudioBufferList list;
-    list.bufferCount = 2;
-    list.buffers[0] = {1, frameCount, left};
-    list.buffers[1] = {1, frameCount, right};
-    return list;
-}
-
-} // namespace
 
 ProcessingChain::ProcessingChain(double sampleRate, TimePitchQuality quality)
     : mSampleRate(sampleRate)
@@ -184,8 +173,8 @@ std::uint32_t ProcessingChain::pull(float* const* input, std::uint32_t frameCoun
     std::uint32_t supplied = 0;
     if (mSource) {
         SourceRuns runs;
-        supplied =
-            mSource->supplyFrames(stereoList(input[0], input[1], frameCount), frameCount, runs);
+        supplied = mSource->supplyFrames(AudioBufferList::stereo(input[0], input[1], frameCount),
+                                         frameCount, runs);
         for (std::uint32_t i = 0; i < runs.count; ++i) {
             const SourceRun& run = runs.runs[i];
             mInputRuns[mInputRunsWritten % kInputRunCount] = {mInputFrames + run.outputOffset,
@@ -227,7 +216,8 @@ void ProcessingChain::processAfterVocalReduction(float* left, float* right,
                                                  std::uint32_t frameCount) {
     if (frameCount == 0)
         return;
-    mSpectrumAnalyzer.copyFromAudioBufferList(stereoList(left, right, frameCount), frameCount);
+    mSpectrumAnalyzer.copyFromAudioBufferList(AudioBufferList::stereo(left, right, frameCount),
+                                              frameCount);
 
     if (mPanAdjust.load(std::memory_order_relaxed)) {
         applyPanMix(left, right, frameCount, mPanAmount.load(std::memory_order_relaxed),

@@ -14,15 +14,6 @@ using tesk::test::MemorySong;
 
 namespace {
 
-/// The renderer's view of two channels of `frames` samples.
-AudioBufferList stereo(float* left, float* right, std::uint32_t frames) {
-    AudioBufferList list;
-    list.bufferCount = 2;
-    list.buffers[0] = {1, frames, left};
-    list.buffers[1] = {1, frames, right};
-    return list;
-}
-
 /// A reader of `song` started at `frame` (looping over `loop` if it has a length), pulled from
 /// the way the renderer does, waiting between empty pulls.
 struct Puller {
@@ -48,8 +39,8 @@ struct Puller {
                !reader.endOfStream()) {
             std::uint32_t written = 0;
             SourceRuns copyRuns;
-            reader.copyInto(stereo(l.data(), r.data(), frames), frames - total, written, &copyRuns,
-                            total);
+            reader.copyInto(AudioBufferList::stereo(l.data(), r.data(), frames), frames - total,
+                            written, &copyRuns, total);
             for (std::uint32_t i = 0; i < copyRuns.count; ++i) {
                 SourceRun run = copyRuns.runs[i];
                 run.outputOffset += std::uint32_t(left.size());
@@ -128,7 +119,7 @@ TEST(TeskAudioFileReader, APositionFromBeforeASeekIsNeverReportedAfterIt) {
         std::vector<float> l(64), r(64);
         while (!stop.load()) {
             std::uint32_t written = 0;
-            reader.copyInto(stereo(l.data(), r.data(), 64), 64, written, nullptr);
+            reader.copyInto(AudioBufferList::stereo(l.data(), r.data(), 64), 64, written, nullptr);
         }
     });
     int stale = 0;

@@ -52,6 +52,15 @@ struct ManualPlayer {
         }
     }
 
+    /// Plays period by period until the player reports what is heard (a hundred at most).
+    std::optional<AheadRenderer::HeardPosition> playUntilReported() {
+        int periods = 0;
+        do
+            play(1);
+        while (++periods < 100 && !reports.back());
+        return reports.back();
+    }
+
     TeskExtendedAudioFilePlayer player;
     ManualSoundDevice* device = nullptr;
     AheadRenderer* ahead = nullptr;
@@ -156,12 +165,8 @@ TEST(TeskExtendedAudioFilePlayer, TheReportedPositionIsTheFrameBeingHeard) {
         // A seek makes the old report stale at once; the next period reports the new place.
         manual.player.setCurrentFrame(22050);
         EXPECT_FALSE(manual.player.heardPosition().has_value());
-        int periods = 0;
-        do
-            manual.play(1);
-        while (++periods < 100 && !manual.reports.back().has_value());
-        ASSERT_TRUE(manual.reports.back().has_value());
-        EXPECT_NEAR(manual.reports.back()->sourceFrame, 22050.0, 1.0);
+        EXPECT_NEAR(manual.playUntilReported().value_or(AheadRenderer::HeardPosition{}).sourceFrame,
+                    22050.0, 1.0);
         manual.player.stopFilePlaying();
         EXPECT_FALSE(manual.player.heardPosition().has_value());
     }
@@ -181,12 +186,8 @@ TEST(TeskExtendedAudioFilePlayer, ASeekIsHeardFromTheFrameSought) {
         manual.player.startFilePlaying();
         manual.play(8); // past the decoded frames: the reader has run dry
         manual.player.setCurrentFrame(22050);
-        int periods = 0;
-        do
-            manual.play(1);
-        while (++periods < 100 && !manual.reports.back().has_value());
-        ASSERT_TRUE(manual.reports.back().has_value());
-        EXPECT_NEAR(manual.reports.back()->sourceFrame, 22050.0, 1.0);
+        EXPECT_NEAR(manual.playUntilReported().value_or(AheadRenderer::HeardPosition{}).sourceFrame,
+                    22050.0, 1.0);
         manual.player.stopFilePlaying();
     }
 }

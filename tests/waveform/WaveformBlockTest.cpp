@@ -10,10 +10,7 @@ namespace {
 using namespace tesk;
 
 AudioBufferList stereo(std::vector<float>& left, std::vector<float>& right) {
-    AudioBufferList list{2, {}};
-    list.buffers[0] = {1, std::uint32_t(left.size()), left.data()};
-    list.buffers[1] = {1, std::uint32_t(right.size()), right.data()};
-    return list;
+    return AudioBufferList::stereo(left.data(), right.data(), std::uint32_t(left.size()));
 }
 
 TEST(WaveformBlock, SummarisesEachBinAsItsCentreAndTheLouderChannelsPeak) {

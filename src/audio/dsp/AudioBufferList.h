@@ -34,6 +34,15 @@ struct AudioBufferList {
 
     std::span<AudioBuffer> active() { return {buffers.data(), bufferCount}; }
     std::span<const AudioBuffer> active() const { return {buffers.data(), bufferCount}; }
+
+    /// Two non-interleaved channels of `frameCount` frames. Any thread; never allocates.
+    static AudioBufferList stereo(float* left, float* right, std::uint32_t frameCount) {
+        AudioBufferList list;
+        list.bufferCount = 2;
+        list.buffers[0] = {1, frameCount, left};
+        list.buffers[1] = {1, frameCount, right};
+        return list;
+    }
 };
 
 /// Owns the samples behind an `AudioBufferList` laid out for a stream format, with room for
