@@ -19,9 +19,7 @@
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
-#include <csignal>
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 
 using namespace tesk;
 using namespace tesk::test;
@@ -450,15 +448,10 @@ TEST_F(DocumentTest, AFailedSaveLeavesThePreviousDocumentWhole) {
     for (quint32 i = 0; i < 2000; ++i)
         many.append(i * 1000);
     document.setGenericMarkers(many);
-    rlimit previous{};
-    ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &previous), 0);
-    const auto previousHandler = std::signal(SIGXFSZ, SIG_IGN);
-    rlimit small = previous;
-    small.rlim_cur = rlim_t(saved.size() + 64);
-    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &small), 0);
-    const bool written = document.saveToURL(url(QStringLiteral("practice.tesk")), &error);
-    setrlimit(RLIMIT_FSIZE, &previous);
-    std::signal(SIGXFSZ, previousHandler);
+    const bool written = [&] {
+        const FileSizeLimit limit(rlim_t(saved.size() + 64));
+        return document.saveToURL(url(QStringLiteral("practice.tesk")), &error);
+    }();
 
     EXPECT_FALSE(written);
     EXPECT_TRUE(error.localizedDescription().contains(QStringLiteral("practice.tesk")));
