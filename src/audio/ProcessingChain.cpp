@@ -187,6 +187,20 @@ std::uint32_t ProcessingChain::pull(float* const* input, std::uint32_t frameCoun
     return supplied;
 }
 
+std::uint32_t ProcessingChain::pullPastEnd(float* const* input, std::uint32_t frameCount) {
+    if (!mSource)
+        return 0;
+    std::fill_n(input[0], frameCount, 0.0f);
+    std::fill_n(input[1], frameCount, 0.0f);
+    const std::uint32_t supplied =
+        std::min(mSource->supplyFramesPastEnd(
+                     AudioBufferList::stereo(input[0], input[1], frameCount), frameCount),
+                 frameCount);
+    // Through the equalizer as well, which goes on from the range's last frame without a seam.
+    mEqualizer.process(input, supplied);
+    return supplied;
+}
+
 double ProcessingChain::sourceFrameForInput(double inputFrame) const {
     const std::uint64_t kept = std::min<std::uint64_t>(mInputRunsWritten, kInputRunCount);
     for (std::uint64_t back = 1; back <= kept; ++back) {

@@ -30,6 +30,15 @@ public:
     /// Returns how many frames it supplied: fewer only at the end of what it has to give.
     virtual std::uint32_t supplyFrames(const AudioBufferList& buffers, std::uint32_t frameCount,
                                        SourceRuns& runs) noexcept = 0;
+    /// During an export, once `supplyFrames` has given all it has: fills up to `frameCount`
+    /// frames of the zeroed `buffers` with what follows in the song (onwards in the direction it
+    /// plays), without moving on what it supplies, and returns how many; 0 where nothing follows.
+    /// The chain only reads them around the end, never plays them. The export thread; may wait for
+    /// frames on their way as `supplyFrames` does.
+    virtual std::uint32_t supplyFramesPastEnd(const AudioBufferList& /*buffers*/,
+                                              std::uint32_t /*frameCount*/) noexcept {
+        return 0;
+    }
     /// Whether frames are waiting, so that rendering after a seek need not begin with silence.
     /// The source may wait a little for frames that are on their way (the rendering thread runs
     /// ahead of the device), but not past the end of what it has to give.
@@ -135,6 +144,7 @@ public:
 
 private:
     std::uint32_t pull(float* const* input, std::uint32_t frameCount) override;
+    std::uint32_t pullPastEnd(float* const* input, std::uint32_t frameCount) override;
     void applyParameters();
     void processAfterStretch(float* left, float* right, std::uint32_t frameCount);
     /// The stages after the vocal reduction: spectrum, pan mix, level.

@@ -226,6 +226,31 @@ std::uint32_t TeskExtendedAudioFilePlayer::supplyFrames(const AudioBufferList& b
     const bool exporting = mExportFramesLeft >= 0;
     if (exporting)
         frameCount = std::uint32_t(std::min<qint64>(frameCount, mExportFramesLeft));
+    bool ended = false;
+    const std::uint32_t written = copyFromReader(
+        buffers, frameCount, runs, exporting ? kExportReaderWait : kReaderWait, ended);
+    if (ended)
+        mDone.store(true, std::memory_order_release);
+    if (exporting)
+        mExportFramesLeft -= written;
+    return written;
+}
+
+std::uint32_t TeskExtendedAudioFilePlayer::supplyFramesPastEnd(const AudioBufferList& buffers,
+                                                               std::uint32_t frameCount) noexcept {
+    // The reader goes on as it would have played: on through the song, backwards, or round the
+    // loop.
+    if (mExportFramesLeft != 0 || mDone.load(std::memory_order_relaxed))
+        return 0;
+    SourceRuns runs;
+    bool ended = false;
+    return copyFromReader(buffers, frameCount, runs, kExportReaderWait, ended);
+}
+
+std::uint32_t TeskExtendedAudioFilePlayer::copyFromReader(const AudioBufferList& buffers,
+                                                          std::uint32_t frameCount,
+                                                          SourceRuns& runs, Clock::duration wait,
+                                                          bool& ended) noexcept {
     // The rendering thread runs ahead of the device, so it can afford to wait a moment for the
     // reader rather than play a gap that would also put the position out of step.
     Clock::time_point deadline{};
@@ -243,20 +268,18 @@ std::uint32_t TeskExtendedAudioFilePlayer::supplyFrames(const AudioBufferList& b
             runs.runs[runs.count++] = copiedRuns.runs[i];
         written += copied;
         if (mFileReader.endOfStream()) {
-            mDone.store(true, std::memory_order_release);
+            ended = true;
             break;
         }
         if (written == frameCount)
             break;
         const Clock::time_point now = Clock::now();
         if (deadline == Clock::time_point{})
-            deadline = now + (exporting ? kExportReaderWait : kReaderWait);
+            deadline = now + wait;
         else if (now >= deadline)
             break;
         std::this_thread::sleep_for(std::chrono::microseconds(200));
     }
-    if (exporting)
-        mExportFramesLeft -= written;
     return written;
 }
 

@@ -7,6 +7,7 @@
 #include <QObject>
 #include <QTimer>
 #include <atomic>
+#include <chrono>
 #include <memory>
 
 namespace tesk {
@@ -118,6 +119,14 @@ public:
 private:
     std::uint32_t supplyFrames(const AudioBufferList& buffers, std::uint32_t frameCount,
                                SourceRuns& runs) noexcept override;
+    std::uint32_t supplyFramesPastEnd(const AudioBufferList& buffers,
+                                      std::uint32_t frameCount) noexcept override;
+    /// Copies up to `frameCount` frames from the reader into `buffers`, waiting for it at most
+    /// `wait` in all; fewer when a seek is pending, the wait runs out or the song ends (`ended`).
+    /// The rendering thread or the export thread.
+    std::uint32_t copyFromReader(const AudioBufferList& buffers, std::uint32_t frameCount,
+                                 SourceRuns& runs, std::chrono::steady_clock::duration wait,
+                                 bool& ended) noexcept;
     bool hasFramesReady() noexcept override;
     void restart() noexcept override;
     void audioUnitDidStop(TeskOutputAudioUnit* unit) override;

@@ -1,5 +1,6 @@
 #include "audio/TeskOutputAudioUnit.h"
 #include "audio/EngineConstants.h"
+#include "audio/ExportJoin.h"
 
 #include "audio/ProcessingChainPool.h"
 #include "audio/TeskAudioFileWriter.h"
@@ -31,30 +32,44 @@ public:
     std::uint32_t supplyFrames(const AudioBufferList& buffers, std::uint32_t frameCount,
                                SourceRuns& runs) noexcept override {
         const auto wanted = std::uint32_t(std::clamp<qint64>(mEnd - mPosition, 0, frameCount));
-        std::uint32_t copied = 0;
-        while (copied < wanted) {
-            const qint64 read = mFrames.readFrames(mPosition + copied, wanted - copied,
-                                                   buffers.buffers[0].data + copied,
-                                                   buffers.buffers[1].data + copied);
-            copied += std::uint32_t(std::max<qint64>(read, 0));
-            if (copied < wanted) {
-                if (mFrames.isDecodingFinished() &&
-                    mFrames.decodedFrameCount() <= mPosition + copied)
-                    break;
-                // The export thread waits for the decoder to reach the frames it needs.
-                mFrames.waitForDecodedFrames(mPosition + wanted, std::chrono::milliseconds(50));
-            }
-        }
+        const std::uint32_t copied = copy(buffers, mPosition, wanted);
         runs.count = 1;
         runs.runs[0] = {0, mPosition, 1};
         mPosition += copied;
         return copied;
     }
 
+    std::uint32_t supplyFramesPastEnd(const AudioBufferList& buffers,
+                                      std::uint32_t frameCount) noexcept override {
+        const std::uint32_t copied =
+            copy(buffers, std::max(mPosition, mEnd) + mPastEnd, frameCount);
+        mPastEnd += copied;
+        return copied;
+    }
+
 private:
+    /// Copies up to `count` frames from `from` on; fewer only where the song ends.
+    std::uint32_t copy(const AudioBufferList& buffers, qint64 from, std::uint32_t count) {
+        std::uint32_t copied = 0;
+        while (copied < count) {
+            const qint64 read =
+                mFrames.readFrames(from + copied, count - copied, buffers.buffers[0].data + copied,
+                                   buffers.buffers[1].data + copied);
+            copied += std::uint32_t(std::max<qint64>(read, 0));
+            if (copied < count) {
+                if (mFrames.isDecodingFinished() && mFrames.decodedFrameCount() <= from + copied)
+                    break;
+                // The export thread waits for the decoder to reach the frames it needs.
+                mFrames.waitForDecodedFrames(from + count, std::chrono::milliseconds(50));
+            }
+        }
+        return copied;
+    }
+
     const DecodedFrames& mFrames;
     qint64 mPosition;
     const qint64 mEnd;
+    qint64 mPastEnd = 0; // frames given past the end so far
 };
 
 /// Fills `frameCount` frames of an export from `chain`; what is left after its end is silence.
@@ -306,7 +321,7 @@ TeskOutputAudioUnit::writeSamplesInTwoParts(const DecodedFrames& frames, qint64 
     const auto total = std::int64_t(std::llrint(double(sourceFrameCount) / rate));
     const std::int64_t paddedTotal =
         (total + kExportSliceFrames - 1) / kExportSliceFrames * kExportSliceFrames;
-    constexpr std::int64_t kCrossfade = 4096;
+    constexpr std::int64_t kCrossfade = ExportJoin::kCrossfadeFrames;
     const std::int64_t half = sourceFrameCount / 2;
     const std::int64_t preroll = engine::kExportPrerollFrames;
     std::int64_t secondStart = std::max<std::int64_t>(0, half - preroll);
@@ -329,7 +344,10 @@ TeskOutputAudioUnit::writeSamplesInTwoParts(const DecodedFrames& frames, qint64 
     std::unique_ptr<ProcessingChain> second = ProcessingChainPool::take(mChain->timePitchQuality());
     second->copyParametersFrom(*mChain);
     FrameRangeSource firstSource(frames, location, sourceFrameCount);
-    FrameRangeSource secondSource(frames, location + secondStart, sourceFrameCount - secondStart);
+    // The second half goes on past the range's end by as much as the join may move it on.
+    const auto joinReach = std::int64_t(std::ceil(double(ExportJoin::kMaxLag) * rate)) + 1;
+    FrameRangeSource secondSource(frames, location + secondStart,
+                                  sourceFrameCount - secondStart + joinReach);
     mChain->setSource(&firstSource);
     second->setSource(&secondSource);
     struct RestoreSource {
@@ -362,7 +380,8 @@ TeskOutputAudioUnit::writeSamplesInTwoParts(const DecodedFrames& frames, qint64 
         std::vector<float> interleaved(2 * kExportSliceFrames);
         std::int64_t output = secondOffset;
         std::int64_t spilled = 0;
-        while (output < paddedTotal && !mCancelExport.load() && !abandon.load()) {
+        while (output < paddedTotal + ExportJoin::kMaxLag && !mCancelExport.load() &&
+               !abandon.load()) {
             renderExportSlice(*chain, left.data(), right.data(), kExportSliceFrames);
             // Only what lies from the start of the join on is kept.
             const std::int64_t skip =
@@ -430,39 +449,68 @@ TeskOutputAudioUnit::writeSamplesInTwoParts(const DecodedFrames& frames, qint64 
     // The join, where the first half fades out as the second fades in, then the rest of the
     // second half as it arrives; silence pads the last slice.
     std::vector<float> interleaved(2 * kExportSliceFrames);
+    const auto waitForSecond = [&](std::int64_t frames) {
+        // Frames from the join's start on that the second half has spilled, once it has
+        // `frames` of them or has ended.
+        for (;;) {
+            if (secondFailed.load()) {
+                throw NSXError(
+                    TeskError(NSPOSIXErrorDomain, EIO,
+                              {{LocalizedDescriptionKey,
+                                tr("Tesk could not write the temporary file of the export.")}}));
+            }
+            const bool done = secondDone.load(std::memory_order_acquire);
+            const std::int64_t spilled = secondSpilled.load(std::memory_order_acquire);
+            if (done || spilled >= frames || mCancelExport.load())
+                return spilled;
+            std::this_thread::sleep_for(std::chrono::milliseconds(2));
+            reportProgress(joinEnd + secondRendered.load());
+        }
+    };
+    const auto readSecond = [&](std::int64_t from, std::int64_t count) {
+        const ssize_t got =
+            ::pread(spillFile, interleaved.data(), std::size_t(count * kSpillFrameBytes),
+                    off_t(from * kSpillFrameBytes));
+        const std::int64_t gotFrames = std::max<ssize_t>(got, 0) / kSpillFrameBytes;
+        for (std::int64_t i = 0; i < count; ++i) {
+            left[std::size_t(i)] = i < gotFrames ? interleaved[std::size_t(2 * i)] : 0.0f;
+            right[std::size_t(i)] = i < gotFrames ? interleaved[std::size_t(2 * i + 1)] : 0.0f;
+        }
+    };
+
+    // Where the second half lines up with the first, from a mono mix of each.
+    std::vector<float> firstMix(static_cast<std::size_t>(kCrossfade));
+    for (std::size_t i = 0; i < firstMix.size(); ++i)
+        firstMix[i] = joinLeft[i] + joinRight[i];
+    std::vector<float> secondMix;
+    const std::int64_t reach = kCrossfade + ExportJoin::kMaxLag;
+    const std::int64_t available = std::min(waitForSecond(reach), reach);
+    for (std::int64_t from = 0; from < available; from += kExportSliceFrames) {
+        const std::int64_t count = std::min<std::int64_t>(kExportSliceFrames, available - from);
+        readSecond(from, count);
+        for (std::int64_t i = 0; i < count; ++i)
+            secondMix.push_back(left[std::size_t(i)] + right[std::size_t(i)]);
+    }
+    const ExportJoin join(firstMix, secondMix);
+
     std::int64_t written = joinStart;
     while (!cancelled && written < paddedTotal) {
         cancelled = mCancelExport.load();
+        const std::int64_t from = written - joinStart + join.lag();
+        const std::int64_t wanted =
+            std::min<std::int64_t>(kExportSliceFrames, paddedTotal - written);
+        const std::int64_t spilled = waitForSecond(from + wanted);
         const bool done = secondDone.load(std::memory_order_acquire);
-        if (secondFailed.load()) {
-            throw NSXError(
-                TeskError(NSPOSIXErrorDomain, EIO,
-                          {{LocalizedDescriptionKey,
-                            tr("Tesk could not write the temporary file of the export.")}}));
-        }
-        const std::int64_t ready =
-            done ? paddedTotal - joinStart : secondSpilled.load(std::memory_order_acquire);
-        const std::int64_t want =
-            std::min<std::int64_t>(kExportSliceFrames, ready - (written - joinStart));
-        if (want <= 0) {
-            std::this_thread::sleep_for(std::chrono::milliseconds(2));
-            reportProgress(joinEnd + secondRendered.load());
+        const std::int64_t want = done ? wanted : std::min(wanted, spilled - from);
+        if (want <= 0)
             continue;
-        }
-        const ssize_t got =
-            ::pread(spillFile, interleaved.data(), std::size_t(want * kSpillFrameBytes),
-                    off_t((written - joinStart) * kSpillFrameBytes));
-        const std::int64_t gotFrames = std::max<ssize_t>(got, 0) / kSpillFrameBytes;
+        readSecond(from, want);
         for (std::int64_t i = 0; i < want; ++i) {
-            left[std::size_t(i)] = i < gotFrames ? interleaved[std::size_t(2 * i)] : 0.0f;
-            right[std::size_t(i)] = i < gotFrames ? interleaved[std::size_t(2 * i + 1)] : 0.0f;
             const std::int64_t inJoin = written + i - joinStart;
             if (inJoin < kCrossfade) {
-                const float in = float(inJoin + 1) / float(kCrossfade + 1);
-                left[std::size_t(i)] =
-                    left[std::size_t(i)] * in + joinLeft[std::size_t(inJoin)] * (1.0f - in);
-                right[std::size_t(i)] =
-                    right[std::size_t(i)] * in + joinRight[std::size_t(inJoin)] * (1.0f - in);
+                const auto at = std::size_t(inJoin);
+                left[std::size_t(i)] = join.mix(inJoin, joinLeft[at], left[std::size_t(i)]);
+                right[std::size_t(i)] = join.mix(inJoin, joinRight[at], right[std::size_t(i)]);
             }
         }
         if (!writer->write(left.data(), right.data(), std::uint32_t(want), &error))

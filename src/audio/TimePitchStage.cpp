@@ -213,15 +213,16 @@ void TimePitchStage::start() {
 void TimePitchStage::feed(Source& source, std::uint32_t frameCount, bool toEnd) {
     float* left = mInputBuffer.data();
     float* right = mInputBuffer.data() + kMaxProcessSize;
-    float* input[kChannelCount] = {left, right};
     std::uint32_t pulled = 0;
     if (!mSourceEnded) {
+        float* input[kChannelCount] = {left, right};
         pulled = std::min(source.pull(input, frameCount), frameCount);
         mExpectedOutputFrames += static_cast<double>(pulled) / mAppliedRate;
         if (toEnd && pulled < frameCount) {
             // The stretcher holds back its latency's worth of audio even when told the input
             // is final (the faster engine then drops part of it), so the end of the range is
-            // followed by silence until all of it is out; the output stops at the range's end.
+            // followed by more input until all of it is out; the output stops at the range's
+            // end.
             mSourceEnded = true;
             mTailFramesLeft =
                 mStretcher->getPreferredStartPad() + kMaxProcessSize +
@@ -230,14 +231,19 @@ void TimePitchStage::feed(Source& source, std::uint32_t frameCount, bool toEnd) 
                     mAppliedRate);
         }
     }
-    std::fill(left + pulled, left + frameCount, 0.0f);
-    std::fill(right + pulled, right + frameCount, 0.0f);
-    if (!toEnd)
-        pulled = frameCount; // playback: a short source simply plays silence
+    std::uint32_t pastEnd = 0;
+    if (mSourceEnded) {
+        // What follows the range in the song, not silence: the windows that reach past the
+        // end then see the music go on, and the range's last frames keep their level.
+        float* rest[kChannelCount] = {left + pulled, right + pulled};
+        pastEnd = std::min(source.pullPastEnd(rest, frameCount - pulled), frameCount - pulled);
+    }
+    std::fill(left + pulled + pastEnd, left + frameCount, 0.0f);
+    std::fill(right + pulled + pastEnd, right + frameCount, 0.0f);
 
     // Halving and doubling are exact in floating point, so identical channels give a mid equal
     // to either and a side of exact zeros.
-    for (std::uint32_t i = 0; i < pulled; ++i) {
+    for (std::uint32_t i = 0; i < pulled + pastEnd; ++i) {
         const float l = left[i];
         const float r = right[i];
         left[i] = (l + r) * 0.5f;
@@ -246,8 +252,8 @@ void TimePitchStage::feed(Source& source, std::uint32_t frameCount, bool toEnd) 
 
     bool last = false;
     if (mSourceEnded) {
-        const std::size_t silence = std::min<std::size_t>(frameCount - pulled, mTailFramesLeft);
-        mTailFramesLeft -= silence;
+        const std::size_t tail = std::min<std::size_t>(frameCount - pulled, mTailFramesLeft);
+        mTailFramesLeft -= tail;
         last = mTailFramesLeft == 0;
     }
     const float* const constInput[kChannelCount] = {left, right};

@@ -61,6 +61,14 @@ public:
         /// their place, `renderToEnd` ends the output there.
         /// Called on the rendering thread, from inside `render` or `renderToEnd`.
         virtual std::uint32_t pull(float* const* input, std::uint32_t frameCount) = 0;
+        /// After a short pull in `renderToEnd`: fills up to `frameCount` frames with what follows
+        /// the end of the input in the song, and returns how many (0 where nothing follows). The
+        /// stretcher reads them around the last frames, so the end keeps its level; none of them
+        /// is heard. The rest is silence.
+        /// Called on the rendering thread, from inside `renderToEnd`.
+        virtual std::uint32_t pullPastEnd(float* const* /*input*/, std::uint32_t /*frameCount*/) {
+            return 0;
+        }
     };
 
     /// A stage for two channels at `sampleRate`, at rate 1 and no pitch shift, reset. Takes a
@@ -99,7 +107,8 @@ public:
     void render(float* const* output, std::uint32_t frameCount, Source& source);
 
     /// As `render`, for an export of a finite range: the first short pull marks the end of the
-    /// input, after which the stretcher's remaining output (its tail) is drained. Returns the
+    /// input, after which the stretcher's remaining output (its tail) is drained, fed with the
+    /// frames the source has past the end. Returns the
     /// number of frames written, which is `frameCount` until the output is complete; the rest of
     /// a final short block is silence and later calls return 0. The output then holds as many
     /// frames as the input divided by the rate (summed over rate changes). Call `reset` before
@@ -134,7 +143,7 @@ private:
     double mAppliedPitchCents = 0.0;
     bool mStarted = false;              // the start padding went in since the last reset
     bool mSourceEnded = false;          // the source ran short (export)
-    std::size_t mTailFramesLeft = 0;    // silence still to follow it into the stretcher
+    std::size_t mTailFramesLeft = 0;    // frames still to follow it into the stretcher
     bool mInputEnded = false;           // the final input went in (export)
     double mResamplerDelay = 0.0;       // measured at construction, see measureResamplerDelay
     std::uint64_t mFramesToDrop = 0;    // the stretcher's start delay, still to discard

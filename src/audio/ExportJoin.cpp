@@ -1,0 +1,49 @@
+#include "audio/ExportJoin.h"
+
+#include <algorithm>
+#include <cmath>
+#include <vector>
+
+namespace tesk {
+
+ExportJoin::ExportJoin(std::span<const float> first, std::span<const float> second) {
+    const auto length = std::int64_t(std::min<std::size_t>(first.size(), kCrossfadeFrames));
+    double firstEnergy = 0.0;
+    for (std::int64_t i = 0; i < length; ++i)
+        firstEnergy += double(first[std::size_t(i)]) * first[std::size_t(i)];
+    const std::int64_t lags =
+        std::clamp<std::int64_t>(std::int64_t(second.size()) - length + 1, 0, kMaxLag + 1);
+    std::vector<double> likeness(std::size_t(lags), -2.0); // below any real likeness: silence
+    double best = -2.0;
+    for (std::int64_t lag = 0; lag < lags; ++lag) {
+        double product = 0.0;
+        double secondEnergy = 0.0;
+        for (std::int64_t i = 0; i < length; ++i) {
+            const double s = second[std::size_t(lag + i)];
+            product += first[std::size_t(i)] * s;
+            secondEnergy += s * s;
+        }
+        if (firstEnergy > 0.0 && secondEnergy > 0.0)
+            likeness[std::size_t(lag)] = product / std::sqrt(firstEnergy * secondEnergy);
+        best = std::max(best, likeness[std::size_t(lag)]);
+    }
+    // Silence on either side: nothing to line up, and nothing to lose.
+    if (best < -1.0)
+        return;
+    // The shortest move that does nearly as well as the best: as little music skipped as can be.
+    const auto nearlyBest = std::find_if(likeness.begin(), likeness.end(),
+                                         [&](double value) { return value >= best - 0.02; });
+    mLag = nearlyBest - likeness.begin();
+    mLikeness = std::clamp(*nearlyBest, 0.0, 1.0);
+}
+
+float ExportJoin::mix(std::int64_t index, float first, float second) const {
+    const double in = double(index + 1) / double(kCrossfadeFrames + 1);
+    const double out = 1.0 - in;
+    // The power of a·x + b·y for signals alike by ρ is a² + b² + 2abρ: divided out, the level
+    // stays where it was whether the halves are alike or unrelated.
+    const double gain = 1.0 / std::sqrt(in * in + out * out + 2.0 * in * out * mLikeness);
+    return float((out * first + in * second) * gain);
+}
+
+} // namespace tesk

@@ -1,0 +1,82 @@
+#include "audio/ExportJoin.h"
+
+#include "support/Signals.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <numbers>
+#include <vector>
+
+namespace {
+
+using tesk::ExportJoin;
+using namespace tesk::test;
+
+constexpr std::int64_t kFade = ExportJoin::kCrossfadeFrames;
+
+/// The join of `first` and `second` as the export writes it.
+std::vector<float> joined(const std::vector<float>& first, const std::vector<float>& second) {
+    const ExportJoin join(first, second);
+    std::vector<float> output(static_cast<std::size_t>(kFade));
+    for (std::int64_t i = 0; i < kFade; ++i)
+        output[std::size_t(i)] =
+            join.mix(i, first[std::size_t(i)], second[std::size_t(i + join.lag())]);
+    return output;
+}
+
+/// The quietest and the loudest 512 frames of `samples`, in dB.
+std::pair<double, double> levelRange(std::span<const float> samples) {
+    std::pair<double, double> range{1e9, -1e9};
+    for (std::size_t at = 0; at + 512 <= samples.size(); at += 256) {
+        const double db = rmsDb(samples.subspan(at, 512));
+        range = {std::min(range.first, db), std::max(range.second, db)};
+    }
+    return range;
+}
+
+TEST(ExportJoin, ATonesLevelHoldsAcrossTheJoinInAnyPhase) {
+    // The second half's tone, in any phase, is moved by less than one of its periods to line up
+    // with the first's; the crossfade then neither dips nor swells.
+    const double level = rmsDb(sine(kSampleRate / 128, 0.5, 4410));
+    // Tones of whole periods in the 512 frames over which the level is measured.
+    for (const double frequency : {kSampleRate / 512, kSampleRate / 128, kSampleRate * 24 / 512}) {
+        for (const double phase : {0.0, 0.5, 1.5, 3.0, std::numbers::pi, 4.5, 6.0}) {
+            SCOPED_TRACE(testing::Message() << frequency << " Hz, phase " << phase);
+            const auto first = sine(frequency, 0.5, kFade);
+            const auto second =
+                sine(frequency, 0.5, kFade + ExportJoin::kMaxLag, kSampleRate, phase);
+            const ExportJoin join(first, second);
+            EXPECT_LT(double(join.lag()), kSampleRate / frequency + 1.0);
+            EXPECT_GT(join.likeness(), 0.97);
+            const auto [quietest, loudest] = levelRange(joined(first, second));
+            EXPECT_GT(quietest, level - 0.2);
+            EXPECT_LT(loudest, level + 0.2);
+        }
+    }
+}
+
+TEST(ExportJoin, UnrelatedHalvesCrossAtEqualPowerAndSilenceStaysSilent) {
+    // Noise against other noise: no move lines them up, and the level holds on average.
+    const auto first = noise(0.5, kFade, 1);
+    const auto second = noise(0.5, kFade + ExportJoin::kMaxLag, 2);
+    const ExportJoin unrelated(first, second);
+    EXPECT_LT(unrelated.likeness(), 0.1);
+    const auto mixed = joined(first, second);
+    EXPECT_NEAR(rmsDb(std::span(mixed).subspan(kFade / 4, kFade / 2)), rmsDb(first), 0.5);
+
+    // Silence on one side: nothing to line up, and a plain fade (halfway, half of the other
+    // side), never NaN.
+    const std::vector<float> silence(static_cast<std::size_t>(kFade + ExportJoin::kMaxLag));
+    for (const auto& [a, b] : {std::pair{first, silence}, std::pair{silence, second}}) {
+        const ExportJoin join(a, b);
+        EXPECT_EQ(join.lag(), 0);
+        const auto faded = joined(a, b);
+        EXPECT_TRUE(
+            std::all_of(faded.begin(), faded.end(), [](float x) { return std::isfinite(x); }));
+        EXPECT_NEAR(faded[kFade / 2], 0.5f * (a[kFade / 2] + b[kFade / 2]), 1e-3f);
+    }
+}
+
+} // namespace
