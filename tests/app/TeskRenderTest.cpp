@@ -235,8 +235,8 @@ TEST(TeskRender, ExportsAifAndM4aOfTheSongsLengthOverTheSpeedWithItsTags) {
         const auto middle = leftChannel(*file, file->frameCount() / 4, 8820);
         EXPECT_NEAR(toneAmplitude(middle, 440.0), 0.5, 0.1) << c.name.toStdString();
         SongMetadata expected;
-        expected.title = QStringLiteral("Practice Tune");
-        expected.artist = QStringLiteral("Tesk");
+        expected.title = "Practice Tune";
+        expected.artist = "Tesk";
         EXPECT_EQ(readSongMetadata(output), expected) << c.name.toStdString();
     }
     using std::filesystem::perms;

@@ -13,9 +13,9 @@
 namespace tesk {
 namespace {
 
-const QString kTitle = QStringLiteral("Ünïcødé — 日本語");
-const QString kArtist = QStringLiteral("Björk Guðmundsdóttir");
-const QString kAlbum = QStringLiteral("Ágætis byrjun ♪");
+const QString kTitle = "Ünïcødé — 日本語";
+const QString kArtist = "Björk Guðmundsdóttir";
+const QString kAlbum = "Ágætis byrjun ♪";
 const QStringList kTagArguments{"-metadata",         "title=" + kTitle, "-metadata",
                                 "artist=" + kArtist, "-metadata",       "album=" + kAlbum};
 

@@ -35,8 +35,7 @@ const SongMetadata kNoMetadata;
 
 /// Tags in three scripts, with `cover` of type `mimeType`.
 SongMetadata tagged(const QByteArray& cover = {}, const QString& mimeType = {}) {
-    return {QStringLiteral("Ünïcødé — 日本語"), QStringLiteral("Sigur Rós"),
-            QStringLiteral("Ágætis byrjun ♪"), cover, mimeType};
+    return {"Ünïcødé — 日本語", "Sigur Rós", "Ágætis byrjun ♪", cover, mimeType};
 }
 
 /// The format for `path`'s extension.
@@ -129,7 +128,7 @@ TEST(TeskAudioFileWriter, EachFormatHoldsTheFramesWrittenAtTheirPlaceWithTagsAnd
         // to the frame: an MP4 edit list in milliseconds would round it.
         EXPECT_EQ(
             test::probeAudioStream(path, "codec_name,sample_rate,channels,time_base,duration_ts"),
-            QStringLiteral("%1\n44100\n2\n1/44100\n%2").arg(c.codec).arg(frames));
+            QString("%1\n44100\n2\n1/44100\n%2").arg(c.codec).arg(frames));
         const std::optional<Channels> file = test::decodeWithFfmpeg(path);
         ASSERT_TRUE(file);
         const std::size_t decoded = (*file)[0].size();
@@ -262,7 +261,7 @@ TEST(TeskAudioFileWriter, FailureIsReportedByEveryLaterCallAndLeavesNoFile) {
 }
 
 TEST(TeskAudioFileWriter, FullDiskIsReportedAsSuchAndADeviceIsNotDeleted) {
-    const QString full = QStringLiteral("/dev/full");
+    const QString full = "/dev/full";
     if (!QFileInfo(full).isWritable())
         GTEST_SKIP() << "no /dev/full here";
     std::optional<TeskError> error;

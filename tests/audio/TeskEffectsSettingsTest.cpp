@@ -28,18 +28,18 @@ QList<double> flatBands() {
 } // namespace
 
 TEST(TeskEqualizerSettings, PresetsCopiesAndEquality) {
-    EXPECT_EQ(TeskEqualizerSettings().name(), QStringLiteral("Manual"));
+    EXPECT_EQ(TeskEqualizerSettings().name(), "Manual");
     EXPECT_EQ(TeskEqualizerSettings().bands(), flatBands());
-    EXPECT_EQ(TeskEqualizerSettings::flatPreset()->name(), QStringLiteral("Flat"));
+    EXPECT_EQ(TeskEqualizerSettings::flatPreset()->name(), "Flat");
     const auto bass = TeskEqualizerSettings::isolateBassPreset();
-    EXPECT_EQ(bass->name(), QStringLiteral("Isolate Bass"));
+    EXPECT_EQ(bass->name(), "Isolate Bass");
     EXPECT_EQ(bass->bands(), (QList<double>{0, 0, 0, 0, -20, -20, -20, -20, -20, -20}));
     const auto mids = TeskEqualizerSettings::isolateMidsPreset();
-    EXPECT_EQ(mids->name(), QStringLiteral("Isolate Midrange"));
+    EXPECT_EQ(mids->name(), "Isolate Midrange");
     EXPECT_EQ(mids->bands(), (QList<double>{-20, -20, -20, 0, 0, 0, 0, -20, -20, -20}));
 
     const auto copy = bass->copy();
-    EXPECT_EQ(copy->name(), QStringLiteral("Isolate Bass")); // equalizer copies keep the name
+    EXPECT_EQ(copy->name(), "Isolate Bass"); // equalizer copies keep the name
     EXPECT_TRUE(copy->isEqual(*bass));
     EXPECT_TRUE(TeskEqualizerSettings().isEqual(*TeskEqualizerSettings::flatPreset()));
     EXPECT_FALSE(bass->isEqual(*mids));
@@ -50,18 +50,18 @@ TEST(TeskEqualizerSettings, PresetsCopiesAndEquality) {
 
 TEST(TeskVocalReductionEffectSettings, PresetsCopiesEqualityAndRounding) {
     const TeskVocalReductionEffectSettings manual;
-    EXPECT_EQ(manual.name(), QStringLiteral("Manual"));
+    EXPECT_EQ(manual.name(), "Manual");
     EXPECT_EQ(manual.lowFrequency(), 0.0);
     EXPECT_EQ(manual.highFrequency(), 0.0);
     const auto male = TeskVocalReductionEffectSettings::maleVocalPreset();
     const auto female = TeskVocalReductionEffectSettings::femaleVocalPreset();
-    EXPECT_EQ(male->name(), QStringLiteral("Male Vocals"));
-    EXPECT_EQ(female->name(), QStringLiteral("Female Vocals"));
+    EXPECT_EQ(male->name(), "Male Vocals");
+    EXPECT_EQ(female->name(), "Female Vocals");
     EXPECT_EQ(female->lowFrequency(), 350.0);
     EXPECT_EQ(female->highFrequency(), 3500.0);
 
     const auto copy = male->copy();
-    EXPECT_EQ(copy->name(), QStringLiteral("Manual")); // copies are the user's own band
+    EXPECT_EQ(copy->name(), "Manual"); // copies are the user's own band
     EXPECT_EQ(copy->lowFrequency(), 120.0);
     EXPECT_EQ(copy->highFrequency(), 2800.0);
     EXPECT_TRUE(copy->isEqual(*male));
@@ -82,8 +82,8 @@ TEST(TeskVocalReductionEffectSettings, PresetsCopiesEqualityAndRounding) {
 
 TEST(TeskVocalReductionEffectSettings, RoundedEdgesAreObservedThroughTheRawOnes) {
     TeskVocalReductionEffectSettings band;
-    Counter low(&band, QStringLiteral("roundLowFrequency"));
-    Counter high(&band, QStringLiteral("roundHighFrequency"));
+    Counter low(&band, "roundLowFrequency");
+    Counter high(&band, "roundHighFrequency");
     band.setLowFrequency(200.4);
     EXPECT_EQ(low.count, 1);
     EXPECT_EQ(high.count, 0);
@@ -102,7 +102,7 @@ TEST(TeskEffectsSettings, DefaultsAndNestedSettingsAreStoredAsCopies) {
     EXPECT_TRUE(settings.vocalReductionEffectSettings()->isEqual(
         *TeskVocalReductionEffectSettings::maleVocalPreset()));
     // Stored copies of a vocal preset lose the preset's name.
-    EXPECT_EQ(settings.vocalReductionEffectSettings()->name(), QStringLiteral("Manual"));
+    EXPECT_EQ(settings.vocalReductionEffectSettings()->name(), "Manual");
 
     auto female = TeskVocalReductionEffectSettings::femaleVocalPreset();
     settings.setVocalReductionEffectSettings(female.get());
@@ -117,9 +117,9 @@ TEST(TeskEffectsSettings, DefaultsAndNestedSettingsAreStoredAsCopies) {
 
 TEST(TeskEffectsSettings, ChangesInsideNestedSettingsReachObserversOfTheOwnersKey) {
     TeskEffectsSettings settings;
-    Counter equalizer(&settings, QStringLiteral("equalizerSettings"));
-    Counter vocal(&settings, QStringLiteral("vocalReductionEffectSettings"));
-    Counter bands(&settings, QStringLiteral("equalizerSettings.bands"));
+    Counter equalizer(&settings, "equalizerSettings");
+    Counter vocal(&settings, "vocalReductionEffectSettings");
+    Counter bands(&settings, "equalizerSettings.bands");
 
     settings.vocalReductionEffectSettings()->setLowFrequency(200.0);
     settings.vocalReductionEffectSettings()->setHighFrequency(3000.0);
@@ -164,12 +164,12 @@ TEST(TeskEffectsSettings, DictionaryFormSurvivesJsonAndReadsMissingKeysAsDefault
     settings.setPanAmount(0.125);
 
     const QVariantMap dictionary = throughJson(settings.dictionaryRepresentation());
-    EXPECT_EQ(dictionary.value(QStringLiteral("VocalReductionSettings")).toMap().keys(),
-              (QStringList{QStringLiteral("HighFrequency"), QStringLiteral("LowFrequency")}));
+    EXPECT_EQ(dictionary.value("VocalReductionSettings").toMap().keys(),
+              (QStringList{"HighFrequency", "LowFrequency"}));
     const TeskEffectsSettings read(dictionary);
     EXPECT_TRUE(read.isEqualizerEnabled());
     EXPECT_TRUE(read.equalizerSettings()->isEqual(*TeskEqualizerSettings::isolateMidsPreset()));
-    EXPECT_EQ(read.equalizerSettings()->name(), QStringLiteral("Manual")); // names stay behind
+    EXPECT_EQ(read.equalizerSettings()->name(), "Manual"); // names stay behind
     EXPECT_TRUE(read.isVocalReductionEnabled());
     EXPECT_EQ(read.vocalReductionEffectSettings()->lowFrequency(), 333.25);
     EXPECT_EQ(read.vocalReductionEffectSettings()->highFrequency(), 2800.0);
@@ -184,20 +184,18 @@ TEST(TeskEffectsSettings, DictionaryFormSurvivesJsonAndReadsMissingKeysAsDefault
     // A nested dictionary with one edge gets the nested default (0) for the other, not the
     // preset's.
     const TeskEffectsSettings lowOnly(
-        QVariantMap{{QStringLiteral("VocalReductionSettings"),
-                     QVariantMap{{QStringLiteral("LowFrequency"), 90}}}});
+        QVariantMap{{"VocalReductionSettings", QVariantMap{{"LowFrequency", 90}}}});
     EXPECT_EQ(lowOnly.vocalReductionEffectSettings()->lowFrequency(), 90.0);
     EXPECT_EQ(lowOnly.vocalReductionEffectSettings()->highFrequency(), 0.0);
 }
 
 TEST(TeskEffectsSettings, DamagedDictionariesKeepDefaultsAndOddBandCountsReadAsZero) {
     const TeskEffectsSettings damaged(QVariantMap{
-        {QStringLiteral("EqualizerEnabled"), QStringLiteral("yes")},
-        {QStringLiteral("EqualizerSettings"),
-         QVariantMap{{QStringLiteral("Bands"), QVariantList{1, QStringLiteral("x")}}}},
-        {QStringLiteral("VocalReductionSettings"), 12},
-        {QStringLiteral("PanAmount"), QVariantList{}},
-        {QStringLiteral("PanningEnabled"), 1},
+        {"EqualizerEnabled", "yes"},
+        {"EqualizerSettings", QVariantMap{{"Bands", QVariantList{1, "x"}}}},
+        {"VocalReductionSettings", 12},
+        {"PanAmount", QVariantList{}},
+        {"PanningEnabled", 1},
     });
     EXPECT_FALSE(damaged.isEqualizerEnabled());
     EXPECT_EQ(damaged.equalizerSettings()->bands(), flatBands());
@@ -205,8 +203,7 @@ TEST(TeskEffectsSettings, DamagedDictionariesKeepDefaultsAndOddBandCountsReadAsZ
     EXPECT_EQ(damaged.panAmount(), 0.5);
     EXPECT_TRUE(damaged.isPanningEnabled()); // a number is a fine boolean
 
-    const TeskEqualizerSettings shortBands(
-        QVariantMap{{QStringLiteral("Bands"), QVariantList{-6.0, 3}}});
+    const TeskEqualizerSettings shortBands(QVariantMap{{"Bands", QVariantList{-6.0, 3}}});
     EXPECT_EQ(shortBands.bands(), (QList<double>{-6.0, 3.0})); // kept as given
     EXPECT_EQ(shortBands.gainOfBand(1), 3.0);
     EXPECT_EQ(shortBands.gainOfBand(9), 0.0);

@@ -127,7 +127,7 @@ TEST(TeskExport, SpeedSetsTheLengthAndPitchTheTone) {
     TeskExtendedAudioFilePlayer player(MemorySong::sine(44100 * 2, 440.0, 0.5), true);
     player.setPlaybackSpeed(0.5f);
     player.setPlaybackPitchInSemitones(12.0);
-    const Exported back = exportAndRead(player, {0, 44100}, folder, QStringLiteral("slow.aif"));
+    const Exported back = exportAndRead(player, {0, 44100}, folder, "slow.aif");
     ASSERT_TRUE(back.file);
     EXPECT_GE(back.file->frameCount(), 88200);
     EXPECT_LT(back.file->frameCount(), 88200 + kSlice);
@@ -150,8 +150,7 @@ TEST(TeskExport, StartsOnTheRangesFirstFrameWithoutTheStretchersDelay) {
             TeskExtendedAudioFilePlayer player(song, true);
             player.setPlaybackSpeed(speed);
             player.setVocalRemoval(vocals);
-            const Exported back =
-                exportAndRead(player, {10000, 60000}, folder, QStringLiteral("burst.aif"));
+            const Exported back = exportAndRead(player, {10000, 60000}, folder, "burst.aif");
             ASSERT_TRUE(back.file);
             EXPECT_NEAR(test::energyCentre(back.left), 20000.0 / speed, 44.1);
         }
@@ -176,7 +175,7 @@ TEST(TeskExport, ProgressRisesOnTheMainThreadAndCancelStopsAfterTheSlice) {
         }
 
         delegate.cancelAtFirstReport = true;
-        const QString cancelled = folder.filePath(QStringLiteral("cancelled.aif"));
+        const QString cancelled = folder.filePath("cancelled.aif");
         EXPECT_EQ(exportOnWorker(player, {0, frames}, cancelled).outcome,
                   TeskOutputAudioUnit::ExportOutcome::Cancelled);
         EXPECT_LE(delegate.reports.size(), 2u); // one more may have been on its way
@@ -224,8 +223,7 @@ TEST(TeskExport, TwoHalvesRenderedAtOnceJoinWithoutASeam) {
 
 TEST(TeskExport, AnUnwritableFileRaisesOnTheExportThread) {
     TeskExtendedAudioFilePlayer player(MemorySong::sine(44100, 440.0, 0.5), true);
-    const ExportResult result =
-        exportOnWorker(player, {0, 44100}, QStringLiteral("/nonexistent-folder/song.aif"));
+    const ExportResult result = exportOnWorker(player, {0, 44100}, "/nonexistent-folder/song.aif");
     ASSERT_TRUE(result.error.has_value());
     EXPECT_FALSE(result.error->localizedDescription().isEmpty());
 }

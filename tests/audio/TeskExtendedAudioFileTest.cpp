@@ -234,7 +234,7 @@ TEST(TeskExtendedAudioFile, OtherRatesConvertToExactLengthAndPitch) {
         signal[click] = 0.9f;
         const auto tone = test::sine(1000.0, 0.5, source.frames - toneStart, source.rate);
         std::copy(tone.begin(), tone.end(), signal.begin() + std::ptrdiff_t(toneStart));
-        const QString path = folder.filePath(QStringLiteral("rate%1.wav").arg(source.rate));
+        const QString path = folder.filePath(QString("rate%1.wav").arg(source.rate));
         ASSERT_TRUE(test::writeEncoded(path, Channels(source.channels, signal), source.rate,
                                        {"-c:a", source.codec}));
 
@@ -261,11 +261,10 @@ TEST(TeskExtendedAudioFile, JoinedPartsAtDifferentRatesEachKeepTheirPitch) {
     QTemporaryDir folder;
     QByteArray joined;
     for (const char* rate : {"44100", "48000"}) {
-        const QString part = folder.filePath(QStringLiteral("part%1.mp3").arg(rate));
-        ASSERT_TRUE(
-            test::runFfmpeg({"-f", "lavfi", "-i",
-                             QStringLiteral("sine=frequency=1000:duration=1:sample_rate=") + rate,
-                             "-c:a", "libmp3lame", "-write_xing", "0", part}));
+        const QString part = folder.filePath(QString("part%1.mp3").arg(rate));
+        ASSERT_TRUE(test::runFfmpeg({"-f", "lavfi", "-i",
+                                     QString("sine=frequency=1000:duration=1:sample_rate=") + rate,
+                                     "-c:a", "libmp3lame", "-write_xing", "0", part}));
         joined += test::readFile(part);
     }
     const QString path = folder.filePath("joined.mp3");
@@ -435,7 +434,7 @@ TEST(TeskExtendedAudioFile, TruncatedFilesPlayWhatDecodedAndSayWhy) {
 /// How many of this process's open files are nameless files directly in `folder`.
 int unnamedFilesIn(const QString& folder) {
     const QRegularExpression unnamed(
-        QStringLiteral("^%1/[^/]+ \\(deleted\\)$").arg(QRegularExpression::escape(folder)));
+        QString("^%1/[^/]+ \\(deleted\\)$").arg(QRegularExpression::escape(folder)));
     int count = 0;
     for (int descriptor = 0; descriptor < 1024; ++descriptor) {
         char target[4096];

@@ -36,7 +36,7 @@ private:
 TEST(TeskSoundDevice, SdlPlaysWhatTheRendererGivesInterleaved) {
     // SDL's disk driver writes what would be heard to a file, faster than real time.
     QTemporaryDir folder;
-    const QString path = folder.filePath(QStringLiteral("heard.raw"));
+    const QString path = folder.filePath("heard.raw");
     qputenv("SDL_AUDIODRIVER", "disk");
     qputenv("SDL_DISKAUDIOFILE", QFile::encodeName(path));
     qputenv("SDL_DISKAUDIODELAY", "0");

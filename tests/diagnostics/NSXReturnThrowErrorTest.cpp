@@ -31,10 +31,10 @@ TEST(NSXMakeErrorImp, SuccessLeavesTheOutErrorUntouched) {
         {"c", 1}, {"^", 1}, {"*", 1}, {"r*", 1}, {"@", 1},
     };
     for (const auto& [typeCode, value] : successes) {
-        std::optional<TeskError> error = TeskError(QStringLiteral("untouched"), 7);
+        std::optional<TeskError> error = TeskError("untouched", 7);
         NSXMakeErrorImp(typeCode, value, __FILE__, __LINE__, Q_FUNC_INFO, "x", &error);
         ASSERT_TRUE(error.has_value()) << typeCode;
-        EXPECT_EQ(error->domain(), QStringLiteral("untouched")) << typeCode << " " << value;
+        EXPECT_EQ(error->domain(), "untouched") << typeCode << " " << value;
     }
 }
 
@@ -62,10 +62,10 @@ TEST(NSXMakeErrorImp, RecordsWhereTheCheckWasMade) {
     ASSERT_TRUE(error.has_value());
     const QVariantMap& info = error->userInfo();
     EXPECT_EQ(info.size(), 4);
-    EXPECT_EQ(info.value(ReportingFileKey).toString(), QStringLiteral("/src/audio/Some File.cpp"));
+    EXPECT_EQ(info.value(ReportingFileKey).toString(), "/src/audio/Some File.cpp");
     EXPECT_EQ(info.value(ReportingLineKey).toInt(), 42);
-    EXPECT_EQ(info.value(ReportingMethodKey).toString(), QStringLiteral("void f()"));
-    EXPECT_EQ(info.value(OriginKey).toString(), QStringLiteral("call(1, 2)"));
+    EXPECT_EQ(info.value(ReportingMethodKey).toString(), "void f()");
+    EXPECT_EQ(info.value(OriginKey).toString(), "call(1, 2)");
 }
 
 TEST(NSXMakeErrorImp, UnknownTypeCodesFailTheAssertion) {
@@ -115,12 +115,11 @@ TEST(NSXThrowError, RaisesWithTheCallsTextAndGivesSuccessfulResultsBack) {
         EXPECT_EQ(raised.error().domain(), NSOSStatusErrorDomain);
         EXPECT_EQ(raised.error().code(), -50);
         const QVariantMap& info = raised.error().userInfo();
-        EXPECT_EQ(info.value(OriginKey).toString(), QStringLiteral("failingStatus()"));
+        EXPECT_EQ(info.value(OriginKey).toString(), "failingStatus()");
         EXPECT_TRUE(
             info.value(ReportingFileKey).toString().endsWith("NSXReturnThrowErrorTest.cpp"));
         EXPECT_EQ(raised.reason(), raised.error().description());
-        EXPECT_EQ(raised.userInfo().value(QStringLiteral("error")).value<TeskError>(),
-                  raised.error());
+        EXPECT_EQ(raised.userInfo().value("error").value<TeskError>(), raised.error());
         EXPECT_TRUE(std::string(raised.what()).find("-50") != std::string::npos);
     }
     EXPECT_THROW(NSXThrowError(nullResult()), NSXError);
@@ -148,7 +147,7 @@ TEST(NSXLogError, LogsTheFileNameAndDescriptionInsteadOfRaising) {
     qInstallMessageHandler(previous);
 
     ASSERT_EQ(loggedLines.size(), 1);
-    EXPECT_TRUE(loggedLines[0].startsWith(QStringLiteral("(ERROR) NSXReturnThrowErrorTest.cpp : ")))
+    EXPECT_TRUE(loggedLines[0].startsWith("(ERROR) NSXReturnThrowErrorTest.cpp : "))
         << loggedLines[0].toStdString();
-    EXPECT_TRUE(loggedLines[0].contains(QStringLiteral("-50")));
+    EXPECT_TRUE(loggedLines[0].contains("-50"));
 }

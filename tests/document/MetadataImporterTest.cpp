@@ -19,9 +19,9 @@
 namespace tesk {
 namespace {
 
-const QString kTitle = QStringLiteral("日本語 Ünïcødé");
-const QString kArtist = QStringLiteral("Björk Guðmundsdóttir");
-const QString kAlbum = QStringLiteral("Ágætis byrjun ♪");
+const QString kTitle = "日本語 Ünïcødé";
+const QString kArtist = "Björk Guðmundsdóttir";
+const QString kAlbum = "Ágætis byrjun ♪";
 
 class RecordingDelegate : public MetadataImporterDelegate {
 public:
@@ -43,7 +43,7 @@ public:
 /// UTF-16), with `cover` attached as its front picture when given; `name`'s extension chooses
 /// the container and so the codec.
 QString writeTaggedSong(const QTemporaryDir& folder, const QString& cover = {},
-                        const QString& name = QStringLiteral("song.mp3")) {
+                        const QString& name = "song.mp3") {
     const QString source = folder.filePath("tone.wav");
     const QString song = folder.filePath(name);
     test::writeTone(source, 1.0);

@@ -103,7 +103,7 @@ TEST_F(DocumentControllerTest, OpensExactlyTheSupportedTypesByContent) {
         {song("song.ogg"), false, {}},
         {text("notes.mp3", "practice notes\n"), false, {}},
         {QUrl::fromLocalFile(path("absent.mp3")), false, {}},
-        {QUrl(QStringLiteral("https://x/a.mp3")), false, {}},
+        {QUrl("https://x/a.mp3"), false, {}},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.url.toString().toStdString());
@@ -128,7 +128,7 @@ TEST_F(DocumentControllerTest, KeepsAtMostOneEmptyWindow) {
 
     // A song replaces the empty window.
     TeskError error;
-    ASSERT_TRUE(mController.openFileNamed(writeSong(QStringLiteral("song.aiff")), &error));
+    ASSERT_TRUE(mController.openFileNamed(writeSong("song.aiff"), &error));
     ASSERT_EQ(mController.documents().size(), 1);
     TeskDocument* song = mController.documents().first();
     EXPECT_NE(song, empty);
@@ -139,7 +139,7 @@ TEST_F(DocumentControllerTest, KeepsAtMostOneEmptyWindow) {
     mController.newDocument();
     EXPECT_EQ(mController.documents().size(), 2);
     mController.closeDocument(mController.firstUntitledDocument());
-    ASSERT_TRUE(mController.openFileNamed(path(QStringLiteral("song.aiff")), &error));
+    ASSERT_TRUE(mController.openFileNamed(path("song.aiff"), &error));
     EXPECT_EQ(mController.documents(), QList<TeskDocument*>{song});
     EXPECT_EQ(mWindows.shownCount(song), 2);
 
@@ -156,11 +156,11 @@ TEST_F(DocumentControllerTest, KeepsAtMostOneEmptyWindow) {
 
 TEST_F(DocumentControllerTest, OpensFilesFromOutsideAndAnswersForEach) {
     mController.openUntitledDocumentAndDisplay();
-    const QString good = writeSong(QStringLiteral("good.wav"));
-    const QString unsupported = writeSong(QStringLiteral("song.ogg"));
+    const QString good = writeSong("good.wav");
+    const QString unsupported = writeSong("song.ogg");
     // WAV by its header, but no sound in it.
     const QString broken = writeText(
-        QStringLiteral("broken.wav"),
+        "broken.wav",
         QByteArray("RIFF\x24\x00\x00\x00WAVEfmt \x10\x00\x00\x00\x01\x00\x02\x00\x44\xac\x00\x00"
                    "\x10\xb1\x02\x00\x04\x00\x10\x00",
                    36));
@@ -170,32 +170,31 @@ TEST_F(DocumentControllerTest, OpensFilesFromOutsideAndAnswersForEach) {
     EXPECT_EQ(replies, (QList<Reply>{Reply::Success, Reply::Failure, Reply::Failure}));
     // Only the file that should have opened is reported; the unsupported one is refused quietly.
     ASSERT_EQ(mWindows.errors.size(), 1);
-    EXPECT_EQ(mWindows.errors.first().domain(), QStringLiteral("ZORBTeskErrorDomain"));
+    EXPECT_EQ(mWindows.errors.first().domain(), "ZORBTeskErrorDomain");
     EXPECT_EQ(mWindows.errors.first().code(), 0);
-    EXPECT_EQ(mWindows.errors.first().localizedDescription(), QStringLiteral("Bad Audio File"));
+    EXPECT_EQ(mWindows.errors.first().localizedDescription(), "Bad Audio File");
     EXPECT_EQ(mWindows.errors.first().localizedRecoverySuggestion(),
-              QStringLiteral("There was an error while loading the audio file."));
+              "There was an error while loading the audio file.");
     ASSERT_EQ(mController.documents().size(), 1);
-    EXPECT_EQ(mController.documents().first()->displayName(), QStringLiteral("good"));
+    EXPECT_EQ(mController.documents().first()->displayName(), "good");
 }
 
 TEST_F(DocumentControllerTest, ADropOpensEveryTrackTeskCanPlay) {
     mController.openUntitledDocumentAndDisplay();
     QMimeData drop;
-    drop.setUrls({QUrl::fromLocalFile(writeSong(QStringLiteral("one.mp3"))),
-                  QUrl::fromLocalFile(writeSong(QStringLiteral("two.ogg"))),
-                  QUrl(QStringLiteral("https://example.org/three.mp3")),
-                  QUrl::fromLocalFile(writeSong(QStringLiteral("four.m4a")))});
+    drop.setUrls({QUrl::fromLocalFile(writeSong("one.mp3")),
+                  QUrl::fromLocalFile(writeSong("two.ogg")), QUrl("https://example.org/three.mp3"),
+                  QUrl::fromLocalFile(writeSong("four.m4a"))});
     mController.newDocumentFromiTunes(drop);
     const QList<TeskDocument*> documents = mController.documents();
     ASSERT_EQ(documents.size(), 2);
-    EXPECT_EQ(documents[0]->displayName(), QStringLiteral("one"));
-    EXPECT_EQ(documents[1]->displayName(), QStringLiteral("four"));
+    EXPECT_EQ(documents[0]->displayName(), "one");
+    EXPECT_EQ(documents[1]->displayName(), "four");
     EXPECT_TRUE(mWindows.errors.isEmpty());
 
     // A single file dropped on a window, and one that isn't local, which is ignored.
-    mController.handleDraggedFile(QUrl::fromLocalFile(writeSong(QStringLiteral("five.wav"))));
-    mController.handleDraggedFile(QUrl(QStringLiteral("https://example.org/six.wav")));
+    mController.handleDraggedFile(QUrl::fromLocalFile(writeSong("five.wav")));
+    mController.handleDraggedFile(QUrl("https://example.org/six.wav"));
     EXPECT_EQ(mController.documents().size(), 3);
 }
 
@@ -204,8 +203,8 @@ TEST_F(DocumentControllerTest, TheOpenDialogReplacesTheEmptyWindowAndFindsSavedD
     TeskDocument* song = nullptr;
     {
         TeskError error;
-        song = mController.openDocumentWithContentsOfURL(
-            QUrl::fromLocalFile(writeSong(QStringLiteral("song.wav"))), true, &error);
+        song = mController.openDocumentWithContentsOfURL(QUrl::fromLocalFile(writeSong("song.wav")),
+                                                         true, &error);
         ASSERT_TRUE(song);
         song->setGenericMarkers({100});
         ASSERT_TRUE(song->saveToURL(QUrl::fromLocalFile(path("practice.tesk")), &error));
@@ -213,13 +212,13 @@ TEST_F(DocumentControllerTest, TheOpenDialogReplacesTheEmptyWindowAndFindsSavedD
     }
     EXPECT_EQ(mController.documents(), QList<TeskDocument*>{empty});
 
-    mWindows.chosen = {path(QStringLiteral("practice.tesk"))};
+    mWindows.chosen = {path("practice.tesk")};
     mController.openDocument();
     ASSERT_EQ(mController.documents().size(), 1);
     TeskDocument* practice = mController.documents().first();
     EXPECT_NE(practice, empty);
     EXPECT_EQ(practice->genericMarkers(), QList<quint32>{100});
-    EXPECT_EQ(practice->displayName(), QStringLiteral("practice"));
+    EXPECT_EQ(practice->displayName(), "practice");
     EXPECT_EQ(mController.documentForURL(QUrl::fromLocalFile(path("practice.tesk"))), practice);
 
     // Cancelled: nothing changes.
@@ -237,7 +236,7 @@ TEST_F(DocumentControllerTest, TheOpenDialogReplacesTheEmptyWindowAndFindsSavedD
 }
 
 TEST_F(DocumentControllerTest, ADocumentWhoseSongIsMissingIsNotAnEmptyWindow) {
-    const QString song = writeSong(QStringLiteral("song.wav"));
+    const QString song = writeSong("song.wav");
     {
         TeskDocument document;
         document.setAudioFileURL(QUrl::fromLocalFile(song));
@@ -253,7 +252,7 @@ TEST_F(DocumentControllerTest, ADocumentWhoseSongIsMissingIsNotAnEmptyWindow) {
     EXPECT_EQ(lost->player(), nullptr);
     EXPECT_EQ(mController.firstUntitledDocument(), nullptr);
     // Opening another song leaves it be.
-    ASSERT_TRUE(mController.openFileNamed(writeSong(QStringLiteral("other.wav")), &error));
+    ASSERT_TRUE(mController.openFileNamed(writeSong("other.wav"), &error));
     EXPECT_EQ(mController.documents().size(), 2);
 }
 

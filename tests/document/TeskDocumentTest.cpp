@@ -78,8 +78,7 @@ protected:
     std::unique_ptr<TeskDocument> openSong(const QString& file) {
         auto document = std::make_unique<TeskDocument>();
         TeskError error;
-        EXPECT_TRUE(
-            document->readFromURL(QUrl::fromLocalFile(file), QStringLiteral("audio/x-wav"), &error))
+        EXPECT_TRUE(document->readFromURL(QUrl::fromLocalFile(file), "audio/x-wav", &error))
             << error.description().toStdString();
         return document;
     }
@@ -94,7 +93,7 @@ protected:
 
     /// A saved document holding only the keys of `object`, the song reference included.
     void writeDocument(const QString& name, QJsonObject object, const QString& song) {
-        object.insert(QStringLiteral("audioFileAlias"),
+        object.insert("audioFileAlias",
                       QString::fromLatin1(TeskFileReference::fromPath(song)->toBytes().toBase64()));
         EXPECT_TRUE(writeFile(path(name), QJsonDocument(object).toJson()));
     }
@@ -129,7 +128,7 @@ TEST_F(DocumentTest, WithoutASongNothingPlaysAndMarkersAreRefused) {
     TeskDocument document;
     RecordingDelegate delegate;
     document.setPlaybackDelegate(&delegate);
-    EXPECT_EQ(document.displayName(), QStringLiteral("Tesk"));
+    EXPECT_EQ(document.displayName(), "Tesk");
     EXPECT_FALSE(document.canDropMarkers());
     document.setPlaybackSpeed(0.5);
     document.setPitchAdjustment(3.0);
@@ -140,12 +139,11 @@ TEST_F(DocumentTest, WithoutASongNothingPlaysAndMarkersAreRefused) {
     EXPECT_EQ(document.currentFrame(), 0);
     EXPECT_TRUE(document.genericMarkers().isEmpty());
     EXPECT_EQ(delegate.began, 0);
-    EXPECT_FALSE(document.performLoopExportToFile(
-        {{QStringLiteral("destinationFile"), path(QStringLiteral("out.aif"))}}));
+    EXPECT_FALSE(document.performLoopExportToFile({{"destinationFile", path("out.aif")}}));
 }
 
 TEST_F(DocumentTest, EverySettingReachesThePlayer) {
-    auto document = openSong(writeSong(QStringLiteral("song.wav"), 1.0));
+    auto document = openSong(writeSong("song.wav", 1.0));
     TeskExtendedAudioFilePlayer* player = document->player();
     ASSERT_NE(player, nullptr);
 
@@ -188,7 +186,7 @@ TEST_F(DocumentTest, EverySettingReachesThePlayer) {
 }
 
 TEST_F(DocumentTest, MarkersToggleAndUndoAsWholeArraysLikeTheLoop) {
-    auto document = openSong(writeSong(QStringLiteral("song.wav"), 2.0));
+    auto document = openSong(writeSong("song.wav", 2.0));
     QUndoStack* undo = document->undoManager();
     EXPECT_EQ(undo->count(), 0);
 
@@ -228,7 +226,7 @@ TEST_F(DocumentTest, MarkersToggleAndUndoAsWholeArraysLikeTheLoop) {
 }
 
 TEST_F(DocumentTest, TheLoopRangeSteersLoopingPlayback) {
-    auto document = openSong(writeSong(QStringLiteral("song.wav"), 6.0));
+    auto document = openSong(writeSong("song.wav", 6.0));
     RecordingDelegate delegate;
     document->setPlaybackDelegate(&delegate);
     TeskExtendedAudioFilePlayer* player = document->player();
@@ -265,7 +263,7 @@ TEST_F(DocumentTest, TheLoopRangeSteersLoopingPlayback) {
 }
 
 TEST_F(DocumentTest, TheEndOfTheSongStopsPlaybackAndTellsTheDelegate) {
-    auto document = openSong(writeSong(QStringLiteral("song.wav"), 0.5));
+    auto document = openSong(writeSong("song.wav", 0.5));
     RecordingDelegate delegate;
     document->setPlaybackDelegate(&delegate);
     document->startFilePlaying();
@@ -277,7 +275,7 @@ TEST_F(DocumentTest, TheEndOfTheSongStopsPlaybackAndTellsTheDelegate) {
 }
 
 TEST_F(DocumentTest, SavingAndLoadingKeepsEveryField) {
-    const QString song = writeSong(QStringLiteral("song.wav"), 1.0);
+    const QString song = writeSong("song.wav", 1.0);
     auto document = openSong(song);
     FakeWindow window;
     document->addWindowController(&window);
@@ -296,12 +294,12 @@ TEST_F(DocumentTest, SavingAndLoadingKeepsEveryField) {
     document->setEffectsVisible(true);
     document->setDocumentWindowFrame({1, 2, 3, 4});
     TeskError error;
-    ASSERT_TRUE(document->saveToURL(url(QStringLiteral("practice.tesk")), &error))
+    ASSERT_TRUE(document->saveToURL(url("practice.tesk"), &error))
         << error.description().toStdString();
     EXPECT_FALSE(document->isDocumentEdited());
-    EXPECT_EQ(document->displayName(), QStringLiteral("practice"));
+    EXPECT_EQ(document->displayName(), "practice");
 
-    auto loaded = load(QStringLiteral("practice.tesk"), &error);
+    auto loaded = load("practice.tesk", &error);
     ASSERT_TRUE(loaded) << error.description().toStdString();
     EXPECT_EQ(loaded->audioFileURL(), QUrl::fromLocalFile(QFileInfo(song).canonicalFilePath()));
     ASSERT_NE(loaded->player(), nullptr);
@@ -318,14 +316,14 @@ TEST_F(DocumentTest, SavingAndLoadingKeepsEveryField) {
     // Loading is not an edit and cannot be undone.
     EXPECT_EQ(loaded->undoManager()->count(), 0);
     EXPECT_FALSE(loaded->isDocumentEdited());
-    EXPECT_EQ(loaded->displayName(), QStringLiteral("practice"));
+    EXPECT_EQ(loaded->displayName(), "practice");
 }
 
 TEST_F(DocumentTest, MissingKeysFollowTheirRules) {
-    const QString song = writeSong(QStringLiteral("song.wav"), 0.5);
+    const QString song = writeSong("song.wav", 0.5);
     // Missing volume and zoom read as zero, not as a new document's defaults.
-    writeDocument(QStringLiteral("bare.tesk"), {}, song);
-    auto bare = load(QStringLiteral("bare.tesk"));
+    writeDocument("bare.tesk", {}, song);
+    auto bare = load("bare.tesk");
     ASSERT_TRUE(bare);
     EXPECT_EQ(bare->playbackVolume(), 0.0);
     EXPECT_EQ(bare->zoomLevel(), 0.0);
@@ -337,17 +335,17 @@ TEST_F(DocumentTest, MissingKeysFollowTheirRules) {
               TeskEffectsSettings().dictionaryRepresentation());
 
     // A zero speed is ignored (a negative one is kept, as saving and loading shows).
-    writeDocument(QStringLiteral("zero.tesk"), {{QStringLiteral("playbackSpeed"), 0.0}}, song);
-    EXPECT_EQ(load(QStringLiteral("zero.tesk"))->playbackSpeed(), 1.0);
+    writeDocument("zero.tesk", {{"playbackSpeed", 0.0}}, song);
+    EXPECT_EQ(load("zero.tesk")->playbackSpeed(), 1.0);
 
     // Huge numbers are kept as read, and the engine holds them to what it can play.
-    writeDocument(QStringLiteral("huge.tesk"),
-                  {{QStringLiteral("playbackSpeed"), 1e300},
-                   {QStringLiteral("playbackVolume"), 1e300},
-                   {QStringLiteral("pitchAdjustment"), -1e300},
-                   {QStringLiteral("zoomLevel"), -1e300}},
+    writeDocument("huge.tesk",
+                  {{"playbackSpeed", 1e300},
+                   {"playbackVolume", 1e300},
+                   {"pitchAdjustment", -1e300},
+                   {"zoomLevel", -1e300}},
                   song);
-    auto huge = load(QStringLiteral("huge.tesk"));
+    auto huge = load("huge.tesk");
     ASSERT_TRUE(huge);
     EXPECT_EQ(huge->playbackVolume(), 1e300);
     EXPECT_EQ(huge->player()->outputAudioUnit()->playbackLevel(), ProcessingChain::kMaximumLevel);
@@ -374,31 +372,31 @@ TEST(TeskDocumentFile, AValueOfTheWrongTypeOrOutOfRangeReadsAsMissing) {
 }
 
 TEST_F(DocumentTest, TheSongIsFoundAfterAMoveAndAMissingSongIsNoError) {
-    const QString song = writeSong(QStringLiteral("song.wav"), 0.5);
+    const QString song = writeSong("song.wav", 0.5);
     TeskDocument document;
     document.setAudioFileURL(QUrl::fromLocalFile(song));
     TeskError error;
-    ASSERT_TRUE(document.saveToURL(url(QStringLiteral("practice.tesk")), &error));
+    ASSERT_TRUE(document.saveToURL(url("practice.tesk"), &error));
 
-    ASSERT_TRUE(QDir(mDir.path()).mkpath(QStringLiteral("elsewhere")));
-    const QString moved = path(QStringLiteral("elsewhere/renamed.wav"));
+    ASSERT_TRUE(QDir(mDir.path()).mkpath("elsewhere"));
+    const QString moved = path("elsewhere/renamed.wav");
     ASSERT_TRUE(QFile::rename(song, moved));
-    auto found = load(QStringLiteral("practice.tesk"));
+    auto found = load("practice.tesk");
     ASSERT_TRUE(found);
     EXPECT_EQ(found->audioFileURL().toLocalFile(), QFileInfo(moved).canonicalFilePath());
     EXPECT_NE(found->player(), nullptr);
 
     // Gone for good: the document still opens, without a song to play.
     ASSERT_TRUE(QFile::remove(moved));
-    auto lost = load(QStringLiteral("practice.tesk"), &error);
+    auto lost = load("practice.tesk", &error);
     ASSERT_TRUE(lost);
     EXPECT_EQ(lost->player(), nullptr);
     EXPECT_TRUE(lost->audioFileURL().isEmpty());
     ASSERT_TRUE(lost->songError());
-    EXPECT_TRUE(lost->songError()->localizedDescription().contains(QStringLiteral("song.wav")));
+    EXPECT_TRUE(lost->songError()->localizedDescription().contains("song.wav"));
 
     // Located again where it was: now it plays, with the settings made while it was lost.
-    writeSong(QStringLiteral("song.wav"), 0.5);
+    writeSong("song.wav", 0.5);
     lost->setPlaybackSpeed(0.5);
     lost->effectsSettings()->setPanningEnabled(true);
     lost->setAudioFileURL(QUrl::fromLocalFile(song));
@@ -411,10 +409,10 @@ TEST_F(DocumentTest, TheSongIsFoundAfterAMoveAndAMissingSongIsNoError) {
 
 TEST_F(DocumentTest, DamagedDocumentFilesGiveAnErrorNamingTheFile) {
     const QList<std::pair<QString, QByteArray>> damaged{
-        {QStringLiteral("garbage.tesk"), QByteArray("\x00\xff\x13 not json", 12)},
-        {QStringLiteral("truncated.tesk"), QByteArray("{\"zoomLevel\": 0.5, \"genericMar")},
-        {QStringLiteral("array.tesk"), QByteArray("[1, 2, 3]")},
-        {QStringLiteral("empty.tesk"), QByteArray()},
+        {"garbage.tesk", QByteArray("\x00\xff\x13 not json", 12)},
+        {"truncated.tesk", QByteArray("{\"zoomLevel\": 0.5, \"genericMar")},
+        {"array.tesk", QByteArray("[1, 2, 3]")},
+        {"empty.tesk", QByteArray()},
     };
     for (const auto& [name, bytes] : damaged) {
         ASSERT_TRUE(writeFile(path(name), bytes));
@@ -423,13 +421,13 @@ TEST_F(DocumentTest, DamagedDocumentFilesGiveAnErrorNamingTheFile) {
         EXPECT_TRUE(error.localizedDescription().contains(name)) << name.toStdString();
     }
     TeskError error;
-    EXPECT_FALSE(load(QStringLiteral("absent.tesk"), &error));
-    EXPECT_TRUE(error.localizedDescription().contains(QStringLiteral("absent.tesk")));
+    EXPECT_FALSE(load("absent.tesk", &error));
+    EXPECT_TRUE(error.localizedDescription().contains("absent.tesk"));
 
     // A damaged song reference opens a document without its song.
-    ASSERT_TRUE(writeFile(path(QStringLiteral("alias.tesk")),
+    ASSERT_TRUE(writeFile(path("alias.tesk"),
                           R"({"audioFileAlias": "bm90IGEgcmVmZXJlbmNl", "zoomLevel": 0.5})"));
-    auto document = load(QStringLiteral("alias.tesk"), &error);
+    auto document = load("alias.tesk", &error);
     ASSERT_TRUE(document);
     EXPECT_EQ(document->zoomLevel(), 0.5);
     EXPECT_EQ(document->player(), nullptr);
@@ -440,8 +438,8 @@ TEST_F(DocumentTest, AFailedSaveLeavesThePreviousDocumentWhole) {
     TeskDocument document;
     document.setGenericMarkers({1, 2, 3});
     TeskError error;
-    ASSERT_TRUE(document.saveToURL(url(QStringLiteral("practice.tesk")), &error));
-    const QByteArray saved = readFile(path(QStringLiteral("practice.tesk")));
+    ASSERT_TRUE(document.saveToURL(url("practice.tesk"), &error));
+    const QByteArray saved = readFile(path("practice.tesk"));
 
     // The disk "fills up" part-way through the write.
     QList<quint32> many;
@@ -450,67 +448,63 @@ TEST_F(DocumentTest, AFailedSaveLeavesThePreviousDocumentWhole) {
     document.setGenericMarkers(many);
     const bool written = [&] {
         const FileSizeLimit limit(rlim_t(saved.size() + 64));
-        return document.saveToURL(url(QStringLiteral("practice.tesk")), &error);
+        return document.saveToURL(url("practice.tesk"), &error);
     }();
 
     EXPECT_FALSE(written);
-    EXPECT_TRUE(error.localizedDescription().contains(QStringLiteral("practice.tesk")));
-    EXPECT_EQ(readFile(path(QStringLiteral("practice.tesk"))), saved);
+    EXPECT_TRUE(error.localizedDescription().contains("practice.tesk"));
+    EXPECT_EQ(readFile(path("practice.tesk")), saved);
     EXPECT_TRUE(document.isDocumentEdited());
     EXPECT_EQ(QDir(mDir.path()).entryList(QDir::Files).size(), 1) << "no temporary file left";
 
     // Only Tesk's own type is written.
-    EXPECT_FALSE(document.writeToURL(url(QStringLiteral("other.tesk")),
-                                     QStringLiteral("audio/x-wav"), &error));
-    EXPECT_FALSE(QFile::exists(path(QStringLiteral("other.tesk"))));
+    EXPECT_FALSE(document.writeToURL(url("other.tesk"), "audio/x-wav", &error));
+    EXPECT_FALSE(QFile::exists(path("other.tesk")));
 }
 
 TEST_F(DocumentTest, ASongFileGivesAnUntitledDocumentNamedAfterTheSong) {
-    const QString song = writeSong(QStringLiteral("My Song.live.wav"), 0.5, QStringLiteral("Été"));
+    const QString song = writeSong("My Song.live.wav", 0.5, "Été");
     TeskDocument document;
     RecordingDelegate delegate;
     FakeWindow window;
     document.setMetadataDelegate(&delegate);
     document.addWindowController(&window);
     TeskError error;
-    ASSERT_TRUE(
-        document.readFromURL(QUrl::fromLocalFile(song), QStringLiteral("audio/x-wav"), &error));
+    ASSERT_TRUE(document.readFromURL(QUrl::fromLocalFile(song), "audio/x-wav", &error));
     EXPECT_TRUE(document.fileURL().isEmpty());
     EXPECT_TRUE(document.isDocumentEdited());
     EXPECT_TRUE(document.canDropMarkers());
-    EXPECT_EQ(document.displayName(), QStringLiteral("My Song.live"));
+    EXPECT_EQ(document.displayName(), "My Song.live");
     ASSERT_TRUE(QTest::qWaitFor([&] { return delegate.metadata == 1; }, 5000));
-    EXPECT_EQ(document.songTitle(), QStringLiteral("Été"));
-    EXPECT_EQ(document.displayName(), QStringLiteral("Été"));
+    EXPECT_EQ(document.songTitle(), "Été");
+    EXPECT_EQ(document.displayName(), "Été");
     EXPECT_EQ(window.titleSyncs, 1);
-    EXPECT_EQ(document.player()->songMetadata().title, QStringLiteral("Été"));
+    EXPECT_EQ(document.player()->songMetadata().title, "Été");
 }
 
 TEST_F(DocumentTest, AFileThatIsNoSongIsRefusedWithoutAnError) {
-    ASSERT_TRUE(writeFile(path(QStringLiteral("notes.wav")), "these are my practice notes\n"));
+    ASSERT_TRUE(writeFile(path("notes.wav"), "these are my practice notes\n"));
     TeskDocument text;
     TeskError error;
-    EXPECT_FALSE(
-        text.readFromURL(url(QStringLiteral("notes.wav")), QStringLiteral("audio/x-wav"), &error));
+    EXPECT_FALSE(text.readFromURL(url("notes.wav"), "audio/x-wav", &error));
     EXPECT_TRUE(error.domain().isEmpty());
     // One that looks like a song but does not load: see the document controller's test.
 }
 
 TEST_F(DocumentTest, ExportsTheLoopInTheBackgroundAndReportsOnTheMainThread) {
-    auto document = openSong(writeSong(QStringLiteral("song.wav"), 2.0));
+    auto document = openSong(writeSong("song.wav", 2.0));
     RecordingDelegate delegate;
     document->setFileExportDelegate(&delegate);
     document->setLoopRange({kRate / 2, kRate / 2});
-    const QString output = path(QStringLiteral("loop.aif"));
-    ASSERT_TRUE(document->performLoopExportToFile({{QStringLiteral("destinationFile"), output},
-                                                   {QStringLiteral("exportingWithLoop"), true}}));
+    const QString output = path("loop.aif");
+    ASSERT_TRUE(document->performLoopExportToFile(
+        {{"destinationFile", output}, {"exportingWithLoop", true}}));
     EXPECT_TRUE(document->isExporting());
     // The export reads through the player: the position stays put until it is done.
     const qint64 position = document->currentFrame();
     document->offsetCurrentFrame(kRate);
     EXPECT_EQ(document->currentFrame(), position);
-    EXPECT_FALSE(document->performLoopExportToFile(
-        {{QStringLiteral("destinationFile"), path(QStringLiteral("second.aif"))}}));
+    EXPECT_FALSE(document->performLoopExportToFile({{"destinationFile", path("second.aif")}}));
     ASSERT_TRUE(QTest::qWaitFor([&] { return !delegate.finished.isEmpty(); }, 20000));
     EXPECT_EQ(delegate.finished, output);
     // Exports are written in whole slices.
@@ -518,31 +512,28 @@ TEST_F(DocumentTest, ExportsTheLoopInTheBackgroundAndReportsOnTheMainThread) {
         constexpr qint64 slice = TeskOutputAudioUnit::kExportSliceFrames;
         return (frames + slice - 1) / slice * slice;
     };
-    EXPECT_EQ(probeAudioStream(output, QStringLiteral("duration_ts")).toLongLong(),
-              sliced(kRate / 2));
+    EXPECT_EQ(probeAudioStream(output, "duration_ts").toLongLong(), sliced(kRate / 2));
     EXPECT_EQ(document->player()->delegate(), nullptr);
 
     // Without the loop: the whole song, with progress on the way.
     delegate.finished.clear();
-    const QString song = path(QStringLiteral("song.aif"));
-    ASSERT_TRUE(document->performLoopExportToFile({{QStringLiteral("destinationFile"), song}}));
+    const QString song = path("song.aif");
+    ASSERT_TRUE(document->performLoopExportToFile({{"destinationFile", song}}));
     ASSERT_TRUE(QTest::qWaitFor([&] { return !delegate.finished.isEmpty(); }, 20000));
-    EXPECT_EQ(probeAudioStream(song, QStringLiteral("duration_ts")).toLongLong(),
-              sliced(2 * kRate));
+    EXPECT_EQ(probeAudioStream(song, "duration_ts").toLongLong(), sliced(2 * kRate));
     ASSERT_FALSE(delegate.progress.empty());
     EXPECT_GT(delegate.progress.back(), 0.5);
     EXPECT_LE(delegate.progress.back(), 1.0);
 
-    const QString unwritable = path(QStringLiteral("no/such/folder/song.m4a"));
-    ASSERT_TRUE(
-        document->performLoopExportToFile({{QStringLiteral("destinationFile"), unwritable}}));
+    const QString unwritable = path("no/such/folder/song.m4a");
+    ASSERT_TRUE(document->performLoopExportToFile({{"destinationFile", unwritable}}));
     document->waitForExport();
     EXPECT_EQ(delegate.failed, unwritable);
     EXPECT_FALSE(delegate.failure.domain().isEmpty());
 }
 
 TEST_F(DocumentTest, AClosingWindowHearsNoLateMetadata) {
-    const QString song = writeSong(QStringLiteral("song.wav"), 0.5, QStringLiteral("Title"));
+    const QString song = writeSong("song.wav", 0.5, "Title");
     TeskDocument document;
     RecordingDelegate delegate;
     document.setMetadataDelegate(&delegate);

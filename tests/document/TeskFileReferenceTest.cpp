@@ -50,64 +50,63 @@ TEST_F(FileReferenceTest, ResolvesAsMadeAndOnlyForExistingFiles) {
     EXPECT_NE(reference->inode(), 0u);
 
     // A relative path is taken from the document's folder.
-    const QString document = path(QStringLiteral("practice.tesk"));
+    const QString document = path("practice.tesk");
     const auto relative = TeskFileReference::fromPath(unique("song.wav"), document);
     ASSERT_TRUE(relative);
     EXPECT_EQ(relative->resolvedPath(), song);
     EXPECT_EQ(relative->relativePath(), unique("song.wav"));
 
-    EXPECT_FALSE(TeskFileReference::fromPath(path(QStringLiteral("missing.wav"))));
+    EXPECT_FALSE(TeskFileReference::fromPath(path("missing.wav")));
     EXPECT_FALSE(TeskFileReference::fromPath(root()));
     EXPECT_FALSE(TeskFileReference::fromPath(QString()));
 }
 
 TEST_F(FileReferenceTest, FindsTheFileRenamedInItsFolder) {
-    const QString song = makeFile(QStringLiteral("album/") + unique("song.wav"));
-    makeFile(QStringLiteral("album/") + unique("other.wav"));
+    const QString song = makeFile("album/" + unique("song.wav"));
+    makeFile("album/" + unique("other.wav"));
     const auto reference = TeskFileReference::fromPath(song);
     ASSERT_TRUE(reference);
 
-    const QString renamed = path(QStringLiteral("album/") + unique("renamed.wav"));
+    const QString renamed = path("album/" + unique("renamed.wav"));
     move(song, renamed);
     EXPECT_EQ(reference->resolvedPath(), renamed);
 
     // A file saved in the song's place under its name is taken for it.
-    const QString replacement = makeFile(QStringLiteral("album/") + unique("song.wav"));
+    const QString replacement = makeFile("album/" + unique("song.wav"));
     EXPECT_EQ(reference->resolvedPath(), replacement);
 }
 
 TEST_F(FileReferenceTest, FindsTheFileMovedToAnotherFolderOfTheSameFileSystem) {
-    const QString song = makeFile(QStringLiteral("a/") + unique("song.wav"));
-    makeFile(QStringLiteral("b/c/") + unique("decoy.wav"));
+    const QString song = makeFile("a/" + unique("song.wav"));
+    makeFile("b/c/" + unique("decoy.wav"));
     const auto reference = TeskFileReference::fromPath(song);
     ASSERT_TRUE(reference);
 
     // Renamed too, so only its identity can find it; the old folder is gone.
-    const QString moved = path(QStringLiteral("b/c/d/") + unique("moved.wav"));
+    const QString moved = path("b/c/d/" + unique("moved.wav"));
     move(song, moved);
-    ASSERT_TRUE(QDir(path(QStringLiteral("a"))).removeRecursively());
+    ASSERT_TRUE(QDir(path("a")).removeRecursively());
     EXPECT_EQ(reference->resolvedPath(), moved);
 }
 
 TEST_F(FileReferenceTest, FindsTheFileBesideTheDocumentAndMovedWithIt) {
-    const QString document = makeFile(QStringLiteral("project/practice.tesk"), "{}");
-    const QString song = makeFile(QStringLiteral("project/audio/") + unique("song.wav"));
+    const QString document = makeFile("project/practice.tesk", "{}");
+    const QString song = makeFile("project/audio/" + unique("song.wav"));
     const auto reference = TeskFileReference::fromPath(song, document);
     ASSERT_TRUE(reference);
-    EXPECT_EQ(reference->relativePath(), QStringLiteral("audio/") + unique("song.wav"));
+    EXPECT_EQ(reference->relativePath(), "audio/" + unique("song.wav"));
 
     // The document and its song moved together, as copies with new inodes: only the
     // relative path knows where the song went.
-    const QString movedDocument = path(QStringLiteral("elsewhere/deep/moved/practice.tesk"));
-    const QString movedSong =
-        path(QStringLiteral("elsewhere/deep/moved/audio/") + unique("song.wav"));
+    const QString movedDocument = path("elsewhere/deep/moved/practice.tesk");
+    const QString movedSong = path("elsewhere/deep/moved/audio/" + unique("song.wav"));
     move(document, movedDocument, true);
     move(song, movedSong, true);
     EXPECT_EQ(reference->resolvedPath(movedDocument), movedSong);
     EXPECT_EQ(reference->resolvedPath(), QString());
 
     // The song put beside the document, again as a new file.
-    const QString beside = path(QStringLiteral("elsewhere/deep/moved/") + unique("song.wav"));
+    const QString beside = path("elsewhere/deep/moved/" + unique("song.wav"));
     move(movedSong, beside, true);
     EXPECT_EQ(reference->resolvedPath(movedDocument), beside);
 }
@@ -115,10 +114,10 @@ TEST_F(FileReferenceTest, FindsTheFileBesideTheDocumentAndMovedWithIt) {
 TEST_F(FileReferenceTest, FindsTheFileInTheMusicFolder) {
     // Qt reads the music folder from the XDG user directories on every call.
     const QByteArray savedConfigHome = qgetenv("XDG_CONFIG_HOME");
-    const QString config = path(QStringLiteral("config"));
-    const QString music = path(QStringLiteral("Music"));
+    const QString config = path("config");
+    const QString music = path("Music");
     ASSERT_TRUE(QDir().mkpath(music));
-    makeFile(QStringLiteral("config/user-dirs.dirs"), "XDG_MUSIC_DIR=\"" + music.toUtf8() + "\"\n");
+    makeFile("config/user-dirs.dirs", "XDG_MUSIC_DIR=\"" + music.toUtf8() + "\"\n");
     qputenv("XDG_CONFIG_HOME", config.toUtf8());
     struct Restore {
         QByteArray value;
@@ -132,16 +131,16 @@ TEST_F(FileReferenceTest, FindsTheFileInTheMusicFolder) {
     } restore{savedConfigHome};
     ASSERT_EQ(QStandardPaths::writableLocation(QStandardPaths::MusicLocation), music);
 
-    const QString song = makeFile(QStringLiteral("downloads/") + unique("song.wav"));
+    const QString song = makeFile("downloads/" + unique("song.wav"));
     const auto reference = TeskFileReference::fromPath(song);
     ASSERT_TRUE(reference);
-    const QString filed = path(QStringLiteral("Music/Artist/") + unique("song.wav"));
+    const QString filed = path("Music/Artist/" + unique("song.wav"));
     move(song, filed, true);
     EXPECT_EQ(reference->resolvedPath(), filed);
 }
 
 TEST_F(FileReferenceTest, DeletedFileResolvesToNothingAndEqualsNothing) {
-    const QString song = makeFile(QStringLiteral("a/") + unique("song.wav"));
+    const QString song = makeFile("a/" + unique("song.wav"));
     const auto reference = TeskFileReference::fromPath(song);
     const auto same = TeskFileReference::fromPath(song);
     ASSERT_TRUE(reference && same);
@@ -149,21 +148,20 @@ TEST_F(FileReferenceTest, DeletedFileResolvesToNothingAndEqualsNothing) {
 
     ASSERT_TRUE(QFile::remove(song));
     EXPECT_EQ(reference->resolvedPath(), QString());
-    EXPECT_EQ(reference->resolvedPath(path(QStringLiteral("practice.tesk"))), QString());
+    EXPECT_EQ(reference->resolvedPath(path("practice.tesk")), QString());
     EXPECT_FALSE(*reference == *same);
 
     // The file system hands the freed inode to the next new file, which is not the song.
-    const QString newcomer =
-        makeFile(QStringLiteral("a/") + unique("newcomer.tesk"), "{\"zoomLevel\": 0.5}");
+    const QString newcomer = makeFile("a/" + unique("newcomer.tesk"), "{\"zoomLevel\": 0.5}");
     if (TeskFileReference::fromPath(newcomer)->inode() != reference->inode())
         GTEST_SKIP() << "this file system did not reuse the inode";
     EXPECT_EQ(reference->resolvedPath(), QString());
 }
 
 TEST_F(FileReferenceTest, ReferencesThroughALinkAndTheRealPathAreEqual) {
-    const QString real = makeFile(QStringLiteral("real/") + unique("song.wav"));
-    const QString other = makeFile(QStringLiteral("real/") + unique("other.wav"));
-    const QString link = path(QStringLiteral("link.wav"));
+    const QString real = makeFile("real/" + unique("song.wav"));
+    const QString other = makeFile("real/" + unique("other.wav"));
+    const QString link = path("link.wav");
     ASSERT_TRUE(QFile::link(real, link));
 
     const auto viaLink = TeskFileReference::fromPath(link);
@@ -178,8 +176,8 @@ TEST_F(FileReferenceTest, ReferencesThroughALinkAndTheRealPathAreEqual) {
 }
 
 TEST_F(FileReferenceTest, BytesRoundTripAndDamagedBytesAreRefused) {
-    const QString document = path(QStringLiteral("practice.tesk"));
-    const QString song = makeFile(QStringLiteral("songs/") + unique("sóng ♪.wav"));
+    const QString document = path("practice.tesk");
+    const QString song = makeFile("songs/" + unique("sóng ♪.wav"));
     const auto reference = TeskFileReference::fromPath(song, document);
     ASSERT_TRUE(reference);
     const QByteArray bytes = reference->toBytes();
@@ -195,7 +193,7 @@ TEST_F(FileReferenceTest, BytesRoundTripAndDamagedBytesAreRefused) {
     EXPECT_EQ(read->modificationTime(), reference->modificationTime());
     EXPECT_EQ(read->toBytes(), bytes);
     // The read copy still follows the file.
-    const QString renamed = path(QStringLiteral("songs/renamed.wav"));
+    const QString renamed = path("songs/renamed.wav");
     move(song, renamed);
     EXPECT_EQ(read->resolvedPath(document), renamed);
 

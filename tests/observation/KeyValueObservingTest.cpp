@@ -88,8 +88,8 @@ TEST(KeyValueObserving, InitialOptionTellsOnceInsideTheRegistration) {
     owner.setPlain(3);
     Recorder initial;
     Recorder quiet;
-    addObserver(&owner, &initial, QStringLiteral("plain"), ObservingOption::Initial, kFirstContext);
-    addObserver(&owner, &quiet, QStringLiteral("plain"));
+    addObserver(&owner, &initial, "plain", ObservingOption::Initial, kFirstContext);
+    addObserver(&owner, &quiet, "plain");
 
     ASSERT_EQ(initial.notifications.size(), 1u);
     EXPECT_EQ(initial.notifications[0].object, &owner);
@@ -106,21 +106,21 @@ TEST(KeyValueObserving, InitialOptionTellsOnceInsideTheRegistration) {
 TEST(KeyValueObserving, EachRegistrationKeepsItsContextAndRemovalTakesOneAtATime) {
     Owner owner;
     Recorder recorder;
-    addObserver(&owner, &recorder, QStringLiteral("plain"), ObservingOption::None, kFirstContext);
-    addObserver(&owner, &recorder, QStringLiteral("plain"), ObservingOption::None, kSecondContext);
+    addObserver(&owner, &recorder, "plain", ObservingOption::None, kFirstContext);
+    addObserver(&owner, &recorder, "plain", ObservingOption::None, kSecondContext);
     owner.setPlain(1);
     ASSERT_EQ(recorder.notifications.size(), 2u);
     EXPECT_NE(recorder.notifications[0].context, recorder.notifications[1].context);
 
     // By context, then the most recent of the rest.
-    EXPECT_TRUE(removeObserver(&owner, &recorder, QStringLiteral("plain"), kFirstContext));
+    EXPECT_TRUE(removeObserver(&owner, &recorder, "plain", kFirstContext));
     recorder.notifications.clear();
     owner.setPlain(2);
     ASSERT_EQ(recorder.notifications.size(), 1u);
     EXPECT_EQ(recorder.notifications[0].context, kSecondContext);
 
-    EXPECT_TRUE(removeObserver(&owner, &recorder, QStringLiteral("plain")));
-    EXPECT_FALSE(removeObserver(&owner, &recorder, QStringLiteral("plain")));
+    EXPECT_TRUE(removeObserver(&owner, &recorder, "plain"));
+    EXPECT_FALSE(removeObserver(&owner, &recorder, "plain"));
     recorder.notifications.clear();
     owner.setPlain(3);
     EXPECT_TRUE(recorder.notifications.empty());
@@ -129,7 +129,7 @@ TEST(KeyValueObserving, EachRegistrationKeepsItsContextAndRemovalTakesOneAtATime
 TEST(KeyValueObserving, KeyPathsFollowANestedObjectThatIsReplaced) {
     Owner owner;
     Recorder recorder;
-    addObserver(&owner, &recorder, QStringLiteral("child.value"));
+    addObserver(&owner, &recorder, "child.value");
 
     owner.child()->setValue(5);
     ASSERT_EQ(recorder.notifications.size(), 1u);
@@ -149,7 +149,7 @@ TEST(KeyValueObserving, KeyPathsFollowANestedObjectThatIsReplaced) {
 
     // A path with no object in the middle still answers, and re-attaches later.
     owner.setChild(nullptr);
-    EXPECT_FALSE(valueForKeyPath(&owner, QStringLiteral("child.value")).isValid());
+    EXPECT_FALSE(valueForKeyPath(&owner, "child.value").isValid());
     auto* third = new Child;
     owner.setChild(third);
     third->setValue(11);
@@ -159,12 +159,11 @@ TEST(KeyValueObserving, KeyPathsFollowANestedObjectThatIsReplaced) {
 
 TEST(KeyValueObserving, DependentKeysAreToldWhenTheKeysTheyDependOnChange) {
     Owner owner;
-    EXPECT_EQ(keysAffectingKey(&owner, QStringLiteral("quadrupled")),
-              (QStringList{QStringLiteral("doubled"), QStringLiteral("plain")}));
+    EXPECT_EQ(keysAffectingKey(&owner, "quadrupled"), (QStringList{"doubled", "plain"}));
     Recorder doubled;
     Recorder quadrupled;
-    addObserver(&owner, &doubled, QStringLiteral("doubled"));
-    addObserver(&owner, &quadrupled, QStringLiteral("quadrupled"));
+    addObserver(&owner, &doubled, "doubled");
+    addObserver(&owner, &quadrupled, "quadrupled");
     owner.setPlain(3);
     ASSERT_EQ(doubled.notifications.size(), 1u);
     EXPECT_EQ(doubled.notifications[0].value.toInt(), 6);
@@ -176,8 +175,8 @@ TEST(KeyValueObserving, AnnouncedChangesReachObserversAndSignalConnections) {
     Owner owner;
     Recorder silent;
     Recorder child;
-    addObserver(&owner, &silent, QStringLiteral("silent"));
-    addObserver(&owner, &child, QStringLiteral("child.value"));
+    addObserver(&owner, &silent, "silent");
+    addObserver(&owner, &child, "child.value");
     QSignalSpy childSignal(&owner, &Owner::childChanged);
 
     owner.setSilent(8); // no signal: nobody hears it
@@ -193,32 +192,30 @@ TEST(KeyValueObserving, AnnouncedChangesReachObserversAndSignalConnections) {
 
 TEST(KeyValueObserving, GetsAndSetsValuesByKeyPath) {
     Owner owner;
-    EXPECT_TRUE(setValueForKeyPath(&owner, QStringLiteral("child.value"), 42));
+    EXPECT_TRUE(setValueForKeyPath(&owner, "child.value", 42));
     EXPECT_EQ(owner.child()->value(), 42);
-    EXPECT_EQ(valueForKeyPath(&owner, QStringLiteral("child.value")).toInt(), 42);
-    EXPECT_TRUE(setValueForKeyPath(&owner, QStringLiteral("plain"), QStringLiteral("7")));
+    EXPECT_EQ(valueForKeyPath(&owner, "child.value").toInt(), 42);
+    EXPECT_TRUE(setValueForKeyPath(&owner, "plain", "7"));
     EXPECT_EQ(owner.plain(), 7);
 
     // A nested object can be set through its key path like any other value.
     auto* replacement = new Child;
-    EXPECT_TRUE(setValueForKeyPath(&owner, QStringLiteral("child"),
+    EXPECT_TRUE(setValueForKeyPath(&owner, "child",
                                    QVariant::fromValue(static_cast<QObject*>(replacement))));
     EXPECT_EQ(owner.child(), replacement);
 
-    EXPECT_FALSE(valueForKeyPath(&owner, QStringLiteral("missing.value")).isValid());
-    EXPECT_FALSE(setValueForKeyPath(&owner, QStringLiteral("doubled"), 1)); // read-only
-    EXPECT_FALSE(setValueForKeyPath(&owner, QStringLiteral("nothing"), 1));
+    EXPECT_FALSE(valueForKeyPath(&owner, "missing.value").isValid());
+    EXPECT_FALSE(setValueForKeyPath(&owner, "doubled", 1)); // read-only
+    EXPECT_FALSE(setValueForKeyPath(&owner, "nothing", 1));
 }
 
 TEST(KeyValueObserving, ObserversMayLeaveWhileBeingToldAndDestroyedOnesAreNeverCalled) {
     Owner owner;
     Recorder leaving;
     Recorder staying;
-    leaving.onNotification = [&] {
-        EXPECT_TRUE(removeObserver(&owner, &leaving, QStringLiteral("plain")));
-    };
-    addObserver(&owner, &leaving, QStringLiteral("plain"));
-    addObserver(&owner, &staying, QStringLiteral("plain"));
+    leaving.onNotification = [&] { EXPECT_TRUE(removeObserver(&owner, &leaving, "plain")); };
+    addObserver(&owner, &leaving, "plain");
+    addObserver(&owner, &staying, "plain");
     owner.setPlain(1);
     owner.setPlain(2);
     EXPECT_EQ(leaving.notifications.size(), 1u);
@@ -226,7 +223,7 @@ TEST(KeyValueObserving, ObserversMayLeaveWhileBeingToldAndDestroyedOnesAreNeverC
 
     {
         Recorder shortLived;
-        addObserver(&owner, &shortLived, QStringLiteral("child.value"));
+        addObserver(&owner, &shortLived, "child.value");
     }
     owner.child()->setValue(3); // would reach a destroyed observer if it were still registered
     EXPECT_EQ(staying.notifications.size(), 2u);
@@ -235,7 +232,7 @@ TEST(KeyValueObserving, ObserversMayLeaveWhileBeingToldAndDestroyedOnesAreNeverC
     Recorder orphan;
     {
         Owner shortLivedOwner;
-        addObserver(&shortLivedOwner, &orphan, QStringLiteral("child.value"));
+        addObserver(&shortLivedOwner, &orphan, "child.value");
     }
     Owner other;
     other.setPlain(5);
