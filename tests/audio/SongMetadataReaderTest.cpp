@@ -29,6 +29,7 @@ TEST(SongMetadataReader, ReadsTheTagsAndCoverWhereEachFormatKeepsThem) {
         const char* cover; // null: none
         const char* mimeType;
         QStringList options;
+        const char* backCover = nullptr; // a picture before the cover, marked as the back
     };
     const Case cases[] = {
         // ID3 version 2.3, whose text is UTF-16, with the front cover.
@@ -36,6 +37,13 @@ TEST(SongMetadataReader, ReadsTheTagsAndCoverWhereEachFormatKeepsThem) {
          "cover.jpg",
          "image/jpeg",
          {"-c:a", "libmp3lame", "-metadata:s:v", "comment=Cover (front)"}},
+        // Among several pictures, the one marked as the front cover, wherever it stands.
+        {"pictures.mp3",
+         "front.jpg",
+         "image/jpeg",
+         {"-c:a", "libmp3lame", "-metadata:s:v:0", "comment=Cover (back)", "-metadata:s:v:1",
+          "comment=Cover (front)"},
+         "back.png"},
         // Ogg Vorbis keeps its comments on the stream, not on the container.
         {"song.ogg", nullptr, "", {"-c:a", "libvorbis"}},
         // AIFF keeps its tags, and the cover, in an ID3 chunk.
@@ -51,12 +59,17 @@ TEST(SongMetadataReader, ReadsTheTagsAndCoverWhereEachFormatKeepsThem) {
         ASSERT_TRUE(test::writeWav(source, twoSecondsOfTone(), 44100));
         QByteArray picture;
         QStringList arguments{"-i", source};
+        if (c.backCover) {
+            ASSERT_FALSE(test::writePicture(folder.filePath(c.backCover)).isEmpty());
+            arguments += QStringList{"-i", folder.filePath(c.backCover)};
+        }
         if (c.cover) {
             picture = test::writePicture(folder.filePath(c.cover));
             ASSERT_FALSE(picture.isEmpty());
-            arguments += QStringList{"-i", folder.filePath(c.cover)} +
-                         test::splitArguments("-map 0 -map 1 -c:v copy -disposition:v "
-                                              "attached_pic -id3v2_version 3");
+            arguments += QStringList{"-i", folder.filePath(c.cover), "-map", "0", "-map", "1"} +
+                         (c.backCover ? QStringList{"-map", "2"} : QStringList{}) +
+                         test::splitArguments("-c:v copy -disposition:v attached_pic "
+                                              "-id3v2_version 3");
         }
         QString log;
         ASSERT_TRUE(
