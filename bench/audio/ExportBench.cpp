@@ -1,7 +1,6 @@
 // Export of a 4-minute song with every effect on, against the established tools doing the same
 // work one after the other: Rubber Band's own command (same engine, real-time mode, the same
-// pitch method) and FFmpeg's AAC encoder. The two take turns, so drift in the machine's speed
-// falls on both alike.
+// pitch method) and FFmpeg's AAC encoder.
 #include "audio/ProcessingChainPool.h"
 #include "audio/TeskExtendedAudioFile.h"
 #include "audio/TeskExtendedAudioFilePlayer.h"
@@ -13,10 +12,6 @@
 #include <QProcess>
 #include <QTemporaryDir>
 #include <benchmark/benchmark.h>
-
-#include <algorithm>
-#include <chrono>
-#include <vector>
 
 namespace {
 
@@ -38,7 +33,7 @@ QTemporaryDir& folder() {
     return made;
 }
 
-/// Seconds taken by Tesk's export of `file` with every effect on.
+/// Seconds taken by Tesk's export of `file` with every effect on, or -1 when it failed.
 double exportAllEffects(const std::shared_ptr<TeskExtendedAudioFile>& file) {
     TeskExtendedAudioFilePlayer player(file, true);
     player.setPlaybackSpeed(float(kSpeed));
@@ -53,9 +48,10 @@ double exportAllEffects(const std::shared_ptr<TeskExtendedAudioFile>& file) {
     player.setPanAdjust(true);
     player.setPanAmount(0.4);
     const QString output = folder().filePath(QStringLiteral("export.m4a"));
-    const auto started = std::chrono::steady_clock::now();
-    player.writeSamplesInRange({0, std::uint32_t(file->frameCount())}, output);
-    return std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
+    return bench::secondsTaken([&] {
+        return player.writeSamplesInRange({0, std::uint32_t(file->frameCount())}, output) ==
+               TeskOutputAudioUnit::ExportOutcome::Written;
+    });
 }
 
 /// Seconds taken by the anchor, or a negative number when a tool failed: Rubber Band's command
@@ -63,24 +59,16 @@ double exportAllEffects(const std::shared_ptr<TeskExtendedAudioFile>& file) {
 double rubberBandThenFfmpeg(const QString& wav, const QString& map) {
     const QString stretched = folder().filePath(QStringLiteral("anchor-stretched.wav"));
     const QString m4a = folder().filePath(QStringLiteral("anchor.m4a"));
-    const auto started = std::chrono::steady_clock::now();
-    const int stretchStatus =
-        QProcess::execute(QStringLiteral("rubberband"),
-                          {"-q", "-3", "--realtime", "-t", QString::number(1.0 / kSpeed, 'f', 6),
-                           "-p", QString::number(kSemitones), "--pitchmap", map, wav, stretched});
-    const bool encoded = test::encodeWithFfmpeg(stretched, m4a, {"-c:a", "aac"});
-    const double seconds =
-        std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
-    return stretchStatus == 0 && encoded ? seconds : -1.0;
+    return bench::secondsTaken([&] {
+        const int stretchStatus = QProcess::execute(
+            QStringLiteral("rubberband"),
+            {"-q", "-3", "--realtime", "-t", QString::number(1.0 / kSpeed, 'f', 6), "-p",
+             QString::number(kSemitones), "--pitchmap", map, wav, stretched});
+        return stretchStatus == 0 && test::encodeWithFfmpeg(stretched, m4a, {"-c:a", "aac"});
+    });
 }
 
-double median(std::vector<double> values) {
-    std::sort(values.begin(), values.end());
-    return values[values.size() / 2];
-}
-
-// This machine's speed drifts from minute to minute, so the export and the anchor take turns,
-// three times each, and the ratio is that of their medians.
+// The export and the anchor take turns, three times each; the ratio is that of their medians.
 void BM_ExportAgainstAnchor(benchmark::State& state) {
     application();
     const QString song = test::generatedSongFile(240);
@@ -101,20 +89,19 @@ void BM_ExportAgainstAnchor(benchmark::State& state) {
     file->waitUntilDecoded();
     ProcessingChainPool::prepare();
     for (auto _ : state) {
-        std::vector<double> ours;
-        std::vector<double> anchor;
-        for (int turn = 0; turn < 3; ++turn) {
-            ours.push_back(exportAllEffects(file));
-            anchor.push_back(rubberBandThenFfmpeg(wav, map));
-            if (anchor.back() < 0.0) {
-                state.SkipWithError("rubberband or ffmpeg failed");
-                return;
-            }
+        const auto medians =
+            bench::medianSecondsInTurns(3, {[&] { return exportAllEffects(file); },
+                                            [&] { return rubberBandThenFfmpeg(wav, map); }});
+        if (!medians) {
+            state.SkipWithError("the export, rubberband or ffmpeg failed");
+            return;
         }
-        state.SetIterationTime(median(ours));
-        state.counters["export_s"] = median(ours);
-        state.counters["anchor_s"] = median(anchor);
-        state.counters["ratio"] = median(ours) / median(anchor);
+        const double ours = (*medians)[0];
+        const double anchor = (*medians)[1];
+        state.SetIterationTime(ours);
+        state.counters["export_s"] = ours;
+        state.counters["anchor_s"] = anchor;
+        state.counters["ratio"] = ours / anchor;
     }
 }
 BENCHMARK(BM_ExportAgainstAnchor)->UseManualTime()->Iterations(1)->Unit(benchmark::kSecond);

@@ -1,6 +1,9 @@
 #pragma once
 
+#include <functional>
+#include <optional>
 #include <string>
+#include <vector>
 
 namespace tesk::bench {
 
@@ -26,5 +29,15 @@ void declareRatioTarget(std::string name, std::string benchmarkName,
 /// Call before the benchmarks run, for example from a static initializer.
 void declareCounterTarget(std::string name, std::string benchmarkName, std::string counterName,
                           std::string unit, double target);
+
+/// The seconds that `work` took, or -1 when it returned false (it failed).
+double secondsTaken(const std::function<bool()>& work);
+
+/// Runs each of `contenders` once per round, in order, for `rounds` rounds, and gives the median
+/// of the seconds each returned; nothing once one returns a negative time (it failed). This
+/// machine's speed drifts from minute to minute: taking turns lets the drift fall on every
+/// contender alike, where one measured after the other would meet it at a different speed.
+std::optional<std::vector<double>>
+medianSecondsInTurns(int rounds, const std::vector<std::function<double()>>& contenders);
 
 } // namespace tesk::bench
