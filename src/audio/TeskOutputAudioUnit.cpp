@@ -89,6 +89,26 @@ std::uint32_t renderExportSlice(ProcessingChain& chain, float* left, float* righ
     return filled;
 }
 
+/// Opens the file an export writes, or throws NSXError saying why it cannot.
+std::unique_ptr<TeskAudioFileWriter> createExportWriter(const QString& path, ExportFormat format,
+                                                        const SongMetadata& metadata) {
+    std::optional<TeskError> error;
+    auto writer = TeskAudioFileWriter::create(path, format, metadata, &error);
+    if (!writer)
+        throw NSXError(*error);
+    return writer;
+}
+
+/// Closes an export's file, or throws NSXError when its end could not be written. An export
+/// cancelled before its first slice has nothing to finish.
+TeskOutputAudioUnit::ExportOutcome finishExport(TeskAudioFileWriter& writer, bool cancelled) {
+    std::optional<TeskError> error;
+    if (!writer.finish(&error) && !(cancelled && writer.framesWritten() == 0))
+        throw NSXError(*error);
+    return cancelled ? TeskOutputAudioUnit::ExportOutcome::Cancelled
+                     : TeskOutputAudioUnit::ExportOutcome::Written;
+}
+
 } // namespace
 
 TeskOutputAudioUnit::TeskOutputAudioUnit(const AudioStreamDescription& streamDescription, bool,
@@ -270,10 +290,8 @@ TeskOutputAudioUnit::ExportOutcome TeskOutputAudioUnit::writeSamples(qint64 sour
     if (!format)
         return ExportOutcome::Ignored;
     ExportingFlag exporting(*this);
+    const auto writer = createExportWriter(path, *format, metadata);
     std::optional<TeskError> error;
-    auto writer = TeskAudioFileWriter::create(path, *format, metadata, &error);
-    if (!writer)
-        throw NSXError(*error);
 
     mChain->beginExport();
     const auto totalFrames = std::int64_t(std::llrint(double(sourceFrameCount) / mChain->rate()));
@@ -290,16 +308,11 @@ TeskOutputAudioUnit::ExportOutcome TeskOutputAudioUnit::writeSamples(qint64 sour
             throw NSXError(*error);
         cancelled = mCancelExport.load();
         if (!cancelled && sampleTime - lastReported > kProgressFrames) {
-            const double progress = std::min(1.0, double(sampleTime) / double(totalFrames));
-            QMetaObject::invokeMethod(
-                this, [this, progress] { notifyDelegateOfExportProgress(progress); },
-                Qt::QueuedConnection);
+            postExportProgress(double(sampleTime) / double(totalFrames));
             lastReported = sampleTime;
         }
     }
-    if (!writer->finish(&error) && !(cancelled && sampleTime == 0))
-        throw NSXError(*error);
-    return cancelled ? ExportOutcome::Cancelled : ExportOutcome::Written;
+    return finishExport(*writer, cancelled);
 }
 
 TeskOutputAudioUnit::ExportOutcome
@@ -310,10 +323,8 @@ TeskOutputAudioUnit::writeSamplesInTwoParts(const DecodedFrames& frames, qint64 
     if (!format)
         return ExportOutcome::Ignored;
     ExportingFlag exporting(*this);
+    const auto writer = createExportWriter(path, *format, metadata);
     std::optional<TeskError> error;
-    auto writer = TeskAudioFileWriter::create(path, *format, metadata, &error);
-    if (!writer)
-        throw NSXError(*error);
 
     // The second half starts a few seconds early, so its chain has settled by the join, at a
     // source frame whose output falls on the export's own frame grid.
@@ -419,10 +430,7 @@ TeskOutputAudioUnit::writeSamplesInTwoParts(const DecodedFrames& frames, qint64 
     const auto reportProgress = [&](std::int64_t done) {
         if (done - reportedWork <= kProgressFrames)
             return;
-        const double progress = std::min(1.0, double(done) / work);
-        QMetaObject::invokeMethod(
-            this, [this, progress] { notifyDelegateOfExportProgress(progress); },
-            Qt::QueuedConnection);
+        postExportProgress(double(done) / work);
         reportedWork = done;
     };
 
@@ -520,14 +528,18 @@ TeskOutputAudioUnit::writeSamplesInTwoParts(const DecodedFrames& frames, qint64 
     }
     abandon = true;
     secondThread.join();
-    if (!writer->finish(&error) && !(cancelled && writer->framesWritten() == 0))
-        throw NSXError(*error);
-    return cancelled ? ExportOutcome::Cancelled : ExportOutcome::Written;
+    return finishExport(*writer, cancelled);
 }
 
-void TeskOutputAudioUnit::notifyDelegateOfExportProgress(double progress) {
-    if (mDelegate)
-        mDelegate->outputAudioUnitDidUpdateProgress(this, progress);
+void TeskOutputAudioUnit::postExportProgress(double progress) {
+    progress = std::min(1.0, progress);
+    QMetaObject::invokeMethod(
+        this,
+        [this, progress] {
+            if (mDelegate)
+                mDelegate->outputAudioUnitDidUpdateProgress(this, progress);
+        },
+        Qt::QueuedConnection);
 }
 
 } // namespace tesk

@@ -173,7 +173,8 @@ private:
     };
 
     void openDevice();
-    void notifyDelegateOfExportProgress(double progress);
+    /// Tells the delegate, on the main thread, how far an export has got. Export thread.
+    void postExportProgress(double progress);
     void checkDevice();
 
     AudioStreamDescription mStreamDescription;
