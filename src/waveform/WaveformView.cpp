@@ -1018,13 +1018,16 @@ void WaveformView::mouseReleaseEvent(QMouseEvent* event) {
         refreshCursor(position);
         update();
         return;
-    case Gesture::Scrub:
+    case Gesture::Scrub: {
+        // A press while playing only moved the play head: no scrub began, so none ends.
+        const bool wasScrubbing = mScrubbing;
         mScrubbing = false;
         mCursorPressed = false;
         update(cursorUpdateRect(cursorX()));
-        if (mDelegate)
+        if (wasScrubbing && mDelegate)
             mDelegate->waveformViewDidEndScrubbing(this);
         return;
+    }
     }
 }
 

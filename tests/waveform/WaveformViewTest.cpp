@@ -56,10 +56,11 @@ private:
 };
 
 struct DelegateLog : WaveformViewDelegate {
-    int loopBegun = 0, loopEnded = 0, scrubs = 0;
+    int loopBegun = 0, loopEnded = 0, scrubs = 0, scrubsEnded = 0;
     void waveformViewDidBeginEditingLoop(WaveformView*) override { ++loopBegun; }
     void waveformViewDidEndEditingLoop(WaveformView*) override { ++loopEnded; }
     void waveformViewDidBeginScrubbing(WaveformView*) override { ++scrubs; }
+    void waveformViewDidEndScrubbing(WaveformView*) override { ++scrubsEnded; }
 };
 
 /// Notes the rects of every paint event of the view.
@@ -353,6 +354,7 @@ TEST_F(WaveformViewTest, RulerScrubsWhilePausedAndTheLoopButtonClicks) {
     for (const Case c : {Case{false, true, 1}, Case{true, false, 0}}) {
         SCOPED_TRACE(c.playing ? "playing" : "paused");
         const int scrubs = delegate.scrubs;
+        const int scrubsEnded = delegate.scrubsEnded;
         view.setPlaying(c.playing);
         press({300, 9});
         EXPECT_EQ(model.currentFrame(), 15000);
@@ -362,6 +364,8 @@ TEST_F(WaveformViewTest, RulerScrubsWhilePausedAndTheLoopButtonClicks) {
         EXPECT_EQ(model.currentFrame(), 16000);
         release({320, 9});
         EXPECT_FALSE(view.isScrubbing());
+        // Only a scrub that began ends: its end stops the playback it started.
+        EXPECT_EQ(delegate.scrubsEnded, scrubsEnded + c.scrubsAnnounced);
     }
     view.setPlaying(false);
 
