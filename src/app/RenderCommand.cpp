@@ -14,16 +14,10 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
-#include <QRandomGenerator>
 #include <atomic>
-#include <cerrno>
 #include <cmath>
 #include <csignal>
 #include <cstdio>
-#include <cstring>
-#include <fcntl.h>
-#include <filesystem>
-#include <unistd.h>
 
 namespace tesk {
 namespace {
@@ -43,40 +37,6 @@ static_assert(std::atomic<int>::is_always_lock_free);
 
 extern "C" void onInterruptSignal(int signal) {
     gInterruptSignal.store(signal, std::memory_order_relaxed);
-}
-
-/// Creates an empty file beside `target` named ".NAME.tmp-XXXXXX.EXT": hidden, unique, and
-/// ending in the same extension, which is what chooses the export's format. Returns its path,
-/// or empty with the reason in `error`.
-QString createTemporaryBeside(const QString& target, QString* error) {
-    const QFileInfo info(target);
-    const QString stem =
-        info.dir().filePath(QLatin1Char('.') + info.completeBaseName() + QStringLiteral(".tmp-"));
-    constexpr int kAttempts = 100;
-    for (int attempt = 0; attempt < kAttempts; ++attempt) {
-        // Six base-36 digits.
-        const QString tag = QString::number(QRandomGenerator::global()->bounded(2176782336u), 36)
-                                .rightJustified(6, QLatin1Char('0'));
-        const QString path = stem + tag + QLatin1Char('.') + info.suffix();
-        // O_EXCL: never reuse a file someone else has; 0666 lets the umask decide, as for any
-        // file the user makes.
-        const int fd = ::open(QFile::encodeName(path).constData(),
-                              O_CREAT | O_EXCL | O_WRONLY | O_CLOEXEC, 0666);
-        if (fd >= 0) {
-            ::close(fd);
-            return path;
-        }
-        if (errno != EEXIST) {
-            *error = QString::fromLocal8Bit(std::strerror(errno));
-            return {};
-        }
-    }
-    *error = QStringLiteral("no free temporary name in %1").arg(info.dir().path());
-    return {};
-}
-
-std::filesystem::path fileSystemPath(const QString& path) {
-    return std::filesystem::path(QFile::encodeName(path).toStdString());
 }
 
 } // namespace
@@ -314,8 +274,8 @@ void RenderCommand::exportSong() {
     // Everything is written into a file of our own first, so that whatever was at OUTPUT
     // survives a failed or cancelled export.
     QString error;
-    mTemporaryPath = createTemporaryBeside(mOptions.outputPath, &error);
-    if (mTemporaryPath.isEmpty()) {
+    mTemporary = ExportTemporaryFile::create(mOptions.outputPath, &error);
+    if (!mTemporary) {
         reportError(QStringLiteral("cannot write %1: %2").arg(mOptions.outputPath, error));
         finish(kRenderOutputUnwritable);
         return;
@@ -342,7 +302,7 @@ RenderCommand::WorkResult RenderCommand::runExport() {
     const LoopRange range{std::uint32_t(frames->first),
                           std::uint32_t(frames->second - frames->first)};
     try {
-        switch (mPlayer->writeSamplesInRange(range, mTemporaryPath)) {
+        switch (mPlayer->writeSamplesInRange(range, mTemporary->path())) {
         case TeskOutputAudioUnit::ExportOutcome::Written:
             return {kRenderDone, {}};
         case TeskOutputAudioUnit::ExportOutcome::Cancelled:
@@ -354,9 +314,8 @@ RenderCommand::WorkResult RenderCommand::runExport() {
                 QStringLiteral("OUTPUT must end in .aif or .m4a: %1").arg(mOptions.outputPath)};
     } catch (const NSXError& exception) {
         // The writer names the file it was given; the user knows it as OUTPUT.
-        QString reason = exception.error().localizedDescription();
-        reason.replace(QFileInfo(mTemporaryPath).fileName(),
-                       QFileInfo(mOptions.outputPath).fileName());
+        const QString reason =
+            mTemporary->toldOfDestination(exception.error()).localizedDescription();
         return {kRenderOutputUnwritable,
                 QStringLiteral("cannot write %1: %2").arg(mOptions.outputPath, reason)};
     } catch (const std::exception& exception) {
@@ -372,24 +331,12 @@ void RenderCommand::exportDidEnd(const WorkResult& result) {
     mPlayer->setDelegate(nullptr);
     int exitCode = mInterrupted ? kRenderInterrupted : result.exitCode;
     QString message = result.message;
-    std::error_code error;
-    const std::filesystem::path temporary = fileSystemPath(mTemporaryPath);
-    const std::filesystem::path output = fileSystemPath(mOptions.outputPath);
-    if (exitCode == kRenderDone) {
-        // A replaced file keeps who may read it.
-        const auto status = std::filesystem::status(output, error);
-        if (!error && std::filesystem::exists(status))
-            std::filesystem::permissions(temporary, status.permissions(), error);
-        error.clear();
-        std::filesystem::rename(temporary, output, error);
-        if (error) {
-            exitCode = kRenderOutputUnwritable;
-            message = QStringLiteral("cannot write %1: %2")
-                          .arg(mOptions.outputPath, QString::fromStdString(error.message()));
-        }
+    QString error;
+    if (exitCode == kRenderDone && !mTemporary->commit(&error)) {
+        exitCode = kRenderOutputUnwritable;
+        message = QStringLiteral("cannot write %1: %2").arg(mOptions.outputPath, error);
     }
-    if (exitCode != kRenderDone)
-        std::filesystem::remove(temporary, error);
+    mTemporary.reset(); // removed unless it took OUTPUT's place
 
     if (exitCode == kRenderDone)
         mProgress.finishExport();

@@ -2,6 +2,7 @@
 
 #include "app/RenderOptions.h"
 #include "app/RenderProgress.h"
+#include "audio/ExportTemporaryFile.h"
 #include "audio/TeskExtendedAudioFilePlayer.h"
 
 #include <QEventLoop>
@@ -102,7 +103,7 @@ private:
     std::thread mWorker;
 
     // Export.
-    QString mTemporaryPath;
+    std::unique_ptr<ExportTemporaryFile> mTemporary;
     bool mExporting = false;
 
     // Playback.

@@ -32,47 +32,6 @@ QString tr(const char* text) {
     return QCoreApplication::translate("TeskAudioFileWriter", text);
 }
 
-TeskError audioExportError(AudioExportErrorCode code, const QString& path, const QString& detail) {
-    QString description;
-    QString suggestion;
-    switch (code) {
-    case AudioExportErrorCode::CannotCreate:
-        description = tr("The file “%1” couldn’t be created.");
-        suggestion = tr("Check that the folder still exists and that you have permission to "
-                        "write in it.");
-        break;
-    case AudioExportErrorCode::CannotWrite:
-        description = tr("The file “%1” couldn’t be written.");
-        suggestion = tr("Check that the disk is still connected, then export again.");
-        break;
-    case AudioExportErrorCode::DiskFull:
-        description = tr("The file “%1” couldn’t be written because the disk is full.");
-        suggestion = tr("Free some space on the disk, or export to another disk.");
-        break;
-    case AudioExportErrorCode::EncodingFailed:
-        description = tr("The sound couldn’t be encoded into the file “%1”.");
-        suggestion = tr("Export again, or export to the other format.");
-        break;
-    case AudioExportErrorCode::NothingWritten:
-        description = tr("Nothing was exported to the file “%1” because there is no sound to "
-                         "write.");
-        suggestion = tr("Choose a longer part of the song and export again.");
-        break;
-    case AudioExportErrorCode::Cancelled:
-        description = tr("The export to the file “%1” was cancelled.");
-        break;
-    }
-    QVariantMap userInfo{
-        {LocalizedDescriptionKey, description.arg(QFileInfo(path).fileName())},
-        {AudioExportPathKey, path},
-    };
-    if (!suggestion.isEmpty())
-        userInfo.insert(LocalizedRecoverySuggestionKey, suggestion);
-    if (!detail.isEmpty())
-        userInfo.insert(AudioExportDetailKey, detail);
-    return TeskError(AudioExportErrorDomain, static_cast<qint64>(code), userInfo);
-}
-
 /// A full disk deserves its own words: it is the one failure the user can fix on the spot.
 AudioExportErrorCode codeFor(int status, AudioExportErrorCode otherwise) {
     if (status == AVERROR(ENOSPC) || status == AVERROR(EDQUOT))
@@ -135,6 +94,47 @@ std::optional<PictureSize> decodedSize(AVCodecID codecId, const QByteArray& imag
 }
 
 } // namespace
+
+TeskError audioExportError(AudioExportErrorCode code, const QString& path, const QString& detail) {
+    QString description;
+    QString suggestion;
+    switch (code) {
+    case AudioExportErrorCode::CannotCreate:
+        description = tr("The file “%1” couldn’t be created.");
+        suggestion = tr("Check that the folder still exists and that you have permission to "
+                        "write in it.");
+        break;
+    case AudioExportErrorCode::CannotWrite:
+        description = tr("The file “%1” couldn’t be written.");
+        suggestion = tr("Check that the disk is still connected, then export again.");
+        break;
+    case AudioExportErrorCode::DiskFull:
+        description = tr("The file “%1” couldn’t be written because the disk is full.");
+        suggestion = tr("Free some space on the disk, or export to another disk.");
+        break;
+    case AudioExportErrorCode::EncodingFailed:
+        description = tr("The sound couldn’t be encoded into the file “%1”.");
+        suggestion = tr("Export again, or export to the other format.");
+        break;
+    case AudioExportErrorCode::NothingWritten:
+        description = tr("Nothing was exported to the file “%1” because there is no sound to "
+                         "write.");
+        suggestion = tr("Choose a longer part of the song and export again.");
+        break;
+    case AudioExportErrorCode::Cancelled:
+        description = tr("The export to the file “%1” was cancelled.");
+        break;
+    }
+    QVariantMap userInfo{
+        {LocalizedDescriptionKey, description.arg(QFileInfo(path).fileName())},
+        {AudioExportPathKey, path},
+    };
+    if (!suggestion.isEmpty())
+        userInfo.insert(LocalizedRecoverySuggestionKey, suggestion);
+    if (!detail.isEmpty())
+        userInfo.insert(AudioExportDetailKey, detail);
+    return TeskError(AudioExportErrorDomain, static_cast<qint64>(code), userInfo);
+}
 
 std::optional<ExportFormat> TeskAudioFileWriter::formatForExtension(const QString& extension) {
     if (extension == QLatin1String("aif"))

@@ -56,6 +56,11 @@ enum class AudioExportErrorCode : qint64 {
     Cancelled,
 };
 
+/// An export error of `code` about the file at `path`, which its description names; `detail`
+/// (FFmpeg's or the system's account, when there is one) goes under AudioExportDetailKey.
+TeskError audioExportError(AudioExportErrorCode code, const QString& path,
+                           const QString& detail = {});
+
 /// Writes Tesk's rendered sound (44100 Hz, stereo, 32-bit float, non-interleaved) to an AIFF
 /// or M4A file at exactly the path given, with FFmpeg.
 ///

@@ -338,6 +338,10 @@ void TeskExtendedAudioFilePlayer::cancelWriteToFile() {
     mOutputAudioUnit->cancelWriteToFile();
 }
 
+void TeskExtendedAudioFilePlayer::clearCancelWriteToFile() {
+    mOutputAudioUnit->clearCancelWriteToFile();
+}
+
 void TeskExtendedAudioFilePlayer::outputAudioUnitDidUpdateProgress(TeskOutputAudioUnit*,
                                                                    double progress) {
     // Passed on after the current event, as the output passed it to us.

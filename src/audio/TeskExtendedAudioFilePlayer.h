@@ -106,8 +106,13 @@ public:
     /// does. Progress reaches the delegate on the main thread. Playback must be stopped. Export
     /// thread. Throws NSXError when the file cannot be written.
     TeskOutputAudioUnit::ExportOutcome writeSamplesInRange(LoopRange range, const QString& path);
-    /// Stops a running export after its current slice. Any thread.
+    /// Stops a running export after its current slice, or one about to begin before its first.
+    /// Any thread.
     void cancelWriteToFile();
+    /// Forgets a cancel that came after the last export ended: call it before starting an
+    /// export on another thread, so that a cancel from then on reaches that export even if it
+    /// comes before the export has begun. Not while an export runs.
+    void clearCancelWriteToFile();
     /// The title, artist, album and cover written into exported files. Main thread, before an
     /// export.
     void setSongMetadata(const SongMetadata& metadata) { mSongMetadata = metadata; }

@@ -136,8 +136,11 @@ public:
                                          qint64 sourceFrameCount, const QString& path,
                                          const SongMetadata& metadata = {});
 
-    /// Stops a running export after its current slice. Any thread.
+    /// Stops a running export after its current slice; asked for before an export begins, it
+    /// stops that export before its first slice. An export that ends forgets it. Any thread.
     void cancelWriteToFile() { mCancelExport.store(true); }
+    /// Forgets a cancel that came while no export ran. Not while an export runs; any thread.
+    void clearCancelWriteToFile() { mCancelExport.store(false); }
     bool isExporting() const { return mExportingAudio.load(); }
 
     /// The frames of one export slice.
@@ -161,14 +164,17 @@ signals:
     void soundOutputChanged();
 
 private:
-    /// Marks an export as running for as long as it lives, with its cancel request cleared.
+    /// Marks an export as running for as long as it lives; a cancel asked for during it, or
+    /// before it began, is for this export alone and is forgotten when it ends.
     struct ExportingFlag {
         explicit ExportingFlag(TeskOutputAudioUnit& unit)
             : unit(unit) {
-            unit.mCancelExport = false;
             unit.mExportingAudio = true;
         }
-        ~ExportingFlag() { unit.mExportingAudio = false; }
+        ~ExportingFlag() {
+            unit.mCancelExport = false;
+            unit.mExportingAudio = false;
+        }
         TeskOutputAudioUnit& unit;
     };
 

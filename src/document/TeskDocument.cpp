@@ -1,6 +1,8 @@
 #include "document/TeskDocument.h"
 
+#include "audio/ExportTemporaryFile.h"
 #include "audio/ProcessingChainPool.h"
+#include "audio/TeskAudioFileWriter.h"
 #include "audio/TeskExtendedAudioFile.h"
 #include "audio/dsp/VectorUnit.h"
 #include "diagnostics/NSXReturnThrowError.h"
@@ -20,6 +22,30 @@
 
 namespace tesk {
 namespace {
+
+/// Exports `range` through `player` into a file that takes `path`'s place only once it is
+/// whole, so that an export that fails, is cancelled or is cut short by Tesk closing leaves
+/// whatever was at `path` as it was. Export thread.
+std::optional<TeskError> exportRange(TeskExtendedAudioFilePlayer& player, LoopRange range,
+                                     const QString& path) {
+    QString reason;
+    const auto temporary = ExportTemporaryFile::create(path, &reason);
+    if (!temporary)
+        return audioExportError(AudioExportErrorCode::CannotCreate, path, reason);
+    try {
+        if (player.writeSamplesInRange(range, temporary->path()) ==
+                TeskOutputAudioUnit::ExportOutcome::Written &&
+            !temporary->commit(&reason))
+            return audioExportError(AudioExportErrorCode::CannotWrite, path, reason);
+        return std::nullopt;
+    } catch (const NSXError& exception) {
+        return temporary->toldOfDestination(exception.error());
+    } catch (const std::exception& exception) {
+        // No thread or no memory for the export: the song and the documents stay.
+        return audioExportError(AudioExportErrorCode::CannotWrite, path,
+                                QString::fromLocal8Bit(exception.what()));
+    }
+}
 
 // Observation contexts: only their addresses matter.
 const char kPlaybackVolumeContext[] = "teskDocument.playbackVolume";
@@ -483,14 +509,10 @@ bool TeskDocument::performLoopExportToFile(const QVariantMap& options) {
     if (player->isFilePlaying())
         stopFilePlaying();
     player->setDelegate(this);
+    player->clearCancelWriteToFile();
     mExportThread = std::thread([this, player, range, path] {
         clearVectorUpperState();
-        std::optional<TeskError> failure;
-        try {
-            player->writeSamplesInRange(range, path);
-        } catch (const NSXError& exception) {
-            failure = exception.error();
-        }
+        const std::optional<TeskError> failure = exportRange(*player, range, path);
         QMetaObject::invokeMethod(
             this, [this, path, failure] { exportDidEnd(path, failure); }, Qt::QueuedConnection);
     });

@@ -200,8 +200,9 @@ public:
     /// Starts writing the processed song, or its loop, into a file on a thread of its own and
     /// returns at once. `options` holds "destinationFile" (a path, whose extension picks AIFF
     /// or M4A) and "exportingWithLoop" (a boolean). Progress and the end reach the export
-    /// delegate on the main thread. Playback stops first. Returns false, and does nothing, when
-    /// there is no song or an export is running.
+    /// delegate on the main thread. Playback stops first. The file takes the destination's place
+    /// only once it is whole: a cancelled or failed export leaves what was there. Returns false,
+    /// and does nothing, when there is no song or an export is running.
     bool performLoopExportToFile(const QVariantMap& options);
     /// Ends a running export after its current slice; its file is removed.
     void cancelFileExportOperation();

@@ -637,7 +637,6 @@ void TeskDocumentWindowController::doExportSongUsingLoop(bool loop) {
 void TeskDocumentWindowController::startLoopExportWithFile(const QString& path) {
     if (mDocument->isFilePlaying())
         mDocument->stopFilePlaying();
-    mExportWasCanceled = false;
     mExportProgress = new QProgressDialog(tr("Exporting “%1”…").arg(QFileInfo(path).fileName()),
                                           tr("Cancel"), 0, 1000, this);
     mExportProgress->setWindowModality(Qt::WindowModal);
@@ -645,10 +644,8 @@ void TeskDocumentWindowController::startLoopExportWithFile(const QString& path) 
     mExportProgress->setAutoReset(false);
     mExportProgress->setMinimumDuration(0);
     mExportProgress->setValue(0);
-    connect(mExportProgress, &QProgressDialog::canceled, this, [this] {
-        mExportWasCanceled = true;
-        mDocument->cancelFileExportOperation();
-    });
+    connect(mExportProgress, &QProgressDialog::canceled, mDocument,
+            &TeskDocument::cancelFileExportOperation);
     mExportProgress->show();
     mDocument->setFileExportDelegate(this);
     const QVariantMap options{{QStringLiteral("exportingWithLoop"), mExportingWithLoop},
@@ -664,19 +661,16 @@ void TeskDocumentWindowController::updateFileExportWithProgress(double progress)
         mExportProgress->setValue(int(std::lround(progress * 1000.0)));
 }
 
-void TeskDocumentWindowController::fileDidFinishExporting(const QString& path) {
+void TeskDocumentWindowController::fileDidFinishExporting(const QString&) {
     if (mExportProgress) {
         mExportProgress->hide();
         mExportProgress->deleteLater();
     }
     mDocument->setFileExportDelegate(nullptr);
-    if (mExportWasCanceled)
-        QFile::remove(path); // errors ignored: nothing may be there
 }
 
 void TeskDocumentWindowController::fileExportDidFail(const QString& path, const TeskError& error) {
     fileDidFinishExporting(path);
-    QFile::remove(path);
     auto* box = new QMessageBox(QMessageBox::Warning, tr("The export failed"),
                                 error.localizedDescription(), QMessageBox::Ok, this);
     box->setInformativeText(error.localizedRecoverySuggestion());

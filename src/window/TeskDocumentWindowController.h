@@ -155,7 +155,6 @@ private:
     QTimer mHUDTimer;
     QTimer mWaveformTimer;
     QPointer<QProgressDialog> mExportProgress;
-    bool mExportWasCanceled = false;
     bool mExportingWithLoop = false;
     bool mEditingLoop = false;
     bool mClosed = false;

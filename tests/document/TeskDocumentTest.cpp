@@ -530,6 +530,31 @@ TEST_F(DocumentTest, ExportsTheLoopInTheBackgroundAndReportsOnTheMainThread) {
     document->waitForExport();
     EXPECT_EQ(delegate.failed, unwritable);
     EXPECT_FALSE(delegate.failure.domain().isEmpty());
+    EXPECT_TRUE(delegate.failure.localizedDescription().contains("song.m4a"));
+}
+
+TEST_F(DocumentTest, AnExportCutShortLeavesTheFileItWouldHaveReplaced) {
+    const QString song = writeSong("song.wav", 30.0);
+    const QByteArray original("the take to keep");
+    // Cancelled, or its document closed (as when Tesk quits) while it runs.
+    for (const bool closing : {false, true}) {
+        SCOPED_TRACE(closing ? "closed" : "cancelled");
+        auto document = openSong(song);
+        RecordingDelegate delegate;
+        document->setFileExportDelegate(&delegate);
+        ASSERT_TRUE(writeFile(path("take.m4a"), original));
+        ASSERT_TRUE(document->performLoopExportToFile({{"destinationFile", path("take.m4a")}}));
+        if (closing) {
+            document.reset();
+        } else {
+            document->cancelFileExportOperation();
+            document->waitForExport();
+            EXPECT_EQ(delegate.finished, path("take.m4a"));
+        }
+        EXPECT_EQ(readFile(path("take.m4a")), original);
+        EXPECT_EQ(QDir(mDir.path()).entryList(QDir::Files | QDir::Hidden),
+                  (QStringList{"song.wav", "take.m4a"}));
+    }
 }
 
 TEST_F(DocumentTest, AClosingWindowHearsNoLateMetadata) {

@@ -1,0 +1,44 @@
+#pragma once
+
+#include "diagnostics/TeskError.h"
+
+#include <QString>
+#include <memory>
+
+namespace tesk {
+
+/// The file an export is written into before it takes its destination's place: hidden beside
+/// the destination (".NAME.tmp-XXXXXX.EXT", with the destination's extension, which chooses the
+/// export's format), so that whatever is at the destination survives an export that fails, is
+/// cancelled or is cut short by the program closing. Removed unless committed.
+/// One thread at a time (the main thread or the export thread).
+class ExportTemporaryFile {
+public:
+    /// Creates the empty file, never reusing one that is there; null with the reason in
+    /// `error` when the destination's folder cannot take it.
+    static std::unique_ptr<ExportTemporaryFile> create(const QString& destination, QString* error);
+    ~ExportTemporaryFile();
+
+    ExportTemporaryFile(const ExportTemporaryFile&) = delete;
+    ExportTemporaryFile& operator=(const ExportTemporaryFile&) = delete;
+
+    const QString& path() const { return mPath; }
+    const QString& destination() const { return mDestination; }
+
+    /// Moves the written file into the destination's place in one step. A file it replaces
+    /// keeps who may read it. False, with the reason in `error`, when it cannot; the file is
+    /// then removed.
+    bool commit(QString* error);
+
+    /// `error`, about this file, told as the user knows it: of the destination, by its name.
+    TeskError toldOfDestination(const TeskError& error) const;
+
+private:
+    ExportTemporaryFile(QString path, QString destination);
+
+    const QString mPath;
+    const QString mDestination;
+    bool mCommitted = false;
+};
+
+} // namespace tesk
