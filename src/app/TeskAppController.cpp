@@ -21,17 +21,23 @@ void askExportFile(QWidget* window, const QString& proposedName,
     const QStringList formats{QObject::tr("MPEG-4 audio (*.m4a)"), QObject::tr("AIFF (*.aif)")};
     dialog->setNameFilters(formats);
     dialog->selectFile(proposedName + QStringLiteral(".m4a"));
+    // A name typed without its extension gets it before the dialog checks for a file to
+    // replace, so the question is about the file that will be written.
+    dialog->setDefaultSuffix(QStringLiteral("m4a"));
     dialog->setWindowModality(Qt::WindowModal);
     dialog->setAttribute(Qt::WA_DeleteOnClose);
-    QObject::connect(
-        dialog, &QFileDialog::filterSelected, dialog, [dialog, formats](const QString& f) {
-            // The proposed name follows the format chosen.
-            const QString extension =
-                formats.indexOf(f) == 1 ? QStringLiteral(".aif") : QStringLiteral(".m4a");
-            const QStringList files = dialog->selectedFiles();
-            if (!files.isEmpty())
-                dialog->selectFile(QFileInfo(files.first()).completeBaseName() + extension);
-        });
+    QObject::connect(dialog, &QFileDialog::filterSelected, dialog,
+                     [dialog, formats](const QString& f) {
+                         // The proposed name follows the format chosen.
+                         const QString extension = formats.indexOf(f) == 1 ? QStringLiteral("aif")
+                                                                           : QStringLiteral("m4a");
+                         dialog->setDefaultSuffix(extension);
+                         const QStringList files = dialog->selectedFiles();
+                         if (!files.isEmpty()) {
+                             dialog->selectFile(QFileInfo(files.first()).completeBaseName() +
+                                                QLatin1Char('.') + extension);
+                         }
+                     });
     QObject::connect(dialog, &QFileDialog::fileSelected, dialog,
                      [dialog, formats, chosen](const QString& path) {
                          chosen(path, int(formats.indexOf(dialog->selectedNameFilter())));

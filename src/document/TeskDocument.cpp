@@ -185,13 +185,31 @@ void TeskDocument::setEffectsVisible(bool visible) {
 void TeskDocument::setLoopRange(LoopRange range) {
     const LoopRange previous = mLoopRange;
     // An unchanged value would only leave an undo step that does nothing.
-    if (!mUndoRegistrationEnabled || range == previous) {
+    if (!mUndoRegistrationEnabled || mLoopBeforeEdit || range == previous) {
         storeLoopRange(range);
         return;
     }
     mUndoStack.push(new SetValueCommand(
         tr("Change Loop"), [this, range] { storeLoopRange(range); },
         [this, previous] { storeLoopRange(previous); }));
+}
+
+void TeskDocument::beginLoopEdit() {
+    if (!mLoopBeforeEdit)
+        mLoopBeforeEdit = mLoopRange;
+}
+
+void TeskDocument::endLoopEdit() {
+    if (!mLoopBeforeEdit)
+        return;
+    const LoopRange before = *mLoopBeforeEdit;
+    const LoopRange after = mLoopRange;
+    mLoopBeforeEdit.reset();
+    if (after == before || !mUndoRegistrationEnabled)
+        return;
+    mUndoStack.push(new SetValueCommand(
+        tr("Change Loop"), [this, after] { storeLoopRange(after); },
+        [this, before] { storeLoopRange(before); }));
 }
 
 void TeskDocument::storeLoopRange(LoopRange range) {

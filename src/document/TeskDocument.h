@@ -132,6 +132,11 @@ public:
     /// While the song loops, the player follows: a loop of length 0 ends looping (playback goes
     /// on), and a position past the new loop's end jumps to its start.
     void setLoopRange(LoopRange range);
+    /// Between these two, every loop set makes one undo step back to the loop before the
+    /// first, made at the end, and none when the loop ends as it began: a loop drawn or
+    /// dragged in one gesture, or a click that changed nothing.
+    void beginLoopEdit();
+    void endLoopEdit();
     const QList<quint32>& genericMarkers() const { return mGenericMarkers; }
     void setGenericMarkers(const QList<quint32>& markers);
     const QList<quint32>& chorusMarkers() const { return mChorusMarkers; }
@@ -314,6 +319,7 @@ private:
     QUndoStack mUndoStack;
     /// Undo registration is off while a file is read.
     bool mUndoRegistrationEnabled = true;
+    std::optional<LoopRange> mLoopBeforeEdit; // while a loop edit goes on
     int mChangeCount = 0;
     QList<TeskDocumentWindow*> mWindowControllers;
     std::thread mExportThread;

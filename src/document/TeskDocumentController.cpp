@@ -6,6 +6,7 @@
 
 #include <QFileInfo>
 #include <QMimeData>
+#include <QPointer>
 #include <QSettings>
 
 namespace tesk {
@@ -69,7 +70,9 @@ TeskDocument* TeskDocumentController::openUntitledDocumentAndDisplay() {
 
 void TeskDocumentController::openDocument() {
     const std::size_t count = mDocuments.size();
-    TeskDocument* untitled = firstUntitledDocument();
+    // The open panel runs the event loop: a song handed over meanwhile may close the empty
+    // window's document before the panel returns.
+    const QPointer<TeskDocument> untitled = firstUntitledDocument();
     for (const QString& path : mWindowLayer->runOpenPanel()) {
         TeskError error;
         if (!openDocumentWithContentsOfURL(QUrl::fromLocalFile(path), true, &error) &&

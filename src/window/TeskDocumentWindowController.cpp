@@ -96,6 +96,8 @@ TeskDocumentWindowController::TeskDocumentWindowController(TeskDocument* documen
         documentDidImportMetadata(mDocument);
         synchronizeWindowTitleWithDocumentName();
     });
+    connect(mDocument, &TeskDocument::documentEditedChanged, this,
+            [this] { setWindowModified(mDocument->isDocumentEdited()); });
     if (mDocument->songError())
         QTimer::singleShot(0, this, &TeskDocumentWindowController::showSongProblem);
 }
@@ -293,14 +295,14 @@ void TeskDocumentWindowController::buildMenus() {
     });
 
     QMenu* edit = menuBar()->addMenu(tr("&Edit"));
-    QAction* undo = edit->addAction(tr("&Undo"), QKeySequence::Undo, this,
-                                    [this] { mDocument->undoManager()->undo(); });
-    QAction* redo = edit->addAction(tr("&Redo"), QKeySequence::Redo, this,
-                                    [this] { mDocument->undoManager()->redo(); });
-    connect(edit, &QMenu::aboutToShow, this, [this, undo, redo] {
-        undo->setEnabled(mDocument->undoManager()->canUndo());
-        redo->setEnabled(mDocument->undoManager()->canRedo());
-    });
+    // Enabled and named as the undo stack changes, so their keys work whenever there is
+    // something to undo or redo.
+    QAction* undo = mDocument->undoManager()->createUndoAction(this, tr("&Undo"));
+    undo->setShortcut(QKeySequence::Undo);
+    edit->addAction(undo);
+    QAction* redo = mDocument->undoManager()->createRedoAction(this, tr("&Redo"));
+    redo->setShortcut(QKeySequence::Redo);
+    edit->addAction(redo);
     edit->addSeparator();
     add(edit, C::SelectAll, tr("Select &All"), QKeySequence::SelectAll);
     add(edit, C::ClearSelection, tr("&Clear Selection"));
@@ -367,7 +369,9 @@ void TeskDocumentWindowController::placeWindow() {
     setMinimumWidth(860);
     setMaximumWidth(8192);
     const QRectF frame = mDocument->documentWindowFrame();
-    if (frame.width() <= 0 || frame.height() <= 0) {
+    // A frame saved on a screen that is not there now would open the window out of sight.
+    const QScreen* onScreen = QGuiApplication::screenAt(frame.topLeft().toPoint());
+    if (frame.width() <= 0 || frame.height() <= 0 || onScreen == nullptr) {
         resize(std::max(960, minimumWidth()), sizeHint().height());
         QPointF point =
             mServices.documents ? mServices.documents->nextDocumentWindowPoint() : QPointF();
@@ -488,7 +492,14 @@ bool TeskDocumentWindowController::eventFilter(QObject* watched, QEvent* event) 
     if (widget == nullptr || widget->window() != this || qobject_cast<QLineEdit*>(widget) ||
         qobject_cast<QComboBox*>(widget))
         return false;
-    return handleKey(static_cast<QKeyEvent*>(event));
+    auto* key = static_cast<QKeyEvent*>(event);
+    // Escape in the middle of a drag belongs to the view dragged in, which puts back what the
+    // drag changed; it must not clear the loop as well.
+    const bool dragging =
+        QGuiApplication::mouseButtons() != Qt::NoButton || QWidget::keyboardGrabber() != nullptr;
+    if (key->key() == Qt::Key_Escape && dragging)
+        return false;
+    return handleKey(key);
 }
 
 bool TeskDocumentWindowController::handleKey(QKeyEvent* event) {
@@ -565,16 +576,14 @@ void TeskDocumentWindowController::waveformViewDidEndScrubbing(WaveformView*) {
 
 void TeskDocumentWindowController::waveformViewDidBeginEditingLoop(WaveformView*) {
     // Every value the drag writes becomes one undo step back to the loop before it.
-    if (!mEditingLoop) {
-        mEditingLoop = true;
-        mDocument->undoManager()->beginMacro(tr("Change Loop"));
-    }
+    mEditingLoop = true;
+    mDocument->beginLoopEdit();
 }
 
 void TeskDocumentWindowController::waveformViewDidEndEditingLoop(WaveformView*) {
     if (mEditingLoop) {
         mEditingLoop = false;
-        mDocument->undoManager()->endMacro();
+        mDocument->endLoopEdit();
     }
     validateMenuItems();
 }
@@ -681,17 +690,28 @@ void TeskDocumentWindowController::fileExportDidFail(const QString& path, const 
 
 // --- Saving and closing ---------------------------------------------------------------------
 
+QString TeskDocumentWindowController::askDocumentPath(const QString& proposed) {
+    QFileDialog dialog(this, tr("Save Practice Document"), proposed, tr("Tesk document (*.tesk)"));
+    dialog.setAcceptMode(QFileDialog::AcceptSave);
+    // The extension goes on before the dialog checks for a file to replace, so it asks about
+    // the file that will be written.
+    dialog.setDefaultSuffix(QStringLiteral("tesk"));
+    if (dialog.exec() != QDialog::Accepted || dialog.selectedFiles().isEmpty())
+        return {};
+    return dialog.selectedFiles().first();
+}
+
 void TeskDocumentWindowController::save(bool askForName) {
     QUrl url = mDocument->fileURL();
     if (askForName || url.isEmpty()) {
-        const QString song = mDocument->audioFileURL().toLocalFile();
+        // Beside the song, where it was last seen if it has gone since.
+        const auto reference = mDocument->audioFileAlias();
+        const QString found = mDocument->audioFileURL().toLocalFile();
+        const QString song = !found.isEmpty() || !reference ? found : reference->absolutePath();
         const QString proposed = QFileInfo(song).path() + QLatin1Char('/') +
                                  QFileInfo(song).completeBaseName() + QStringLiteral(".tesk");
-        const QString path =
-            mServices.askDocumentFile
-                ? mServices.askDocumentFile(this, proposed)
-                : QFileDialog::getSaveFileName(this, tr("Save Practice Document"), proposed,
-                                               tr("Tesk document (*.tesk)"));
+        const QString path = mServices.askDocumentFile ? mServices.askDocumentFile(this, proposed)
+                                                       : askDocumentPath(proposed);
         if (path.isEmpty())
             return;
         url = QUrl::fromLocalFile(
@@ -710,7 +730,10 @@ void TeskDocumentWindowController::closeEvent(QCloseEvent* event) {
         event->accept();
         return;
     }
-    if (mDocument->isDocumentEdited() && !mDocument->audioFileURL().isEmpty()) {
+    // A song's document is asked about even when the song has gone since: its markers and
+    // loop are the musician's work. The empty window has nothing to save.
+    const bool hasSong = mDocument->audioFileAlias().has_value();
+    if (mDocument->isDocumentEdited() && hasSong) {
         const int answer =
             mServices.askSaveChanges
                 ? mServices.askSaveChanges(this, mDocument->displayName())
@@ -731,7 +754,7 @@ void TeskDocumentWindowController::closeEvent(QCloseEvent* event) {
             }
         }
     }
-    if (mDocument->audioFileURL().isEmpty())
+    if (!hasSong)
         QSettings().setValue(kUntitledFrameKey, saveGeometry());
     event->accept();
     if (mServices.documents)
@@ -772,12 +795,16 @@ void TeskDocumentWindowController::showWindow() {
 }
 
 void TeskDocumentWindowController::synchronizeWindowTitleWithDocumentName() {
-    setWindowTitle(mDocument->displayName());
+    // "[*]" is where the title marks unsaved changes.
+    setWindowTitle(mDocument->displayName() + QStringLiteral("[*]"));
+    setWindowModified(mDocument->isDocumentEdited());
     setWindowFilePath(mDocument->fileURL().toLocalFile());
 }
 
 QRectF TeskDocumentWindowController::windowFrame() const {
-    return QRectF(geometry());
+    // Where the frame's corner is (as move() takes it back) and the size of the inside (as
+    // resize() does), so that a window reopens exactly where it was.
+    return QRectF(pos(), size());
 }
 
 // --- A song that could not be opened --------------------------------------------------------

@@ -130,6 +130,8 @@ private:
     void doExportSongUsingLoop(bool loop);
     void startLoopExportWithFile(const QString& path);
     void save(bool askForName);
+    /// Asks where to save the practice document: Qt's own dialog. Empty when cancelled.
+    QString askDocumentPath(const QString& proposed);
     void showSongProblem();
     bool handleKey(QKeyEvent* event);
 

@@ -5,6 +5,7 @@
 #include <QApplication>
 #include <QFileDialog>
 #include <QMessageBox>
+#include <QPointer>
 #include <QTimer>
 
 namespace tesk {
@@ -39,14 +40,20 @@ void TeskWindowLayer::closeWindows(TeskDocument* document) {
 }
 
 QStringList TeskWindowLayer::runOpenPanel() {
-    QFileDialog dialog(QApplication::activeWindow(), QObject::tr("Open"));
-    dialog.setFileMode(QFileDialog::ExistingFiles);
-    dialog.setNameFilters({QObject::tr("Songs and practice documents (*.tesk *.mp3 *.m4a *.aac "
-                                       "*.aif *.aiff *.wav)"),
-                           QObject::tr("All files (*)")});
-    if (dialog.exec() != QDialog::Accepted)
+    // While the dialog is up, a song handed over by a second start of Tesk can close the
+    // window it belongs to, and the dialog with it: it lives on the heap and is watched.
+    QPointer<QFileDialog> dialog =
+        new QFileDialog(QApplication::activeWindow(), QObject::tr("Open"));
+    dialog->setFileMode(QFileDialog::ExistingFiles);
+    dialog->setNameFilters({QObject::tr("Songs and practice documents (*.tesk *.mp3 *.m4a *.aac "
+                                        "*.aif *.aiff *.wav)"),
+                            QObject::tr("All files (*)")});
+    const bool accepted = dialog->exec() == QDialog::Accepted;
+    if (!dialog)
         return {};
-    return dialog.selectedFiles();
+    const QStringList files = accepted ? dialog->selectedFiles() : QStringList();
+    delete dialog;
+    return files;
 }
 
 void TeskWindowLayer::presentError(const TeskError& error) {

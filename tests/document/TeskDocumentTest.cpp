@@ -223,6 +223,26 @@ TEST_F(DocumentTest, MarkersToggleAndUndoAsWholeArraysLikeTheLoop) {
     undo->undo();
     EXPECT_EQ(document->loopRange(), LoopRange{});
     EXPECT_TRUE(document->isDocumentEdited());
+
+    // A loop edited in one gesture is one step back to the loop before it; a gesture that
+    // ends where it began leaves none.
+    const struct {
+        std::vector<LoopRange> set;
+        int steps;
+    } gestures[] = {{{{10, 20}, {10, 50}, {5, 60}}, 1}, {{{7, 7}, {}}, 0}, {{}, 0}};
+    for (const auto& gesture : gestures) {
+        const int index = undo->index();
+        document->beginLoopEdit();
+        for (const LoopRange range : gesture.set)
+            document->setLoopRange(range);
+        document->endLoopEdit();
+        EXPECT_EQ(undo->index(), index + gesture.steps);
+        EXPECT_EQ(document->loopRange(), gesture.set.empty() ? LoopRange{} : gesture.set.back());
+        if (gesture.steps > 0) {
+            undo->undo();
+            EXPECT_EQ(document->loopRange(), LoopRange{});
+        }
+    }
 }
 
 TEST_F(DocumentTest, TheLoopRangeSteersLoopingPlayback) {

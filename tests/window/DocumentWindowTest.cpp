@@ -3,10 +3,14 @@
 #include "window/TeskDropView.h"
 #include "window/TeskWindowLayer.h"
 
+#include "waveform/WaveformView.h"
+
 #include "support/AudioFiles.h"
 #include "support/Signals.h"
 
 #include <QAction>
+#include <QMenu>
+#include <QMenuBar>
 #include <QMessageBox>
 #include <QMimeData>
 #include <QPushButton>
@@ -30,7 +34,10 @@ public:
             proposedExportName = proposed;
             chosen(exportAnswer, exportFormat);
         };
-        services.askSaveChanges = [this](QWidget*, const QString&) { return saveAnswer; };
+        services.askSaveChanges = [this](QWidget*, const QString&) {
+            ++saveQuestions;
+            return saveAnswer;
+        };
         services.askDocumentFile = [this](QWidget*, const QString&) { return documentAnswer; };
         layer = std::make_unique<TeskWindowLayer>(services);
         documents = std::make_unique<TeskDocumentController>(layer.get());
@@ -63,6 +70,7 @@ public:
     int exportFormat = 0;
     QString proposedExportName;
     int saveAnswer = QMessageBox::Discard;
+    int saveQuestions = 0;
     QString documentAnswer;
 };
 
@@ -89,7 +97,7 @@ TEST(DocumentWindow, APracticeSessionFromOpeningToReopening) {
     TeskDocumentWindowController* window = app.window(document);
     ASSERT_NE(window, nullptr);
     EXPECT_TRUE(window->isVisible());
-    EXPECT_EQ(window->windowTitle(), document->displayName());
+    EXPECT_EQ(window->windowTitle(), document->displayName() + "[*]");
     EXPECT_GE(window->maximumWidth(), 8192);
 
     // Space plays: the timers run, the menu says Pause, and the heard position advances.
@@ -266,4 +274,71 @@ TEST(DocumentWindow, AnEmptyWindowTakesDropsOfSongsOnlyAndOffersNoSongCommands) 
     EXPECT_EQ(opened->audioFileURL(), QUrl::fromLocalFile(song));
     ASSERT_NE(app.window(opened), nullptr);
     EXPECT_TRUE(app.window(opened)->action(WindowCommand::PlayPause)->isEnabled());
+}
+
+TEST(DocumentWindow, KeysAndClicksInTheMiddleOfThingsLoseNothing) {
+    QTemporaryDir dir;
+    const QString songPath = dir.filePath("take.wav");
+    const auto length = std::size_t(4 * kRate);
+    ASSERT_TRUE(writeWav(
+        songPath, {sine(440.0, 0.5, length, kRate), sine(660.0, 0.5, length, kRate)}, kRate));
+    Practice app;
+    TeskDocument* document = app.open(songPath);
+    ASSERT_NE(document, nullptr);
+    TeskDocumentWindowController* window = app.window(document);
+    window->activateWindow();
+    ASSERT_TRUE(QTest::qWaitForWindowActive(window));
+    auto* waveform = window->findChild<WaveformView*>();
+    ASSERT_NE(waveform, nullptr);
+
+    // The undo keys work whenever there is something to undo, whatever the Edit menu showed
+    // when it was last opened; the title marks the unsaved change.
+    QMenu* editMenu = nullptr;
+    for (QAction* item : window->menuBar()->actions())
+        editMenu = item->text() == "&Edit" ? item->menu() : editMenu;
+    ASSERT_NE(editMenu, nullptr);
+    emit editMenu->aboutToShow();
+    document->setCurrentFrame(22050);
+    press(window, Qt::Key_M, "m");
+    EXPECT_TRUE(window->isWindowModified());
+    ASSERT_GE(editMenu->actions().size(), 2);
+    QTest::keySequence(window, editMenu->actions()[0]->shortcut());
+    EXPECT_TRUE(document->genericMarkers().isEmpty());
+    QTest::keySequence(window, editMenu->actions()[1]->shortcut());
+    EXPECT_EQ(document->genericMarkers(), frames({22050}));
+
+    // Saved, a plain click in the waveform changes nothing and so is no edit.
+    app.documentAnswer = dir.filePath("take.tesk");
+    window->perform(WindowCommand::Save);
+    ASSERT_FALSE(document->isDocumentEdited());
+    EXPECT_FALSE(window->isWindowModified());
+    QTest::mouseClick(waveform, Qt::LeftButton, {}, waveform->waveformRect().center().toPoint());
+    EXPECT_FALSE(document->isDocumentEdited());
+
+    // Escape in the middle of a marker's drag puts the marker back and leaves the loop alone.
+    document->setLoopRange({kRate, kRate});
+    qint64 now = 0;
+    waveform->setClock([&] { return now; });
+    const WaveformGeometry& geometry = waveform->geometryValues();
+    const QPoint flag(int(geometry.pointFromSample(22050) - geometry.visibleStartPoint()) + 1,
+                      int(waveform->markerStripRect().center().y()));
+    QTest::mousePress(waveform, Qt::LeftButton, {}, flag);
+    now += 250; // held long enough to move it
+    QTest::mouseMove(waveform, flag + QPoint(60, 0));
+    QTest::keyClick(waveform, Qt::Key_Escape);
+    QTest::mouseRelease(waveform, Qt::LeftButton, {}, flag + QPoint(60, 0));
+    EXPECT_EQ(document->genericMarkers(), frames({22050}));
+    EXPECT_EQ(document->loopRange(), (LoopRange{kRate, kRate}));
+
+    // A song that has gone since does not take the markers with it: closing asks to save.
+    document->setCurrentFrame(44100);
+    press(window, Qt::Key_C, "c");
+    ASSERT_TRUE(QFile::remove(songPath));
+    app.saveAnswer = QMessageBox::Save;
+    EXPECT_TRUE(window->close());
+    EXPECT_EQ(app.saveQuestions, 1);
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+    TeskDocument* reopened = app.open(dir.filePath("take.tesk"));
+    ASSERT_NE(reopened, nullptr);
+    EXPECT_EQ(reopened->chorusMarkers(), frames({44100}));
 }
