@@ -80,6 +80,15 @@ void press(QWidget* window, int key, const QString& text = {},
     QCoreApplication::sendEvent(window, &event);
 }
 
+/// Four seconds, 440 Hz on the left and 660 Hz on the right, as "take.wav" in `dir`.
+QString writeTake(const QTemporaryDir& dir) {
+    const QString path = dir.filePath("take.wav");
+    const auto length = std::size_t(4 * kRate);
+    EXPECT_TRUE(
+        writeWav(path, {sine(440.0, 0.5, length, kRate), sine(660.0, 0.5, length, kRate)}, kRate));
+    return path;
+}
+
 QList<quint32> frames(std::initializer_list<quint32> list) {
     return QList<quint32>(list);
 }
@@ -87,10 +96,7 @@ QList<quint32> frames(std::initializer_list<quint32> list) {
 
 TEST(DocumentWindow, APracticeSessionFromOpeningToReopening) {
     QTemporaryDir dir;
-    const QString songPath = dir.filePath("take.wav");
-    const auto length = std::size_t(4 * kRate);
-    ASSERT_TRUE(writeWav(
-        songPath, {sine(440.0, 0.5, length, kRate), sine(660.0, 0.5, length, kRate)}, kRate));
+    const QString songPath = writeTake(dir);
     Practice app;
     TeskDocument* document = app.open(songPath);
     ASSERT_NE(document, nullptr);
@@ -278,10 +284,7 @@ TEST(DocumentWindow, AnEmptyWindowTakesDropsOfSongsOnlyAndOffersNoSongCommands) 
 
 TEST(DocumentWindow, KeysAndClicksInTheMiddleOfThingsLoseNothing) {
     QTemporaryDir dir;
-    const QString songPath = dir.filePath("take.wav");
-    const auto length = std::size_t(4 * kRate);
-    ASSERT_TRUE(writeWav(
-        songPath, {sine(440.0, 0.5, length, kRate), sine(660.0, 0.5, length, kRate)}, kRate));
+    const QString songPath = writeTake(dir);
     Practice app;
     TeskDocument* document = app.open(songPath);
     ASSERT_NE(document, nullptr);
