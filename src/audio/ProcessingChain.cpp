@@ -21,12 +21,21 @@ ProcessingChain::ProcessingChain(double sampleRate, TimePitchQuality quality)
 
 ProcessingChain::~ProcessingChain() = default;
 
+// The rate kept here is the one the stage plays at: an export's length is reckoned from it.
 void ProcessingChain::setRate(float rate) noexcept {
+    if (!std::isfinite(rate))
+        return;
+    rate =
+        std::clamp(rate, float(TimePitchStage::kMinimumRate), float(TimePitchStage::kMaximumRate));
     mRate.store(rate, std::memory_order_relaxed);
     mTimePitch.setRate(rate);
 }
 
 void ProcessingChain::setPitchCents(float cents) noexcept {
+    if (!std::isfinite(cents))
+        return;
+    cents = std::clamp(cents, float(TimePitchStage::kMinimumPitchCents),
+                       float(TimePitchStage::kMaximumPitchCents));
     mPitchCents.store(cents, std::memory_order_relaxed);
     mTimePitch.setPitchCents(cents);
 }

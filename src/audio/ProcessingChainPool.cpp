@@ -4,6 +4,7 @@
 
 #include <future>
 #include <map>
+#include <mutex>
 #include <sys/resource.h>
 #include <unistd.h>
 
@@ -14,15 +15,24 @@ namespace {
 /// busy machine still builds the spare before the user presses Play.
 constexpr int kSpareBuildingNiceness = 10;
 
-std::map<TimePitchQuality, std::future<std::unique_ptr<ProcessingChain>>>& spares() {
-    static std::map<TimePitchQuality, std::future<std::unique_ptr<ProcessingChain>>> all;
+using Spare = std::future<std::unique_ptr<ProcessingChain>>;
+
+/// The spares, by quality; only with sparesMutex() held.
+std::map<TimePitchQuality, Spare>& spares() {
+    static std::map<TimePitchQuality, Spare> all;
     return all;
+}
+
+std::mutex& sparesMutex() {
+    static std::mutex mutex;
+    return mutex;
 }
 
 } // namespace
 
 void ProcessingChainPool::prepare(TimePitchQuality quality) {
-    auto& spare = spares()[quality];
+    const std::lock_guard lock(sparesMutex());
+    Spare& spare = spares()[quality];
     if (spare.valid())
         return;
     spare = std::async(std::launch::async, [quality] {
@@ -34,7 +44,12 @@ void ProcessingChainPool::prepare(TimePitchQuality quality) {
 }
 
 std::unique_ptr<ProcessingChain> ProcessingChainPool::take(TimePitchQuality quality) {
-    auto& spare = spares()[quality];
+    Spare spare;
+    {
+        const std::lock_guard lock(sparesMutex());
+        spare = std::move(spares()[quality]);
+    }
+    // Waited for outside the lock: a spare still being built holds up only its taker.
     return spare.valid() ? spare.get() : std::make_unique<ProcessingChain>(kSampleRate, quality);
 }
 

@@ -11,7 +11,8 @@ namespace tesk {
 /// library a good tenth of a second (it sizes its tables for every rate and pitch up front, so
 /// that playing never has to), which is too long to wait for when a song is opened; the pool
 /// builds the next one in the background instead.
-/// Main thread.
+/// Any thread but the device callback and the rendering thread (both may wait): the main thread
+/// takes a song's chain, an export thread the second chain of a two-part export.
 class ProcessingChainPool {
 public:
     static constexpr double kSampleRate = engine::kSampleRateHz;

@@ -171,6 +171,9 @@ TEST(ProcessingChain, OutlandishSettingsCannotMakeItDeafeningOrSilenceItWithNaN)
     chain.setPanAmount(double(nan));
 
     EXPECT_EQ(chain.level(), ProcessingChain::kMaximumLevel);
+    // The rate an export's length is reckoned from is the one played.
+    EXPECT_EQ(chain.rate(), 1.0f);
+    EXPECT_EQ(chain.pitchCents(), float(TimePitchStage::kMaximumPitchCents));
     EXPECT_EQ(chain.panAmount(), 1.0);
     EXPECT_EQ(chain.equalizerGains()[0], ProcessingChain::kMaximumBandGain);
     EXPECT_EQ(chain.equalizerGains()[3], 0.0f);
@@ -181,4 +184,6 @@ TEST(ProcessingChain, OutlandishSettingsCannotMakeItDeafeningOrSilenceItWithNaN)
     // Noise through nine bands at the highest boost, at the loudest level: loud, yet bounded
     // and finite.
     EXPECT_LT(peak(out), 1000.0f);
+    chain.setRate(-huge);
+    EXPECT_EQ(chain.rate(), float(TimePitchStage::kMinimumRate));
 }
