@@ -26,9 +26,9 @@ constexpr double kEngineRate = engine::kSampleRateHz;
 constexpr int kPollMilliseconds = 50;
 /// The bar's clock and the playback status move on every fifth poll.
 constexpr int kPollsPerRedraw = 5;
-/// The end of the song is reported when the reader hands over its last frame, which is still
-/// the renderer's ring (about 0.1 s) and the device's buffer away from being heard.
-constexpr int kDrainMilliseconds = 300;
+/// The end of the song is reported once its last frame has left Tesk's buffers for the sound
+/// server, which plays it a little later still.
+constexpr int kDrainMilliseconds = 100;
 
 /// The signal that asked us to stop, or 0. Written only by the handler: a lock-free atomic is
 /// all a handler may touch; the main thread polls it.

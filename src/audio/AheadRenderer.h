@@ -67,6 +67,8 @@ public:
     /// Blocks rendered and not yet handed to the device: how far ahead the rendering thread
     /// is. Any thread.
     std::uint64_t queuedBlocks() const;
+    /// Blocks handed to the device since the start: its clock, in blocks. Any thread.
+    std::uint64_t playedBlocks() const { return mReadCount.load(std::memory_order_acquire); }
 
     /// The device's pull. Device callback: copies only; never allocates, locks, waits, logs or
     /// throws.

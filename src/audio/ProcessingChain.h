@@ -75,6 +75,9 @@ public:
     void setSource(ChainSource* source) { mSource = source; }
 
     TimePitchQuality timePitchQuality() const { return mTimePitch.quality(); }
+    /// Output frames still to be rendered before the last frame pulled from the source comes
+    /// out. Any thread.
+    double latencyFrames() const noexcept { return mTimePitch.latencyFrames(); }
 
     /// Takes every parameter (rate, pitch, level, effects) from `other`, so that two chains
     /// render alike: an export renders its two halves on two chains at once.

@@ -50,6 +50,7 @@ void TeskExtendedAudioFilePlayer::startFilePlaying() {
         return;
     mDone = false;
     mEndReported = false;
+    mEndHeardAt.reset();
     mFileReader.setCurrentFrame(mCurrentFrame);
     mFileReader.start();
     mOutputAudioUnit->start();
@@ -198,6 +199,7 @@ void TeskExtendedAudioFilePlayer::seek(qint64 frame) {
     mFileReader.setCurrentFrame(frame);
     mDone = false;
     mEndReported = false;
+    mEndHeardAt.reset();
     mOutputAudioUnit->flush();
 }
 
@@ -293,6 +295,13 @@ bool TeskExtendedAudioFilePlayer::hasFramesReady() noexcept {
 
 void TeskExtendedAudioFilePlayer::checkForEndOfFile() {
     if (mEndReported || !mDone.load(std::memory_order_acquire))
+        return;
+    // The song's last frames are still on their way to the ear (in the stretcher, waiting
+    // ahead of the device, in its buffer): the end is told once they have played, so that
+    // stopping there does not cut off the last notes.
+    if (!mEndHeardAt)
+        mEndHeardAt = mOutputAudioUnit->playedFrames() + mOutputAudioUnit->framesUntilHeard();
+    if (mOutputAudioUnit->playedFrames() < *mEndHeardAt)
         return;
     mEndReported = true;
     if (mDelegate)

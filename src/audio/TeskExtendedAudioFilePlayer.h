@@ -9,6 +9,7 @@
 #include <atomic>
 #include <chrono>
 #include <memory>
+#include <optional>
 
 namespace tesk {
 
@@ -153,6 +154,8 @@ private:
     /// new place are lost to it.
     std::atomic<bool> mSeekPending{false};
     bool mEndReported = false;
+    /// Once the song has ended: the device's played frames at which its last frame is heard.
+    std::optional<std::uint64_t> mEndHeardAt;
     /// While exporting: the source frames still to give the chain (export thread only), or
     /// negative when not exporting.
     qint64 mExportFramesLeft = -1;

@@ -279,6 +279,12 @@ bool TeskOutputAudioUnit::hasSoundOutput() const {
     return mDevice && mDevice->hasSoundOutput();
 }
 
+std::uint64_t TeskOutputAudioUnit::framesUntilHeard() const {
+    return std::uint64_t(std::ceil(mChain->latencyFrames())) +
+           mRenderer.queuedBlocks() * AheadRenderer::kBlockFrames +
+           (mDevice ? mDevice->bufferFrames() : 0);
+}
+
 double TeskOutputAudioUnit::heardSourceFrame() const {
     return mRenderer.hasHeardPosition() ? mRenderer.heardSourceFrame() : -1.0;
 }

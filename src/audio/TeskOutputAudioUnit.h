@@ -104,6 +104,14 @@ public:
 
     /// The source frame being heard now, while running; negative when not known yet.
     double heardSourceFrame() const;
+    /// Frames the device has played since the start, in whole blocks. Any thread.
+    std::uint64_t playedFrames() const {
+        return mRenderer.playedBlocks() * AheadRenderer::kBlockFrames;
+    }
+    /// Frames the device will play before the last source frame taken so far is heard, at
+    /// most: what the stretcher holds, what waits ahead of the device, the device's buffer.
+    /// Main thread, while running.
+    std::uint64_t framesUntilHeard() const;
     /// While running, the newest report of which source frame the device started to play and
     /// when; nothing before the first report since the start or the last flush. Main thread.
     std::optional<AheadRenderer::HeardPosition> heardPosition() {
