@@ -6,6 +6,7 @@
 #include <QMetaObject>
 #include <chrono>
 #include <cmath>
+#include <limits>
 #include <thread>
 
 namespace tesk {
@@ -343,12 +344,24 @@ TeskExtendedAudioFilePlayer::writeSamplesInRange(LoopRange range, const QString&
     return mOutputAudioUnit->writeSamples(range.length, path, mSongMetadata);
 }
 
+TeskOutputAudioUnit::ExportOutcome
+TeskExtendedAudioFilePlayer::writeWholeSong(const QString& path) {
+    while (!mAudioFile->isDecodingFinished() && !isWriteToFileCancelled())
+        mAudioFile->waitForDecodedFrames(std::numeric_limits<qint64>::max(),
+                                         std::chrono::milliseconds(50));
+    return writeSamplesInRange({0, std::uint32_t(mAudioFile->frameCount())}, path);
+}
+
 void TeskExtendedAudioFilePlayer::cancelWriteToFile() {
     mOutputAudioUnit->cancelWriteToFile();
 }
 
 void TeskExtendedAudioFilePlayer::clearCancelWriteToFile() {
     mOutputAudioUnit->clearCancelWriteToFile();
+}
+
+bool TeskExtendedAudioFilePlayer::isWriteToFileCancelled() const {
+    return mOutputAudioUnit->isWriteToFileCancelled();
 }
 
 void TeskExtendedAudioFilePlayer::outputAudioUnitDidUpdateProgress(TeskOutputAudioUnit*,

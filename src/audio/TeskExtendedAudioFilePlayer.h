@@ -107,6 +107,9 @@ public:
     /// does. Progress reaches the delegate on the main thread. Playback must be stopped. Export
     /// thread. Throws NSXError when the file cannot be written.
     TeskOutputAudioUnit::ExportOutcome writeSamplesInRange(LoopRange range, const QString& path);
+    /// As `writeSamplesInRange` for the whole song, once decoding has found its exact length
+    /// (a song still decoding may have only an estimate); a cancel ends the wait. Export thread.
+    TeskOutputAudioUnit::ExportOutcome writeWholeSong(const QString& path);
     /// Stops a running export after its current slice, or one about to begin before its first.
     /// Any thread.
     void cancelWriteToFile();
@@ -114,6 +117,8 @@ public:
     /// export on another thread, so that a cancel from then on reaches that export even if it
     /// comes before the export has begun. Not while an export runs.
     void clearCancelWriteToFile();
+    /// Whether a cancel has been asked for since. Any thread.
+    bool isWriteToFileCancelled() const;
     /// The title, artist, album and cover written into exported files. Main thread, before an
     /// export.
     void setSongMetadata(const SongMetadata& metadata) { mSongMetadata = metadata; }

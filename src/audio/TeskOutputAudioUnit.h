@@ -149,6 +149,8 @@ public:
     void cancelWriteToFile() { mCancelExport.store(true); }
     /// Forgets a cancel that came while no export ran. Not while an export runs; any thread.
     void clearCancelWriteToFile() { mCancelExport.store(false); }
+    /// Whether a cancel has been asked for and not yet forgotten. Any thread.
+    bool isWriteToFileCancelled() const { return mCancelExport.load(); }
     bool isExporting() const { return mExportingAudio.load(); }
 
     /// The frames of one export slice.

@@ -18,24 +18,25 @@
 #include <QUndoCommand>
 #include <chrono>
 #include <functional>
+#include <limits>
 #include <map>
 
 namespace tesk {
 namespace {
 
-/// Exports `range` through `player` into a file that takes `path`'s place only once it is
-/// whole, so that an export that fails, is cancelled or is cut short by Tesk closing leaves
-/// whatever was at `path` as it was. Export thread.
-std::optional<TeskError> exportRange(TeskExtendedAudioFilePlayer& player, LoopRange range,
-                                     const QString& path) {
+/// Exports `range` (the whole song when none) through `player` into a file that takes
+/// `path`'s place only once it is whole, so that an export that fails, is cancelled or is cut
+/// short by Tesk closing leaves whatever was at `path` as it was. Export thread.
+std::optional<TeskError> exportRange(TeskExtendedAudioFilePlayer& player,
+                                     std::optional<LoopRange> part, const QString& path) {
     QString reason;
     const auto temporary = ExportTemporaryFile::create(path, &reason);
     if (!temporary)
         return audioExportError(AudioExportErrorCode::CannotCreate, path, reason);
     try {
-        if (player.writeSamplesInRange(range, temporary->path()) ==
-                TeskOutputAudioUnit::ExportOutcome::Written &&
-            !temporary->commit(&reason))
+        const auto outcome = part ? player.writeSamplesInRange(*part, temporary->path())
+                                  : player.writeWholeSong(temporary->path());
+        if (outcome == TeskOutputAudioUnit::ExportOutcome::Written && !temporary->commit(&reason))
             return audioExportError(AudioExportErrorCode::CannotWrite, path, reason);
         return std::nullopt;
     } catch (const NSXError& exception) {
@@ -521,9 +522,8 @@ bool TeskDocument::performLoopExportToFile(const QVariantMap& options) {
     if (path.isEmpty())
         return false;
     // Without a loop there is nothing to limit the export to: the whole song goes out.
-    const LoopRange range = withLoop && mLoopRange.length > 0
-                                ? mLoopRange
-                                : LoopRange{0, std::uint32_t(player->totalFrames())};
+    const std::optional<LoopRange> range =
+        withLoop && mLoopRange.length > 0 ? std::optional(mLoopRange) : std::nullopt;
     if (player->isFilePlaying())
         stopFilePlaying();
     player->setDelegate(this);

@@ -185,6 +185,25 @@ TEST(TeskExport, ProgressRisesOnTheMainThreadAndCancelStopsAfterTheSlice) {
     }
 }
 
+TEST(TeskExport, TheWholeSongWaitsForDecodingToKnowItsLength) {
+    QTemporaryDir folder;
+    auto song = MemorySong::sine(3 * 44100, 440.0, 0.5);
+    song->guessLength(44100);
+    song->decodeOnlyUpTo(22050);
+    TeskExtendedAudioFilePlayer player(song, true);
+    const QString path = folder.filePath("whole.aif");
+    TeskOutputAudioUnit::ExportOutcome outcome = TeskOutputAudioUnit::ExportOutcome::Ignored;
+    std::thread worker([&] { outcome = player.writeWholeSong(path); });
+    // Decoding goes on while the export waits, and finds three seconds where one was guessed.
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    song->finishDecoding();
+    worker.join();
+    ASSERT_EQ(outcome, TeskOutputAudioUnit::ExportOutcome::Written);
+    const auto back = test::openDecoded(path);
+    ASSERT_TRUE(back);
+    EXPECT_GE(back->frameCount(), 3 * 44100);
+}
+
 TEST(TeskExport, TwoHalvesRenderedAtOnceJoinWithoutASeam) {
     // A steady tone through the whole chain: across the join of the halves its level and its
     // smoothness are those of the rest of the file, in whatever phase the two halves' own

@@ -25,11 +25,15 @@ public:
         mDecoded = frames;
     }
     void finishDecoding() {
-        mDecoded = frameCount();
+        mDecoded = qint64(mLeft.size());
         mFinished = true;
     }
+    /// Until decoding finishes, the length is only guessed: `frames`.
+    void guessLength(qint64 frames) { mGuessedLength = frames; }
 
-    qint64 frameCount() const override { return qint64(mLeft.size()); }
+    qint64 frameCount() const override {
+        return mFinished || mGuessedLength < 0 ? qint64(mLeft.size()) : mGuessedLength.load();
+    }
     qint64 decodedFrameCount() const override { return mDecoded; }
     bool isDecodingFinished() const override { return mFinished; }
     qint64 readFrames(qint64 start, qint64 count, float* left, float* right) const override;
@@ -39,6 +43,7 @@ private:
     std::vector<float> mRight;
     std::atomic<qint64> mDecoded;
     std::atomic<bool> mFinished{true};
+    std::atomic<qint64> mGuessedLength{-1};
 };
 
 } // namespace tesk::test
