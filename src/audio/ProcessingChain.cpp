@@ -94,6 +94,7 @@ void ProcessingChain::reset() {
     mEqualizer.reset();
     mTimePitch.reset();
     mVocalRemover.reset();
+    mVocalDelayFrames.store(0, std::memory_order_relaxed);
     mInputFrames = 0;
     mInputRunsWritten = 0;
     mAppliedLevel = mLevel.load(std::memory_order_relaxed);
@@ -117,10 +118,10 @@ void ProcessingChain::render(float* left, float* right, std::uint32_t frameCount
     processAfterStretch(left, right, frameCount);
 
     if (position) {
-        // The stretcher holds back `latencyFrames` output frames' worth of input: the frame
-        // after this slice plays input frame (pulled − latency × rate).
+        // The stretcher and the vocal reduction hold back `latencyFrames` output frames' worth
+        // of input: the frame after this slice plays input frame (pulled − latency × rate).
         const double rate = mTimePitch.rate();
-        const double next = double(mInputFrames) - mTimePitch.latencyFrames() * rate;
+        const double next = double(mInputFrames) - latencyFrames() * rate;
         const double first = std::max(0.0, next - frameCount * rate);
         position->sourceFrame = sourceFrameForInput(first);
         const double later = sourceFrameForInput(first + 1.0);
@@ -235,8 +236,12 @@ void ProcessingChain::processAfterStretch(float* left, float* right, std::uint32
         mVocalRemover.addInput(0, left, frameCount);
         mVocalRemover.addInput(1, right, frameCount);
         mVocalRemover.process();
-        mVocalRemover.getOutput(0, left, frameCount);
+        const std::uint32_t taken = mVocalRemover.getOutput(0, left, frameCount);
         mVocalRemover.getOutput(1, right, frameCount);
+        mVocalDelayFrames.store(taken > 0 ? mVocalRemover.heldFrames() : 0,
+                                std::memory_order_relaxed);
+    } else {
+        mVocalDelayFrames.store(0, std::memory_order_relaxed);
     }
     processAfterVocalReduction(left, right, frameCount);
 }

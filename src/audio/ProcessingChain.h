@@ -76,8 +76,11 @@ public:
 
     TimePitchQuality timePitchQuality() const { return mTimePitch.quality(); }
     /// Output frames still to be rendered before the last frame pulled from the source comes
-    /// out. Any thread.
-    double latencyFrames() const noexcept { return mTimePitch.latencyFrames(); }
+    /// out: the stretcher's latency, and the vocal reduction's block delay while it plays.
+    /// Any thread.
+    double latencyFrames() const noexcept {
+        return mTimePitch.latencyFrames() + mVocalDelayFrames.load(std::memory_order_relaxed);
+    }
 
     /// Takes every parameter (rate, pitch, level, effects) from `other`, so that two chains
     /// render alike: an export renders its two halves on two chains at once.
@@ -183,6 +186,11 @@ private:
     std::atomic<bool> mPanAdjust{false};
     std::atomic<double> mPanAmount{0.5};
     std::atomic<bool> mOutOfPhase{false};
+
+    /// Output frames the vocal reduction held back in the last slice: its block delay once its
+    /// output has started, none while it is off or lets the sound through unprocessed. Written
+    /// on the rendering thread.
+    std::atomic<std::uint32_t> mVocalDelayFrames{0};
 
     // Rendering thread only.
     float mAppliedLevel = 1.0f;

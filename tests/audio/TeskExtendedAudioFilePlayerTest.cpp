@@ -68,12 +68,14 @@ struct ManualPlayer {
     std::vector<std::optional<AheadRenderer::HeardPosition>> reports; // after each period
 };
 
-/// 2 kHz bursts (sigma 5 ms) every `spacing` frames from `first` on, on both channels.
+/// 2 kHz bursts (sigma 5 ms) every `spacing` frames from `first` on, on the side only, which the
+/// vocal reduction keeps.
 std::shared_ptr<MemorySong> bursts(qint64 frames, qint64 first, qint64 spacing) {
     std::vector<float> samples(static_cast<std::size_t>(frames), 0.0f);
     for (qint64 centre = first; centre < frames; centre += spacing)
         test::addToneBurst(samples, double(centre), 220.0);
-    return std::make_shared<MemorySong>(samples, samples);
+    auto side = test::Stereo::side(samples);
+    return std::make_shared<MemorySong>(std::move(side.left), std::move(side.right));
 }
 
 /// The output frame at the energy centre of each burst: of what lies around its loud part,
@@ -121,13 +123,19 @@ TEST(TeskExtendedAudioFilePlayer, ConvertsTransportValuesAndClampsThePosition) {
 TEST(TeskExtendedAudioFilePlayer, TheReportedPositionIsTheFrameBeingHeard) {
     // Bursts every 0.25 s: wherever one is heard, the position reported for that moment must
     // name its source frame within 10 ms, of the song and of the listener's time alike, at any
-    // speed and in either direction.
+    // speed and in either direction, and through the vocal reduction's block delay.
     const qint64 spacing = 11025;
     const qint64 first = 4000;
-    for (const float speed : {1.0f, 0.5f, 2.0f, -1.0f, -0.75f}) {
-        SCOPED_TRACE(speed);
+    const struct {
+        float speed;
+        bool vocals;
+    } cases[] = {{1.0f, false},   {0.5f, false}, {2.0f, false}, {-1.0f, false},
+                 {-0.75f, false}, {1.0f, true},  {-0.75f, true}};
+    for (const auto [speed, vocals] : cases) {
+        SCOPED_TRACE(testing::Message() << "speed " << speed << " vocals " << vocals);
         ManualPlayer manual(bursts(44100 * 8, first, spacing));
         manual.player.setPlaybackSpeed(speed);
+        manual.player.setVocalRemoval(vocals);
         manual.player.setCurrentFrame(speed < 0 ? 44100 * 6 : 0);
         manual.player.startFilePlaying();
         manual.play(200);

@@ -149,6 +149,10 @@ std::uint32_t SVocalRemover::getOutput(std::uint32_t channel, float* destination
     return taken;
 }
 
+std::uint32_t SVocalRemover::heldFrames() const noexcept {
+    return static_cast<std::uint32_t>(inputQueues[0]->used() + outputQueues[0]->used());
+}
+
 void SVocalRemover::reset() noexcept {
     for (std::vector<float>& overlap : overlapBuffers)
         std::fill(overlap.begin(), overlap.end(), 0.0f);

@@ -61,6 +61,11 @@ public:
     /// Rendering thread. Never allocates or locks.
     std::uint32_t getOutput(std::uint32_t channel, float* destination, std::uint32_t frameCount);
 
+    /// Frames of channel 0 added but not yet taken back: once output has started, how far what
+    /// comes out lags behind what goes in.
+    /// Rendering thread. Never allocates or locks.
+    std::uint32_t heldFrames() const noexcept;
+
     /// Forgets the tail of the last processed block, so the next block does not overlap-add
     /// onto audio from before a stop or an export. The queued samples are kept.
     /// Rendering thread. Never allocates or locks.
