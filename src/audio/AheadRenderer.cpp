@@ -159,7 +159,9 @@ void AheadRenderer::renderAudio(float* left, float* right, std::uint32_t frameCo
             continue;
         }
         mAwaitingFirstBlock = false;
-        if (!positioned) {
+        // A block from before the source supplied anything names no frame; the position
+        // stays where it was sent.
+        if (!positioned && block.position.known) {
             mPendingHeard = block.position.sourceFrame + block.position.sourceStep * mBlockOffset;
             mPendingStep = block.position.sourceStep;
             mPendingPeriod = frameCount;

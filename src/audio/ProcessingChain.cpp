@@ -96,6 +96,7 @@ void ProcessingChain::reset() {
     mVocalRemover.reset();
     mVocalDelayFrames.store(0, std::memory_order_relaxed);
     mInputFrames = 0;
+    mStarvedFrames = 0;
     mInputRunsWritten = 0;
     mAppliedLevel = mLevel.load(std::memory_order_relaxed);
     if (mSource)
@@ -123,6 +124,7 @@ void ProcessingChain::render(float* left, float* right, std::uint32_t frameCount
         const double rate = mTimePitch.rate();
         const double next = double(mInputFrames) - latencyFrames() * rate;
         const double first = std::max(0.0, next - frameCount * rate);
+        position->known = mInputRunsWritten > 0;
         position->sourceFrame = sourceFrameForInput(first);
         const double later = sourceFrameForInput(first + 1.0);
         position->sourceStep = later < position->sourceFrame ? -rate : rate;
@@ -191,6 +193,12 @@ std::uint32_t ProcessingChain::pull(float* const* input, std::uint32_t frameCoun
         SourceRuns runs;
         supplied = mSource->supplyFrames(AudioBufferList::stereo(input[0], input[1], frameCount),
                                          frameCount, runs);
+        // The silence the stretcher was fed while the source was starved comes before these
+        // frames, as the stretcher counts it.
+        if (supplied > 0) {
+            mInputFrames += mStarvedFrames;
+            mStarvedFrames = 0;
+        }
         for (std::uint32_t i = 0; i < runs.count; ++i) {
             const SourceRun& run = runs.runs[i];
             mInputRuns[mInputRunsWritten % kInputRunCount] = {mInputFrames + run.outputOffset,
@@ -200,6 +208,7 @@ std::uint32_t ProcessingChain::pull(float* const* input, std::uint32_t frameCoun
     }
     mEqualizer.process(input, supplied);
     mInputFrames += supplied;
+    mStarvedFrames += frameCount - supplied;
     return supplied;
 }
 

@@ -51,10 +51,13 @@ public:
 };
 
 /// Where a rendered slice came from: the source frame of its first frame and how far the
-/// source moves per output frame (the rate, negative when playing backwards).
+/// source moves per output frame (the rate, negative when playing backwards). Unknown until
+/// the source has supplied a frame since the chain started over: a reader still waiting for
+/// decoding to reach a seek has no frame to name.
 struct SlicePosition {
     double sourceFrame = 0.0;
     double sourceStep = 1.0;
+    bool known = false;
 };
 
 /// Tesk's processing chain: source, equalizer, time-pitch, vocal reduction, spectrum feed,
@@ -198,7 +201,8 @@ private:
     bool mExportStretchEnded = false;
     std::vector<float> mExportLeft;
     std::vector<float> mExportRight;
-    std::uint64_t mInputFrames = 0; // frames pulled from the source since the last reset
+    std::uint64_t mInputFrames = 0;   // frames fed to the stretcher since the last reset
+    std::uint64_t mStarvedFrames = 0; // silence fed in place of the source since it last supplied
     /// Where runs of the chain's input came from, newest last, so a heard frame can be traced
     /// back to the song even across loop seams and seeks.
     struct InputRun {

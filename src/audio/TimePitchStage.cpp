@@ -168,6 +168,7 @@ void TimePitchStage::reset() {
     mInputEnded = false;
     mFramesToDrop = 0;
     mExpectedOutputFrames = 0.0;
+    mStarvedOutputFrames = 0.0;
     mOutputFrames = 0;
     mLatencyFrames.store(0.0, std::memory_order_relaxed);
 }
@@ -217,7 +218,15 @@ void TimePitchStage::feed(Source& source, std::uint32_t frameCount, bool toEnd) 
     if (!mSourceEnded) {
         float* input[kChannelCount] = {left, right};
         pulled = std::min(source.pull(input, frameCount), frameCount);
+        // Silence fed while the source was starved comes out ahead of the input that follows
+        // it, so it counts once such input arrives; after the last input it never does.
+        if (pulled > 0) {
+            mExpectedOutputFrames += mStarvedOutputFrames;
+            mStarvedOutputFrames = 0.0;
+        }
         mExpectedOutputFrames += static_cast<double>(pulled) / mAppliedRate;
+        if (!toEnd)
+            mStarvedOutputFrames += static_cast<double>(frameCount - pulled) / mAppliedRate;
         if (toEnd && pulled < frameCount) {
             // The stretcher holds back its latency's worth of audio even when told the input
             // is final (the faster engine then drops part of it), so the end of the range is

@@ -57,8 +57,9 @@ public:
     public:
         virtual ~Source() = default;
         /// Fills up to `frameCount` frames of the two non-interleaved channels `input` and
-        /// returns how many it filled. Fewer means there is no more: `render` plays silence in
-        /// their place, `renderToEnd` ends the output there.
+        /// returns how many it filled. Fewer means there is no more: `render` feeds silence in
+        /// their place (a starved source, whose later frames follow that silence),
+        /// `renderToEnd` ends the output there.
         /// Called on the rendering thread, from inside `render` or `renderToEnd`.
         virtual std::uint32_t pull(float* const* input, std::uint32_t frameCount) = 0;
         /// After a short pull in `renderToEnd`: fills up to `frameCount` frames with what follows
@@ -148,6 +149,7 @@ private:
     double mResamplerDelay = 0.0;       // measured at construction, see measureResamplerDelay
     std::uint64_t mFramesToDrop = 0;    // the stretcher's start delay, still to discard
     double mExpectedOutputFrames = 0.0; // the input pulled so far, divided by its rate
+    double mStarvedOutputFrames = 0.0;  // the same for silence fed since the last input
     std::uint64_t mOutputFrames = 0;    // delivered since the last reset
     std::vector<float> mInputBuffer;    // kChannelCount × kMaxProcessSize, pulled into
     std::vector<float> mOutputBuffer;   // kChannelCount × kMaxProcessSize, retrieved into

@@ -196,6 +196,16 @@ TEST(TeskExtendedAudioFilePlayer, ASeekIsHeardFromTheFrameSought) {
         manual.player.setCurrentFrame(22050);
         EXPECT_NEAR(manual.playUntilReported().value_or(AheadRenderer::HeardPosition{}).sourceFrame,
                     22050.0, 1.0);
+
+        // Sought where decoding has not reached: the position stays where it was sent until
+        // the frames there are heard, never at the song's start.
+        manual.player.setCurrentFrame(44100 * 3);
+        manual.play(6);
+        for (std::size_t i = manual.positions.size() - 6; i < manual.positions.size(); ++i)
+            EXPECT_EQ(manual.positions[i], 44100 * 3) << "period " << i;
+        song->finishDecoding();
+        EXPECT_NEAR(manual.playUntilReported().value_or(AheadRenderer::HeardPosition{}).sourceFrame,
+                    44100.0 * 3, 1.0);
         manual.player.stopFilePlaying();
     }
 }
