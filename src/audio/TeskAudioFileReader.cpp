@@ -108,7 +108,8 @@ bool TeskAudioFileReader::hasFramesReady() noexcept {
     const std::uint64_t generation = mGeneration.load(std::memory_order_acquire);
     const std::uint64_t written = mWriteCount.load(std::memory_order_acquire);
     for (std::uint64_t read = mReadCount.load(std::memory_order_relaxed); read < written; ++read) {
-        if (mBlocks[read % mBlocks.size()].generation == generation)
+        // A block of a seek newer than the one loaded above is ready too.
+        if (mBlocks[read % mBlocks.size()].generation >= generation)
             return true;
         // Read before the last seek: let the reader thread have the room.
         mReadOffset = 0;
@@ -118,7 +119,8 @@ bool TeskAudioFileReader::hasFramesReady() noexcept {
 }
 
 bool TeskAudioFileReader::endOfStream() const {
-    return mEndOfStream.load(std::memory_order_acquire);
+    return mEndedGeneration.load(std::memory_order_acquire) ==
+           mGeneration.load(std::memory_order_acquire);
 }
 
 void TeskAudioFileReader::replan(std::int64_t position) {
@@ -134,7 +136,6 @@ void TeskAudioFileReader::replan(std::int64_t position) {
         mPositionWord.store(packPosition(position, mPlan.generation), std::memory_order_relaxed);
         mGeneration.store(mPlan.generation, std::memory_order_release);
     }
-    mEndOfStream.store(false, std::memory_order_release);
     mWake.notify_all();
 }
 
@@ -324,8 +325,11 @@ void TeskAudioFileReader::copyInto(const AudioBufferList& buffers, std::uint32_t
         if (read == mWriteCount.load(std::memory_order_acquire))
             break; // the ring ran dry
         const Block& block = mBlocks[read % blockCount];
-        if (block.generation != generation) {
-            // Read before the last seek: nobody wants it any more.
+        // Seeks only move the generation on: a newer block is the start of a seek made during
+        // this copy and belongs to the next one; an older one nobody wants any more.
+        if (block.generation > generation)
+            break;
+        if (block.generation < generation) {
             mReadOffset = 0;
             mReadCount.store(read + 1, std::memory_order_release);
             continue;
@@ -355,7 +359,7 @@ void TeskAudioFileReader::copyInto(const AudioBufferList& buffers, std::uint32_t
         }
         if (mReadOffset >= block.frameCount) {
             if (block.endOfStream)
-                mEndOfStream.store(true, std::memory_order_release);
+                mEndedGeneration.store(generation, std::memory_order_release);
             mReadOffset = 0;
             mReadCount.store(read + 1, std::memory_order_release);
             if (block.endOfStream)

@@ -90,8 +90,8 @@ public:
     /// Rendering thread (the one that copies).
     bool hasFramesReady() noexcept;
 
-    /// True once the renderer has been handed the last frame of the stream (never while
-    /// looping over a range). Cleared by a seek. Any thread.
+    /// True once the renderer has been handed the last frame of the stream since the last
+    /// seek (never while looping over a range). Any thread.
     bool endOfStream() const;
 
 private:
@@ -153,7 +153,9 @@ private:
     static std::int64_t unpackFrame(std::uint64_t packed);
     static std::uint64_t unpackGenerationTag(std::uint64_t packed);
     std::atomic<std::uint64_t> mPositionWord{0};
-    std::atomic<bool> mEndOfStream{false};
+    // The seek generation whose last frame the renderer was handed: a copy that ends an old
+    // stream just as a seek comes says nothing of the new one.
+    std::atomic<std::uint64_t> mEndedGeneration{~std::uint64_t(0)};
     std::atomic<bool> mReverse{false};
     std::atomic<bool> mLooping{false};
     std::atomic<std::uint64_t> mLoopRange{0}; // location << 32 | length

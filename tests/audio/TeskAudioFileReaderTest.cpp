@@ -138,6 +138,45 @@ TEST(TeskAudioFileReader, APositionFromBeforeASeekIsNeverReportedAfterIt) {
     EXPECT_EQ(stale, 0);
 }
 
+TEST(TeskAudioFileReader, SeeksMadeWhileTheRendererCopiesLoseNothingOfTheirStream) {
+    // The renderer copies as fast as it can while seeks alternate between the song's last
+    // frames and its start. A seek to the end plays on to the end, whatever part of its first
+    // frames the renderer meets during a copy it began before the seek; the end reached just
+    // as the next seek comes says nothing of the stream that seek starts.
+    const std::int64_t frames = 1'200'000;
+    TeskAudioFileReader reader(4, 1024);
+    reader.setAudioFile(MemorySong::counting(frames));
+    reader.start();
+    std::atomic<bool> stop{false};
+    std::thread renderer([&] {
+        std::vector<float> l(64), r(64);
+        while (!stop.load()) {
+            std::uint32_t written = 0;
+            reader.copyInto(AudioBufferList::stereo(l.data(), r.data(), 64), 64, written);
+        }
+    });
+    int stalled = 0;
+    int staleEnds = 0;
+    for (int i = 0; i < 6000 && stalled == 0; ++i) {
+        reader.setCurrentFrame(frames - 256 - i % 64);
+        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(5);
+        while (reader.currentFrame() < frames - 64 && std::chrono::steady_clock::now() < deadline) {
+        }
+        stalled += reader.currentFrame() < frames - 64;
+        reader.setCurrentFrame(0);
+        // Read in this order, an end reached in its own right comes with a position at the
+        // end: the renderer got there before it said so. (Should this thread be held up, the
+        // renderer may well play the whole song meanwhile.)
+        const auto until = std::chrono::steady_clock::now() + std::chrono::microseconds(50);
+        while (std::chrono::steady_clock::now() < until)
+            staleEnds += reader.endOfStream() && reader.currentFrame() < frames / 2;
+    }
+    stop = true;
+    renderer.join();
+    EXPECT_EQ(stalled, 0);
+    EXPECT_EQ(staleEnds, 0);
+}
+
 TEST(TeskAudioFileReader, LoopsWrapFrameExactlyWithAShortCrossfadeBeforeTheSeam) {
     Puller puller(MemorySong::counting(50000), 12000, {10000, 3000});
     ASSERT_EQ(puller.pull(8000), 8000u);
