@@ -179,7 +179,14 @@ void TimePitchStage::applyParameters() {
     const double rate = mRate.load(std::memory_order_relaxed);
     const double cents = mPitchCents.load(std::memory_order_relaxed);
     if (rate != mAppliedRate) {
+        const std::size_t heldInput = mStretcher->getPreferredStartPad();
         mStretcher->setTimeRatio(1.0 / rate);
+        // The input the stretcher holds ahead of what it has analysed (its start pad's worth)
+        // was counted at the old rate but comes out at the new one: without this, the position
+        // would lag or lead what is heard by tens of milliseconds after each change.
+        if (mStarted)
+            mExpectedOutputFrames +=
+                static_cast<double>(heldInput) * (1.0 / rate - 1.0 / mAppliedRate);
         mAppliedRate = rate;
     }
     // Whole cents (a hundredth of a semitone, well below what anyone hears) keep the

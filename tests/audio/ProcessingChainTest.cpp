@@ -187,3 +187,63 @@ TEST(ProcessingChain, OutlandishSettingsCannotMakeItDeafeningOrSilenceItWithNaN)
     chain.setRate(-huge);
     EXPECT_EQ(chain.rate(), float(TimePitchStage::kMinimumRate));
 }
+
+TEST(ProcessingChain, ThePositionOfASliceFollowsWhatIsHeardAcrossSpeedChanges) {
+    // Bursts every half second; the speed changes while they play. Each burst heard in the last
+    // two and a half seconds must be where the slice's position says, within 10 ms of listening
+    // (15 ms for the lighter engine, whose placement wanders a little away from speed 1).
+    constexpr std::uint32_t kSlice = 512;
+    constexpr double kSpacing = 22050.0;
+    constexpr double kFirst = 4000.0;
+    std::vector<float> bursts(44100 * 12, 0.0f);
+    for (double centre = kFirst; centre < double(bursts.size()); centre += kSpacing)
+        test::addToneBurst(bursts, centre, 220.0);
+    const struct {
+        TimePitchQuality quality;
+        std::vector<float> rates; // two seconds each, the last one longer
+    } cases[] = {
+        {TimePitchQuality::Standard, {0.5f, 1.0f}},
+        {TimePitchQuality::Standard, {2.0f, 1.0f}},
+        {TimePitchQuality::Standard, {1.0f, 0.5f}},
+        {TimePitchQuality::Standard, {1.0f, 2.0f}},
+        {TimePitchQuality::Standard, {0.5f, 1.0f, 0.5f, 1.5f, 0.7f, 1.0f}},
+        {TimePitchQuality::Light, {0.5f, 1.0f}},
+        {TimePitchQuality::Light, {1.0f, 0.5f}},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(testing::Message() << (c.quality == TimePitchQuality::Light ? "Light " : "")
+                                        << "speeds " << testing::PrintToString(c.rates));
+        ProcessingChain chain(44100.0, c.quality);
+        VectorSource source(bursts, bursts);
+        chain.setSource(&source);
+        std::vector<float> heard;
+        std::vector<SlicePosition> positions;
+        const std::size_t slicesPerRate = 2 * 44100 / kSlice;
+        const std::size_t slices = slicesPerRate * (c.rates.size() + 1);
+        std::vector<float> left(kSlice), right(kSlice);
+        for (std::size_t slice = 0; slice < slices; ++slice) {
+            if (slice % slicesPerRate == 0)
+                chain.setRate(c.rates[std::min(slice / slicesPerRate, c.rates.size() - 1)]);
+            chain.render(left.data(), right.data(), kSlice, &positions.emplace_back());
+            heard.insert(heard.end(), left.begin(), left.end());
+        }
+
+        const double rate = c.rates.back();
+        const double tolerance = (c.quality == TimePitchQuality::Light ? 661.5 : 441.0) * rate;
+        int checked = 0;
+        for (std::size_t i = heard.size() - 110250; i + 3000 < heard.size(); ++i) {
+            if (std::fabs(heard[i]) < 0.05f)
+                continue;
+            const double centre =
+                double(i - 1500) + test::energyCentre(std::span(heard).subspan(i - 1500, 4500));
+            const SlicePosition& slice = positions[std::size_t(centre) / kSlice];
+            const double reported =
+                slice.sourceFrame + rate * (centre - double(std::size_t(centre) / kSlice * kSlice));
+            const double burst = kFirst + std::round((reported - kFirst) / kSpacing) * kSpacing;
+            EXPECT_NEAR(reported, burst, tolerance) << "output frame " << centre;
+            ++checked;
+            i += 3000;
+        }
+        EXPECT_GE(checked, 2);
+    }
+}
