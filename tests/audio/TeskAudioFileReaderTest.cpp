@@ -63,6 +63,29 @@ struct Puller {
     }
 };
 
+/// A renderer that copies from `reader`, 64 frames at a time, as fast as it can until it is
+/// destroyed.
+class FlatOutRenderer {
+public:
+    explicit FlatOutRenderer(TeskAudioFileReader& reader)
+        : mThread([this, &reader] {
+            std::vector<float> left(64), right(64);
+            while (!mStop.load()) {
+                std::uint32_t written = 0;
+                reader.copyInto(AudioBufferList::stereo(left.data(), right.data(), 64), 64,
+                                written);
+            }
+        }) {}
+    ~FlatOutRenderer() {
+        mStop = true;
+        mThread.join();
+    }
+
+private:
+    std::atomic<bool> mStop{false};
+    std::thread mThread;
+};
+
 } // namespace
 
 TEST(TeskAudioFileReader, ReadsForwardsAndBackwardsWithTheirSources) {
@@ -114,14 +137,7 @@ TEST(TeskAudioFileReader, APositionFromBeforeASeekIsNeverReportedAfterIt) {
     reader.setAudioFile(song);
     reader.setLooping(true);
     reader.start();
-    std::atomic<bool> stop{false};
-    std::thread renderer([&] {
-        std::vector<float> l(64), r(64);
-        while (!stop.load()) {
-            std::uint32_t written = 0;
-            reader.copyInto(AudioBufferList::stereo(l.data(), r.data(), 64), 64, written, nullptr);
-        }
-    });
+    const FlatOutRenderer renderer(reader);
     int stale = 0;
     for (int i = 0; i < 4000; ++i) {
         const LoopRange loop{i % 2 == 0 ? 1000u : 1'000'000u, 100'000u};
@@ -133,8 +149,6 @@ TEST(TeskAudioFileReader, APositionFromBeforeASeekIsNeverReportedAfterIt) {
             stale += position < loop.location || position > loop.location + loop.length;
         }
     }
-    stop = true;
-    renderer.join();
     EXPECT_EQ(stale, 0);
 }
 
@@ -147,14 +161,7 @@ TEST(TeskAudioFileReader, SeeksMadeWhileTheRendererCopiesLoseNothingOfTheirStrea
     TeskAudioFileReader reader(4, 1024);
     reader.setAudioFile(MemorySong::counting(frames));
     reader.start();
-    std::atomic<bool> stop{false};
-    std::thread renderer([&] {
-        std::vector<float> l(64), r(64);
-        while (!stop.load()) {
-            std::uint32_t written = 0;
-            reader.copyInto(AudioBufferList::stereo(l.data(), r.data(), 64), 64, written);
-        }
-    });
+    const FlatOutRenderer renderer(reader);
     int stalled = 0;
     int staleEnds = 0;
     for (int i = 0; i < 6000 && stalled == 0; ++i) {
@@ -171,8 +178,6 @@ TEST(TeskAudioFileReader, SeeksMadeWhileTheRendererCopiesLoseNothingOfTheirStrea
         while (std::chrono::steady_clock::now() < until)
             staleEnds += reader.endOfStream() && reader.currentFrame() < frames / 2;
     }
-    stop = true;
-    renderer.join();
     EXPECT_EQ(stalled, 0);
     EXPECT_EQ(staleEnds, 0);
 }
