@@ -159,13 +159,13 @@ void AheadRenderer::renderAudio(float* left, float* right, std::uint32_t frameCo
             continue;
         }
         mAwaitingFirstBlock = false;
-        // A block from before the source supplied anything names no frame; the position
-        // stays where it was sent.
-        if (!positioned && block.position.known) {
+        // The period's first block says what is heard as the period starts; one from before
+        // the source supplied anything names no frame, and the position stays where it was.
+        if (!positioned) {
             mPendingHeard = block.position.sourceFrame + block.position.sourceStep * mBlockOffset;
             mPendingStep = block.position.sourceStep;
             mPendingPeriod = frameCount;
-            mHasPendingHeard = true;
+            mHasPendingHeard = block.position.known;
             positioned = true;
         }
         const std::uint32_t take = std::min(kBlockFrames - mBlockOffset, frameCount - done);

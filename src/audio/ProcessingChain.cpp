@@ -121,13 +121,15 @@ void ProcessingChain::render(float* left, float* right, std::uint32_t frameCount
     if (position) {
         // The stretcher and the vocal reduction hold back `latencyFrames` output frames' worth
         // of input: the frame after this slice plays input frame (pulled − latency × rate).
-        const double rate = mTimePitch.rate();
-        const double next = double(mInputFrames) - latencyFrames() * rate;
+        // Once only silence is left in the stretcher its latency dips below zero; no slice
+        // plays input that was never fed.
+        const double rate = mTimePitch.appliedRate();
+        const double next = double(mInputFrames) - std::max(0.0, latencyFrames()) * rate;
         const double first = std::max(0.0, next - frameCount * rate);
+        const TracedFrame traced = traceInputFrame(first);
         position->known = mInputRunsWritten > 0;
-        position->sourceFrame = sourceFrameForInput(first);
-        const double later = sourceFrameForInput(first + 1.0);
-        position->sourceStep = later < position->sourceFrame ? -rate : rate;
+        position->sourceFrame = traced.sourceFrame;
+        position->sourceStep = traced.direction * rate;
     }
 }
 
@@ -191,8 +193,10 @@ std::uint32_t ProcessingChain::pull(float* const* input, std::uint32_t frameCoun
     std::uint32_t supplied = 0;
     if (mSource) {
         SourceRuns runs;
-        supplied = mSource->supplyFrames(AudioBufferList::stereo(input[0], input[1], frameCount),
-                                         frameCount, runs);
+        supplied =
+            std::min(mSource->supplyFrames(AudioBufferList::stereo(input[0], input[1], frameCount),
+                                           frameCount, runs),
+                     frameCount);
         // The silence the stretcher was fed while the source was starved comes before these
         // frames, as the stretcher counts it.
         if (supplied > 0) {
@@ -226,15 +230,16 @@ std::uint32_t ProcessingChain::pullPastEnd(float* const* input, std::uint32_t fr
     return supplied;
 }
 
-double ProcessingChain::sourceFrameForInput(double inputFrame) const {
+ProcessingChain::TracedFrame ProcessingChain::traceInputFrame(double inputFrame) const {
     const std::uint64_t kept = std::min<std::uint64_t>(mInputRunsWritten, kInputRunCount);
     for (std::uint64_t back = 1; back <= kept; ++back) {
         const InputRun& run = mInputRuns[(mInputRunsWritten - back) % kInputRunCount];
         if (double(run.inputFrame) <= inputFrame || back == kept)
-            return double(run.sourceFrame) +
-                   run.direction * std::max(0.0, inputFrame - double(run.inputFrame));
+            return {double(run.sourceFrame) +
+                        run.direction * std::max(0.0, inputFrame - double(run.inputFrame)),
+                    run.direction};
     }
-    return 0.0;
+    return {0.0, 1};
 }
 
 void ProcessingChain::processAfterStretch(float* left, float* right, std::uint32_t frameCount) {

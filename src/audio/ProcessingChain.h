@@ -158,8 +158,13 @@ private:
     void processAfterStretch(float* left, float* right, std::uint32_t frameCount);
     /// The stages after the vocal reduction: spectrum, pan mix, level.
     void processAfterVocalReduction(float* left, float* right, std::uint32_t frameCount);
-    /// The source frame that the chain's input frame `inputFrame` came from.
-    double sourceFrameForInput(double inputFrame) const;
+    /// The source frame that the chain's input frame `inputFrame` came from, and which way the
+    /// source went from there.
+    struct TracedFrame {
+        double sourceFrame;
+        int direction;
+    };
+    TracedFrame traceInputFrame(double inputFrame) const;
 
     ChainSource* mSource = nullptr;
     const double mSampleRate;

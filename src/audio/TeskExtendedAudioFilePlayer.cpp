@@ -224,7 +224,7 @@ std::uint32_t TeskExtendedAudioFilePlayer::supplyFrames(const AudioBufferList& b
                                                         std::uint32_t frameCount,
                                                         SourceRuns& runs) noexcept {
     // After the end the buffers stay as they came: silent.
-    if (mDone.load(std::memory_order_relaxed))
+    if (hasEnded())
         return 0;
     const bool exporting = mExportFramesLeft >= 0;
     if (exporting)
@@ -243,7 +243,7 @@ std::uint32_t TeskExtendedAudioFilePlayer::supplyFramesPastEnd(const AudioBuffer
                                                                std::uint32_t frameCount) noexcept {
     // The reader goes on as it would have played: on through the song, backwards, or round the
     // loop.
-    if (mExportFramesLeft != 0 || mDone.load(std::memory_order_relaxed))
+    if (mExportFramesLeft != 0 || hasEnded())
         return 0;
     SourceRuns runs;
     bool ended = false;
@@ -291,12 +291,16 @@ void TeskExtendedAudioFilePlayer::restart() noexcept {
 }
 
 bool TeskExtendedAudioFilePlayer::hasFramesReady() noexcept {
-    return mDone.load(std::memory_order_relaxed) || mFileReader.hasFramesReady();
+    return hasEnded() || mFileReader.hasFramesReady();
 }
 
 void TeskExtendedAudioFilePlayer::checkForEndOfFile() {
-    if (mEndReported || !mDone.load(std::memory_order_acquire))
+    if (mEndReported)
         return;
+    if (!hasEnded()) {
+        mEndHeardAt.reset(); // a change of direction or loop after the end plays on
+        return;
+    }
     // The song's last frames are still on their way to the ear (in the stretcher, waiting
     // ahead of the device, in its buffer): the end is told once they have played, so that
     // stopping there does not cut off the last notes.

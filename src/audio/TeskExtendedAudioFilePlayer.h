@@ -143,6 +143,12 @@ private:
     void audioUnitDidStop(TeskOutputAudioUnit* unit) override;
     void outputAudioUnitDidUpdateProgress(TeskOutputAudioUnit* unit, double progress) override;
     void checkForEndOfFile();
+    /// Whether the reader has handed over the song's last frame since the last seek. `mDone`
+    /// alone is not enough: the rendering thread may set it for the stream a seek has just
+    /// replaced. Any thread.
+    bool hasEnded() const noexcept {
+        return mDone.load(std::memory_order_acquire) && mFileReader.endOfStream();
+    }
     double sampleRate() const;
     /// Moves the reader to `frame` and has the output drop what it holds.
     void seek(qint64 frame);

@@ -9,6 +9,7 @@
 
 #include <QFileInfo>
 #include <QMetaObject>
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <thread>
@@ -280,9 +281,12 @@ bool TeskOutputAudioUnit::hasSoundOutput() const {
 }
 
 std::uint64_t TeskOutputAudioUnit::framesUntilHeard() const {
-    return std::uint64_t(std::ceil(mChain->latencyFrames())) +
-           mRenderer.queuedBlocks() * AheadRenderer::kBlockFrames +
-           (mDevice ? mDevice->bufferFrames() : 0);
+    // The stretcher's estimate dips below zero once only silence is left in it: its last
+    // input is then already that far into the ring.
+    const double frames = std::ceil(mChain->latencyFrames()) +
+                          double(mRenderer.queuedBlocks() * AheadRenderer::kBlockFrames) +
+                          double(mDevice ? mDevice->bufferFrames() : 0);
+    return std::uint64_t(std::max(0.0, frames));
 }
 
 double TeskOutputAudioUnit::heardSourceFrame() const {

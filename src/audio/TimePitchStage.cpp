@@ -169,6 +169,8 @@ void TimePitchStage::reset() {
     mFramesToDrop = 0;
     mExpectedOutputFrames = 0.0;
     mStarvedOutputFrames = 0.0;
+    mStarvedInputFrames = 0.0;
+    mInputFrames = 0.0;
     mOutputFrames = 0;
     mLatencyFrames.store(0.0, std::memory_order_relaxed);
 }
@@ -179,14 +181,18 @@ void TimePitchStage::applyParameters() {
     const double rate = mRate.load(std::memory_order_relaxed);
     const double cents = mPitchCents.load(std::memory_order_relaxed);
     if (rate != mAppliedRate) {
-        const std::size_t heldInput = mStretcher->getPreferredStartPad();
-        mStretcher->setTimeRatio(1.0 / rate);
         // The input the stretcher holds ahead of what it has analysed (its start pad's worth)
         // was counted at the old rate but comes out at the new one: without this, the position
-        // would lag or lead what is heard by tens of milliseconds after each change.
-        if (mStarted)
-            mExpectedOutputFrames +=
-                static_cast<double>(heldInput) * (1.0 / rate - 1.0 / mAppliedRate);
+        // would lag or lead what is heard by tens of milliseconds after each change. Of that
+        // input, the newest may be silence fed while the source was starved, counted apart,
+        // and the oldest the silence the start put in, never counted.
+        const double held = static_cast<double>(mStretcher->getPreferredStartPad());
+        const double starved = std::min(held, mStarvedInputFrames);
+        const double pulled = std::min(held - starved, mInputFrames);
+        const double change = 1.0 / rate - 1.0 / mAppliedRate;
+        mExpectedOutputFrames += pulled * change;
+        mStarvedOutputFrames += starved * change;
+        mStretcher->setTimeRatio(1.0 / rate);
         mAppliedRate = rate;
     }
     // Whole cents (a hundredth of a semitone, well below what anyone hears) keep the
@@ -229,11 +235,16 @@ void TimePitchStage::feed(Source& source, std::uint32_t frameCount, bool toEnd) 
         // it, so it counts once such input arrives; after the last input it never does.
         if (pulled > 0) {
             mExpectedOutputFrames += mStarvedOutputFrames;
+            mInputFrames += mStarvedInputFrames;
             mStarvedOutputFrames = 0.0;
+            mStarvedInputFrames = 0.0;
         }
         mExpectedOutputFrames += static_cast<double>(pulled) / mAppliedRate;
-        if (!toEnd)
+        mInputFrames += static_cast<double>(pulled);
+        if (!toEnd) {
             mStarvedOutputFrames += static_cast<double>(frameCount - pulled) / mAppliedRate;
+            mStarvedInputFrames += static_cast<double>(frameCount - pulled);
+        }
         if (toEnd && pulled < frameCount) {
             // The stretcher holds back its latency's worth of audio even when told the input
             // is final (the faster engine then drops part of it), so the end of the range is

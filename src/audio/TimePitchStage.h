@@ -89,6 +89,9 @@ public:
     void setPitchCents(double cents) noexcept;
     double rate() const noexcept { return mRate.load(std::memory_order_relaxed); }
     double pitchCents() const noexcept { return mPitchCents.load(std::memory_order_relaxed); }
+    /// The speed factor the last render played at, which a later `setRate` does not change.
+    /// Rendering thread.
+    double appliedRate() const noexcept { return mAppliedRate; }
 
     /// Any thread.
     TimePitchQuality quality() const noexcept { return mQuality; }
@@ -150,6 +153,8 @@ private:
     std::uint64_t mFramesToDrop = 0;    // the stretcher's start delay, still to discard
     double mExpectedOutputFrames = 0.0; // the input pulled so far, divided by its rate
     double mStarvedOutputFrames = 0.0;  // the same for silence fed since the last input
+    double mStarvedInputFrames = 0.0;   // that silence in input frames
+    double mInputFrames = 0.0;          // the input pulled since the last reset
     std::uint64_t mOutputFrames = 0;    // delivered since the last reset
     std::vector<float> mInputBuffer;    // kChannelCount × kMaxProcessSize, pulled into
     std::vector<float> mOutputBuffer;   // kChannelCount × kMaxProcessSize, retrieved into

@@ -184,7 +184,7 @@ TEST(TeskExtendedAudioFilePlayer, ASeekIsHeardFromTheFrameSought) {
     // Playing into frames still decoding, the rendering thread waits for the reader when the
     // seek comes. The frames at the new place belong to the render that starts there, not to
     // the one the seek made stale: the first frame heard after the seek is the one sought.
-    for (const float speed : {1.0f, 2.0f}) {
+    for (const float speed : {1.0f, 2.0f, -1.0f}) {
         SCOPED_TRACE(speed);
         auto song = MemorySong::sine(44100 * 4, 440.0, 0.5);
         song->decodeOnlyUpTo(44100 * 2);
@@ -204,8 +204,9 @@ TEST(TeskExtendedAudioFilePlayer, ASeekIsHeardFromTheFrameSought) {
         for (std::size_t i = manual.positions.size() - 6; i < manual.positions.size(); ++i)
             EXPECT_EQ(manual.positions[i], 44100 * 3) << "period " << i;
         song->finishDecoding();
-        EXPECT_NEAR(manual.playUntilReported().value_or(AheadRenderer::HeardPosition{}).sourceFrame,
-                    44100.0 * 3, 1.0);
+        const auto report = manual.playUntilReported().value_or(AheadRenderer::HeardPosition{});
+        EXPECT_NEAR(report.sourceFrame, 44100.0 * 3, 1.0);
+        EXPECT_EQ(report.sourceStep, speed);
         manual.player.stopFilePlaying();
     }
 }
@@ -230,6 +231,12 @@ TEST(TeskExtendedAudioFilePlayer, TellsTheEndOfTheSongOnceAndPlaysSilenceAfterIt
     EXPECT_LT(test::rms(std::span(heard).last(1024)), 0.01);
     manual.play(40);
     EXPECT_LT(test::rms(std::span(heard).last(8000)), 1e-4);
+    // The position stops at the end; it does not run on through the silence.
+    EXPECT_LE(*std::max_element(manual.positions.begin(), manual.positions.end()), 20000);
+    // Long after the end nothing is on its way: at most the ring ahead and the device's buffer.
+    EXPECT_LE(manual.player.outputAudioUnit()->framesUntilHeard(),
+              AheadRenderer::kBlockCount * AheadRenderer::kBlockFrames +
+                  TeskSoundDevice::kDefaultBufferFrames);
 
     manual.player.stopFilePlaying();
     QCoreApplication::processEvents();
