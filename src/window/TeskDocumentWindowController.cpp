@@ -636,11 +636,26 @@ void TeskDocumentWindowController::doExportSongUsingLoop(bool loop) {
             qWarning("Got an unexpected file format from the popup.");
             return;
         }
-        // After the dialog has gone.
-        QTimer::singleShot(0, this, [this, destination] { startLoopExportWithFile(destination); });
+        // After the dialog has gone. It asked about the name as chosen: a file the format's
+        // extension leads to instead is asked about here.
+        QTimer::singleShot(0, this, [this, path, destination] {
+            if (destination == path || !QFileInfo::exists(destination) ||
+                askReplaceFile(destination))
+                startLoopExportWithFile(destination);
+        });
     };
     if (mServices.askExportFile)
         mServices.askExportFile(this, proposed, chosen);
+}
+
+bool TeskDocumentWindowController::askReplaceFile(const QString& path) {
+    if (mServices.askReplaceFile)
+        return mServices.askReplaceFile(this, path);
+    return QMessageBox::question(this, tr("Replace file?"),
+                                 tr("“%1” already exists. Do you want to replace it?")
+                                     .arg(QFileInfo(path).fileName()),
+                                 QMessageBox::Yes | QMessageBox::Cancel,
+                                 QMessageBox::Cancel) == QMessageBox::Yes;
 }
 
 void TeskDocumentWindowController::startLoopExportWithFile(const QString& path) {

@@ -43,6 +43,10 @@ struct WindowServices {
     std::function<int(QWidget* window, const QString& documentName)> askSaveChanges;
     /// Asks where to save a practice document, proposing `proposedPath`; empty when cancelled.
     std::function<QString(QWidget* window, const QString& proposedPath)> askDocumentFile;
+    /// Asks whether an export may replace the file at `path`, which the export dialog did not
+    /// ask about (its name took the format's extension afterwards). A window-modal question
+    /// unless a test replaces it.
+    std::function<bool(QWidget* window, const QString& path)> askReplaceFile;
     /// Asks where a song that went missing is now, starting in `startFolder`; empty when
     /// cancelled. A window-modal file dialog unless a test replaces it.
     std::function<QString(QWidget* window, const QString& startFolder)> askSongFile;
@@ -129,6 +133,7 @@ private:
     void handleLoopButton();
     void doExportSongUsingLoop(bool loop);
     void startLoopExportWithFile(const QString& path);
+    bool askReplaceFile(const QString& path);
     void save(bool askForName);
     /// Asks where to save the practice document: Qt's own dialog. Empty when cancelled.
     QString askDocumentPath(const QString& proposed);

@@ -99,10 +99,14 @@ QString exportPath(const QString& chosen, int formatIndex) {
     const char* extension = formatIndex == 0 ? "m4a" : formatIndex == 1 ? "aif" : nullptr;
     if (extension == nullptr)
         return {};
+    // Only an export extension gives way to the format's: in "Take 2.5" or "Intro.slow" the
+    // dot is part of the name, which would otherwise lead to another file ("Take 2.m4a").
     const QFileInfo file(chosen);
-    const QString base = file.suffix().isEmpty()
-                             ? file.filePath()
-                             : file.path() + QLatin1Char('/') + file.completeBaseName();
+    const QString suffix = file.suffix().toLower();
+    const bool exportSuffix = suffix == QLatin1String("m4a") || suffix == QLatin1String("aif") ||
+                              suffix == QLatin1String("aiff");
+    const QString base =
+        exportSuffix ? file.path() + QLatin1Char('/') + file.completeBaseName() : file.filePath();
     return base + QLatin1Char('.') + QLatin1String(extension);
 }
 

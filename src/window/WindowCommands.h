@@ -75,8 +75,8 @@ double zoomedOut(double zoomLevel);
 /// backwards for positive deltas, computed in single precision and truncated toward zero.
 std::int32_t wheelFrameOffset(double delta);
 
-/// The export file's path: `chosen` with its extension replaced by the format's ("m4a" for
-/// index 0, "aif" for 1). Empty for any other index.
+/// The export file's path: `chosen` with the format's extension ("m4a" for index 0, "aif" for
+/// 1) in place of an export extension it has, or after its name. Empty for any other index.
 QString exportPath(const QString& chosen, int formatIndex);
 
 } // namespace WindowRules

@@ -39,6 +39,10 @@ public:
             return saveAnswer;
         };
         services.askDocumentFile = [this](QWidget*, const QString&) { return documentAnswer; };
+        services.askReplaceFile = [this](QWidget*, const QString& path) {
+            replaceQuestions.append(path);
+            return false;
+        };
         layer = std::make_unique<TeskWindowLayer>(services);
         documents = std::make_unique<TeskDocumentController>(layer.get());
         layer->services().documents = documents.get();
@@ -68,6 +72,7 @@ public:
     std::unique_ptr<TeskDocumentController> documents;
     QString exportAnswer;
     int exportFormat = 0;
+    QStringList replaceQuestions; // each answered No
     QString proposedExportName;
     int saveAnswer = QMessageBox::Discard;
     int saveQuestions = 0;
@@ -190,6 +195,15 @@ TEST(DocumentWindow, APracticeSessionFromOpeningToReopening) {
     ASSERT_TRUE(decoded.has_value());
     // The loop at the speed set above: a second of song takes 4/3 s.
     EXPECT_NEAR(double((*decoded)[0].size()), kRate / 0.75, 0.05 * kRate);
+
+    // The same answer again leads to that file, which the dialog did not ask about: the window
+    // asks, and the answer No leaves it as it is.
+    const QByteArray loop = readFile(exported);
+    window->perform(WindowCommand::ExportLoop);
+    QCoreApplication::processEvents();
+    EXPECT_EQ(app.replaceQuestions, QStringList{exported});
+    EXPECT_FALSE(document->isExporting());
+    EXPECT_EQ(readFile(exported), loop);
 
     // A cancelled export leaves nothing behind.
     app.exportAnswer = dir.filePath("cancelled.aif");

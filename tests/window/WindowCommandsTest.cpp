@@ -117,8 +117,20 @@ TEST(WindowRules, MenuItemsFollowTheirEnablingRules) {
 }
 
 TEST(WindowRules, TheExportFormatReplacesTheChosenExtension) {
-    EXPECT_EQ(WindowRules::exportPath("/music/take.m4a", 1), "/music/take.aif");
-    EXPECT_EQ(WindowRules::exportPath("/music/take", 0), "/music/take.m4a");
-    EXPECT_EQ(WindowRules::exportPath("/music/v1.2 take.aif", 0), "/music/v1.2 take.m4a");
-    EXPECT_EQ(WindowRules::exportPath("/music/take.m4a", 2), "");
+    const struct {
+        const char* chosen;
+        int format;
+        const char* path;
+    } cases[] = {
+        {"/music/take.m4a", 1, "/music/take.aif"},
+        {"/music/take", 0, "/music/take.m4a"},
+        {"/music/v1.2 take.aif", 0, "/music/v1.2 take.m4a"},
+        {"/music/take.AIFF", 0, "/music/take.m4a"},
+        // A dot that only belongs to the name keeps its part: "Intro.m4a" may be the song.
+        {"/music/Intro.slow", 0, "/music/Intro.slow.m4a"},
+        {"/music/Take 2.5", 1, "/music/Take 2.5.aif"},
+        {"/music/take.m4a", 2, ""},
+    };
+    for (const auto& c : cases)
+        EXPECT_EQ(WindowRules::exportPath(c.chosen, c.format), c.path) << c.chosen;
 }
