@@ -66,6 +66,10 @@ void TeskEffectsViewController::buildPanel() {
     mVocalReductionPresetsPopUp = new QComboBox(this);
     fillPresetMenu(mVocalReductionPresetsPopUp, {tr("Male Vocals"), tr("Female Vocals")});
     mVocalReductionPresetsPopUp->setAccessibleName(tr("Vocal reduction preset"));
+    // Picked with the mouse, a preset leaves the keyboard where it was: Space still plays and
+    // the arrows still change speed. Tab still reaches the menus.
+    mEqualizerPresetsPopUp->setFocusPolicy(Qt::TabFocus);
+    mVocalReductionPresetsPopUp->setFocusPolicy(Qt::TabFocus);
     mPanningSwitch = new QCheckBox(tr("Pan"), this);
     mOutOfPhaseSwitch = new QCheckBox(tr("Out of Phase"), this);
 

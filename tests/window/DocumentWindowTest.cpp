@@ -9,6 +9,8 @@
 #include "support/Signals.h"
 
 #include <QAction>
+#include <QApplication>
+#include <QComboBox>
 #include <QMenu>
 #include <QMenuBar>
 #include <QMessageBox>
@@ -346,6 +348,17 @@ TEST(DocumentWindow, KeysAndClicksInTheMiddleOfThingsLoseNothing) {
     QTest::mouseRelease(waveform, Qt::LeftButton, {}, flag + QPoint(60, 0));
     EXPECT_EQ(document->genericMarkers(), frames({22050}));
     EXPECT_EQ(document->loopRange(), (LoopRange{kRate, kRate}));
+
+    // A preset picked with the mouse leaves the keys to the window: Space plays.
+    document->setEffectsVisible(true);
+    auto* preset = window->findChild<QComboBox*>();
+    ASSERT_NE(preset, nullptr);
+    QTest::mouseClick(preset, Qt::LeftButton);
+    preset->hidePopup();
+    ASSERT_NE(QApplication::focusWidget(), nullptr);
+    QTest::keyClick(QApplication::focusWidget(), Qt::Key_Space);
+    EXPECT_TRUE(document->isFilePlaying());
+    document->stopFilePlaying();
 
     // A song that has gone since does not take the markers with it: closing asks to save.
     document->setCurrentFrame(44100);
