@@ -448,6 +448,8 @@ void TeskDocument::setCurrentFrame(qint64 frame) {
     // The export reads the song through the player's reader; moving it would cut the file.
     if (mPlaybackController && !isExporting())
         mPlaybackController->setCurrentFrame(frame);
+    // What the views bound to the position show is where the player put it: inside the song.
+    announceChange(this, "currentFrame");
 }
 std::vector<float> TeskDocument::frequencyTable() const {
     return mPlaybackController ? mPlaybackController->frequencyTable() : std::vector<float>();

@@ -3,6 +3,7 @@
 #include "window/TeskDropView.h"
 #include "window/TeskWindowLayer.h"
 
+#include "controls/HUDTimeDisplayView.h"
 #include "waveform/WaveformView.h"
 
 #include "support/AudioFiles.h"
@@ -348,6 +349,21 @@ TEST(DocumentWindow, KeysAndClicksInTheMiddleOfThingsLoseNothing) {
     QTest::mouseRelease(waveform, Qt::LeftButton, {}, flag + QPoint(60, 0));
     EXPECT_EQ(document->genericMarkers(), frames({22050}));
     EXPECT_EQ(document->loopRange(), (LoopRange{kRate, kRate}));
+
+    // Paused, the play head and the time shown follow every move of the position, which
+    // stays inside the song: a second back from half a second is the start.
+    auto* time = window->findChild<HUDTimeDisplayView*>();
+    ASSERT_NE(time, nullptr);
+    document->setCurrentFrame(kRate / 2);
+    press(window, Qt::Key_Left);
+    EXPECT_EQ(document->currentFrame(), 0);
+    EXPECT_EQ(waveform->currentFrame(), 0);
+    EXPECT_EQ(time->currentFrame(), 0);
+    QWheelEvent back(QPointF(10, 10), QPointF(10, 10), {}, QPoint(0, -120), Qt::NoButton,
+                     Qt::NoModifier, Qt::NoScrollPhase, false);
+    QCoreApplication::sendEvent(window, &back);
+    EXPECT_EQ(waveform->currentFrame(), 441);
+    EXPECT_EQ(time->currentFrame(), 441);
 
     // A preset picked with the mouse leaves the keys to the window: Space plays.
     document->setEffectsVisible(true);
