@@ -63,7 +63,7 @@ void TeskWindowLayer::presentError(const TeskError& error) {
         window->presentError(error);
         return;
     }
-    QTimer::singleShot(0, [this, error] {
+    QTimer::singleShot(0, &mLifetime, [this, error] {
         if (TeskDocumentWindowController* window = frontWindow())
             window->presentError(error);
         else

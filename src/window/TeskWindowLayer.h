@@ -4,6 +4,7 @@
 #include "window/TeskDocumentWindowController.h"
 
 #include <QList>
+#include <QObject>
 #include <map>
 
 namespace tesk {
@@ -32,6 +33,7 @@ private:
     WindowServices mServices;
     std::map<TeskDocument*, TeskDocumentWindowController*> mWindows;
     QList<TeskDocumentWindowController*> mMadeOrder; // oldest first
+    QObject mLifetime;                               // what the layer has queued goes with it
 };
 
 } // namespace tesk
