@@ -1031,6 +1031,47 @@ void WaveformView::mouseReleaseEvent(QMouseEvent* event) {
     }
 }
 
+bool WaveformView::event(QEvent* event) {
+    // A dialog that opens in the middle of a gesture (a shortcut pressed while dragging) takes
+    // the button's release with it.
+    if ((event->type() == QEvent::WindowDeactivate || event->type() == QEvent::Hide) &&
+        mGesture != Gesture::None)
+        abandonGesture();
+    return SBindingView::event(event);
+}
+
+void WaveformView::abandonGesture() {
+    mEdgeScrollTimer->stop();
+    switch (mGesture) {
+    case Gesture::None:
+        return;
+    case Gesture::Marker: {
+        if (mMarkerMoving) {
+            finishMarkerDrag(true);
+            return;
+        }
+        mGesture = Gesture::None;
+        MarkerItem& item = mMarkerItems[mDraggedKind][mDraggedIndex];
+        item.pressed = false;
+        update(markerRect(item).toAlignedRect());
+        return;
+    }
+    case Gesture::LoopButton:
+        mGesture = Gesture::None;
+        mLoopButtonPressed = false;
+        bounceLoopButton(false);
+        update(loopButtonHitRect().toAlignedRect());
+        return;
+    case Gesture::Loop:
+    case Gesture::Scrub: {
+        QMouseEvent release(QEvent::MouseButtonRelease, mPointer, mapToGlobal(mPointer),
+                            Qt::LeftButton, Qt::NoButton, Qt::NoModifier);
+        mouseReleaseEvent(&release);
+        return;
+    }
+    }
+}
+
 void WaveformView::keyPressEvent(QKeyEvent* event) {
     if (event->key() == Qt::Key_Escape && mGesture == Gesture::Marker && mMarkerMoving) {
         finishMarkerDrag(true);

@@ -198,6 +198,7 @@ protected:
     void mouseReleaseEvent(QMouseEvent* event) override;
     void wheelEvent(QWheelEvent* event) override;
     void keyPressEvent(QKeyEvent* event) override;
+    bool event(QEvent* event) override;
 
 private:
     qreal ratio() const { return mPaintRatio > 0 ? mPaintRatio : devicePixelRatioF(); }
@@ -213,6 +214,9 @@ private:
     void updateCursorPosition();
     void updateMarkersOfType(std::uint32_t kind);
     void refreshCursor(const QPointF& position);
+    /// Ends a gesture whose button release will not come: a loop drag or a scrub ends where it
+    /// got to, a marker goes back where it was, a pressed button or marker is let go.
+    void abandonGesture();
     void jumpTo(qint64 frame, Qt::KeyboardModifiers modifiers);
     void jumpToNextMarkerInList(const QList<quint32>& markers, Qt::KeyboardModifiers modifiers);
     void jumpToPreviousMarkerInList(const QList<quint32>& markers, Qt::KeyboardModifiers modifiers);

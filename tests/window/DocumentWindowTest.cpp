@@ -350,6 +350,22 @@ TEST(DocumentWindow, KeysAndClicksInTheMiddleOfThingsLoseNothing) {
     EXPECT_EQ(document->genericMarkers(), frames({22050}));
     EXPECT_EQ(document->loopRange(), (LoopRange{kRate, kRate}));
 
+    // A dialog that opens in the middle of a loop drag takes the button's release: the drag
+    // ends there, as one step to undo, and the loop no longer follows the pointer.
+    const QPoint middle(int(geometry.pointFromSample(kRate * 5 / 4) - geometry.visibleStartPoint()),
+                        int(waveform->waveformRect().top()) + 5); // clear of the loop's button
+    QTest::mousePress(waveform, Qt::LeftButton, {}, middle);
+    QTest::mouseMove(waveform, middle + QPoint(40, 0));
+    QEvent deactivate(QEvent::WindowDeactivate);
+    QCoreApplication::sendEvent(waveform, &deactivate);
+    const LoopRange dragged = document->loopRange();
+    EXPECT_NE(dragged, (LoopRange{kRate, kRate}));
+    QTest::mouseMove(waveform, middle + QPoint(80, 0));
+    EXPECT_EQ(waveform->loopRange(), dragged);
+    document->undoManager()->undo();
+    EXPECT_EQ(document->loopRange(), (LoopRange{kRate, kRate}));
+    QTest::mouseRelease(waveform, Qt::LeftButton, {}, middle + QPoint(80, 0));
+
     // Paused, the play head and the time shown follow every move of the position, which
     // stays inside the song: a second back from half a second is the start.
     auto* time = window->findChild<HUDTimeDisplayView*>();
