@@ -3,6 +3,7 @@
 #include "app/FeedbackMessage.h"
 #include "document/TeskDocumentController.h"
 #include "window/TeskWindowLayer.h"
+#include "window/WindowCommands.h"
 
 #include <QApplication>
 #include <QDesktopServices>
@@ -21,23 +22,26 @@ void askExportFile(QWidget* window, const QString& proposedName,
     const QStringList formats{QObject::tr("MPEG-4 audio (*.m4a)"), QObject::tr("AIFF (*.aif)")};
     dialog->setNameFilters(formats);
     dialog->selectFile(proposedName + QStringLiteral(".m4a"));
-    // A name typed without its extension gets it before the dialog checks for a file to
-    // replace, so the question is about the file that will be written.
     dialog->setDefaultSuffix(QStringLiteral("m4a"));
+    // The window asks before replacing a file, about the one the export will write: the name
+    // the dialog returns still takes the format's extension, and a system dialog adds its
+    // suffix only after its own check.
+    dialog->setOption(QFileDialog::DontConfirmOverwrite);
     dialog->setWindowModality(Qt::WindowModal);
     dialog->setAttribute(Qt::WA_DeleteOnClose);
-    QObject::connect(dialog, &QFileDialog::filterSelected, dialog,
-                     [dialog, formats](const QString& f) {
-                         // The proposed name follows the format chosen.
-                         const QString extension = formats.indexOf(f) == 1 ? QStringLiteral("aif")
-                                                                           : QStringLiteral("m4a");
-                         dialog->setDefaultSuffix(extension);
-                         const QStringList files = dialog->selectedFiles();
-                         if (!files.isEmpty()) {
-                             dialog->selectFile(QFileInfo(files.first()).completeBaseName() +
-                                                QLatin1Char('.') + extension);
-                         }
-                     });
+    QObject::connect(
+        dialog, &QFileDialog::filterSelected, dialog, [dialog, formats](const QString& f) {
+            // The proposed name follows the format chosen.
+            const QString extension =
+                formats.indexOf(f) == 1 ? QStringLiteral("aif") : QStringLiteral("m4a");
+            dialog->setDefaultSuffix(extension);
+            const QStringList files = dialog->selectedFiles();
+            if (!files.isEmpty()) {
+                dialog->selectFile(
+                    QFileInfo(WindowRules::exportPath(files.first(), formats.indexOf(f)))
+                        .fileName());
+            }
+        });
     QObject::connect(dialog, &QFileDialog::fileSelected, dialog,
                      [dialog, formats, chosen](const QString& path) {
                          chosen(path, int(formats.indexOf(dialog->selectedNameFilter())));

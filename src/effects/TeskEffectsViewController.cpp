@@ -67,7 +67,7 @@ void TeskEffectsViewController::buildPanel() {
     fillPresetMenu(mVocalReductionPresetsPopUp, {tr("Male Vocals"), tr("Female Vocals")});
     mVocalReductionPresetsPopUp->setAccessibleName(tr("Vocal reduction preset"));
     // Picked with the mouse, a preset leaves the keyboard where it was: Space still plays and
-    // the arrows still change speed. Tab still reaches the menus.
+    // the arrows still change speed.
     mEqualizerPresetsPopUp->setFocusPolicy(Qt::TabFocus);
     mVocalReductionPresetsPopUp->setFocusPolicy(Qt::TabFocus);
     mPanningSwitch = new QCheckBox(tr("Pan"), this);

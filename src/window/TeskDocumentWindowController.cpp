@@ -636,11 +636,11 @@ void TeskDocumentWindowController::doExportSongUsingLoop(bool loop) {
             qWarning("Got an unexpected file format from the popup.");
             return;
         }
-        // After the dialog has gone. It asked about the name as chosen: a file the format's
-        // extension leads to instead is asked about here.
-        QTimer::singleShot(0, this, [this, path, destination] {
-            if (destination == path || !QFileInfo::exists(destination) ||
-                askReplaceFile(destination))
+        // After the dialog has gone, which asks about nothing: the name it returns may still
+        // change (the format's extension, a suffix a system dialog adds), so the question is
+        // about the file that will be written.
+        QTimer::singleShot(0, this, [this, destination] {
+            if (!QFileInfo::exists(destination) || askReplaceFile(destination))
                 startLoopExportWithFile(destination);
         });
     };
@@ -651,9 +651,15 @@ void TeskDocumentWindowController::doExportSongUsingLoop(bool loop) {
 bool TeskDocumentWindowController::askReplaceFile(const QString& path) {
     if (mServices.askReplaceFile)
         return mServices.askReplaceFile(this, path);
-    return QMessageBox::question(this, tr("Replace file?"),
-                                 tr("“%1” already exists. Do you want to replace it?")
-                                     .arg(QFileInfo(path).fileName()),
+    const QString name = QFileInfo(path).fileName();
+    const bool isTheSong = QFileInfo(path).canonicalFilePath() ==
+                           QFileInfo(mDocument->audioFileURL().toLocalFile()).canonicalFilePath();
+    const QString question =
+        isTheSong ? tr("“%1” is the song you are practising. Do you want to replace it with the "
+                       "export?")
+                        .arg(name)
+                  : tr("“%1” already exists. Do you want to replace it?").arg(name);
+    return QMessageBox::question(this, tr("Replace file?"), question,
                                  QMessageBox::Yes | QMessageBox::Cancel,
                                  QMessageBox::Cancel) == QMessageBox::Yes;
 }

@@ -43,9 +43,8 @@ struct WindowServices {
     std::function<int(QWidget* window, const QString& documentName)> askSaveChanges;
     /// Asks where to save a practice document, proposing `proposedPath`; empty when cancelled.
     std::function<QString(QWidget* window, const QString& proposedPath)> askDocumentFile;
-    /// Asks whether an export may replace the file at `path`, which the export dialog did not
-    /// ask about (its name took the format's extension afterwards). A window-modal question
-    /// unless a test replaces it.
+    /// Asks whether an export may replace the file at `path`; the export dialog asks nothing,
+    /// since the name it returns may still change. A modal question unless a test replaces it.
     std::function<bool(QWidget* window, const QString& path)> askReplaceFile;
     /// Asks where a song that went missing is now, starting in `startFolder`; empty when
     /// cancelled. A window-modal file dialog unless a test replaces it.

@@ -199,12 +199,15 @@ TEST(DocumentWindow, APracticeSessionFromOpeningToReopening) {
     // The loop at the speed set above: a second of song takes 4/3 s.
     EXPECT_NEAR(double((*decoded)[0].size()), kRate / 0.75, 0.05 * kRate);
 
-    // The same answer again leads to that file, which the dialog did not ask about: the window
-    // asks, and the answer No leaves it as it is.
+    // Whether the format's extension leads to that file or it is chosen as it is, the window
+    // asks before replacing it (the dialog asks nothing), and the answer No leaves it alone.
     const QByteArray loop = readFile(exported);
-    window->perform(WindowCommand::ExportLoop);
-    QCoreApplication::processEvents();
-    EXPECT_EQ(app.replaceQuestions, QStringList{exported});
+    for (const QString& answer : {app.exportAnswer, exported}) {
+        app.exportAnswer = answer;
+        window->perform(WindowCommand::ExportLoop);
+        QCoreApplication::processEvents();
+    }
+    EXPECT_EQ(app.replaceQuestions, (QStringList{exported, exported}));
     EXPECT_FALSE(document->isExporting());
     EXPECT_EQ(readFile(exported), loop);
 
