@@ -1,6 +1,7 @@
 // How fast the waveform view paints a ten-minute song in a 1600 × 200 view, against the frame
 // budget at 60 Hz (16.7 ms): a full repaint, a scroll of 10 points while following playback,
-// a move of the play position, and a zoom step of the window's 0.05.
+// a move of the play position, a step of a loop edge's drag, and a zoom step of the window's
+// 0.05.
 //
 // With TESK_WAVEFORM_VIEW_PNG set to a folder, it also saves the view at ratios 1, 1.25 and 2
 // there.
@@ -65,7 +66,7 @@ QImage imageFor(qreal ratio) {
     return image;
 }
 
-void paint(WaveformView& view, QImage& image, const QRect& clip) {
+void paint(WaveformView& view, QImage& image, const QRegion& clip) {
     QPainter painter(&image);
     view.paintView(painter, clip, image.devicePixelRatio());
 }
@@ -183,6 +184,33 @@ void BM_CursorMove(benchmark::State& state, qreal ratio) {
 }
 BENCHMARK_CAPTURE(BM_CursorMove, ratio1, 1.0)->Unit(benchmark::kMillisecond);
 BENCHMARK_CAPTURE(BM_CursorMove, ratio2, 2.0)->Unit(benchmark::kMillisecond);
+
+/// A loop's right edge dragged back and forth by 2 points, the loop filling the view: the view
+/// repaints the strips the edge swept and the loop button, as its paint event would.
+void BM_LoopEdgeDrag(benchmark::State& state, qreal ratio) {
+    WaveformView& view = songView();
+    // Zoomed to fit the loop, as for fine work on its edges.
+    const LoopRange start{44100 * 62, 44100 * 9};
+    view.setLoopRange(start);
+    view.setZoomLevel(view.geometryValues().loopZoomLevel(start.length));
+    view.setStartFrame(start.location + start.length / 2);
+    QImage image = imageFor(ratio);
+    paint(view, image, view.rect());
+    const auto buttonRect = [&] { return view.loopButtonHitRect().toAlignedRect(); };
+    const quint32 step = quint32(view.geometryValues().sampleFromPoint(2.0));
+    bool out = true;
+    for (auto _ : state) {
+        const LoopRange before = view.loopRange();
+        const QRect oldButton = buttonRect();
+        view.setLoopRange({start.location, start.length + (out ? step : 0)});
+        out = !out;
+        paint(view, image,
+              view.loopChangeRegion(before, view.loopRange()) + oldButton + buttonRect());
+    }
+    view.setLoopRange(start);
+}
+BENCHMARK_CAPTURE(BM_LoopEdgeDrag, ratio1, 1.0)->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(BM_LoopEdgeDrag, ratio2, 2.0)->Unit(benchmark::kMillisecond);
 
 void BM_ZoomStep(benchmark::State& state, qreal ratio) {
     WaveformView& view = songView();

@@ -106,7 +106,7 @@ WaveformView::WaveformView(QWidget* parent)
     mButtonBounce = new QVariantAnimation(this);
     connect(mButtonBounce, &QVariantAnimation::valueChanged, this, [this](const QVariant& value) {
         mButtonScale = value.toDouble();
-        update(loopButtonHitRect().adjusted(-4, -4, 4, 4).toAlignedRect());
+        update(loopButtonUpdateRect());
     });
     mEdgeScrollTimer = new QTimer(this);
     mEdgeScrollTimer->setInterval(30);
@@ -275,7 +275,7 @@ void WaveformView::setPlaying(bool playing) {
     mPlaying = playing;
     emit playingChanged();
     if (isLoopEnabled())
-        update(loopButtonHitRect().toAlignedRect());
+        update(loopButtonUpdateRect());
 }
 
 void WaveformView::setLooping(bool looping) {
@@ -285,14 +285,17 @@ void WaveformView::setLooping(bool looping) {
     mLoopButtonPressed = false;
     emit loopingChanged();
     if (isLoopEnabled())
-        update(loopButtonHitRect().toAlignedRect());
+        update(loopButtonUpdateRect());
 }
 
 void WaveformView::setLoopRange(LoopRange range, bool notifyObserver) {
     if (!(range == mLoopRange)) {
+        // The band, its knobs and its button move; the waveform under them stays as it is.
+        QRegion changed = loopChangeRegion(mLoopRange, range) + loopButtonUpdateRect();
         mLoopRange = range;
+        changed += loopButtonUpdateRect();
         emit loopRangeChanged();
-        update();
+        update(changed);
     }
     if (notifyObserver)
         updateObservableObjectForBindingName("loopRange", QVariant::fromValue(range));
@@ -310,6 +313,42 @@ void WaveformView::updateVisibleRegion() {
 
 QRect WaveformView::cursorUpdateRect(qreal x) const {
     return QRect(int(std::floor(x)) - 5, 0, 11, height());
+}
+
+QRect WaveformView::loopButtonUpdateRect() const {
+    const QRectF button = loopButtonHitRect();
+    return button.isEmpty() ? QRect() : button.adjusted(-4, -4, 4, 4).toAlignedRect();
+}
+
+void WaveformView::setLoopButtonRightAligned(bool rightAligned) {
+    if (rightAligned == mLoopButtonRightAligned)
+        return;
+    update(loopButtonUpdateRect());
+    mLoopButtonRightAligned = rightAligned;
+    update(loopButtonUpdateRect());
+}
+
+QRegion WaveformView::loopChangeRegion(LoopRange from, LoopRange to) const {
+    // A loop that is not drawn changes what lies between the other loop's edges.
+    if (from.length == 0 && to.length == 0)
+        return {};
+    if (from.length == 0)
+        from = {to.location, 0};
+    if (to.length == 0)
+        to = {from.location, 0};
+    const QRectF band = waveformRect();
+    const QRectF before = mGeometry.loopRect(from, band.top(), band.height());
+    const QRectF after = mGeometry.loopRect(to, band.top(), band.height());
+    // A knob's whole width either side covers the knob centred on the edge, at any rounding.
+    const qreal knob = NamedImage::named("SelectorKnob").width();
+    QRegion region;
+    for (const auto& [was, is] :
+         {std::pair(before.left(), after.left()), std::pair(before.right(), after.right())}) {
+        const qreal left = std::min(was, is) - knob - shift();
+        const qreal right = std::max(was, is) + knob - shift();
+        region += QRectF(left, 0, right - left, height()).toAlignedRect();
+    }
+    return region & rect();
 }
 
 void WaveformView::updateCursorPosition() {
@@ -557,7 +596,7 @@ void WaveformView::resizeEvent(QResizeEvent* event) {
 
 void WaveformView::paintEvent(QPaintEvent* event) {
     QPainter painter(this);
-    paintView(painter, event->rect(), devicePixelRatioF());
+    paintView(painter, event->region(), devicePixelRatioF());
 }
 
 void WaveformView::redrawWaveform() {
@@ -565,16 +604,12 @@ void WaveformView::redrawWaveform() {
     update();
 }
 
-void WaveformView::paintView(QPainter& painter, const QRect& clip, qreal devicePixelRatio) {
+void WaveformView::paintView(QPainter& painter, const QRegion& clip, qreal devicePixelRatio) {
     mPaintRatio = devicePixelRatio;
     painter.save();
-    painter.setClipRect(clip);
-    paintWaveform(painter, clip);
-    const QRectF songClip = QRectF(clip).translated(shift(), 0);
-    painter.save();
-    painter.translate(-shift(), 0);
-    paintLoop(painter, songClip);
-    painter.restore();
+    painter.setClipRegion(clip);
+    paintWaveform(painter);
+    paintLoop(painter, clip);
     paintMarkers(painter);
     paintCursor(painter);
     paintLoopButton(painter);
@@ -620,7 +655,7 @@ void WaveformView::drawWaveformStrip(QPainter& painter, const QRectF& strip, boo
                      selected ? palette.lightSelectedMidlineColor : palette.lightMidlineColor);
 }
 
-void WaveformView::paintWaveform(QPainter& painter, const QRect&) {
+void WaveformView::paintWaveform(QPainter& painter) {
     // The cache holds the ruler and the marker strip's background as well as the waveform:
     // all three scroll together, so a scroll draws the exposed strip of each.
     const qreal ratio = this->ratio();
@@ -679,22 +714,29 @@ void WaveformView::paintRuler(QPainter& painter, const QRectF& clip) {
     painter.fillPath(ticks, palette.timeIndicatorLineColor);
 }
 
-void WaveformView::paintLoop(QPainter& painter, const QRectF& clip) {
+void WaveformView::paintLoop(QPainter& painter, const QRegion& clip) {
     if (!isLoopEnabled())
         return;
     const WaveformPalette& palette = WaveformPalette::shared();
     const QRectF band = waveformRect();
     const QRectF loop = mGeometry.loopRect(mLoopRange, band.top(), band.height());
-    const QRectF shown = loop.intersected(clip);
-    if (!shown.isEmpty()) {
+    painter.save();
+    painter.translate(-shift(), 0);
+    // The selected waveform is drawn only where the clip asks for it: a loop edge that moves
+    // repaints the strips it swept, not the whole band.
+    for (const QRect& rect : clip) {
+        const QRectF shown = loop.intersected(QRectF(rect).translated(shift(), 0));
+        if (shown.isEmpty())
+            continue;
         painter.save();
+        painter.setClipRect(shown);
         painter.translate(0, band.top());
         const QRectF strip = shown.translated(0, -band.top());
-        painter.setClipRect(strip);
         drawWaveformStrip(painter, strip, true);
-        painter.fillRect(QRectF(strip.left(), strip.top(), strip.width(), 1),
-                         palette.loopToplineColor);
-        painter.fillRect(QRectF(strip.left(), strip.bottom() - 1, strip.width(), 1),
+        // The lines along the loop's top and bottom, wherever the strip's own edges are.
+        const qreal top = loop.top() - band.top();
+        painter.fillRect(QRectF(strip.left(), top, strip.width(), 1), palette.loopToplineColor);
+        painter.fillRect(QRectF(strip.left(), top + loop.height() - 1, strip.width(), 1),
                          palette.loopBottomlineColor);
         painter.restore();
     }
@@ -707,6 +749,7 @@ void WaveformView::paintLoop(QPainter& painter, const QRectF& clip) {
         .draw(painter, QPointF(loop.left() - std::floor(knob.width() * 0.5), y));
     (pressedRight ? knobPressed : knob)
         .draw(painter, QPointF(loop.right() - std::floor(knob.width() * 0.5), y));
+    painter.restore();
 }
 
 void WaveformView::paintMarkers(QPainter& painter) {
@@ -856,7 +899,7 @@ void WaveformView::mousePressEvent(QMouseEvent* event) {
         mGesture = Gesture::LoopButton;
         mLoopButtonPressed = true;
         bounceLoopButton(true);
-        update(loopButtonHitRect().toAlignedRect());
+        update(loopButtonUpdateRect());
     } else if (waveformRect().contains(position)) {
         mGesture = Gesture::Loop;
         mLoopDragging = true;
@@ -874,7 +917,7 @@ void WaveformView::mousePressEvent(QMouseEvent* event) {
         }
         if (mDelegate)
             mDelegate->waveformViewDidBeginEditingLoop(this);
-        update();
+        update(loopChangeRegion(mLoopRange, mLoopRange)); // a held knob darkens
     } else if (rulerRect().contains(position) || std::abs(position.x() - cursorX()) <= 3.0) {
         mGesture = Gesture::Scrub;
         mCursorPressed = true;
@@ -933,7 +976,7 @@ void WaveformView::dragTo(const QPointF& position) {
         const bool inside = loopButtonHitRect().contains(position);
         if (inside != mLoopButtonPressed) {
             mLoopButtonPressed = inside;
-            update(loopButtonHitRect().toAlignedRect());
+            update(loopButtonUpdateRect());
         }
         return;
     }
@@ -943,7 +986,7 @@ void WaveformView::dragTo(const QPointF& position) {
             loopRangeForDrag(mGeometry, mPressSongX, position.x() + shift(), mPressLoopRange,
                              mResizing, mResizingLeft, mShifting);
         if (drag.rightAligned)
-            mLoopButtonRightAligned = *drag.rightAligned;
+            setLoopButtonRightAligned(*drag.rightAligned);
         if (!mResizing)
             mSelectionAnchorFrame = drag.range.location;
         setLoopRange(drag.range, false);
@@ -1006,7 +1049,7 @@ void WaveformView::mouseReleaseEvent(QMouseEvent* event) {
     case Gesture::LoopButton:
         mLoopButtonPressed = false;
         bounceLoopButton(false);
-        update(loopButtonHitRect().toAlignedRect());
+        update(loopButtonUpdateRect());
         if (loopButtonHitRect().contains(position))
             emit loopButtonClicked();
         return;
@@ -1016,7 +1059,7 @@ void WaveformView::mouseReleaseEvent(QMouseEvent* event) {
         if (mDelegate)
             mDelegate->waveformViewDidEndEditingLoop(this);
         refreshCursor(position);
-        update();
+        update(loopChangeRegion(mLoopRange, mLoopRange));
         return;
     case Gesture::Scrub: {
         // A press while playing only moved the play head: no scrub began, so none ends.
@@ -1060,7 +1103,7 @@ void WaveformView::abandonGesture() {
         mGesture = Gesture::None;
         mLoopButtonPressed = false;
         bounceLoopButton(false);
-        update(loopButtonHitRect().toAlignedRect());
+        update(loopButtonUpdateRect());
         return;
     case Gesture::Loop:
     case Gesture::Scrub: {

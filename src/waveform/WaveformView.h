@@ -10,6 +10,7 @@
 
 #include <QGuiApplication>
 #include <QList>
+#include <QRegion>
 #include <QUrl>
 #include <QVariantAnimation>
 #include <array>
@@ -165,9 +166,13 @@ public:
     bool loopButtonRightAligned() const { return mLoopButtonRightAligned; }
     QRectF markerRect(const MarkerItem& item) const;
 
+    /// The part of the view that differs between the loop `from` and the loop `to`: where each
+    /// edge was and is, with its knob, over the view's height.
+    QRegion loopChangeRegion(LoopRange from, LoopRange to) const;
+
     /// Paints the view as its paint event does, into any painter (an image for a bench or a
     /// picture), at `devicePixelRatio`; `clip` in view coordinates.
-    void paintView(QPainter& painter, const QRect& clip, qreal devicePixelRatio);
+    void paintView(QPainter& painter, const QRegion& clip, qreal devicePixelRatio);
     /// Forgets the cached waveform picture, so the next paint draws it all.
     void redrawWaveform();
 
@@ -225,14 +230,17 @@ private:
     void dragTo(const QPointF& position);
     qint64 frameAtViewX(qreal x) const;
     QRect cursorUpdateRect(qreal x) const;
+    /// The loop button with room for its bounce.
+    QRect loopButtonUpdateRect() const;
+    void setLoopButtonRightAligned(bool rightAligned);
     MarkerItem* markerAt(const QPointF& position);
     void finishMarkerDrag(bool cancelled);
     void writeMarkers(std::uint32_t kind, const QList<quint32>& markers);
 
     // Painting passes, in order, each in song points.
-    void paintWaveform(QPainter& painter, const QRect& clip);
+    void paintWaveform(QPainter& painter);
     void paintRuler(QPainter& painter, const QRectF& clip);
-    void paintLoop(QPainter& painter, const QRectF& clip);
+    void paintLoop(QPainter& painter, const QRegion& clip);
     void paintMarkers(QPainter& painter);
     void paintCursor(QPainter& painter);
     void paintLoopButton(QPainter& painter);

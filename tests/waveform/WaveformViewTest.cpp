@@ -7,6 +7,7 @@
 #include <QAccessible>
 #include <QAccessibleValueInterface>
 #include <QPaintEvent>
+#include <QPainter>
 #include <QTest>
 #include <gtest/gtest.h>
 
@@ -63,12 +64,15 @@ struct DelegateLog : WaveformViewDelegate {
     void waveformViewDidEndScrubbing(WaveformView*) override { ++scrubsEnded; }
 };
 
-/// Notes the rects of every paint event of the view.
+/// Notes what the paint events of the view repaint.
 struct PaintLog : QObject {
-    QList<QRect> rects;
+    QRegion painted;
+    int paints = 0;
     bool eventFilter(QObject*, QEvent* event) override {
-        if (event->type() == QEvent::Paint)
-            rects += static_cast<QPaintEvent*>(event)->rect();
+        if (event->type() == QEvent::Paint) {
+            painted += static_cast<QPaintEvent*>(event)->region();
+            ++paints;
+        }
         return false;
     }
 };
@@ -99,17 +103,32 @@ protected:
     void move(QPointF at) { QTest::mouseMove(&view, at.toPoint()); }
     void release(QPointF at) { QTest::mouseRelease(&view, Qt::LeftButton, {}, at.toPoint()); }
 
-    /// Waits until the view has painted what is pending, and returns the paint rects.
-    QList<QRect> paintsAfter(const std::function<void()>& change) {
+    /// Waits until the view has painted what is pending, and returns what it repainted.
+    QRegion paintsAfter(const std::function<void()>& change) {
         view.repaint();
         PaintLog log;
         view.installEventFilter(&log);
         change();
-        if (!QTest::qWaitFor([&] { return !log.rects.isEmpty(); }, 2000))
+        if (!QTest::qWaitFor([&] { return log.paints > 0; }, 2000))
             return {};
         QCoreApplication::processEvents();
         view.removeEventFilter(&log);
-        return log.rects;
+        return log.painted;
+    }
+
+    /// The view painted into an image at the run's ratio, where `clip` says, over `image`.
+    QImage painted(QImage image, const QRegion& clip) {
+        QPainter painter(&image);
+        view.paintView(painter, clip, image.devicePixelRatio());
+        return image;
+    }
+    QImage paintedWhole() {
+        const qreal ratio = test::testPixelRatio();
+        QImage image(int(std::ceil(view.width() * ratio)), int(std::ceil(view.height() * ratio)),
+                     QImage::Format_ARGB32_Premultiplied);
+        image.setDevicePixelRatio(ratio);
+        image.fill(Qt::magenta);
+        return painted(image, view.rect());
     }
 
     SongModel model;
@@ -345,6 +364,82 @@ TEST_F(WaveformViewTest, LoopGesturesDrawMoveAndResizeTheLoop) {
         << "the loop reaches into the newly shown part";
 }
 
+TEST_F(WaveformViewTest, ALoopChangeRepaintsWhatChangedAndNoMore) {
+    // Each step repaints only the region its paint event names, over the picture before it;
+    // the result must be the picture after it, pixel for pixel. `untouched` is a point of the
+    // waveform band the step must leave alone.
+    enum Action { Press, Move, Release, Bind };
+    struct Step {
+        Action action;
+        qreal x;
+        qreal untouched;
+        LoopRange loop = {};
+    };
+    struct Case {
+        const char* name;
+        LoopRange before;
+        qint64 currentFrame;
+        std::vector<Step> steps;
+    };
+    // The loop {10000, 10000} lies over points 200 … 400. A press with no loop changes nothing
+    // to paint: drawing a new loop starts with a move.
+    const Case cases[] = {
+        {"right edge dragged",
+         {10000, 10000},
+         0,
+         {{Press, 400, 300}, {Move, 410, 300}, {Move, 380, 300}, {Release, 380, 300}}},
+        {"moved by its middle",
+         {10000, 10000},
+         0,
+         {{Press, 300, 300}, {Move, 340, 320}, {Release, 340, 320}}},
+        {"drawn anew, its button changing sides",
+         {},
+         0,
+         {{Move, 300, 500}, {Move, 60, 500}, {Release, 60, 300}}},
+        {"set and cleared through the binding, around the play position",
+         {},
+         15000,
+         {{Bind, 0, 500, {10000, 10000}}, {Bind, 0, 500, {10000, 2000}}, {Bind, 0, 500, {}}}},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        model.setLoopRange(c.before);
+        model.setCurrentFrame(c.currentFrame);
+        if (c.steps.front().action == Move)
+            press({100, kBandY});
+        for (const Step& step : c.steps) {
+            SCOPED_TRACE(testing::Message() << "step " << &step - c.steps.data());
+            const QImage before = paintedWhole();
+            const QRegion repainted = paintsAfter([&] {
+                switch (step.action) {
+                case Press:
+                    return press({step.x, kBandY});
+                case Move:
+                    return move({step.x, kBandY});
+                case Release:
+                    return release({step.x, kBandY});
+                case Bind:
+                    return model.setLoopRange(step.loop);
+                }
+            });
+            ASSERT_FALSE(repainted.isEmpty());
+            EXPECT_FALSE(repainted.contains(QPoint(int(step.untouched), int(kBandY))))
+                << repainted.boundingRect().x() << " … " << repainted.boundingRect().right();
+            const QImage shown = painted(before, repainted);
+            const QImage expected = paintedWhole();
+            int wrong = 0;
+            QPoint first;
+            for (int y = 0; y < expected.height(); ++y)
+                for (int x = 0; x < expected.width(); ++x)
+                    if (!test::coloursClose(shown.pixelColor(x, y), expected.pixelColor(x, y)) &&
+                        wrong++ == 0)
+                        first = {x, y};
+            EXPECT_EQ(wrong, 0) << "stale or stray device pixels, the first at " << first.x()
+                                << ", " << first.y();
+        }
+    }
+}
+
 TEST_F(WaveformViewTest, RulerScrubsWhilePausedAndTheLoopButtonClicks) {
     struct Case {
         bool playing;
@@ -421,12 +516,10 @@ TEST_F(WaveformViewTest, CursorMovesWithoutRepaintingTheWaveformAndScrollingPain
 
     const qint64 pixels = view.waveformPixelsDrawn();
     // A frame's worth of movement during playback: three points.
-    const QList<QRect> cursorPaints = paintsAfter([&] { view.setCurrentFrame(150); });
+    const QRegion cursorPaints = paintsAfter([&] { view.setCurrentFrame(150); });
     ASSERT_FALSE(cursorPaints.isEmpty());
-    QRect painted;
-    for (const QRect& rect : cursorPaints)
-        painted |= rect;
-    EXPECT_LE(painted.width(), 3 + 11) << "the strips of the old and the new line only";
+    EXPECT_LE(cursorPaints.boundingRect().width(), 3 + 11)
+        << "the strips of the old and the new line only";
     EXPECT_EQ(view.waveformPixelsDrawn(), pixels) << "the waveform was redrawn";
 
     // Ten points of scrolling draw a strip ten points wide, in whole device pixels.
