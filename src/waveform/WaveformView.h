@@ -34,7 +34,8 @@ namespace tesk {
 /// "visibleFrames", "zoomLevel" (double).
 ///
 /// The waveform is drawn through a two-image strip cache, so scrolling paints only the newly
-/// exposed strip; the play position moves by repainting two narrow strips over the cache.
+/// exposed strip; the play position moves by repainting two narrow strips over the cache, and a
+/// loop edge by repainting the strip it swept.
 ///
 /// Main thread only.
 class WaveformView : public SBindingView, private WaveformDelegate {
