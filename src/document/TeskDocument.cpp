@@ -528,6 +528,9 @@ bool TeskDocument::performLoopExportToFile(const QVariantMap& options) {
         withLoop && mLoopRange.length > 0 ? std::optional(mLoopRange) : std::nullopt;
     if (player->isFilePlaying())
         stopFilePlaying();
+    // An export holds its range alone: a loop played before must not wrap it. Playback sets
+    // looping again when it starts.
+    player->setLooping(false);
     player->setDelegate(this);
     player->clearCancelWriteToFile();
     mExportThread = std::thread([this, player, range, path] {

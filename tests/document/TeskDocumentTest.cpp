@@ -553,6 +553,42 @@ TEST_F(DocumentTest, ExportsTheLoopInTheBackgroundAndReportsOnTheMainThread) {
     EXPECT_TRUE(delegate.failure.localizedDescription().contains("song.m4a"));
 }
 
+TEST_F(DocumentTest, AnExportHoldsItsRangeWhateverLoopPlayedBefore) {
+    // A second each of 440, 660 and 880 Hz: what an export holds shows by its pitch.
+    std::vector<float> tones;
+    for (const double frequency : {440.0, 660.0, 880.0}) {
+        const auto tone = sine(frequency, 0.5, kRate);
+        tones.insert(tones.end(), tone.begin(), tone.end());
+    }
+    ASSERT_TRUE(writeWav(path("song.wav"), {tones, tones}, kRate));
+    auto document = openSong(path("song.wav"));
+    document->setLoopRange({kRate / 4, kRate / 2});
+    document->startFileLooping();
+    document->stopFilePlaying();
+
+    // The whole song, and a loop moved past the one that played; `at` is a second of the file.
+    const struct {
+        const char* name;
+        LoopRange loop;
+        bool withLoop;
+        double at, frequency;
+    } cases[] = {{"the song", {kRate / 4, kRate / 2}, false, 2.25, 880.0},
+                 {"a loop set after looping", {2 * kRate + 4410, kRate / 2}, true, 0.1, 880.0}};
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        document->setLoopRange(c.loop);
+        const QString output = path("export.aif");
+        ASSERT_TRUE(document->performLoopExportToFile(
+            {{"destinationFile", output}, {"exportingWithLoop", c.withLoop}}));
+        document->waitForExport();
+        const auto file = openDecoded(output);
+        ASSERT_TRUE(file);
+        const auto heard = readChannels(*file, qint64(c.at * kRate), 4410)[0];
+        EXPECT_NEAR(toneAmplitude(heard, c.frequency), 0.5, 0.05);
+        EXPECT_LT(toneAmplitude(heard, 440.0), 0.05);
+    }
+}
+
 TEST_F(DocumentTest, AnExportCutShortLeavesTheFileItWouldHaveReplaced) {
     const QString song = writeSong("song.wav", 30.0);
     const QByteArray original("the take to keep");
