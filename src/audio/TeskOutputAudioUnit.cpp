@@ -524,6 +524,12 @@ TeskOutputAudioUnit::writeSamplesInTwoParts(const DecodedFrames& frames, qint64 
             continue;
         readSecond(from, want);
         for (std::int64_t i = 0; i < want; ++i) {
+            // The second half renders on past the range for the join's sake; the last slice
+            // is filled with silence, as a one-part export's is.
+            if (written + i >= total) {
+                left[std::size_t(i)] = right[std::size_t(i)] = 0.0f;
+                continue;
+            }
             const std::int64_t inJoin = written + i - joinStart;
             if (inJoin < kCrossfade) {
                 const auto at = std::size_t(inJoin);

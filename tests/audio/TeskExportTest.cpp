@@ -247,9 +247,10 @@ TEST(TeskExport, AnUnwritableFileRaisesOnTheExportThread) {
     EXPECT_FALSE(result.error->localizedDescription().isEmpty());
 }
 
-TEST(TeskExport, TheRangesLastFramesKeepTheirLevelWhereTheSongGoesOn) {
+TEST(TeskExport, TheRangeEndsAtItsLastFrameWhereTheSongGoesOn) {
     // A tone that goes on past the range, two octaves down at double speed: forwards and
     // backwards through the reader, and a range long enough for two halves rendered at once.
+    // The range's last frames keep their level, and nothing after them gets in.
     const struct {
         float speed;
         LoopRange range;
@@ -271,5 +272,7 @@ TEST(TeskExport, TheRangesLastFramesKeepTheirLevelWhereTheSongGoesOn) {
         const double steadyDb = test::rmsDb(std::span(back.left).subspan(frames / 2, 4410));
         const double endDb = test::rmsDb(std::span(back.left).subspan(frames - 4410, 4410));
         EXPECT_GE(endDb, steadyDb - 0.25);
+        // What fills the last slice after the range is silence, not the song going on.
+        EXPECT_EQ(test::rms(std::span(back.left).subspan(frames)), 0.0);
     }
 }
