@@ -91,6 +91,9 @@ void ProcessingChain::applyVocalBand() noexcept {
 }
 
 void ProcessingChain::reset() {
+    // Settings made while nothing rendered hold from the first frame: the equalizer's glides
+    // and fades are for changes heard while it plays.
+    applyParameters();
     mEqualizer.reset();
     mTimePitch.reset();
     mVocalRemover.reset();

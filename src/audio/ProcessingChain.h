@@ -122,7 +122,8 @@ public:
     bool outOfPhase() const noexcept { return mOutOfPhase.load(); }
 
     /// Forgets the audio inside the chain (equalizer, stretcher, vocal remover), so the next
-    /// slice starts afresh from the source's next frames.
+    /// slice starts afresh from the source's next frames, with the newest equalizer settings
+    /// in place rather than gliding to them.
     /// Rendering thread, or any thread while nothing renders.
     void reset();
 

@@ -128,6 +128,33 @@ TEST(ProcessingChain, EqualizerAndVocalReductionFollowTheirSwitches) {
     EXPECT_NEAR(test::toneAmplitude(reduced.steadyLeft(), 8000.0), 0.3, 0.03);
 }
 
+TEST(ProcessingChain, EqualizerSettingsMadeWhileStoppedHoldFromTheFirstFrame) {
+    // A cut set before an export (or a playback: both start with a reset) is not faded in over
+    // its first frames: a new chain's equalizer starts switched off, and gains set earlier do
+    // not glide from the old ones.
+    const auto tone = test::sine(8000.0, 0.3, 44100);
+    for (const bool changed : {false, true}) {
+        SCOPED_TRACE(changed ? "changed after an earlier export" : "a new chain");
+        ProcessingChain chain(44100.0, TimePitchQuality::Standard);
+        VectorSource first(tone, tone);
+        chain.setSource(&first);
+        if (changed) {
+            chain.setEqualizerEnabled(true);
+            chain.beginExport();
+            std::vector<float> left(512), right(512);
+            chain.renderForExport(left.data(), right.data(), 512);
+        }
+        chain.setEqualizerGains({0, 0, 0, 0, 0, 0, 0, 0, -20, -20});
+        chain.setEqualizerEnabled(true);
+        VectorSource source(tone, tone);
+        chain.setSource(&source);
+        chain.beginExport();
+        std::vector<float> left(512), right(512);
+        ASSERT_EQ(chain.renderForExport(left.data(), right.data(), 512), 512u);
+        EXPECT_LT(test::toneAmplitude(std::span(left).subspan(64, 256), 8000.0), 0.3 * 0.15);
+    }
+}
+
 TEST(ProcessingChain, PlaysAtTheExtremesOfSpeedAndPitch) {
     // Every speed from 0.05 to 4 and every pitch from -24 to +24 semitones: sound comes out,
     // finite and within range, with no silence where the song plays.
