@@ -714,9 +714,10 @@ void TeskDocumentWindowController::fileExportDidFail(const QString& path, const 
 QString TeskDocumentWindowController::askDocumentPath(const QString& proposed) {
     QFileDialog dialog(this, tr("Save Practice Document"), proposed, tr("Tesk document (*.tesk)"));
     dialog.setAcceptMode(QFileDialog::AcceptSave);
-    // The extension goes on before the dialog checks for a file to replace, so it asks about
-    // the file that will be written.
+    // The dialog adds the extension only to a name without a dot ("Solo 1.5x" stays as it is),
+    // so the window asks about the file that will be written, once the name is final.
     dialog.setDefaultSuffix(QStringLiteral("tesk"));
+    dialog.setOption(QFileDialog::DontConfirmOverwrite);
     if (dialog.exec() != QDialog::Accepted || dialog.selectedFiles().isEmpty())
         return {};
     return dialog.selectedFiles().first();
@@ -735,8 +736,11 @@ void TeskDocumentWindowController::save(bool askForName) {
                                                        : askDocumentPath(proposed);
         if (path.isEmpty())
             return;
-        url = QUrl::fromLocalFile(
-            path.endsWith(QStringLiteral(".tesk")) ? path : path + QStringLiteral(".tesk"));
+        const QString destination = WindowRules::documentPath(path);
+        const bool itself = QFileInfo(destination) == QFileInfo(mDocument->fileURL().toLocalFile());
+        if (QFileInfo::exists(destination) && !itself && !askReplaceFile(destination))
+            return;
+        url = QUrl::fromLocalFile(destination);
     }
     TeskError error;
     if (!mDocument->saveToURL(url, &error)) {

@@ -110,4 +110,10 @@ QString exportPath(const QString& chosen, int formatIndex) {
     return base + QLatin1Char('.') + QLatin1String(extension);
 }
 
+QString documentPath(const QString& chosen) {
+    return chosen.endsWith(QLatin1String(".tesk"), Qt::CaseInsensitive)
+               ? chosen
+               : chosen + QLatin1String(".tesk");
+}
+
 } // namespace tesk::WindowRules

@@ -79,5 +79,9 @@ std::int32_t wheelFrameOffset(double delta);
 /// 1) in place of an export extension it has, or after its name. Empty for any other index.
 QString exportPath(const QString& chosen, int formatIndex);
 
+/// The practice document's path: `chosen` as it is when it ends in ".tesk" (in any case), or
+/// with ".tesk" after its name.
+QString documentPath(const QString& chosen);
+
 } // namespace WindowRules
 } // namespace tesk

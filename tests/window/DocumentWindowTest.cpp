@@ -335,6 +335,16 @@ TEST(DocumentWindow, KeysAndClicksInTheMiddleOfThingsLoseNothing) {
     window->perform(WindowCommand::Save);
     ASSERT_FALSE(document->isDocumentEdited());
     EXPECT_FALSE(window->isWindowModified());
+    // Saved as a name with a dot, which the dialog leaves without the extension: the window
+    // asks about the file it would replace (the answer is No); saved as itself, it asks nothing.
+    ASSERT_TRUE(writeFile(dir.filePath("Solo 1.5x.tesk"), "another practice"));
+    app.documentAnswer = dir.filePath("Solo 1.5x");
+    window->perform(WindowCommand::SaveAs);
+    EXPECT_EQ(app.replaceQuestions, QStringList{dir.filePath("Solo 1.5x.tesk")});
+    EXPECT_EQ(readFile(dir.filePath("Solo 1.5x.tesk")), "another practice");
+    app.documentAnswer = dir.filePath("take.tesk");
+    window->perform(WindowCommand::SaveAs);
+    EXPECT_EQ(app.replaceQuestions.size(), 1);
     QTest::mouseClick(waveform, Qt::LeftButton, {}, waveform->waveformRect().center().toPoint());
     EXPECT_FALSE(document->isDocumentEdited());
 

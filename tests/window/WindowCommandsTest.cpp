@@ -134,3 +134,16 @@ TEST(WindowRules, TheExportFormatReplacesTheChosenExtension) {
     for (const auto& c : cases)
         EXPECT_EQ(WindowRules::exportPath(c.chosen, c.format), c.path) << c.chosen;
 }
+
+TEST(WindowRules, ADocumentNameGetsItsExtensionUnlessItHasIt) {
+    const struct {
+        const char* chosen;
+        const char* path;
+    } cases[] = {
+        {"/music/take", "/music/take.tesk"},         {"/music/take.tesk", "/music/take.tesk"},
+        {"/music/take.TESK", "/music/take.TESK"},    {"/music/Solo 1.5x", "/music/Solo 1.5x.tesk"},
+        {"/music/take.wav", "/music/take.wav.tesk"},
+    };
+    for (const auto& c : cases)
+        EXPECT_EQ(WindowRules::documentPath(c.chosen), c.path) << c.chosen;
+}
