@@ -485,12 +485,13 @@ void TeskDocumentWindowController::handleLoopButton() {
 
 bool TeskDocumentWindowController::eventFilter(QObject* watched, QEvent* event) {
     // Every key typed in this window reaches the window's commands, whichever view has focus,
-    // except in text fields and pop-ups, which need their keys.
+    // except in text fields, pop-ups and the menu bar (which keeps the keys after Escape closes
+    // a menu), which need their keys.
     if (event->type() != QEvent::KeyPress || mClosed)
         return false;
     auto* widget = qobject_cast<QWidget*>(watched);
     if (widget == nullptr || widget->window() != this || qobject_cast<QLineEdit*>(widget) ||
-        qobject_cast<QComboBox*>(widget))
+        qobject_cast<QComboBox*>(widget) || qobject_cast<QMenuBar*>(widget))
         return false;
     auto* key = static_cast<QKeyEvent*>(event);
     // Escape in the middle of a drag belongs to the view dragged in, which puts back what the

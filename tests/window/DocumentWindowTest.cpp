@@ -394,6 +394,20 @@ TEST(DocumentWindow, KeysAndClicksInTheMiddleOfThingsLoseNothing) {
     EXPECT_EQ(waveform->currentFrame(), 441);
     EXPECT_EQ(time->currentFrame(), 441);
 
+    // Escape that closes a menu leaves the keys with the menu bar, and it gets them: they
+    // leave the loop and the position alone.
+    QMenuBar* bar = window->menuBar();
+    for (const Qt::Key key : {Qt::Key_Escape, Qt::Key_Right}) {
+        QTest::mouseClick(bar, Qt::LeftButton, {},
+                          bar->actionGeometry(editMenu->menuAction()).center());
+        ASSERT_NE(QApplication::activePopupWidget(), nullptr);
+        QTest::keyClick(QApplication::activePopupWidget(), Qt::Key_Escape);
+        QTest::keyClick(bar, key);
+    }
+    QTest::keyClick(bar, Qt::Key_Escape);
+    EXPECT_EQ(document->loopRange(), (LoopRange{kRate, kRate}));
+    EXPECT_EQ(document->currentFrame(), 441);
+
     // A preset picked with the mouse leaves the keys to the window: Space plays.
     document->setEffectsVisible(true);
     auto* preset = window->findChild<QComboBox*>();
