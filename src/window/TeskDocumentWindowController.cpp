@@ -748,6 +748,9 @@ void TeskDocumentWindowController::save(bool askForName) {
         presentError(error);
         return;
     }
+    // Open Recent then brings back the practice, not the bare song it was made from.
+    if (mServices.documents)
+        mServices.documents->noteNewRecentDocumentURL(url);
     synchronizeWindowTitleWithDocumentName();
 }
 

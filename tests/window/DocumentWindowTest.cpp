@@ -335,6 +335,8 @@ TEST(DocumentWindow, KeysAndClicksInTheMiddleOfThingsLoseNothing) {
     window->perform(WindowCommand::Save);
     ASSERT_FALSE(document->isDocumentEdited());
     EXPECT_FALSE(window->isWindowModified());
+    EXPECT_EQ(app.documents->recentDocumentURLs().value(0),
+              QUrl::fromLocalFile(QFileInfo(dir.filePath("take.tesk")).canonicalFilePath()));
     // Saved as a name with a dot, which the dialog leaves without the extension: the window
     // asks about the file it would replace (the answer is No); saved as itself, it asks nothing.
     ASSERT_TRUE(writeFile(dir.filePath("Solo 1.5x.tesk"), "another practice"));
