@@ -160,6 +160,12 @@ LoopDrag loopRangeForDrag(const WaveformGeometry& geometry, double startPoint, d
 LoopRange extendLoopToNewFrame(LoopRange loop, qint64 currentFrame, qint64 frame, qint64& anchor) {
     qint64 from = 0;
     qint64 to = 0;
+    const qint64 start = loop.location;
+    const qint64 end = start + loop.length;
+    // A loop set some other way (opened, undone, resized, selected whole) has no anchor of its
+    // own yet: the end farther from the play position stays put.
+    if (loop.length != 0 && anchor != start && anchor != end)
+        anchor = std::abs(currentFrame - start) > std::abs(currentFrame - end) ? start : end;
     if (loop.length == 0) {
         from = std::min(currentFrame, frame);
         to = std::max(currentFrame, frame);

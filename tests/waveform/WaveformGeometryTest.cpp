@@ -233,6 +233,10 @@ TEST(WaveformGeometry, ExtendingTheLoopKeepsItsAnchor) {
         {"inside the loop", {1000, 4000}, 1000, 5000, 3000, {1000, 2000}, 1000},
         {"after the loop", {1000, 4000}, 1000, 3000, 9000, {1000, 8000}, 1000},
         {"inside, anchored at the end", {1000, 4000}, 5000, 1000, 2000, {2000, 3000}, 5000},
+        // A loop set some other way: the end farther from the play position holds.
+        {"set elsewhere, inside", {30000, 15000}, 0, 40000, 41000, {30000, 11000}, 30000},
+        {"set elsewhere, after", {1000, 4000}, 9999, 4000, 9000, {1000, 8000}, 1000},
+        {"set elsewhere, before", {1000, 4000}, 0, 2000, 500, {500, 4500}, 5000},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
