@@ -806,7 +806,8 @@ void WaveformView::paintLoopButton(QPainter& painter) {
     painter.save();
     painter.translate(rect.center());
     painter.scale(mButtonScale, mButtonScale);
-    loopButtonImage(mPlaying, mLoopButtonPressed)
+    // Pause only while the loop itself plays: during plain playback a click starts the loop.
+    loopButtonImage(mPlaying && mLooping, mLoopButtonPressed)
         .draw(painter, QPointF(-rect.width() / 2, -rect.height() / 2));
     painter.restore();
 }

@@ -480,6 +480,17 @@ TEST_F(WaveformViewTest, RulerScrubsWhilePausedAndTheLoopButtonClicks) {
     release({100, 100});
     EXPECT_EQ(clicks, 1) << "released outside the button";
     EXPECT_EQ(model.loopRange(), (LoopRange{20000, 5000})) << "the button is not the loop";
+    // It shows what a click does: pause only while the loop itself plays.
+    const auto centre = [&] {
+        return test::pixelAt(test::grabImage(view), button.center().x(), button.center().y());
+    };
+    const QColor play = centre();
+    view.setPlaying(true);
+    EXPECT_EQ(centre(), play) << "playing, not looping";
+    view.setLooping(true);
+    EXPECT_NE(centre(), play) << "looping";
+    view.setPlaying(false);
+    view.setLooping(false);
     model.setLoopRange({});
     EXPECT_TRUE(view.loopButtonHitRect().isEmpty()) << "no loop, no button";
 }
