@@ -100,6 +100,9 @@ QPoint HUDPitchControlView::calloutTip() const {
 }
 
 void HUDPitchControlView::showCalloutBriefly() {
+    // A menu's step while the speed control shows: no bubble beside a control nobody sees.
+    if (!isVisible())
+        return;
     mCallout->showAt(calloutTip(), TransportRules::pitchText(mPitchAdjustment));
     mCallout->fadeOutLater();
 }

@@ -134,6 +134,15 @@ TEST(HUDPitchControlView, TicksTheSlotAndTheWheelSetTheBoundPitch) {
     EXPECT_FALSE(view.canIncreasePitch());
     view.step(TransportRules::PitchStep::DownOctave);
     EXPECT_EQ(model.pitchAdjustment, 12.0);
+    EXPECT_TRUE(view.callout()->isVisible());
+    // Stepped from the menu while the speed control shows, the hidden control shows no bubble.
+    view.callout()->hide();
+    view.hide();
+    view.step(TransportRules::PitchStep::Up);
+    EXPECT_EQ(model.pitchAdjustment, 12.5);
+    EXPECT_FALSE(view.callout()->isVisible());
+    view.step(TransportRules::PitchStep::Down);
+    view.show();
     // Screen readers read the value as words and can set it.
     QAccessibleInterface* reader = QAccessible::queryAccessibleInterface(&view);
     ASSERT_NE(reader, nullptr);
