@@ -15,7 +15,7 @@ void describeOptions(QCommandLineParser& parser) {
     parser.addHelpOption();
     parser.addVersionOption();
     parser.addPositionalArgument(QStringLiteral("FILE"),
-                                 QStringLiteral("Songs (MP3, M4A, AAC, AIFF, WAV) or practice "
+                                 QStringLiteral("Songs (MP3, M4A, AIFF, WAV) or practice "
                                                 "documents (.tesk) to open."),
                                  QStringLiteral("[FILE...]"));
 }

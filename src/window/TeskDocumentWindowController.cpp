@@ -862,7 +862,7 @@ void TeskDocumentWindowController::locateSong() {
         mServices.askSongFile
             ? mServices.askSongFile(this, startFolder)
             : QFileDialog::getOpenFileName(this, tr("Locate the Song"), startFolder,
-                                           tr("Songs (*.mp3 *.m4a *.aac *.aif *.aiff *.wav)"));
+                                           tr("Songs (*.mp3 *.m4a *.aif *.aiff *.aifc *.wav)"));
     if (path.isEmpty())
         return;
     mDocument->setAudioFileURL(QUrl::fromLocalFile(path));

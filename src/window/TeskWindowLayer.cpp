@@ -45,8 +45,8 @@ QStringList TeskWindowLayer::runOpenPanel() {
     QPointer<QFileDialog> dialog =
         new QFileDialog(QApplication::activeWindow(), QObject::tr("Open"));
     dialog->setFileMode(QFileDialog::ExistingFiles);
-    dialog->setNameFilters({QObject::tr("Songs and practice documents (*.tesk *.mp3 *.m4a *.aac "
-                                        "*.aif *.aiff *.wav)"),
+    dialog->setNameFilters({QObject::tr("Songs and practice documents (*.tesk *.mp3 *.m4a "
+                                        "*.aif *.aiff *.aifc *.wav)"),
                             QObject::tr("All files (*)")});
     const bool accepted = dialog->exec() == QDialog::Accepted;
     if (!dialog)
