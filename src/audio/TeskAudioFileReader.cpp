@@ -266,38 +266,51 @@ void TeskAudioFileReader::applySeamCrossfade(const Plan& plan, std::int64_t star
     const std::int64_t loopEnd = loopStart + plan.range.length;
     const std::int64_t decoded = mFrames->decodedFrameCount();
     const std::int64_t half = plan.range.length / 2;
-    std::int64_t fadeStart;
-    std::int64_t fadeFrames;
-    std::int64_t partnerOffset;
-    if (!plan.reverse) {
-        // Forwards the seam is the loop's end; its partner stretch lies just before the start.
-        fadeFrames = std::min<std::int64_t>({kLoopCrossfadeFrames, loopStart, half});
-        fadeStart = loopEnd - fadeFrames;
-        partnerOffset = -std::int64_t(plan.range.length);
-    } else {
-        // Backwards the seam is the loop's start; its partner lies just after the end.
-        fadeFrames = std::min<std::int64_t>({kLoopCrossfadeFrames, decoded - loopEnd, half});
-        fadeStart = loopStart;
-        partnerOffset = plan.range.length;
-    }
-    const std::int64_t from = std::max(start, fadeStart);
-    const std::int64_t to = std::min(start + count, fadeStart + fadeFrames);
-    if (fadeFrames <= 0 || from >= to)
+    // Forwards the partner stretch lies just before the loop's start, backwards just after its
+    // end. A loop at the song's edge has none: its seam fades out to silence instead, and the
+    // far side of the wrap fades in from it.
+    const std::int64_t partnerFrames = plan.reverse ? decoded - loopEnd : loopStart;
+    const bool toSilence = partnerFrames < std::int64_t(kLoopCrossfadeFrames / 4);
+    const std::int64_t fadeFrames =
+        toSilence ? std::min<std::int64_t>(kLoopCrossfadeFrames, half)
+                  : std::min<std::int64_t>({kLoopCrossfadeFrames, partnerFrames, half});
+    if (fadeFrames <= 0)
         return;
-    const auto frames = std::uint32_t(to - from);
-    float partnerLeft[kLoopCrossfadeFrames];
-    float partnerRight[kLoopCrossfadeFrames];
-    const std::int64_t read =
-        mFrames->readFrames(from + partnerOffset, frames, partnerLeft, partnerRight);
-    for (std::int64_t frame = from; frame < from + read; ++frame) {
-        // The weight of the partner grows towards the seam.
-        const std::int64_t towardsSeam =
-            plan.reverse ? fadeStart + fadeFrames - 1 - frame + 1 : frame - fadeStart + 1;
-        const float weight = float(towardsSeam) / float(fadeFrames + 1);
-        const std::size_t i = std::size_t(frame - start);
-        const std::size_t j = std::size_t(frame - from);
-        left[i] = left[i] * (1.0f - weight) + partnerLeft[j] * weight;
-        right[i] = right[i] * (1.0f - weight) + partnerRight[j] * weight;
+    const std::int64_t fadeStart = plan.reverse ? loopStart : loopEnd - fadeFrames;
+    const std::int64_t partnerOffset =
+        plan.reverse ? std::int64_t(plan.range.length) : -std::int64_t(plan.range.length);
+    // How far into a fade `frame` is in playing order, from 1 to fadeFrames.
+    const auto step = [&](std::int64_t frame, std::int64_t first) {
+        return plan.reverse ? first + fadeFrames - frame : frame - first + 1;
+    };
+
+    std::int64_t from = std::max(start, fadeStart);
+    std::int64_t to = std::min(start + count, fadeStart + fadeFrames);
+    if (from < to) {
+        float partnerLeft[kLoopCrossfadeFrames] = {};
+        float partnerRight[kLoopCrossfadeFrames] = {};
+        const std::int64_t read =
+            toSilence ? to - from
+                      : mFrames->readFrames(from + partnerOffset, std::uint32_t(to - from),
+                                            partnerLeft, partnerRight);
+        for (std::int64_t frame = from; frame < from + read; ++frame) {
+            // The weight of the partner grows towards the seam.
+            const float weight = float(step(frame, fadeStart)) / float(fadeFrames + 1);
+            const std::size_t i = std::size_t(frame - start);
+            const std::size_t j = std::size_t(frame - from);
+            left[i] = left[i] * (1.0f - weight) + partnerLeft[j] * weight;
+            right[i] = right[i] * (1.0f - weight) + partnerRight[j] * weight;
+        }
+    }
+    if (!toSilence)
+        return;
+    const std::int64_t fadeInStart = plan.reverse ? loopEnd - fadeFrames : loopStart;
+    from = std::max(start, fadeInStart);
+    to = std::min(start + count, fadeInStart + fadeFrames);
+    for (std::int64_t frame = from; frame < to; ++frame) {
+        const float gain = float(step(frame, fadeInStart)) / float(fadeFrames + 1);
+        left[std::size_t(frame - start)] *= gain;
+        right[std::size_t(frame - start)] *= gain;
     }
 }
 

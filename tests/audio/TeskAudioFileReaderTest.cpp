@@ -17,10 +17,12 @@ namespace {
 /// A reader of `song` started at `frame` (looping over `loop` if it has a length), pulled from
 /// the way the renderer does, waiting between empty pulls.
 struct Puller {
-    Puller(std::shared_ptr<const DecodedFrames> song, std::int64_t frame, LoopRange loop = {}) {
+    Puller(std::shared_ptr<const DecodedFrames> song, std::int64_t frame, LoopRange loop = {},
+           bool reverse = false) {
         reader.setAudioFile(std::move(song));
         reader.setLoopRange(loop);
         reader.setLooping(loop.length > 0);
+        reader.setReverse(reverse);
         reader.setCurrentFrame(frame);
         reader.start();
     }
@@ -210,11 +212,24 @@ TEST(TeskAudioFileReader, LoopsWrapFrameExactlyWithAShortCrossfadeBeforeTheSeam)
 
 TEST(TeskAudioFileReader, LoopSeamsOfADiscontinuousSignalDoNotClick) {
     // A sine whose phase jumps at the seam: without the crossfade the wrap would jump by up to
-    // twice its amplitude.
-    Puller puller(MemorySong::sine(30000, 440.0, 0.5), 9000, {5000, 5037});
-    ASSERT_EQ(puller.pull(4000), 4000u);
+    // twice its amplitude. A loop at the song's start (or, backwards, at its end) has nothing
+    // beyond its seam to cross into.
+    const struct {
+        const char* name;
+        std::int64_t from;
+        LoopRange loop;
+        bool reverse;
+    } cases[] = {{"inside the song", 9000, {5000, 5037}, false},
+                 {"backwards, inside the song", 9000, {5000, 5037}, true},
+                 {"at the song's start", 0, {0, 9037}, false},
+                 {"backwards, at the song's end", 30000, {20000, 10000}, true}};
     const double sineStep = 2.0 * M_PI * 440.0 / 44100.0 * 0.5; // largest step of the sine
-    EXPECT_LT(test::largestStep(puller.left), 2.0 * sineStep);
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        Puller puller(MemorySong::sine(30000, 440.0, 0.5), c.from, c.loop, c.reverse);
+        ASSERT_EQ(puller.pull(20000), 20000u);
+        EXPECT_LT(test::largestStep(puller.left), 2.0 * sineStep);
+    }
 }
 
 TEST(TeskAudioFileReader, WaitsForFramesThatAreStillDecoding) {
