@@ -141,6 +141,8 @@ void AheadRenderer::renderAudio(float* left, float* right, std::uint32_t frameCo
         mSeenGeneration = generation;
         mAwaitingFirstBlock = true;
         mHasPendingHeard = false;
+        mFadeOutPending = true;
+        mFadedIn = 0;
     }
 
     std::uint32_t done = 0;
@@ -148,16 +150,30 @@ void AheadRenderer::renderAudio(float* left, float* right, std::uint32_t frameCo
     while (done < frameCount) {
         const std::uint64_t read = mReadCount.load(std::memory_order_relaxed);
         if (read == mWriteCount.load(std::memory_order_acquire)) {
-            if (!mAwaitingFirstBlock)
+            if (!mAwaitingFirstBlock) {
                 mUnderruns.fetch_add(1, std::memory_order_relaxed);
+                // The ring ran dry: what this period has fades out, and the sound fades back
+                // in once it comes.
+                const std::uint32_t frames = std::min(done, kSeekFadeFrames);
+                for (std::uint32_t i = 0; i < frames; ++i) {
+                    const float gain = float(frames - i) / float(frames + 1);
+                    left[done - frames + i] *= gain;
+                    right[done - frames + i] *= gain;
+                }
+                mFadedIn = 0;
+            }
             break;
         }
         const Block& block = mBlocks[read % kBlockCount];
         if (block.generation != generation) {
+            if (mFadeOutPending)
+                takeFadeOut(read, generation);
+            mFadeOutPending = false;
             mBlockOffset = 0;
             mReadCount.store(read + 1, std::memory_order_release);
             continue;
         }
+        mFadeOutPending = false;
         mAwaitingFirstBlock = false;
         // The period's first block says what is heard as the period starts; one from before
         // the source supplied anything names no frame, and the position stays where it was.
@@ -171,6 +187,7 @@ void AheadRenderer::renderAudio(float* left, float* right, std::uint32_t frameCo
         const std::uint32_t take = std::min(kBlockFrames - mBlockOffset, frameCount - done);
         std::copy_n(block.left.data() + mBlockOffset, take, left + done);
         std::copy_n(block.right.data() + mBlockOffset, take, right + done);
+        fadeIn(left + done, right + done, take);
         done += take;
         mBlockOffset += take;
         if (mBlockOffset == kBlockFrames) {
@@ -180,6 +197,50 @@ void AheadRenderer::renderAudio(float* left, float* right, std::uint32_t frameCo
     }
     std::fill(left + done, left + frameCount, 0.0f);
     std::fill(right + done, right + frameCount, 0.0f);
+    mixFadeOut(left, right, frameCount);
+}
+
+void AheadRenderer::takeFadeOut(std::uint64_t read, std::uint64_t generation) {
+    // The blocks between the read and the write counts stay as they are while the callback
+    // holds them; the old ones follow on from what was played last.
+    const std::uint64_t written = mWriteCount.load(std::memory_order_acquire);
+    std::uint32_t offset = mBlockOffset;
+    mFadeOutFrames = 0;
+    mFadeOutMixed = 0;
+    while (mFadeOutFrames < kSeekFadeFrames && read != written) {
+        const Block& block = mBlocks[read % kBlockCount];
+        if (block.generation == generation)
+            break;
+        const std::uint32_t take =
+            std::min(kBlockFrames - offset, kSeekFadeFrames - mFadeOutFrames);
+        std::copy_n(block.left.data() + offset, take, mFadeOutLeft.data() + mFadeOutFrames);
+        std::copy_n(block.right.data() + offset, take, mFadeOutRight.data() + mFadeOutFrames);
+        mFadeOutFrames += take;
+        offset = 0;
+        ++read;
+    }
+    for (std::uint32_t i = 0; i < mFadeOutFrames; ++i) {
+        const float gain = float(kSeekFadeFrames - i) / float(kSeekFadeFrames + 1);
+        mFadeOutLeft[i] *= gain;
+        mFadeOutRight[i] *= gain;
+    }
+}
+
+void AheadRenderer::fadeIn(float* left, float* right, std::uint32_t frameCount) {
+    for (std::uint32_t i = 0; i < frameCount && mFadedIn < kSeekFadeFrames; ++i, ++mFadedIn) {
+        const float gain = float(mFadedIn + 1) / float(kSeekFadeFrames + 1);
+        left[i] *= gain;
+        right[i] *= gain;
+    }
+}
+
+void AheadRenderer::mixFadeOut(float* left, float* right, std::uint32_t frameCount) {
+    const std::uint32_t frames = std::min(frameCount, mFadeOutFrames - mFadeOutMixed);
+    for (std::uint32_t i = 0; i < frames; ++i) {
+        left[i] += mFadeOutLeft[mFadeOutMixed + i];
+        right[i] += mFadeOutRight[mFadeOutMixed + i];
+    }
+    mFadeOutMixed += frames;
 }
 
 } // namespace tesk

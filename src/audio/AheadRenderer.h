@@ -40,6 +40,9 @@ public:
     static constexpr std::uint32_t kBlockFrames = 256;
     /// 16 blocks: about 93 ms ahead at most.
     static constexpr std::uint32_t kBlockCount = 16;
+    /// A start or a seek fades the new sound in, and a seek the old one out, over 1.5 ms: the
+    /// cut and the onset would click. An empty ring fades out and in the same way.
+    static constexpr std::uint32_t kSeekFadeFrames = 64;
 
     explicit AheadRenderer(ProcessingChain& chain);
     ~AheadRenderer() override;
@@ -83,6 +86,11 @@ private:
     };
 
     void run();
+    // Device callback.
+    /// Keeps, faded out, the old sound that would have followed from the block `read` on.
+    void takeFadeOut(std::uint64_t read, std::uint64_t generation);
+    void fadeIn(float* left, float* right, std::uint32_t frameCount);
+    void mixFadeOut(float* left, float* right, std::uint32_t frameCount);
 
     ProcessingChain& mChain;
     TeskSoundDevice* mDevice = nullptr;
@@ -102,6 +110,14 @@ private:
 
     std::uint32_t mPendingPeriod = 0;
     double mPendingStep = 1.0;
+    // A seek's fades: the old sound's tail, mixed in at the start of the next periods, and how
+    // far the new sound has faded in.
+    bool mFadeOutPending = false;
+    std::array<float, kSeekFadeFrames> mFadeOutLeft{};
+    std::array<float, kSeekFadeFrames> mFadeOutRight{};
+    std::uint32_t mFadeOutFrames = 0;
+    std::uint32_t mFadeOutMixed = 0;
+    std::uint32_t mFadedIn = kSeekFadeFrames;
 
     LatestValue<HeardPosition> mHeardReport;
     std::atomic<double> mHeardFrame{0.0};

@@ -211,6 +211,34 @@ TEST(TeskExtendedAudioFilePlayer, ASeekIsHeardFromTheFrameSought) {
     }
 }
 
+TEST(TeskExtendedAudioFilePlayer, StartsAndSeeksWithoutAClick) {
+    // A steady tone, started from silence and sought to places where its phase differs: the
+    // old sound fades out and the new one in, so no sample jumps further than the tone itself
+    // does (a cut would jump by up to its amplitude).
+    const double toneStep = 2.0 * M_PI * 440.0 / 44100.0 * 0.5;
+    for (const float speed : {1.0f, -1.0f}) {
+        SCOPED_TRACE(speed);
+        ManualPlayer manual(MemorySong::sine(44100 * 4, 440.0, 0.5));
+        manual.player.setPlaybackSpeed(speed);
+        manual.player.setCurrentFrame(44100 + 17);
+        manual.player.startFilePlaying();
+        manual.play(8);
+        for (const qint64 frame : {44100 * 3 + 31, 44100 * 2 + 5, 44100 + 50}) {
+            // As in playback at the device's pace, the ring is full when the seek comes.
+            for (int wait = 0;
+                 wait < 20000 && manual.ahead->queuedBlocks() < AheadRenderer::kBlockCount; ++wait)
+                std::this_thread::sleep_for(std::chrono::microseconds(100));
+            manual.player.setCurrentFrame(frame);
+            manual.play(8);
+        }
+        manual.player.stopFilePlaying();
+        std::vector<float> heard{0.0f}; // the silence before the start
+        heard.insert(heard.end(), manual.device->left.begin(), manual.device->left.end());
+        EXPECT_GT(test::rms(heard), 0.2);
+        EXPECT_LT(test::largestStep(heard), 1.5 * toneStep);
+    }
+}
+
 TEST(TeskExtendedAudioFilePlayer, TellsTheEndOfTheSongOnceAndPlaysSilenceAfterIt) {
     ManualPlayer manual(MemorySong::sine(20000, 440.0, 0.5));
     RecordingDelegate delegate;
