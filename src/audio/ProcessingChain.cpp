@@ -14,6 +14,8 @@ ProcessingChain::ProcessingChain(double sampleRate, TimePitchQuality quality)
     , mTimePitch(sampleRate, quality)
     , mVocalRemover(2, 4096)
     , mSpectrumAnalyzer(AudioStreamDescription{sampleRate, 2, false})
+    , mPanLeft(kMaxSliceFrames)
+    , mPanRight(kMaxSliceFrames)
     , mExportLeft(kMaxSliceFrames)
     , mExportRight(kMaxSliceFrames) {
     mEqualizer.setBypassed(true);
@@ -102,6 +104,7 @@ void ProcessingChain::reset() {
     mStarvedFrames = 0;
     mInputRunsWritten = 0;
     mAppliedLevel = mLevel.load(std::memory_order_relaxed);
+    mAppliedPan = panSettings();
     if (mSource)
         mSource->restart();
 }
@@ -270,10 +273,7 @@ void ProcessingChain::processAfterVocalReduction(float* left, float* right,
     mSpectrumAnalyzer.copyFromAudioBufferList(AudioBufferList::stereo(left, right, frameCount),
                                               frameCount);
 
-    if (mPanAdjust.load(std::memory_order_relaxed)) {
-        applyPanMix(left, right, frameCount, mPanAmount.load(std::memory_order_relaxed),
-                    mOutOfPhase.load(std::memory_order_relaxed));
-    }
+    applyPan(left, right, frameCount);
 
     // The level glides across the slice, so a volume change does not click.
     const float target = mLevel.load(std::memory_order_relaxed);
@@ -287,6 +287,37 @@ void ProcessingChain::processAfterVocalReduction(float* left, float* right,
         right[i] *= gain;
     }
     mAppliedLevel = target;
+}
+
+ProcessingChain::PanSettings ProcessingChain::panSettings() const noexcept {
+    return {mPanAdjust.load(std::memory_order_relaxed), mPanAmount.load(std::memory_order_relaxed),
+            mOutOfPhase.load(std::memory_order_relaxed)};
+}
+
+void ProcessingChain::applyPan(float* left, float* right, std::uint32_t frameCount) {
+    const PanSettings pan = panSettings();
+    if (pan == mAppliedPan) {
+        if (pan.enabled)
+            applyPanMix(left, right, frameCount, pan.amount, pan.outOfPhase);
+        return;
+    }
+    // A switch or a move of the pan glides from the old mix to the new across the slice: out
+    // of phase, in one step, would click.
+    frameCount = std::min(frameCount, kMaxSliceFrames);
+    std::copy_n(left, frameCount, mPanLeft.data());
+    std::copy_n(right, frameCount, mPanRight.data());
+    if (mAppliedPan.enabled) {
+        applyPanMix(mPanLeft.data(), mPanRight.data(), frameCount, mAppliedPan.amount,
+                    mAppliedPan.outOfPhase);
+    }
+    if (pan.enabled)
+        applyPanMix(left, right, frameCount, pan.amount, pan.outOfPhase);
+    for (std::uint32_t i = 0; i < frameCount; ++i) {
+        const float weight = float(i + 1) / float(frameCount);
+        left[i] = mPanLeft[i] + (left[i] - mPanLeft[i]) * weight;
+        right[i] = mPanRight[i] + (right[i] - mPanRight[i]) * weight;
+    }
+    mAppliedPan = pan;
 }
 
 } // namespace tesk

@@ -203,6 +203,18 @@ private:
 
     // Rendering thread only.
     float mAppliedLevel = 1.0f;
+    /// The pan mix as the last slice applied it: a change glides across the next slice.
+    struct PanSettings {
+        bool enabled = false;
+        double amount = 0.5;
+        bool outOfPhase = false;
+        bool operator==(const PanSettings&) const = default;
+    };
+    PanSettings panSettings() const noexcept;
+    void applyPan(float* left, float* right, std::uint32_t frameCount);
+    PanSettings mAppliedPan;
+    std::vector<float> mPanLeft; // a slice as the old mix leaves it
+    std::vector<float> mPanRight;
     std::uint32_t mExportFlushFrames = 0; // silence fed to the vocal remover after the end
     bool mExportStretchEnded = false;
     std::vector<float> mExportLeft;

@@ -155,6 +155,42 @@ TEST(ProcessingChain, EqualizerSettingsMadeWhileStoppedHoldFromTheFirstFrame) {
     }
 }
 
+TEST(ProcessingChain, PanSwitchesAndMovesGlideWithoutAClick) {
+    // 300 Hz on the left, 700 Hz on the right; the mix changes between two slices, a second in.
+    const struct {
+        const char* name;
+        bool panBefore, outOfPhaseBefore;
+        double amountBefore;
+        bool panAfter, outOfPhaseAfter;
+        double amountAfter;
+    } cases[] = {{"pan on, to the left", false, false, 0.5, true, false, 0.0},
+                 {"out of phase on", true, false, 0.5, true, true, 0.5},
+                 {"pan moved across", true, false, 0.1, true, false, 0.9},
+                 {"pan off, out of phase", true, true, 0.5, false, true, 0.5}};
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        ProcessingChain chain(44100.0, TimePitchQuality::Standard);
+        VectorSource source(test::sine(300.0, 0.5, kFrames), test::sine(700.0, 0.5, kFrames));
+        chain.setSource(&source);
+        chain.setPanAdjust(c.panBefore);
+        chain.setOutOfPhase(c.outOfPhaseBefore);
+        chain.setPanAmount(c.amountBefore);
+        const Rendered before = render(chain, 44100 + 37); // where neither tone is near 0
+        chain.setPanAdjust(c.panAfter);
+        chain.setOutOfPhase(c.outOfPhaseAfter);
+        chain.setPanAmount(c.amountAfter);
+        const Rendered after = render(chain, 44100);
+        for (const auto& [was, is] :
+             {std::pair(&before.left, &after.left), std::pair(&before.right, &after.right)}) {
+            std::vector<float> joined(was->end() - 4410, was->end());
+            joined.insert(joined.end(), is->begin(), is->begin() + 4410);
+            const double steady = std::max(test::largestStep(std::span(*was).subspan(22050, 4410)),
+                                           test::largestStep(std::span(*is).subspan(22050, 4410)));
+            EXPECT_LT(test::largestStep(joined), steady * 1.2);
+        }
+    }
+}
+
 TEST(ProcessingChain, PlaysAtTheExtremesOfSpeedAndPitch) {
     // Every speed from 0.05 to 4 and every pitch from -24 to +24 semitones: sound comes out,
     // finite and within range, with no silence where the song plays.
