@@ -52,6 +52,7 @@ void AheadRenderer::start(TeskSoundDevice& device) {
     mGeneration.fetch_add(1);
     mHasHeardPosition = false;
     mStopping = false;
+    mFadeOutForStop = false;
     mThread = std::thread([this] { run(); });
 
     const auto deadline = Clock::now() + kSourceWait;
@@ -63,6 +64,14 @@ void AheadRenderer::start(TeskSoundDevice& device) {
 
 void AheadRenderer::stop() {
     if (mDevice) {
+        // Pausing the device mid-waveform would click: its next period fades out first.
+        if (mDevice->isRunning()) {
+            mFadedOutForStop.store(false);
+            mFadeOutForStop.store(true);
+            const auto deadline = Clock::now() + kStopFadeWait;
+            while (!mFadedOutForStop.load() && Clock::now() < deadline)
+                std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
         mDevice->stop();
         mDevice = nullptr;
     }
@@ -198,6 +207,21 @@ void AheadRenderer::renderAudio(float* left, float* right, std::uint32_t frameCo
     std::fill(left + done, left + frameCount, 0.0f);
     std::fill(right + done, right + frameCount, 0.0f);
     mixFadeOut(left, right, frameCount);
+
+    if (mFadeOutForStop.load(std::memory_order_acquire)) {
+        // Stopping: this period fades out, and silence follows until the device pauses.
+        const std::uint32_t frames = mFadedOutForStop.load(std::memory_order_relaxed)
+                                         ? 0
+                                         : std::min(frameCount, kSeekFadeFrames);
+        for (std::uint32_t i = 0; i < frames; ++i) {
+            const float gain = float(frames - i) / float(frames + 1);
+            left[i] *= gain;
+            right[i] *= gain;
+        }
+        std::fill(left + frames, left + frameCount, 0.0f);
+        std::fill(right + frames, right + frameCount, 0.0f);
+        mFadedOutForStop.store(true, std::memory_order_release);
+    }
 }
 
 void AheadRenderer::takeFadeOut(std::uint64_t read, std::uint64_t generation) {

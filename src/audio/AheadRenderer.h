@@ -6,6 +6,7 @@
 
 #include <array>
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <optional>
 #include <thread>
@@ -43,13 +44,16 @@ public:
     /// A start or a seek fades the new sound in, and a seek the old one out, over 1.5 ms: the
     /// cut and the onset would click. An empty ring fades out and in the same way.
     static constexpr std::uint32_t kSeekFadeFrames = 64;
+    /// How long a stop waits for its fade-out before it cuts the sound anyway.
+    static constexpr std::chrono::milliseconds kStopFadeWait{100};
 
     explicit AheadRenderer(ProcessingChain& chain);
     ~AheadRenderer() override;
 
     /// Starts rendering ahead and, once a little is ready, `device`. Main thread.
     void start(TeskSoundDevice& device);
-    /// Stops `device` (if it is the one started) and the rendering thread. Main thread.
+    /// Stops `device` (if it is the one started) and the rendering thread. Main thread; waits
+    /// for the device's next period (100 ms at most), which fades the sound out.
     void stop();
     bool isRunning() const { return mThread.joinable(); }
 
@@ -100,6 +104,9 @@ private:
     std::atomic<std::uint64_t> mWriteCount{0};
     std::atomic<std::uint64_t> mReadCount{0};
     std::atomic<std::uint64_t> mGeneration{0}; // raised by each flush
+    // A stop asks the callback to fade out; it says when it has.
+    std::atomic<bool> mFadeOutForStop{false};
+    std::atomic<bool> mFadedOutForStop{false};
 
     // Device callback only.
     std::uint32_t mBlockOffset = 0;

@@ -211,10 +211,10 @@ TEST(TeskExtendedAudioFilePlayer, ASeekIsHeardFromTheFrameSought) {
     }
 }
 
-TEST(TeskExtendedAudioFilePlayer, StartsAndSeeksWithoutAClick) {
-    // A steady tone, started from silence and sought to places where its phase differs: the
-    // old sound fades out and the new one in, so no sample jumps further than the tone itself
-    // does (a cut would jump by up to its amplitude).
+TEST(TeskExtendedAudioFilePlayer, StartsSeeksAndStopsWithoutAClick) {
+    // A steady tone, started from silence, sought to places where its phase differs and
+    // stopped: the old sound fades out and the new one in, so no sample jumps further than the
+    // tone itself does (a cut would jump by up to its amplitude).
     const double toneStep = 2.0 * M_PI * 440.0 / 44100.0 * 0.5;
     for (const float speed : {1.0f, -1.0f}) {
         SCOPED_TRACE(speed);
@@ -231,9 +231,21 @@ TEST(TeskExtendedAudioFilePlayer, StartsAndSeeksWithoutAClick) {
             manual.player.setCurrentFrame(frame);
             manual.play(8);
         }
+        // The device goes on pulling while the stop waits for it.
+        for (int wait = 0;
+             wait < 20000 && manual.ahead->queuedBlocks() < AheadRenderer::kBlockCount; ++wait)
+            std::this_thread::sleep_for(std::chrono::microseconds(100));
+        std::thread device([&] {
+            while (manual.device->isRunning()) {
+                manual.device->pull();
+                std::this_thread::sleep_for(std::chrono::milliseconds(2));
+            }
+        });
         manual.player.stopFilePlaying();
+        device.join();
         std::vector<float> heard{0.0f}; // the silence before the start
         heard.insert(heard.end(), manual.device->left.begin(), manual.device->left.end());
+        heard.push_back(0.0f); // and after the stop
         EXPECT_GT(test::rms(heard), 0.2);
         EXPECT_LT(test::largestStep(heard), 1.5 * toneStep);
     }

@@ -2,6 +2,7 @@
 
 #include "audio/TeskSoundDevice.h"
 
+#include <atomic>
 #include <vector>
 
 namespace tesk::test {
@@ -33,7 +34,7 @@ public:
 
 private:
     AudioRenderer& mRenderer;
-    bool mRunning = false;
+    std::atomic<bool> mRunning{false}; // a test may pull from another thread
 };
 
 } // namespace tesk::test
