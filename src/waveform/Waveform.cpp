@@ -112,6 +112,13 @@ void Waveform::scanFile(std::shared_ptr<const DecodedFrames> frames, const QStri
             going = performOnMainThreadAndWait([this, block] { addBlock(block); });
             startFrame += read;
         }
+        const qint64 exactFrameCount = frames->frameCount();
+        if (going && frames->isDecodingFinished() && exactFrameCount != totalFrameCount)
+            performOnMainThreadAndWait([this, exactFrameCount] {
+                mTotalFrameCount = exactFrameCount;
+                if (mDelegate)
+                    mDelegate->waveformDidLearnFrameCount(this);
+            });
     }
     // A song the worker opened itself closes here, off the main thread.
     frames.reset();

@@ -23,6 +23,9 @@ public:
     virtual void waveformDidBeginScanningFile(Waveform*) {}
     /// `frames` have been summarised: the newest block, just after the previous one.
     virtual void waveformHasAvailableFrames(Waveform*, FrameRange /*frames*/) {}
+    /// Decoding has ended with another length than the one the scan began with (a guess from
+    /// the file's header): `totalFrameCount` is now exact.
+    virtual void waveformDidLearnFrameCount(Waveform*) {}
 };
 
 } // namespace tesk

@@ -199,6 +199,11 @@ void WaveformView::waveformDidBeginScanningFile(Waveform* waveform) {
     geometryDidChange();
 }
 
+void WaveformView::waveformDidLearnFrameCount(Waveform* waveform) {
+    // The length guessed at the start was wrong: the song's end moves to where it really is.
+    waveformDidBeginScanningFile(waveform);
+}
+
 void WaveformView::waveformHasAvailableFrames(Waveform*, FrameRange frames) {
     const double left = mGeometry.pointFromSample(frames.location);
     const double right = mGeometry.pointFromSample(frames.location + frames.length);

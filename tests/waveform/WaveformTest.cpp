@@ -23,6 +23,7 @@ using test::MemorySong;
 struct Recorder : WaveformDelegate {
     int scansBegun = 0;
     qint64 lengthAtBegin = -1;
+    qint64 lengthLearned = -1;
     std::vector<FrameRange> ranges;
     bool misplaced = false;
 
@@ -30,6 +31,10 @@ struct Recorder : WaveformDelegate {
         misplaced |= QThread::currentThread() != qApp->thread() || !ranges.empty();
         ++scansBegun;
         lengthAtBegin = waveform->totalFrameCount();
+    }
+    void waveformDidLearnFrameCount(Waveform* waveform) override {
+        misplaced |= QThread::currentThread() != qApp->thread() || scansBegun != 1;
+        lengthLearned = waveform->totalFrameCount();
     }
     void waveformHasAvailableFrames(Waveform* waveform, FrameRange frames) override {
         const qint64 end = ranges.empty() ? 0 : ranges.back().location + ranges.back().length;
@@ -68,6 +73,26 @@ TEST(Waveform, SummarisesInFileOrderOnTheMainThreadAsTheSongDecodes) {
     // 100 bins and one of 13 frames, centred on them.
     EXPECT_EQ(blocks[2].pointBuffer()->size(), 101u);
     EXPECT_EQ(blocks[2].pointBuffer()->back(), (WaveformPoint{181406.0f, float(frames - 1)}));
+}
+
+TEST(Waveform, ALengthGuessedBeforeDecodingEndsIsCorrectedOnceItHas) {
+    const qint64 frames = 100000;
+    for (const qint64 guess : {frames + 30000, frames - 30000, frames}) {
+        SCOPED_TRACE(guess);
+        const auto song = MemorySong::counting(frames);
+        song->decodeOnlyUpTo(1000);
+        song->guessLength(guess);
+        Recorder recorder;
+        Waveform waveform(song, QUrl(), &recorder);
+        ASSERT_TRUE(QTest::qWaitFor([&] { return recorder.scansBegun == 1; }));
+        EXPECT_EQ(recorder.lengthAtBegin, guess);
+        song->finishDecoding();
+        ASSERT_TRUE(waitForScanEnd(waveform));
+        QCoreApplication::processEvents();
+        EXPECT_EQ(waveform.totalFrameCount(), frames);
+        EXPECT_EQ(recorder.lengthLearned, guess == frames ? -1 : frames) << "told only of a change";
+        EXPECT_FALSE(recorder.misplaced);
+    }
 }
 
 TEST(Waveform, DrawsFromBaseLineToBaseLineAtAboutOneVertexPerPoint) {
