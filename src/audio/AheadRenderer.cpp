@@ -52,7 +52,11 @@ void AheadRenderer::start(TeskSoundDevice& device) {
     mGeneration.fetch_add(1);
     mHasHeardPosition = false;
     mStopping = false;
+    // The device is paused: the callback's state can be set here. Nothing of the sound before
+    // the stop is left to fade.
     mFadeOutForStop = false;
+    mSoundAtPeriodEnd = false;
+    mFadeOutMixed = mFadeOutFrames;
     mThread = std::thread([this] { run(); });
 
     const auto deadline = Clock::now() + kSourceWait;
@@ -66,6 +70,7 @@ void AheadRenderer::stop() {
     if (mDevice) {
         // Pausing the device mid-waveform would click: its next period fades out first.
         if (mDevice->isRunning()) {
+            mStopFaded = 0; // the callback reads it only once it sees the request
             mFadedOutForStop.store(false);
             mFadeOutForStop.store(true);
             const auto deadline = Clock::now() + kStopFadeWait;
@@ -150,7 +155,9 @@ void AheadRenderer::renderAudio(float* left, float* right, std::uint32_t frameCo
         mSeenGeneration = generation;
         mAwaitingFirstBlock = true;
         mHasPendingHeard = false;
-        mFadeOutPending = true;
+        // Only sound that was playing fades out, from the level it had got to.
+        mFadeOutPending = mSoundAtPeriodEnd;
+        mFadeOutFrom = fadeInGain(mFadedIn);
         mFadedIn = 0;
     }
 
@@ -176,14 +183,17 @@ void AheadRenderer::renderAudio(float* left, float* right, std::uint32_t frameCo
         const Block& block = mBlocks[read % kBlockCount];
         if (block.generation != generation) {
             if (mFadeOutPending)
-                takeFadeOut(read, generation);
+                takeFadeOut(read);
             mFadeOutPending = false;
             mBlockOffset = 0;
             mReadCount.store(read + 1, std::memory_order_release);
             continue;
         }
         mFadeOutPending = false;
+        if (mAwaitingFirstBlock)
+            mBlockOffset = 0; // nothing of an earlier stream is left to finish
         mAwaitingFirstBlock = false;
+        mPlayedGeneration = generation;
         // The period's first block says what is heard as the period starts; one from before
         // the source supplied anything names no frame, and the position stays where it was.
         if (!positioned) {
@@ -196,7 +206,11 @@ void AheadRenderer::renderAudio(float* left, float* right, std::uint32_t frameCo
         const std::uint32_t take = std::min(kBlockFrames - mBlockOffset, frameCount - done);
         std::copy_n(block.left.data() + mBlockOffset, take, left + done);
         std::copy_n(block.right.data() + mBlockOffset, take, right + done);
-        fadeIn(left + done, right + done, take);
+        // Silence rendered before the source supplied anything: the fade waits for the sound.
+        if (block.position.known)
+            fadeIn(left + done, right + done, take);
+        else
+            mFadedIn = 0;
         done += take;
         mBlockOffset += take;
         if (mBlockOffset == kBlockFrames) {
@@ -207,52 +221,69 @@ void AheadRenderer::renderAudio(float* left, float* right, std::uint32_t frameCo
     std::fill(left + done, left + frameCount, 0.0f);
     std::fill(right + done, right + frameCount, 0.0f);
     mixFadeOut(left, right, frameCount);
+    mFadeOutPending = false; // a stale block that comes later follows on from nothing heard
+    mSoundAtPeriodEnd = done == frameCount;
 
     if (mFadeOutForStop.load(std::memory_order_acquire)) {
-        // Stopping: this period fades out, and silence follows until the device pauses.
-        const std::uint32_t frames = mFadedOutForStop.load(std::memory_order_relaxed)
-                                         ? 0
-                                         : std::min(frameCount, kSeekFadeFrames);
+        // Stopping: the sound fades out, across periods if they are short, and silence follows
+        // until the device pauses.
+        const std::uint32_t frames = std::min(frameCount, kSeekFadeFrames - mStopFaded);
         for (std::uint32_t i = 0; i < frames; ++i) {
-            const float gain = float(frames - i) / float(frames + 1);
+            const float gain = float(kSeekFadeFrames - mStopFaded - i) / float(kSeekFadeFrames + 1);
             left[i] *= gain;
             right[i] *= gain;
         }
         std::fill(left + frames, left + frameCount, 0.0f);
         std::fill(right + frames, right + frameCount, 0.0f);
-        mFadedOutForStop.store(true, std::memory_order_release);
+        mStopFaded += frames;
+        if (mStopFaded == kSeekFadeFrames)
+            mFadedOutForStop.store(true, std::memory_order_release);
     }
 }
 
-void AheadRenderer::takeFadeOut(std::uint64_t read, std::uint64_t generation) {
+void AheadRenderer::takeFadeOut(std::uint64_t read) {
     // The blocks between the read and the write counts stay as they are while the callback
-    // holds them; the old ones follow on from what was played last.
+    // holds them; those of the stream last played follow on from its last frame.
     const std::uint64_t written = mWriteCount.load(std::memory_order_acquire);
+    std::array<float, kSeekFadeFrames> tailLeft{};
+    std::array<float, kSeekFadeFrames> tailRight{};
+    std::uint32_t frames = 0;
     std::uint32_t offset = mBlockOffset;
-    mFadeOutFrames = 0;
-    mFadeOutMixed = 0;
-    while (mFadeOutFrames < kSeekFadeFrames && read != written) {
+    while (frames < kSeekFadeFrames && read != written) {
         const Block& block = mBlocks[read % kBlockCount];
-        if (block.generation == generation)
+        if (block.generation != mPlayedGeneration)
             break;
-        const std::uint32_t take =
-            std::min(kBlockFrames - offset, kSeekFadeFrames - mFadeOutFrames);
-        std::copy_n(block.left.data() + offset, take, mFadeOutLeft.data() + mFadeOutFrames);
-        std::copy_n(block.right.data() + offset, take, mFadeOutRight.data() + mFadeOutFrames);
-        mFadeOutFrames += take;
+        const std::uint32_t take = std::min(kBlockFrames - offset, kSeekFadeFrames - frames);
+        std::copy_n(block.left.data() + offset, take, tailLeft.data() + frames);
+        std::copy_n(block.right.data() + offset, take, tailRight.data() + frames);
+        frames += take;
         offset = 0;
         ++read;
     }
-    for (std::uint32_t i = 0; i < mFadeOutFrames; ++i) {
-        const float gain = float(kSeekFadeFrames - i) / float(kSeekFadeFrames + 1);
-        mFadeOutLeft[i] *= gain;
-        mFadeOutRight[i] *= gain;
+    for (std::uint32_t i = 0; i < frames; ++i) {
+        const float gain = mFadeOutFrom * float(frames - i) / float(frames + 1);
+        tailLeft[i] *= gain;
+        tailRight[i] *= gain;
     }
+    // A tail still fading from an earlier seek goes on under the new one.
+    const std::uint32_t remaining = mFadeOutFrames - mFadeOutMixed;
+    for (std::uint32_t i = 0; i < remaining; ++i) {
+        tailLeft[i] += mFadeOutLeft[mFadeOutMixed + i];
+        tailRight[i] += mFadeOutRight[mFadeOutMixed + i];
+    }
+    mFadeOutLeft = tailLeft;
+    mFadeOutRight = tailRight;
+    mFadeOutFrames = std::max(frames, remaining);
+    mFadeOutMixed = 0;
+}
+
+float AheadRenderer::fadeInGain(std::uint32_t fadedIn) {
+    return fadedIn >= kSeekFadeFrames ? 1.0f : float(fadedIn) / float(kSeekFadeFrames + 1);
 }
 
 void AheadRenderer::fadeIn(float* left, float* right, std::uint32_t frameCount) {
-    for (std::uint32_t i = 0; i < frameCount && mFadedIn < kSeekFadeFrames; ++i, ++mFadedIn) {
-        const float gain = float(mFadedIn + 1) / float(kSeekFadeFrames + 1);
+    for (std::uint32_t i = 0; i < frameCount && mFadedIn < kSeekFadeFrames; ++i) {
+        const float gain = fadeInGain(++mFadedIn);
         left[i] *= gain;
         right[i] *= gain;
     }

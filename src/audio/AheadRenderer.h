@@ -42,7 +42,8 @@ public:
     /// 16 blocks: about 93 ms ahead at most.
     static constexpr std::uint32_t kBlockCount = 16;
     /// A start or a seek fades the new sound in, and a seek the old one out, over 1.5 ms: the
-    /// cut and the onset would click. An empty ring fades out and in the same way.
+    /// cut and the onset would click. A ring that runs dry in the middle of a period fades out
+    /// and back in the same way.
     static constexpr std::uint32_t kSeekFadeFrames = 64;
     /// How long a stop waits for its fade-out before it cuts the sound anyway.
     static constexpr std::chrono::milliseconds kStopFadeWait{100};
@@ -91,8 +92,10 @@ private:
 
     void run();
     // Device callback.
-    /// Keeps, faded out, the old sound that would have followed from the block `read` on.
-    void takeFadeOut(std::uint64_t read, std::uint64_t generation);
+    /// Keeps, faded out, the sound last played as it would have gone on from the block `read`.
+    void takeFadeOut(std::uint64_t read);
+    /// The gain of the fade-in's frame `fadedIn` (1 to kSeekFadeFrames), or 1 past its end.
+    static float fadeInGain(std::uint32_t fadedIn);
     void fadeIn(float* left, float* right, std::uint32_t frameCount);
     void mixFadeOut(float* left, float* right, std::uint32_t frameCount);
 
@@ -119,12 +122,16 @@ private:
     double mPendingStep = 1.0;
     // A seek's fades: the old sound's tail, mixed in at the start of the next periods, and how
     // far the new sound has faded in.
+    std::uint64_t mPlayedGeneration = 0; // of the last block played
+    bool mSoundAtPeriodEnd = false;      // the last period ended with sound from the ring
     bool mFadeOutPending = false;
+    float mFadeOutFrom = 1.0f; // the level the sound had reached when the seek came
     std::array<float, kSeekFadeFrames> mFadeOutLeft{};
     std::array<float, kSeekFadeFrames> mFadeOutRight{};
     std::uint32_t mFadeOutFrames = 0;
     std::uint32_t mFadeOutMixed = 0;
     std::uint32_t mFadedIn = kSeekFadeFrames;
+    std::uint32_t mStopFaded = 0; // frames of the stop's fade-out done
 
     LatestValue<HeardPosition> mHeardReport;
     std::atomic<double> mHeardFrame{0.0};

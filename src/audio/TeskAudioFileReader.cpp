@@ -262,14 +262,18 @@ void TeskAudioFileReader::applySeamCrossfade(const Plan& plan, std::int64_t star
                                              std::uint32_t count, float* left, float* right) {
     // Near the seam, fade from the frames before it into the frames that will follow it once
     // the loop wraps, so the wrap joins two matching stretches and the loop keeps its length.
+    // The loop as the wrap sees it: one reaching past the song's end wraps at the end.
+    const bool finished = mFrames->isDecodingFinished();
+    const std::int64_t total =
+        finished ? mFrames->frameCount() : std::numeric_limits<std::int64_t>::max();
     const std::int64_t loopStart = plan.range.location;
-    const std::int64_t loopEnd = loopStart + plan.range.length;
-    const std::int64_t decoded = mFrames->decodedFrameCount();
-    const std::int64_t half = plan.range.length / 2;
+    const std::int64_t loopEnd = std::min<std::int64_t>(loopStart + plan.range.length, total);
+    const std::int64_t half = (loopEnd - loopStart) / 2;
     // Forwards the partner stretch lies just before the loop's start, backwards just after its
     // end. A loop at the song's edge has none: its seam fades out to silence instead, and the
-    // far side of the wrap fades in from it.
-    const std::int64_t partnerFrames = plan.reverse ? decoded - loopEnd : loopStart;
+    // far side of the wrap fades in from it. Until decoding ends the song goes on past the
+    // loop, so the choice does not change from one block to the next.
+    const std::int64_t partnerFrames = plan.reverse ? total - loopEnd : loopStart;
     const bool toSilence = partnerFrames < std::int64_t(kLoopCrossfadeFrames / 4);
     const std::int64_t fadeFrames =
         toSilence ? std::min<std::int64_t>(kLoopCrossfadeFrames, half)
@@ -277,8 +281,7 @@ void TeskAudioFileReader::applySeamCrossfade(const Plan& plan, std::int64_t star
     if (fadeFrames <= 0)
         return;
     const std::int64_t fadeStart = plan.reverse ? loopStart : loopEnd - fadeFrames;
-    const std::int64_t partnerOffset =
-        plan.reverse ? std::int64_t(plan.range.length) : -std::int64_t(plan.range.length);
+    const std::int64_t partnerOffset = plan.reverse ? loopEnd - loopStart : loopStart - loopEnd;
     // How far into a fade `frame` is in playing order, from 1 to fadeFrames.
     const auto step = [&](std::int64_t frame, std::int64_t first) {
         return plan.reverse ? first + fadeFrames - frame : frame - first + 1;

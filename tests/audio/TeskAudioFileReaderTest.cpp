@@ -222,7 +222,8 @@ TEST(TeskAudioFileReader, LoopSeamsOfADiscontinuousSignalDoNotClick) {
     } cases[] = {{"inside the song", 9000, {5000, 5037}, false},
                  {"backwards, inside the song", 9000, {5000, 5037}, true},
                  {"at the song's start", 0, {0, 9037}, false},
-                 {"backwards, at the song's end", 30000, {20000, 10000}, true}};
+                 {"backwards, at the song's end", 30000, {20000, 10000}, true},
+                 {"reaching past the song's end", 26000, {25010, 9000}, false}};
     const double sineStep = 2.0 * M_PI * 440.0 / 44100.0 * 0.5; // largest step of the sine
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);

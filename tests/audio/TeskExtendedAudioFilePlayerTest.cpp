@@ -211,6 +211,22 @@ TEST(TeskExtendedAudioFilePlayer, ASeekIsHeardFromTheFrameSought) {
     }
 }
 
+TEST(TeskExtendedAudioFilePlayer, AfterAStopInTheMiddleOfABlockPlaysFromWhereItStarts) {
+    ManualPlayer manual(MemorySong::sine(44100 * 2, 440.0, 0.5));
+    manual.player.setCurrentFrame(1000);
+    manual.player.startFilePlaying();
+    manual.playUntilReported();
+    for (int wait = 0; wait < 20000 && manual.ahead->queuedBlocks() < 2; ++wait)
+        std::this_thread::sleep_for(std::chrono::microseconds(100));
+    manual.device->pull(300); // a period that ends inside a block
+    manual.player.stopFilePlaying();
+    manual.player.setCurrentFrame(30000);
+    manual.player.startFilePlaying();
+    EXPECT_NEAR(manual.playUntilReported().value_or(AheadRenderer::HeardPosition{}).sourceFrame,
+                30000.0, 1.0);
+    manual.player.stopFilePlaying();
+}
+
 TEST(TeskExtendedAudioFilePlayer, StartsSeeksAndStopsWithoutAClick) {
     // A steady tone, started from silence, sought to places where its phase differs and
     // stopped: the old sound fades out and the new one in, so no sample jumps further than the
@@ -223,18 +239,27 @@ TEST(TeskExtendedAudioFilePlayer, StartsSeeksAndStopsWithoutAClick) {
         manual.player.setCurrentFrame(44100 + 17);
         manual.player.startFilePlaying();
         manual.play(8);
-        for (const qint64 frame : {44100 * 3 + 31, 44100 * 2 + 5, 44100 + 50}) {
-            // As in playback at the device's pace, the ring is full when the seek comes.
+        // As in playback at the device's pace, the ring is full when a seek comes.
+        const auto fillRing = [&] {
             for (int wait = 0;
                  wait < 20000 && manual.ahead->queuedBlocks() < AheadRenderer::kBlockCount; ++wait)
                 std::this_thread::sleep_for(std::chrono::microseconds(100));
+        };
+        for (const qint64 frame : {44100 * 3 + 31, 44100 * 2 + 5, 44100 + 50}) {
+            fillRing();
             manual.player.setCurrentFrame(frame);
             manual.play(8);
         }
+        // Sought again before a period of the last seek's sound was heard (the first one after
+        // a seek is silence while the stale blocks go): nothing of it fades out.
+        fillRing();
+        manual.player.setCurrentFrame(44100 * 3 + 25); // the tone at its peak
+        manual.play(1);
+        fillRing();
+        manual.player.setCurrentFrame(44100 * 2 + 77);
+        manual.play(8);
         // The device goes on pulling while the stop waits for it.
-        for (int wait = 0;
-             wait < 20000 && manual.ahead->queuedBlocks() < AheadRenderer::kBlockCount; ++wait)
-            std::this_thread::sleep_for(std::chrono::microseconds(100));
+        fillRing();
         std::thread device([&] {
             while (manual.device->isRunning()) {
                 manual.device->pull();
