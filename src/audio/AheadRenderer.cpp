@@ -49,7 +49,7 @@ void AheadRenderer::start(TeskSoundDevice& device) {
     mChain.reset();
     // The ring starts empty; the callback's state follows when it sees the new generation.
     mReadCount.store(mWriteCount.load());
-    mGeneration.fetch_add(1);
+    mRenderingGeneration.store(mGeneration.fetch_add(1) + 1, std::memory_order_release);
     mHasHeardPosition = false;
     mStopping = false;
     // The device is paused: the callback's state can be set here. Nothing of the sound before
@@ -112,6 +112,7 @@ void AheadRenderer::run() {
     while (!mStopping.load(std::memory_order_relaxed)) {
         const std::uint64_t wanted = mGeneration.load(std::memory_order_acquire);
         if (wanted != generation) {
+            mRenderingGeneration.store(wanted, std::memory_order_release);
             if (generation != 0)
                 mChain.reset();
             generation = wanted;

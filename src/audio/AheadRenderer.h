@@ -61,6 +61,14 @@ public:
     /// Drops what is queued and restarts the chain from the source's next frames: a seek.
     /// Main thread.
     void flush();
+    /// The newest generation, raised by each start and seek (`flush`). Main thread, which alone
+    /// raises it.
+    std::uint64_t generation() const { return mGeneration.load(std::memory_order_relaxed); }
+    /// The generation the rendering thread renders for now: older than `generation` until it
+    /// has seen the newest seek. Any thread.
+    std::uint64_t renderingGeneration() const {
+        return mRenderingGeneration.load(std::memory_order_acquire);
+    }
 
     /// The source frame being heard now, and whether there is one yet. Any thread.
     double heardSourceFrame() const { return mHeardFrame.load(std::memory_order_relaxed); }
@@ -107,6 +115,7 @@ private:
     std::atomic<std::uint64_t> mWriteCount{0};
     std::atomic<std::uint64_t> mReadCount{0};
     std::atomic<std::uint64_t> mGeneration{0}; // raised by each flush
+    std::atomic<std::uint64_t> mRenderingGeneration{0};
     // A stop asks the callback to fade out; it says when it has.
     std::atomic<bool> mFadeOutForStop{false};
     std::atomic<bool> mFadedOutForStop{false};

@@ -105,8 +105,6 @@ void ProcessingChain::reset() {
     mInputRunsWritten = 0;
     mAppliedLevel = mLevel.load(std::memory_order_relaxed);
     mAppliedPan = panSettings();
-    if (mSource)
-        mSource->restart();
 }
 
 void ProcessingChain::applyParameters() {

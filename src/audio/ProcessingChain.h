@@ -44,10 +44,6 @@ public:
     /// ahead of the device), but not past the end of what it has to give.
     /// Rendering thread.
     virtual bool hasFramesReady() noexcept { return true; }
-    /// The chain starts over (a start, a seek, an export): what the source supplies from now on
-    /// begins what is heard next. The rendering thread, or whichever thread starts the chain
-    /// before it renders.
-    virtual void restart() noexcept {}
 };
 
 /// Where a rendered slice came from: the source frame of its first frame and how far the

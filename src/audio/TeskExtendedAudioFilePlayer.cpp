@@ -196,7 +196,7 @@ void TeskExtendedAudioFilePlayer::setCurrentFrame(qint64 frame) {
 void TeskExtendedAudioFilePlayer::seek(qint64 frame) {
     mCurrentFrame = frame;
     // Before the reader moves, so that no frame from the new place goes to the old render.
-    mSeekPending.store(true, std::memory_order_release);
+    mSeekGeneration.store(mOutputAudioUnit->nextGeneration(), std::memory_order_release);
     mFileReader.setCurrentFrame(frame);
     mDone = false;
     mEndReported = false;
@@ -261,8 +261,9 @@ std::uint32_t TeskExtendedAudioFilePlayer::copyFromReader(const AudioBufferList&
     runs.count = 0;
     for (;;) {
         // A render made stale by a seek plays silence at once (it is never heard) instead of
-        // taking, or waiting for, the frames at the new place.
-        if (mSeekPending.load(std::memory_order_acquire))
+        // taking, or waiting for, the frames at the new place. An export renders no seek.
+        if (mExportFramesLeft < 0 && mOutputAudioUnit->renderingGeneration() <
+                                         mSeekGeneration.load(std::memory_order_acquire))
             break;
         std::uint32_t copied = 0;
         SourceRuns copiedRuns;
@@ -284,10 +285,6 @@ std::uint32_t TeskExtendedAudioFilePlayer::copyFromReader(const AudioBufferList&
         std::this_thread::sleep_for(std::chrono::microseconds(200));
     }
     return written;
-}
-
-void TeskExtendedAudioFilePlayer::restart() noexcept {
-    mSeekPending.store(false, std::memory_order_release);
 }
 
 bool TeskExtendedAudioFilePlayer::hasFramesReady() noexcept {

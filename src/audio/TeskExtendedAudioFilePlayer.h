@@ -133,13 +133,13 @@ private:
     std::uint32_t supplyFramesPastEnd(const AudioBufferList& buffers,
                                       std::uint32_t frameCount) noexcept override;
     /// Copies up to `frameCount` frames from the reader into `buffers`, waiting for it at most
-    /// `wait` in all; fewer when a seek is pending, the wait runs out or the song ends (`ended`).
+    /// `wait` in all; fewer when a newer seek has made the render stale, the wait runs out or
+    /// the song ends (`ended`).
     /// The rendering thread or the export thread.
     std::uint32_t copyFromReader(const AudioBufferList& buffers, std::uint32_t frameCount,
                                  SourceRuns& runs, std::chrono::steady_clock::duration wait,
                                  bool& ended) noexcept;
     bool hasFramesReady() noexcept override;
-    void restart() noexcept override;
     void audioUnitDidStop(TeskOutputAudioUnit* unit) override;
     void outputAudioUnitDidUpdateProgress(TeskOutputAudioUnit* unit, double progress) override;
     void checkForEndOfFile();
@@ -160,10 +160,11 @@ private:
     mutable qint64 mCurrentFrame = 0;
     /// Set by the rendering thread at the end of the song, cleared at each start.
     std::atomic<bool> mDone{false};
-    /// Set by a seek (main thread) until the chain starts over at the new place (rendering
-    /// thread): the render the seek made stale takes no more frames, so none of those at the
-    /// new place are lost to it.
-    std::atomic<bool> mSeekPending{false};
+    /// The rendering generation of the newest seek, set (main thread) before the reader moves:
+    /// a render for an older one is stale and takes no more frames, so none of those at the new
+    /// place are lost to it. A flag that the chain's restart cleared could be cleared by the
+    /// restart of the render before, and lose the newest seek's first frames.
+    std::atomic<std::uint64_t> mSeekGeneration{0};
     bool mEndReported = false;
     /// Once the song has ended: the device's played frames at which its last frame is heard.
     std::optional<std::uint64_t> mEndHeardAt;

@@ -60,6 +60,10 @@ public:
     /// Drops what is queued for the device and restarts the chain from the source's next
     /// frames, so a seek is heard at once.
     void flush();
+    /// The generation the next flush makes, and the one the rendering thread renders for:
+    /// see AheadRenderer.
+    std::uint64_t nextGeneration() const { return mRenderer.generation() + 1; }
+    std::uint64_t renderingGeneration() const { return mRenderer.renderingGeneration(); }
 
     void setPlaybackRate(float rate);
     float playbackRate() const;
