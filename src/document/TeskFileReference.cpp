@@ -35,8 +35,9 @@ std::int64_t modificationTimeOf(const struct stat& info) {
 }
 
 /// What marks the file wherever it goes on its file system. The inode alone is not enough: a
-/// deleted file's inode is soon given to a new file, so the size or the modification time must
-/// match too (a rename or a move keeps both).
+/// deleted file's inode is soon given to a new file, often of the same size (songs of one
+/// length), so the size and the modification time must match too (a rename or a move keeps
+/// both).
 struct Identity {
     std::uint64_t device = 0;
     std::uint64_t inode = 0;
@@ -45,8 +46,8 @@ struct Identity {
 
     bool matches(const struct stat& info) const {
         return S_ISREG(info.st_mode) && std::uint64_t(info.st_dev) == device &&
-               std::uint64_t(info.st_ino) == inode &&
-               (std::int64_t(info.st_size) == size || modificationTimeOf(info) == modificationTime);
+               std::uint64_t(info.st_ino) == inode && std::int64_t(info.st_size) == size &&
+               modificationTimeOf(info) == modificationTime;
     }
 };
 

@@ -2,6 +2,7 @@
 
 #include "support/AudioFiles.h"
 
+#include <QDateTime>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
@@ -141,6 +142,12 @@ TEST_F(FileReferenceTest, FindsTheFileInTheMusicFolder) {
 
 TEST_F(FileReferenceTest, DeletedFileResolvesToNothingAndEqualsNothing) {
     const QString song = makeFile("a/" + unique("song.wav"));
+    {
+        QFile file(song); // written an hour ago
+        ASSERT_TRUE(file.open(QIODevice::ReadWrite) &&
+                    file.setFileTime(QDateTime::currentDateTime().addSecs(-3600),
+                                     QFileDevice::FileModificationTime));
+    }
     const auto reference = TeskFileReference::fromPath(song);
     const auto same = TeskFileReference::fromPath(song);
     ASSERT_TRUE(reference && same);
@@ -151,8 +158,9 @@ TEST_F(FileReferenceTest, DeletedFileResolvesToNothingAndEqualsNothing) {
     EXPECT_EQ(reference->resolvedPath(path("practice.tesk")), QString());
     EXPECT_FALSE(*reference == *same);
 
-    // The file system hands the freed inode to the next new file, which is not the song.
-    const QString newcomer = makeFile("a/" + unique("newcomer.tesk"), "{\"zoomLevel\": 0.5}");
+    // The file system hands the freed inode to the next new file, which is not the song, even
+    // when it is the song's size.
+    const QString newcomer = makeFile("a/" + unique("newcomer.wav"), "RIFF....WAVE");
     if (TeskFileReference::fromPath(newcomer)->inode() != reference->inode())
         GTEST_SKIP() << "this file system did not reuse the inode";
     EXPECT_EQ(reference->resolvedPath(), QString());
