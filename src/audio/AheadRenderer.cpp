@@ -172,11 +172,7 @@ void AheadRenderer::renderAudio(float* left, float* right, std::uint32_t frameCo
                 // The ring ran dry: what this period has fades out, and the sound fades back
                 // in once it comes.
                 const std::uint32_t frames = std::min(done, kSeekFadeFrames);
-                for (std::uint32_t i = 0; i < frames; ++i) {
-                    const float gain = float(frames - i) / float(frames + 1);
-                    left[done - frames + i] *= gain;
-                    right[done - frames + i] *= gain;
-                }
+                fadeOut(left + done - frames, right + done - frames, frames, 1.0f);
                 mFadedIn = 0;
             }
             break;
@@ -261,11 +257,7 @@ void AheadRenderer::takeFadeOut(std::uint64_t read) {
         offset = 0;
         ++read;
     }
-    for (std::uint32_t i = 0; i < frames; ++i) {
-        const float gain = mFadeOutFrom * float(frames - i) / float(frames + 1);
-        tailLeft[i] *= gain;
-        tailRight[i] *= gain;
-    }
+    fadeOut(tailLeft.data(), tailRight.data(), frames, mFadeOutFrom);
     // A tail still fading from an earlier seek goes on under the new one.
     const std::uint32_t remaining = mFadeOutFrames - mFadeOutMixed;
     for (std::uint32_t i = 0; i < remaining; ++i) {
@@ -276,6 +268,14 @@ void AheadRenderer::takeFadeOut(std::uint64_t read) {
     mFadeOutRight = tailRight;
     mFadeOutFrames = std::max(frames, remaining);
     mFadeOutMixed = 0;
+}
+
+void AheadRenderer::fadeOut(float* left, float* right, std::uint32_t frames, float from) {
+    for (std::uint32_t i = 0; i < frames; ++i) {
+        const float gain = from * float(frames - i) / float(frames + 1);
+        left[i] *= gain;
+        right[i] *= gain;
+    }
 }
 
 float AheadRenderer::fadeInGain(std::uint32_t fadedIn) {

@@ -102,6 +102,8 @@ private:
     // Device callback.
     /// Keeps, faded out, the sound last played as it would have gone on from the block `read`.
     void takeFadeOut(std::uint64_t read);
+    /// Fades `frames` from `from` (the level they start at) down towards silence.
+    static void fadeOut(float* left, float* right, std::uint32_t frames, float from);
     /// The gain of the fade-in's frame `fadedIn` (1 to kSeekFadeFrames), or 1 past its end.
     static float fadeInGain(std::uint32_t fadedIn);
     void fadeIn(float* left, float* right, std::uint32_t frameCount);
