@@ -56,11 +56,13 @@ void ProcessingChain::setEqualizerGains(const std::array<float, kBandCount>& gai
     std::array<float, kBandCount> gains = gainsDb;
     for (float& gain : gains)
         gain = std::isnan(gain) ? 0.0f : std::clamp(gain, kMinimumBandGain, kMaximumBandGain);
+    const std::lock_guard lock(mValuesSetMutex);
     mEqualizerGainsSet = gains;
     mEqualizerGains.write(gains);
 }
 
 std::array<float, ProcessingChain::kBandCount> ProcessingChain::equalizerGains() const noexcept {
+    const std::lock_guard lock(mValuesSetMutex);
     return mEqualizerGainsSet;
 }
 
@@ -71,7 +73,11 @@ void ProcessingChain::copyParametersFrom(const ProcessingChain& other) {
     setEqualizerEnabled(other.equalizerEnabled());
     setEqualizerGains(other.equalizerGains());
     setRemoveVocals(other.removeVocals());
-    setVocalBand(other.mVocalBandSet.lowHertz, other.mVocalBandSet.highHertz);
+    const VocalBand band = [&] {
+        const std::lock_guard lock(other.mValuesSetMutex);
+        return other.mVocalBandSet;
+    }();
+    setVocalBand(band.lowHertz, band.highHertz);
     setPanAdjust(other.panAdjust());
     setPanAmount(other.panAmount());
     setOutOfPhase(other.outOfPhase());
@@ -81,6 +87,7 @@ void ProcessingChain::setVocalBand(double lowHertz, double highHertz) noexcept {
     if (std::isnan(lowHertz) || std::isnan(highHertz))
         return;
     const double nyquist = mSampleRate / 2.0;
+    const std::lock_guard lock(mValuesSetMutex);
     mVocalBandSet = {std::clamp(lowHertz, 0.0, nyquist), std::clamp(highHertz, 0.0, nyquist)};
     mVocalBand.write(mVocalBandSet);
 }

@@ -12,6 +12,7 @@
 #include <array>
 #include <atomic>
 #include <cstdint>
+#include <mutex>
 #include <vector>
 
 namespace tesk {
@@ -175,7 +176,11 @@ private:
     std::atomic<float> mLevel{1.0f};
     std::atomic<bool> mEqualizerEnabled{false};
     LatestValue<std::array<float, kBandCount>> mEqualizerGains;
-    std::array<float, kBandCount> mEqualizerGainsSet{}; // main thread's copy, for reading back
+    /// The values last set, for reading back and for copying to another chain. The export
+    /// thread copies them while the main thread may set them, so they are read and written
+    /// under `mValuesSetMutex`, which the rendering thread never takes.
+    mutable std::mutex mValuesSetMutex;
+    std::array<float, kBandCount> mEqualizerGainsSet{};
     std::atomic<bool> mRemoveVocals{false};
     /// The vocal band's edges cross to the rendering thread together, so that it never
     /// pairs a new low edge with an old high one.
@@ -186,7 +191,7 @@ private:
     /// Rendering (or export) thread: the newest band, given to the vocal remover.
     void applyVocalBand() noexcept;
     LatestValue<VocalBand> mVocalBand;
-    VocalBand mVocalBandSet;     // main thread's copy, for copying parameters
+    VocalBand mVocalBandSet;     // under `mValuesSetMutex`
     VocalBand mVocalBandApplied; // rendering thread's copy
     std::atomic<bool> mPanAdjust{false};
     std::atomic<double> mPanAmount{0.5};

@@ -5,6 +5,7 @@
 #include <cmath>
 #include <gtest/gtest.h>
 #include <limits>
+#include <thread>
 
 using namespace tesk;
 
@@ -309,4 +310,29 @@ TEST(ProcessingChain, ThePositionOfASliceFollowsWhatIsHeardAcrossSpeedChanges) {
         }
         EXPECT_GE(checked, 2);
     }
+}
+
+TEST(ProcessingChain, CopiesTheEqualizerWholeWhileTheMainThreadSetsIt) {
+    // An export copies the playing chain's settings on its own thread, while a slider may be
+    // moving: each copy must be one whole set of bands, never half of each.
+    ProcessingChain playing(44100.0, TimePitchQuality::Standard);
+    ProcessingChain copy(44100.0, TimePitchQuality::Standard);
+    std::array<float, ProcessingChain::kBandCount> cut{}, boost{};
+    cut.fill(-12.0f);
+    boost.fill(12.0f);
+    std::atomic<bool> done{false};
+    std::thread slider([&] {
+        while (!done.load())
+            for (const auto* gains : {&cut, &boost})
+                playing.setEqualizerGains(*gains);
+    });
+    int torn = 0;
+    for (int i = 0; i < 200000 && torn == 0; ++i) {
+        copy.copyParametersFrom(playing);
+        const auto gains = copy.equalizerGains();
+        torn += int(std::count(gains.begin(), gains.end(), gains[0]) != int(gains.size()));
+    }
+    done = true;
+    slider.join();
+    EXPECT_EQ(torn, 0);
 }
