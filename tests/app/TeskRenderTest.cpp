@@ -58,22 +58,6 @@ void expectFailure(const QStringList& arguments, int exitCode, const QString& na
     EXPECT_TRUE(run.err.contains(QFileInfo(named).fileName())) << run.err.toStdString();
 }
 
-/// Three one-second tones in a row, 440, 660 and 880 Hz, so that the part rendered can be told
-/// by its pitch.
-QString writeThreeTones(const QString& path) {
-    std::vector<float> left;
-    for (const double frequency : {440.0, 660.0, 880.0}) {
-        const auto tone = sine(frequency, 0.5, 44100);
-        left.insert(left.end(), tone.begin(), tone.end());
-    }
-    EXPECT_TRUE(writeWav(path, {left, left}, 44100));
-    return path;
-}
-
-std::vector<float> leftChannel(const TeskExtendedAudioFile& file, qint64 start, qint64 count) {
-    return readChannels(file, start, count)[0];
-}
-
 /// Runs tesk-render quietly with `arguments` and `output`, and reads back what it wrote there.
 std::unique_ptr<TeskExtendedAudioFile> render(const QStringList& arguments, const QString& output) {
     const RenderRun run = runRender(QStringList{"-q"} + arguments + QStringList{output});
@@ -179,7 +163,6 @@ TEST(TeskRenderCommandLine, BadUsageIsOneLineSaidBeforeAnythingIsRead) {
     QTemporaryDir folder;
     const QString input = writeTone(folder.filePath("in.wav"), 0.2);
     expectFailure({"--bogus", input}, 1);
-    expectFailure({input, folder.filePath("out.wav")}, 1);
     EXPECT_EQ(filesIn(folder.path()), QStringList{"in.wav"});
     const RenderRun help = runRender({"--help"});
     EXPECT_EQ(help.exitCode, 0);
@@ -194,7 +177,6 @@ TEST(TeskRender, UnreadableInputExitsTwoAndUnwritableOutputThree) {
 
     for (const QString& bad : {folder.filePath("missing.wav"), text})
         expectFailure({bad, folder.filePath("out.aif")}, 2, bad);
-    EXPECT_EQ(runRender({"--info", text}).exitCode, 2);
 
     // A folder that cannot exist (its parent is a file), and a folder in OUTPUT's place.
     const RenderRun notAFolder = runRender({input, input + "/out.m4a"});
@@ -232,7 +214,7 @@ TEST(TeskRender, ExportsAifAndM4aOfTheSongsLengthOverTheSpeedWithItsTags) {
         // Whole slices of 1024 frames, and whatever the AAC decoder trims or pads at the ends.
         EXPECT_NEAR(double(file->frameCount()), double(sourceFrames) / c.speed, 1100.0)
             << c.name.toStdString();
-        const auto middle = leftChannel(*file, file->frameCount() / 4, 8820);
+        const auto middle = readChannels(*file, file->frameCount() / 4, 8820)[0];
         EXPECT_NEAR(toneAmplitude(middle, 440.0), 0.5, 0.1) << c.name.toStdString();
         SongMetadata expected;
         expected.title = "Practice Tune";
@@ -251,7 +233,7 @@ TEST(TeskRender, AppliesPitchVolumeAndEffectsNamedOnTheCommandLine) {
     const QString input = writeTone(folder.filePath("in.wav"), 1.0, 1000.0);
     const auto middleOf = [&](const QStringList& options) {
         const auto file = render(options + QStringList{input}, folder.filePath("out.aif"));
-        return file ? leftChannel(*file, 11025, 22050) : std::vector<float>{};
+        return file ? readChannels(*file, 11025, 22050)[0] : std::vector<float>{};
     };
 
     const auto octaveUp = middleOf({"--pitch", "12", "--volume", "0.5"});
@@ -271,13 +253,13 @@ TEST(TeskRender, AppliesPitchVolumeAndEffectsNamedOnTheCommandLine) {
 
 TEST(TeskRender, RangeExportsThatPartInEitherDirection) {
     QTemporaryDir folder;
-    const QString input = writeThreeTones(folder.filePath("in.wav"));
+    const QString input = writeTones(folder.filePath("in.wav"), {440.0, 660.0, 880.0});
     for (const QString speed : {"1", "-1"}) {
         const auto file =
             render({"--speed", speed, "--range", "1.25-1.75", input}, folder.filePath("part.aif"));
         ASSERT_TRUE(file);
         EXPECT_NEAR(double(file->frameCount()), 22050.0, 1024.0) << speed.toStdString();
-        const auto part = leftChannel(*file, 2048, 17640);
+        const auto part = readChannels(*file, 2048, 17640)[0];
         EXPECT_NEAR(toneAmplitude(part, 660.0), 0.5, 0.05) << speed.toStdString();
         EXPECT_LT(toneAmplitude(part, 440.0) + toneAmplitude(part, 880.0), 0.02);
     }
@@ -393,13 +375,9 @@ TEST(TeskRender, SavesAPracticeDocumentWithTheSettingsLoopAndMarkersGiven) {
     const TeskEffectsSettings defaults;
     EXPECT_EQ(fresh->effectsSettings, defaults.dictionaryRepresentation());
 
-    // A song that is not there or does not decode, or a marker past the song's end: no
-    // document, and the one already there stays as it was.
+    // A marker or a loop past the song's end: no document, and the one already there stays as
+    // it was.
     const QByteArray kept = readFile(documentPath);
-    const QString text = folder.filePath("notes.txt");
-    ASSERT_TRUE(writeFile(text, "not a song at all\n"));
-    for (const QString& bad : {folder.filePath("missing.wav"), text})
-        expectFailure({bad, "--save-document", documentPath}, 2, bad);
     EXPECT_EQ(runRender({input, "--save-document", documentPath, "--marker", "M@2.1"}).exitCode, 1);
     EXPECT_EQ(runRender({input, "--save-document", documentPath, "--loop", "3-4"}).exitCode, 1);
     EXPECT_EQ(readFile(documentPath), kept);
@@ -408,7 +386,7 @@ TEST(TeskRender, SavesAPracticeDocumentWithTheSettingsLoopAndMarkersGiven) {
 
 TEST(TeskRender, RendersADocumentsLoopWithItsSettingsUnlessTheCommandLineSaysOtherwise) {
     QTemporaryDir folder;
-    const QString input = writeThreeTones(folder.filePath("in.wav"));
+    const QString input = writeTones(folder.filePath("in.wav"), {440.0, 660.0, 880.0});
     // Inside the 660 Hz second, on no round number of anything.
     TeskDocumentContents settings;
     settings.loopLocation = 45001;
@@ -425,7 +403,7 @@ TEST(TeskRender, RendersADocumentsLoopWithItsSettingsUnlessTheCommandLineSaysOth
     const auto loop = renderLoop({"--loop"});
     ASSERT_TRUE(loop);
     EXPECT_NEAR(double(loop->frameCount()), 39999.0 / 0.5, 1024.0);
-    const auto heard = leftChannel(*loop, 4096, 35280);
+    const auto heard = readChannels(*loop, 4096, 35280)[0];
     EXPECT_NEAR(toneAmplitude(heard, 1320.0), 0.25, 0.04);
     EXPECT_LT(toneAmplitude(heard, 660.0) + toneAmplitude(heard, 880.0) +
                   toneAmplitude(heard, 1760.0),
@@ -435,7 +413,7 @@ TEST(TeskRender, RendersADocumentsLoopWithItsSettingsUnlessTheCommandLineSaysOth
     const auto ranged = renderLoop({"--loop", "--range", "2.25-2.75", "--speed", "1"});
     ASSERT_TRUE(ranged);
     EXPECT_NEAR(double(ranged->frameCount()), 22050.0, 1024.0);
-    EXPECT_NEAR(toneAmplitude(leftChannel(*ranged, 2048, 17640), 1760.0), 0.25, 0.04);
+    EXPECT_NEAR(toneAmplitude(readChannels(*ranged, 2048, 17640)[0], 1760.0), 0.25, 0.04);
 
     // A document with no loop range has none to limit a render to.
     const QString empty = writeDocument(folder.filePath("empty.tesk"), input, {});

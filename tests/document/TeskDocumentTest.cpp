@@ -554,14 +554,7 @@ TEST_F(DocumentTest, ExportsTheLoopInTheBackgroundAndReportsOnTheMainThread) {
 }
 
 TEST_F(DocumentTest, AnExportHoldsItsRangeWhateverLoopPlayedBefore) {
-    // A second each of 440, 660 and 880 Hz: what an export holds shows by its pitch.
-    std::vector<float> tones;
-    for (const double frequency : {440.0, 660.0, 880.0}) {
-        const auto tone = sine(frequency, 0.5, kRate);
-        tones.insert(tones.end(), tone.begin(), tone.end());
-    }
-    ASSERT_TRUE(writeWav(path("song.wav"), {tones, tones}, kRate));
-    auto document = openSong(path("song.wav"));
+    auto document = openSong(writeTones(path("song.wav"), {440.0, 660.0, 880.0}));
     document->setLoopRange({kRate / 4, kRate / 2});
     document->startFileLooping();
     document->stopFilePlaying();

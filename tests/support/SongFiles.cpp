@@ -18,4 +18,14 @@ QString writeTone(const QString& path, double seconds, double frequency,
     return path;
 }
 
+QString writeTones(const QString& path, std::initializer_list<double> frequencies) {
+    std::vector<float> tones;
+    for (const double frequency : frequencies) {
+        const auto tone = sine(frequency, 0.5, std::size_t(kSampleRate));
+        tones.insert(tones.end(), tone.begin(), tone.end());
+    }
+    EXPECT_TRUE(writeWav(path, {tones, tones}, int(kSampleRate))) << path.toStdString();
+    return path;
+}
+
 } // namespace tesk::test

@@ -15,4 +15,8 @@ namespace tesk::test {
 QString writeTone(const QString& path, double seconds, double frequency = 440.0,
                   const QStringList& ffmpegArguments = {});
 
+/// A float WAV of one second of each of `frequencies` in a row, as `writeTone` makes them, so
+/// that which part of the song a render or an export holds shows by its pitch. Returns `path`.
+QString writeTones(const QString& path, std::initializer_list<double> frequencies);
+
 } // namespace tesk::test
