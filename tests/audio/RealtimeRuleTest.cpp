@@ -95,12 +95,9 @@ TEST(RealtimeRule, NoAllocationOrLockOnTheAudioThreadsWhilePlaying) {
     const RealtimeViolations renderingWithPitch = realtimeViolations(RealtimeRole::Rendering);
     EXPECT_EQ(deviceWithPitch.allocations + deviceWithPitch.frees + deviceWithPitch.locks, 0u);
     EXPECT_EQ(renderingWithPitch.locks, 0u);
-    RecordProperty("renderingAllocationsWithPitchChanges",
-                   std::to_string(renderingWithPitch.allocations));
     std::printf("rendering-thread allocations with pitch changes: %llu (frees %llu)\n",
                 static_cast<unsigned long long>(renderingWithPitch.allocations),
                 static_cast<unsigned long long>(renderingWithPitch.frees));
     EXPECT_LT(renderingWithPitch.allocations, 200u);
-    EXPECT_GT(player.outputAudioUnit()->chain().rate(), 0.0f);
     player.stopFilePlaying();
 }

@@ -116,18 +116,11 @@ TEST(TeskAudioFileReader, ReadsForwardsAndBackwardsWithTheirSources) {
     EXPECT_EQ(puller.runs[0].direction, -1);
 }
 
-TEST(TeskAudioFileReader, EndsAtTheEndAndASeekStartsAgain) {
+TEST(TeskAudioFileReader, EndsAtTheSongsEnd) {
     Puller puller(MemorySong::counting(5000), 4000);
     EXPECT_EQ(puller.pull(2000), 1000u);
     EXPECT_TRUE(puller.reader.endOfStream());
     EXPECT_EQ(puller.left.back(), 4999.0f);
-
-    puller.reader.setCurrentFrame(10); // while running
-    EXPECT_FALSE(puller.reader.endOfStream());
-    puller.forget();
-    ASSERT_EQ(puller.pull(100), 100u);
-    EXPECT_EQ(puller.left.front(), 10.0f);
-    EXPECT_EQ(puller.left.back(), 109.0f);
 }
 
 TEST(TeskAudioFileReader, APositionFromBeforeASeekIsNeverReportedAfterIt) {
@@ -231,15 +224,4 @@ TEST(TeskAudioFileReader, LoopSeamsOfADiscontinuousSignalDoNotClick) {
         ASSERT_EQ(puller.pull(20000), 20000u);
         EXPECT_LT(test::largestStep(puller.left), 2.0 * sineStep);
     }
-}
-
-TEST(TeskAudioFileReader, WaitsForFramesThatAreStillDecoding) {
-    auto song = MemorySong::counting(20000);
-    song->decodeOnlyUpTo(1000);
-    Puller puller(song, 0);
-    EXPECT_EQ(puller.pull(3000, std::chrono::milliseconds(100)), 1000u);
-    EXPECT_FALSE(puller.reader.endOfStream());
-    song->finishDecoding();
-    ASSERT_EQ(puller.pull(2000), 2000u);
-    EXPECT_EQ(puller.left[2999], 2999.0f);
 }

@@ -88,7 +88,6 @@ TEST(MetadataImporter, BringsUtf16TagsToTheDelegateOnTheMainThread) {
     EXPECT_EQ(importer.artist(), kArtist);
     EXPECT_EQ(importer.album(), kAlbum);
     EXPECT_TRUE(importer.albumArt().isNull());
-    EXPECT_EQ(importer.fileURL(), QUrl::fromLocalFile(mp3));
 }
 
 TEST(MetadataImporter, FilesWithoutTagsOrThatCannotBeReadFinishEmpty) {
@@ -133,8 +132,7 @@ TEST(MetadataImporter, CoversFillTheArtworkCroppedToTheirCentre) {
         MetadataImporter importer(QUrl::fromLocalFile(song), &delegate);
         ASSERT_TRUE(waitUntilFinished(importer));
         const QImage art = importer.albumArt();
-        ASSERT_EQ(art.size(), MetadataImporter::albumArtworkSize());
-        EXPECT_EQ(art.size(), QSize(512, 512));
+        ASSERT_EQ(art.size(), QSize(512, 512));
         for (const QPoint point :
              {QPoint(256, 256), QPoint(2, 256), QPoint(509, 256), QPoint(256, 2), QPoint(256, 509),
               QPoint(2, 2), QPoint(509, 509)}) {

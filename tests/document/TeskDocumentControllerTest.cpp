@@ -8,7 +8,6 @@
 #include <QCoreApplication>
 #include <QFile>
 #include <QFileInfo>
-#include <QMimeData>
 #include <QTemporaryDir>
 #include <gtest/gtest.h>
 #include <map>
@@ -113,7 +112,6 @@ TEST_F(DocumentControllerTest, OpensExactlyTheSupportedTypesByContent) {
             EXPECT_EQ(type, c.type);
         }
     }
-    EXPECT_EQ(TeskDocumentController::supportedAudioFileTypes().first(), TeskDocumentType);
 }
 
 TEST_F(DocumentControllerTest, KeepsAtMostOneEmptyWindow) {
@@ -179,25 +177,6 @@ TEST_F(DocumentControllerTest, OpensFilesFromOutsideAndAnswersForEach) {
     EXPECT_EQ(mController.documents().first()->displayName(), "good");
 }
 
-TEST_F(DocumentControllerTest, ADropOpensEveryTrackTeskCanPlay) {
-    mController.openUntitledDocumentAndDisplay();
-    QMimeData drop;
-    drop.setUrls({QUrl::fromLocalFile(writeSong("one.mp3")),
-                  QUrl::fromLocalFile(writeSong("two.ogg")), QUrl("https://example.org/three.mp3"),
-                  QUrl::fromLocalFile(writeSong("four.m4a"))});
-    mController.newDocumentFromiTunes(drop);
-    const QList<TeskDocument*> documents = mController.documents();
-    ASSERT_EQ(documents.size(), 2);
-    EXPECT_EQ(documents[0]->displayName(), "one");
-    EXPECT_EQ(documents[1]->displayName(), "four");
-    EXPECT_TRUE(mWindows.errors.isEmpty());
-
-    // A single file dropped on a window, and one that isn't local, which is ignored.
-    mController.handleDraggedFile(QUrl::fromLocalFile(writeSong("five.wav")));
-    mController.handleDraggedFile(QUrl("https://example.org/six.wav"));
-    EXPECT_EQ(mController.documents().size(), 3);
-}
-
 TEST_F(DocumentControllerTest, TheOpenDialogReplacesTheEmptyWindowAndFindsSavedDocuments) {
     TeskDocument* empty = mController.openUntitledDocumentAndDisplay();
     TeskDocument* song = nullptr;
@@ -240,7 +219,6 @@ TEST_F(DocumentControllerTest, ADocumentWhoseSongIsMissingIsNotAnEmptyWindow) {
     {
         TeskDocument document;
         document.setAudioFileURL(QUrl::fromLocalFile(song));
-        document.setVerseMarkers({1, 2});
         TeskError error;
         ASSERT_TRUE(document.saveToURL(QUrl::fromLocalFile(path("practice.tesk")), &error));
     }

@@ -200,10 +200,4 @@ TEST(SVocalRemover, StartsABlockOnlyWhenMoreThan2048FramesWait) {
     EXPECT_EQ(remover.getOutput(0, destination.data(), 1500), 1024u);
 }
 
-TEST(SVocalRemover, RejectsASliceLargerThanItsQueues) {
-    SVocalRemover remover(2, 4096);
-    const std::vector<float> slice(4097);
-    EXPECT_TESK_ASSERTION(remover.addInput(0, slice.data(), 4097), "length <= mLength");
-}
-
 } // namespace
