@@ -164,15 +164,19 @@ void AheadRenderer::renderAudio(float* left, float* right, std::uint32_t frameCo
 
     std::uint32_t done = 0;
     bool positioned = false;
+    bool holdLastFrame = false;
     while (done < frameCount) {
         const std::uint64_t read = mReadCount.load(std::memory_order_relaxed);
         if (read == mWriteCount.load(std::memory_order_acquire)) {
             if (!mAwaitingFirstBlock) {
                 mUnderruns.fetch_add(1, std::memory_order_relaxed);
-                // The ring ran dry: what this period has fades out, and the sound fades back
-                // in once it comes.
-                const std::uint32_t frames = std::min(done, kSeekFadeFrames);
-                fadeOut(left + done - frames, right + done - frames, frames, 1.0f);
+                // The ring ran dry: the sound fades out, and back in once it comes. With too
+                // little of it left to fade, its last frame is held and faded instead.
+                if (done >= kSeekFadeFrames)
+                    fadeOut(left + done - kSeekFadeFrames, right + done - kSeekFadeFrames,
+                            kSeekFadeFrames, 1.0f);
+                else
+                    holdLastFrame = done > 0 || mSoundAtPeriodEnd;
                 mFadedIn = 0;
             }
             break;
@@ -217,6 +221,14 @@ void AheadRenderer::renderAudio(float* left, float* right, std::uint32_t frameCo
     }
     std::fill(left + done, left + frameCount, 0.0f);
     std::fill(right + done, right + frameCount, 0.0f);
+    if (holdLastFrame) {
+        const float lastLeft = done > 0 ? left[done - 1] : mLastLeft;
+        const float lastRight = done > 0 ? right[done - 1] : mLastRight;
+        const std::uint32_t frames = std::min(kSeekFadeFrames, frameCount - done);
+        std::fill_n(left + done, frames, lastLeft);
+        std::fill_n(right + done, frames, lastRight);
+        fadeOut(left + done, right + done, frames, 1.0f);
+    }
     mixFadeOut(left, right, frameCount);
     mFadeOutPending = false; // a stale block that comes later follows on from nothing heard
     mSoundAtPeriodEnd = done == frameCount;
@@ -235,6 +247,10 @@ void AheadRenderer::renderAudio(float* left, float* right, std::uint32_t frameCo
         mStopFaded += frames;
         if (mStopFaded == kSeekFadeFrames)
             mFadedOutForStop.store(true, std::memory_order_release);
+    }
+    if (frameCount > 0) {
+        mLastLeft = left[frameCount - 1];
+        mLastRight = right[frameCount - 1];
     }
 }
 

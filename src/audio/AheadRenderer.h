@@ -42,8 +42,7 @@ public:
     /// 16 blocks: about 93 ms ahead at most.
     static constexpr std::uint32_t kBlockCount = 16;
     /// A start or a seek fades the new sound in, and a seek the old one out, over 1.5 ms: the
-    /// cut and the onset would click. A ring that runs dry in the middle of a period fades out
-    /// and back in the same way.
+    /// cut and the onset would click. A ring that runs dry fades out and back in the same way.
     static constexpr std::uint32_t kSeekFadeFrames = 64;
     /// How long a stop waits for its fade-out before it cuts the sound anyway.
     static constexpr std::chrono::milliseconds kStopFadeWait{100};
@@ -135,6 +134,8 @@ private:
     // far the new sound has faded in.
     std::uint64_t mPlayedGeneration = 0; // of the last block played
     bool mSoundAtPeriodEnd = false;      // the last period ended with sound from the ring
+    float mLastLeft = 0.0f;              // the last frame handed to the device
+    float mLastRight = 0.0f;
     bool mFadeOutPending = false;
     float mFadeOutFrom = 1.0f; // the level the sound had reached when the seek came
     std::array<float, kSeekFadeFrames> mFadeOutLeft{};

@@ -93,7 +93,59 @@ std::vector<double> burstCentres(const std::vector<float>& samples) {
     }
     return centres;
 }
+/// A 110 Hz tone at half scale whose frames stop coming once `stall` is set, holding the
+/// rendering thread as a machine too busy to render would, until `resume`.
+class StallingTone : public ChainSource {
+public:
+    std::uint32_t supplyFrames(const AudioBufferList& buffers, std::uint32_t frameCount,
+                               SourceRuns& runs) noexcept override {
+        while (stall.load() && !resume.load())
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        for (std::uint32_t i = 0; i < frameCount; ++i) {
+            const auto value = float(0.5 * std::sin(kStep * double(mSupplied + i)));
+            buffers.buffers[0].data[i] = value;
+            buffers.buffers[1].data[i] = value;
+        }
+        runs.count = 1;
+        runs.runs[0] = {0, mSupplied, 1};
+        mSupplied += frameCount;
+        return frameCount;
+    }
+
+    static constexpr double kStep = 2.0 * M_PI * 110.0 / 44100.0;
+    std::atomic<bool> stall{false};
+    std::atomic<bool> resume{false};
+
+private:
+    std::int64_t mSupplied = 0;
+};
 } // namespace
+
+TEST(AheadRenderer, ARingThatRunsDryFadesOutWhereverThePeriodStands) {
+    // Periods of one block run dry at a period's start, with nothing of the period to fade;
+    // others part-way through one.
+    for (const std::uint32_t period : {AheadRenderer::kBlockFrames, 1000u}) {
+        SCOPED_TRACE(period);
+        ProcessingChain chain(44100.0, TimePitchQuality::Standard);
+        StallingTone tone;
+        chain.setSource(&tone);
+        AheadRenderer ahead(chain);
+        ManualSoundDevice device(ahead);
+        ahead.start(device);
+        while (ahead.queuedBlocks() < AheadRenderer::kBlockCount)
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        tone.stall = true;
+        while (ahead.underrunCount() == 0)
+            device.pull(period);
+        device.pull(period);
+        tone.resume = true;
+        ahead.stop();
+        // After the start's fade-in, no step may be larger than the tone's own: a cut to
+        // silence jumps by up to half scale.
+        EXPECT_LT(test::largestStep(std::span(device.left).subspan(128)),
+                  1.5 * 0.5 * StallingTone::kStep);
+    }
+}
 
 TEST(TeskExtendedAudioFilePlayer, ConvertsTransportValuesAndClampsThePosition) {
     TeskExtendedAudioFilePlayer player(MemorySong::counting(10000), false);
