@@ -144,11 +144,12 @@ void HUDPitchControlView::mouseReleaseEvent(QMouseEvent* event) {
 }
 
 void HUDPitchControlView::wheelEvent(QWheelEvent* event) {
-    const double delta = event->angleDelta().y() / 120.0;
-    if (delta != 0.0)
-        setAndWriteBack(TransportRules::wheeledPitch(mPitchAdjustment, delta,
-                                                     event->modifiers() & Qt::ShiftModifier));
     event->accept();
+    const int notches = mWheelNotches.take(*event);
+    if (notches != 0)
+        setAndWriteBack(TransportRules::wheeledPitch(
+            mPitchAdjustment, notches * TransportRules::kPitchWheelUnitsPerNotch,
+            event->modifiers() & Qt::ShiftModifier));
 }
 
 void HUDPitchControlView::paintEvent(QPaintEvent*) {

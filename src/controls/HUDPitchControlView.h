@@ -3,6 +3,7 @@
 #include "controls/CalloutWindow.h"
 #include "controls/SBindingView.h"
 #include "controls/TransportRules.h"
+#include "controls/WheelNotches.h"
 
 #include <QPointer>
 
@@ -60,6 +61,7 @@ private:
 
     double mPitchAdjustment = 0.0;
     bool mDragging = false;
+    WheelNotches mWheelNotches;
     QPointer<CalloutWindow> mCallout;
 };
 

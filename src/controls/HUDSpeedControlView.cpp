@@ -215,12 +215,15 @@ void HUDSpeedControlView::wheelEvent(QWheelEvent* event) {
         event->ignore();
         return;
     }
+    event->accept();
+    const int notches = mWheelNotches.take(*event);
+    if (notches == 0)
+        return;
     // Deliberately not clamped: the speed found there puts the knob back on the track.
-    mKnobX = std::floor(mKnobX + event->angleDelta().y() / 120.0);
+    mKnobX = std::floor(mKnobX + notches * TransportRules::kSpeedWheelPointsPerNotch);
     setAndWriteBack(TransportRules::speedForX(mKnobX, markCentres(), markSpeeds(),
                                               !(event->modifiers() & Qt::ShiftModifier),
                                               scrollerBoundingBox().center().x()));
-    event->accept();
 }
 
 void HUDSpeedControlView::leaveEvent(QEvent*) {

@@ -3,6 +3,7 @@
 #include "controls/CalloutWindow.h"
 #include "controls/SBindingView.h"
 #include "controls/TransportRules.h"
+#include "controls/WheelNotches.h"
 
 #include <QPointer>
 #include <array>
@@ -77,6 +78,7 @@ private:
     std::array<Mark, TransportRules::kSpeedMarkCount> mMarks;
     double mPlaybackSpeed = 1.0;
     double mKnobX = 0.0;
+    WheelNotches mWheelNotches;
     bool mHovered = false;
     bool mDragging = false;
     double mPressKnobX = 0.0;

@@ -16,6 +16,9 @@ inline constexpr int kSpeedMarkCount = 5;
 inline constexpr std::array<double, kSpeedMarkCount> kSpeedMarks{0.25, 0.5, 0.75, 1.0, 1.5};
 /// Within this many points of a mark's centre a drag lands on the mark.
 inline constexpr double kSpeedSnapPoints = 4.0;
+/// How far a notch of the wheel moves the speed knob: past the snap to a mark, so that a notch
+/// leaves a mark and the notch back reaches it again. Shift moves as far without the snap.
+inline constexpr double kSpeedWheelPointsPerNotch = 5.0;
 
 /// The speed at x: piecewise linear between mark centres; with `snap`, a mark within 4 points
 /// (the right mark of a pair tested first). Beyond the marks: the last mark's speed right of
@@ -53,6 +56,9 @@ double steppedPitch(double semitones, PitchStep step);
 /// The pitch after a wheel turn of `delta` units: half a semitone a unit rounded to whole
 /// semitones, or with Shift (`fine`) 0.02 a unit unrounded; clamped.
 double wheeledPitch(double semitones, double delta, bool fine);
+/// A notch of the wheel is two units: a whole semitone either way, where one unit, rounded
+/// half away from zero, could never step back towards 0 (2.5 rounds to 3).
+inline constexpr double kPitchWheelUnitsPerNotch = 2.0;
 bool pitchIsDirty(double semitones);
 /// "+1.5", "-12", "0".
 QString pitchText(double semitones);

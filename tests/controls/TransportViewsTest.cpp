@@ -54,10 +54,16 @@ void onDarkPanel(QWidget& view) {
     view.show();
 }
 
-void turnWheel(QWidget& view, const QPointF& at, int notches, Qt::KeyboardModifiers modifiers) {
-    QWheelEvent wheel(at, view.mapToGlobal(at), QPoint(), QPoint(0, notches * 120), Qt::NoButton,
-                      modifiers, Qt::NoScrollPhase, false);
-    QCoreApplication::sendEvent(&view, &wheel);
+/// Turns the wheel by `notches`, in as many events of `perEvent` notches (a touchpad sends
+/// fractions of one).
+void turnWheel(QWidget& view, const QPointF& at, double notches, Qt::KeyboardModifiers modifiers,
+               double perEvent = 0.0) {
+    const double step = perEvent > 0.0 ? std::copysign(perEvent, notches) : notches;
+    for (double turned = 0.0; std::abs(turned) < std::abs(notches) - 1e-9; turned += step) {
+        QWheelEvent wheel(at, view.mapToGlobal(at), QPoint(), QPoint(0, int(step * 120)),
+                          Qt::NoButton, modifiers, Qt::NoScrollPhase, false);
+        QCoreApplication::sendEvent(&view, &wheel);
+    }
 }
 } // namespace
 
@@ -269,18 +275,29 @@ TEST(HUDSpeedControlView, EscapeEndsADragWithoutTakingTheKeyboardFocus) {
     EXPECT_TRUE(focused->hasFocus()) << "the focus never moved";
 }
 
-TEST(HUDSpeedControlView, TheWheelMovesTheKnobAPointANotchAndNeverPastTheEnds) {
+TEST(HUDSpeedControlView, TheWheelMovesTheKnobFivePointsANotchAndNeverPastTheEnds) {
     Transport model;
     HUDSpeedControlView view;
     view.resize(view.sizeHint());
     view.show();
     view.bind("playbackSpeed", &model, "playbackSpeed");
     const auto centres = view.markCentres();
-    // From "1x", 10 notches right with Shift: 10 points along the line to "1.5".
-    turnWheel(view, view.knobRect().center(), 10, Qt::ShiftModifier);
-    const double expected =
-        1.0 + 0.5 * (std::floor(centres[3]) + 10 - centres[3]) / (centres[4] - centres[3]);
-    EXPECT_NEAR(model.playbackSpeed, expected, 1e-9);
+    const auto pointsPastOne = [&](double points) {
+        return 1.0 +
+               0.5 * (std::floor(centres[3]) + points - centres[3]) / (centres[4] - centres[3]);
+    };
+    // From "1x" a notch leaves the mark and the notch back reaches it, in whole notches or in
+    // the eighths of one a touchpad sends.
+    for (const double perEvent : {1.0, 0.125}) {
+        SCOPED_TRACE(perEvent);
+        turnWheel(view, view.knobRect().center(), 1, Qt::NoModifier, perEvent);
+        EXPECT_NEAR(model.playbackSpeed, pointsPastOne(5), 1e-9);
+        turnWheel(view, view.knobRect().center(), -1, Qt::NoModifier, perEvent);
+        EXPECT_EQ(model.playbackSpeed, 1.0);
+    }
+    // Two notches right with Shift: 10 points along the line to "1.5", without the snap.
+    turnWheel(view, view.knobRect().center(), 2, Qt::ShiftModifier);
+    EXPECT_NEAR(model.playbackSpeed, pointsPastOne(10), 1e-9);
     // Far past the end the knob comes back to the last mark.
     turnWheel(view, view.knobRect().center(), 200, Qt::NoModifier);
     EXPECT_EQ(model.playbackSpeed, 1.5);
@@ -313,10 +330,13 @@ TEST(HUDPitchControlView, TheKnobSitsUnderTheValuesPlaceAndTheWheelStepsIt) {
         int notches;
         Qt::KeyboardModifiers modifiers;
         double to;
-    } wheels[] = {{0, 3, Qt::NoModifier, 2},       // 1.5 to a whole semitone
-                  {0, 3, Qt::ShiftModifier, 0.06}, // fine, not rounded
+    } wheels[] = {{0, 3, Qt::NoModifier, 3},       // a semitone a notch
+                  {3, -1, Qt::NoModifier, 2},      // and back towards 0
+                  {-3, 1, Qt::NoModifier, -2},     // from either side
+                  {2.5, 1, Qt::NoModifier, 4},     // 3.5, to a whole semitone
+                  {0, 3, Qt::ShiftModifier, 0.12}, // fine, not rounded
                   {23, 10, Qt::NoModifier, 24},    // clamped
-                  {-23.5, -2, Qt::ShiftModifier, -23.54}};
+                  {-23.5, -2, Qt::ShiftModifier, -23.58}};
     for (const auto& w : wheels) {
         SCOPED_TRACE(w.from);
         view.setPitchAdjustment(w.from);
