@@ -120,7 +120,13 @@ LoopDrag loopRangeForDrag(const WaveformGeometry& geometry, double startPoint, d
     const qint64 total = geometry.frameCount;
     const qint64 start = geometry.sampleFromPoint(startPoint);
     const qint64 end = geometry.sampleFromPoint(endPoint);
-    const qint64 delta = end - start;
+    // An edge follows the pointer past the song's start, where the pointer's frame stops at 0,
+    // so that it reaches frame 0 wherever on the edge it was taken; the edge, not the pointer,
+    // is then held inside the song.
+    const auto unclampedFrame = [&](double point) {
+        return qint64(std::floor(point * geometry.framesPerPoint()));
+    };
+    const qint64 delta = unclampedFrame(endPoint) - unclampedFrame(startPoint);
     const qint64 oldLocation = startRange.location;
     const qint64 oldLength = startRange.length;
     qint64 location = 0;
@@ -151,13 +157,15 @@ LoopDrag loopRangeForDrag(const WaveformGeometry& geometry, double startPoint, d
         location = std::min(start, end);
         length = std::max(start, end) - location;
     }
-    location = std::max<qint64>(0, location);
-    if (location + length > total)
-        length = std::max<qint64>(0, total - location);
+    // The edge that moved stops at the song's start or end; the other stays where it was.
+    const qint64 loopEnd = std::clamp<qint64>(location + length, 0, total);
+    location = std::clamp<qint64>(location, 0, loopEnd);
+    length = loopEnd - location;
     return {LoopRange{std::uint32_t(location), std::uint32_t(length)}, rightAligned};
 }
 
-LoopRange extendLoopToNewFrame(LoopRange loop, qint64 currentFrame, qint64 frame, qint64& anchor) {
+LoopRange extendLoopToNewFrame(LoopRange loop, qint64 currentFrame, qint64 frame, qint64 frameCount,
+                               qint64& anchor) {
     qint64 from = 0;
     qint64 to = 0;
     const qint64 start = loop.location;
@@ -181,6 +189,7 @@ LoopRange extendLoopToNewFrame(LoopRange loop, qint64 currentFrame, qint64 frame
         to = frame;
     }
     from = std::max<qint64>(0, from);
+    to = std::min(to, frameCount);
     return LoopRange{std::uint32_t(from), std::uint32_t(std::max<qint64>(0, to - from))};
 }
 

@@ -92,9 +92,11 @@ LoopDrag loopRangeForDrag(const WaveformGeometry& geometry, double startPoint, d
                           LoopRange startRange, bool isResizing, bool isResizingLeft,
                           bool isShifting);
 
-/// The loop when the play position moves to `frame` with Shift held; `anchor` is the loop's
-/// fixed end, set here when there was no loop or it is neither of the loop's ends.
-LoopRange extendLoopToNewFrame(LoopRange loop, qint64 currentFrame, qint64 frame, qint64& anchor);
+/// The loop when the play position moves to `frame` with Shift held, ending at the song's end
+/// at the latest; `anchor` is the loop's fixed end, set here when there was no loop or it is
+/// neither of the loop's ends.
+LoopRange extendLoopToNewFrame(LoopRange loop, qint64 currentFrame, qint64 frame, qint64 frameCount,
+                               qint64& anchor);
 
 /// The play button's top-left, in song points, for a loop band `visibleLoopRect` and a button
 /// `buttonSize`; kept 8 points inside the song, in single precision.

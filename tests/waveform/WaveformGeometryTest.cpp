@@ -198,6 +198,27 @@ TEST(WaveformGeometry, LoopDragsDrawShiftResizeFlipAndCut) {
          false,
          {15000, 2500},
          std::nullopt},
+        // An edge taken on either side of it and dragged past the song's start stops at frame
+        // 0, and the other edge stays.
+        {"left edge past the start", 22, -50, {1000, 5000}, true, true, false, {0, 6000}, {}},
+        {"left edge taken outside it, past the start",
+         18,
+         -50,
+         {1000, 5000},
+         true,
+         true,
+         false,
+         {0, 6000},
+         std::nullopt},
+        {"right edge past the left and the start",
+         122,
+         -50,
+         {1000, 5000},
+         true,
+         false,
+         false,
+         {0, 1000},
+         std::nullopt},
         {"new loop cut at the song's end",
          529000,
          531000,
@@ -237,11 +258,14 @@ TEST(WaveformGeometry, ExtendingTheLoopKeepsItsAnchor) {
         {"set elsewhere, inside", {30000, 15000}, 0, 40000, 41000, {30000, 11000}, 30000},
         {"set elsewhere, after", {1000, 4000}, 9999, 4000, 9000, {1000, 8000}, 1000},
         {"set elsewhere, before", {1000, 4000}, 0, 2000, 500, {500, 4500}, 5000},
+        // A second on from near the end stops at the end (100000 frames).
+        {"no loop, past the end", {}, 0, 90000, 134100, {90000, 10000}, 90000},
+        {"after the loop, past the end", {1000, 4000}, 1000, 3000, 134100, {1000, 99000}, 1000},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
         qint64 anchor = c.anchor;
-        const LoopRange after = extendLoopToNewFrame(c.loop, c.current, c.frame, anchor);
+        const LoopRange after = extendLoopToNewFrame(c.loop, c.current, c.frame, 100000, anchor);
         EXPECT_EQ(after, c.after);
         EXPECT_EQ(anchor, c.anchorAfter);
     }
