@@ -223,8 +223,12 @@ void WaveformView::setStartFrame(qint64 frame) {
     mGeometry.startFrame = frame;
     emit startFrameChanged();
     emit scrollPositionChanged();
-    if (shift() != oldShift)
+    if (shift() != oldShift) {
         update();
+        // The whole view paints the play position where it now stands: the next move repaints
+        // that place, not the one before the scroll.
+        mPaintedCursorX = cursorX();
+    }
 }
 
 void WaveformView::setCurrentFrame(qint64 frame, bool notifyObserver) {
@@ -502,8 +506,9 @@ void WaveformView::jumpToPreviousMarkerInList(const QList<quint32>& markers,
 }
 
 void WaveformView::extendLoopToNewFrame(qint64 frame) {
-    setLoopRange(
-        tesk::extendLoopToNewFrame(mLoopRange, mCurrentFrame, frame, mSelectionAnchorFrame), true);
+    setLoopRange(tesk::extendLoopToNewFrame(mLoopRange, mCurrentFrame, frame, frameCount(),
+                                            mSelectionAnchorFrame),
+                 true);
 }
 
 void WaveformView::selectAll() {
@@ -965,7 +970,10 @@ void WaveformView::dragTo(const QPointF& position) {
         const QRect before = markerRect(item).toAlignedRect();
         scrollAtEdges(position.x());
         const qreal w = markerImageForType(mDraggedKind).width();
-        item.dragX = std::floor(position.x() + shift()) - std::floor(w * 0.5);
+        // A marker stays inside the song, where it can be seen and taken again.
+        const double songX = std::clamp<double>(std::floor(position.x() + shift()), 0.0,
+                                                mGeometry.pointFromSample(mGeometry.frameCount));
+        item.dragX = songX - std::floor(w * 0.5);
         const QRectF strip = markerStripRect();
         mMarkerOff = position.y() < strip.top() - kMarkerKeepMargin ||
                      position.y() > strip.bottom() + kMarkerKeepMargin;
@@ -1023,7 +1031,8 @@ void WaveformView::finishMarkerDrag(bool cancelled) {
     markers.removeAt(markers.indexOf(quint32(item.frame)));
     if (!mMarkerOff) {
         const qreal w = markerImageForType(kind).width();
-        markers.append(quint32(mGeometry.sampleFromPoint(*item.dragX + std::floor(w * 0.5))));
+        markers.append(quint32(std::min(
+            mGeometry.sampleFromPoint(*item.dragX + std::floor(w * 0.5)), mGeometry.frameCount)));
     } else {
         mPoofCentre = mPointer;
         mPoof->start();

@@ -312,6 +312,22 @@ TEST_F(WaveformViewTest, MarkerGesturesHoldBeforeMovingAndDeleteWhenDraggedOff) 
     ASSERT_EQ(model.genericMarkers().size(), 1);
     EXPECT_NEAR(model.genericMarkers().at(0), landed * 50, 50);
     EXPECT_GT(model.genericMarkers().at(0), 800 * 50);
+
+    // At the song's end it lands on the last frame, not past it, where it could not be seen
+    // or taken again.
+    view.setStartFrame(kSongFrames);
+    model.setGenericMarkers({kSongFrames - 5000});
+    const QPointF nearEnd((kSongFrames - 5000) / 50.0 - view.geometryValues().visibleStartPoint(),
+                          24);
+    press(nearEnd);
+    now += 300;
+    move({830, 24});
+    EXPECT_LE(view.markerItems(0).at(0).dragX.value_or(0) -
+                  view.geometryValues().visibleStartPoint(),
+              800.0)
+        << "drawn inside the view";
+    release({900, 24});
+    EXPECT_EQ(model.genericMarkers(), QList<quint32>{quint32(kSongFrames)});
 }
 
 TEST_F(WaveformViewTest, LoopGesturesDrawMoveAndResizeTheLoop) {
@@ -364,11 +380,12 @@ TEST_F(WaveformViewTest, LoopGesturesDrawMoveAndResizeTheLoop) {
         << "the loop reaches into the newly shown part";
 }
 
-TEST_F(WaveformViewTest, ALoopChangeRepaintsWhatChangedAndNoMore) {
+TEST_F(WaveformViewTest, ALoopOrPlayPositionChangeRepaintsWhatChangedAndNoMore) {
     // Each step repaints only the region its paint event names, over the picture before it;
     // the result must be the picture after it, pixel for pixel. `untouched` is a point of the
-    // waveform band the step must leave alone.
-    enum Action { Press, Move, Release, Bind };
+    // waveform band the step must leave alone. A scroll (to the start frame `x`) repaints
+    // everything; a play position (the frame `x`) only where the line was and is.
+    enum Action { Press, Move, Release, Bind, Scroll, Position };
     struct Step {
         Action action;
         qreal x;
@@ -400,6 +417,10 @@ TEST_F(WaveformViewTest, ALoopChangeRepaintsWhatChangedAndNoMore) {
          {},
          15000,
          {{Bind, 0, 500, {10000, 10000}}, {Bind, 0, 500, {10000, 2000}}, {Bind, 0, 500, {}}}},
+        {"the play position moved after a scroll by 10 points",
+         {},
+         15000,
+         {{Scroll, 20500, -1}, {Position, 16000, 500}}},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
@@ -420,6 +441,10 @@ TEST_F(WaveformViewTest, ALoopChangeRepaintsWhatChangedAndNoMore) {
                     return release({step.x, kBandY});
                 case Bind:
                     return model.setLoopRange(step.loop);
+                case Scroll:
+                    return view.setStartFrame(qint64(step.x));
+                case Position:
+                    return model.setCurrentFrame(qint64(step.x));
                 }
             });
             ASSERT_FALSE(repainted.isEmpty());
