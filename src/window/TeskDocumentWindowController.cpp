@@ -508,7 +508,8 @@ bool TeskDocumentWindowController::handleKey(QKeyEvent* event) {
         return false;
     const WindowCommand command =
         WindowRules::commandForKey(event->key(), event->modifiers(), event->text());
-    if (command != WindowCommand::None)
+    if (command != WindowCommand::None &&
+        (!event->isAutoRepeat() || WindowRules::repeatsWhileHeld(command)))
         perform(command);
     return true; // keys are consumed here, never passed on
 }

@@ -83,6 +83,27 @@ WindowCommand commandForKey(int key, Qt::KeyboardModifiers modifiers, const QStr
     return C::None;
 }
 
+bool repeatsWhileHeld(WindowCommand command) {
+    using C = WindowCommand;
+    switch (command) {
+    case C::PlayPause:
+    case C::Loop:
+    case C::DropGenericMarker:
+    case C::DropChorusMarker:
+    case C::DropVerseMarker:
+    case C::DropBridgeMarker:
+    case C::ExportSong:
+    case C::ExportLoop:
+    case C::Save:
+    case C::SaveAs:
+    case C::PageSetup:
+    case C::Print:
+        return false;
+    default:
+        return true;
+    }
+}
+
 double zoomedIn(double zoomLevel) {
     return std::min(1.0, double(std::rint(float(zoomLevel) / 0.05f + 1.0f)) / 20.0);
 }

@@ -83,8 +83,8 @@ public:
 };
 
 void press(QWidget* window, int key, const QString& text = {},
-           Qt::KeyboardModifiers modifiers = Qt::NoModifier) {
-    QKeyEvent event(QEvent::KeyPress, key, modifiers, text);
+           Qt::KeyboardModifiers modifiers = Qt::NoModifier, bool held = false) {
+    QKeyEvent event(QEvent::KeyPress, key, modifiers, text, held);
     QCoreApplication::sendEvent(window, &event);
 }
 
@@ -121,6 +121,8 @@ TEST(DocumentWindow, APracticeSessionFromOpeningToReopening) {
     EXPECT_EQ(window->action(WindowCommand::PlayPause)->text(), "Pause");
     const qint64 start = document->currentFrame();
     EXPECT_TRUE(QTest::qWaitFor([&] { return document->currentFrame() > start + 4410; }, 5000));
+    press(window, Qt::Key_Space, " ", Qt::NoModifier, true); // held: plays on
+    EXPECT_TRUE(document->isFilePlaying());
     press(window, Qt::Key_Space, " ");
     EXPECT_FALSE(document->isFilePlaying());
     EXPECT_FALSE(window->displayTimersActive());
@@ -135,6 +137,8 @@ TEST(DocumentWindow, APracticeSessionFromOpeningToReopening) {
     document->setCurrentFrame(66150);
     press(window, Qt::Key_V, "v");
     press(window, Qt::Key_B, "b");
+    // A key held down drops its marker once, and does not take it away again.
+    press(window, Qt::Key_B, "b", Qt::NoModifier, true);
     EXPECT_EQ(document->genericMarkers(), frames({22050}));
     EXPECT_EQ(document->chorusMarkers(), frames({44100}));
     EXPECT_EQ(document->verseMarkers(), frames({66150}));
@@ -159,6 +163,9 @@ TEST(DocumentWindow, APracticeSessionFromOpeningToReopening) {
     EXPECT_DOUBLE_EQ(document->playbackSpeed(), 1.0);
     press(window, Qt::Key_Down);
     EXPECT_DOUBLE_EQ(document->playbackSpeed(), 0.75);
+    press(window, Qt::Key_Down, {}, Qt::NoModifier, true); // held, it steps on
+    EXPECT_DOUBLE_EQ(document->playbackSpeed(), 0.5);
+    press(window, Qt::Key_Up);
     window->action(WindowCommand::DecreasePitch)->trigger();
     EXPECT_DOUBLE_EQ(document->pitchAdjustment(), -0.5);
     // Escape clears the loop; Home goes to the beginning.
