@@ -689,7 +689,9 @@ void TeskDocumentWindowController::startLoopExportWithFile(const QString& path) 
 }
 
 void TeskDocumentWindowController::updateFileExportWithProgress(double progress) {
-    if (mExportProgress)
+    // After a cancel the dialog has hidden itself; a new value would show it again until the
+    // export has stopped.
+    if (mExportProgress && !mExportProgress->wasCanceled())
         mExportProgress->setValue(int(std::lround(progress * 1000.0)));
 }
 

@@ -228,6 +228,9 @@ TEST(DocumentWindow, APracticeSessionFromOpeningToReopening) {
     auto* cancel = window->exportProgressDialog()->findChild<QPushButton*>();
     ASSERT_NE(cancel, nullptr);
     cancel->click();
+    // Progress already on its way does not bring the dialog back.
+    window->updateFileExportWithProgress(0.5);
+    EXPECT_FALSE(window->exportProgressDialog()->isVisible());
     ASSERT_TRUE(QTest::qWaitFor([&] { return !document->isExporting(); }, 30000));
     QCoreApplication::processEvents();
     EXPECT_FALSE(QFile::exists(dir.filePath("cancelled.aif")));
