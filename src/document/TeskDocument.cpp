@@ -422,6 +422,18 @@ void TeskDocument::setAudioFileURL(const QUrl& url) {
     mUndoStack.clear();
 }
 
+std::optional<TeskError> TeskDocument::locateAudioFile(const QUrl& url) {
+    std::optional<TeskFileReference> previous = mAudioFileAlias;
+    setAudioFileAlias(TeskFileReference::fromPath(url.toLocalFile(), mFileURL.toLocalFile()));
+    if (const std::optional<TeskError> error = mSongError) {
+        setAudioFileAlias(std::move(previous));
+        return error;
+    }
+    updateChangeCount(ChangeType::Done);
+    mUndoStack.clear();
+    return std::nullopt;
+}
+
 QString TeskDocument::songTitle() const {
     return mMetadataImporter ? mMetadataImporter->title() : QString();
 }

@@ -162,6 +162,9 @@ public:
     QUrl audioFileURL() const;
     /// Installs the song at `url` and marks the document changed; clears the undo stack.
     void setAudioFileURL(const QUrl& url);
+    /// As `setAudioFileURL` for a song the user found in its new place, but only if it plays:
+    /// otherwise the document keeps the song it had, unchanged, and the reason is returned.
+    std::optional<TeskError> locateAudioFile(const QUrl& url);
     /// Why the song could not be opened, or nothing when it is playing or there is none.
     std::optional<TeskError> songError() const { return mSongError; }
     /// The player, while there is a song.

@@ -391,7 +391,9 @@ void TeskDocumentWindowController::placeWindow() {
 
 WindowCommandState TeskDocumentWindowController::commandState() const {
     WindowCommandState state;
-    state.hasSong = !mDocument->audioFileURL().isEmpty() && mViews != nullptr;
+    // A song found where it was, and one that plays: a file that does not decode is no song.
+    state.hasSong =
+        mDocument->player() != nullptr && !mDocument->audioFileURL().isEmpty() && mViews != nullptr;
     state.loopEnabled = mDocument->loopRange().length > 0;
     state.zoomLevel = mDocument->zoomLevel();
     if (mViews) {
@@ -868,13 +870,12 @@ void TeskDocumentWindowController::locateSong() {
                                            tr("Songs (*.mp3 *.m4a *.aif *.aiff *.aifc *.wav)"));
     if (path.isEmpty())
         return;
-    mDocument->setAudioFileURL(QUrl::fromLocalFile(path));
-    if (const std::optional<TeskError> error = mDocument->songError()) {
+    if (const std::optional<TeskError> error =
+            mDocument->locateAudioFile(QUrl::fromLocalFile(path))) {
         presentError(*error);
         return;
     }
     mNoticeLabel->setVisible(false);
-    mDocument->updateChangeCount(TeskDocument::ChangeType::Done);
     synchronizeWindowTitleWithDocumentName();
     validateMenuItems();
 }

@@ -186,6 +186,19 @@ TEST(Opening, AMissingSongKeepsItsMarkersAndIsFoundAgainWithLocate) {
     EXPECT_TRUE(document->songError().has_value());
     EXPECT_FALSE(document->isDocumentEdited());
 
+    // A file that does not play is refused: the document keeps the song it had, unchanged.
+    app.locateAnswer = dir.filePath("broken.mp3");
+    ASSERT_TRUE(writeFile(app.locateAnswer, QByteArray("ID3\x03\x00\x00\x00\x00\x00\x00", 10) +
+                                                QByteArray(4096, '\x5a')));
+    window->locateSong();
+    QMessageBox* message = messageOn(window);
+    ASSERT_NE(message, nullptr);
+    EXPECT_TRUE(message->text().contains("broken.mp3")) << message->text().toStdString();
+    message->close();
+    EXPECT_EQ(document->audioFileAlias()->fileName(), "etude.wav");
+    EXPECT_FALSE(document->isDocumentEdited());
+    EXPECT_FALSE(window->action(WindowCommand::PlayPause)->isEnabled());
+
     app.locateAnswer = copy;
     window->locateSong();
     EXPECT_FALSE(document->songError().has_value());
