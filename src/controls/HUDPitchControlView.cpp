@@ -5,6 +5,7 @@
 #include "controls/TransportAccessibility.h"
 #include "widgets/NamedImage.h"
 
+#include <QAccessible>
 #include <QMouseEvent>
 #include <QPainter>
 #include <QWheelEvent>
@@ -43,6 +44,10 @@ void HUDPitchControlView::observableObjectChangedKeyPath(QObject* object, const 
 }
 
 void HUDPitchControlView::setPitchAdjustment(double semitones) {
+    if (semitones != mPitchAdjustment) {
+        QAccessibleValueChangeEvent event(this, semitones);
+        QAccessible::updateAccessibility(&event);
+    }
     mPitchAdjustment = semitones;
     updateObservableObjectForBindingName(QStringLiteral("dirty"), dirty());
     if (mCallout && mCallout->isVisible())

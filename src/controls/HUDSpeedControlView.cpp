@@ -6,6 +6,7 @@
 #include "controls/TransportAccessibility.h"
 #include "widgets/NamedImage.h"
 
+#include <QAccessible>
 #include <QKeyEvent>
 #include <QMouseEvent>
 #include <QPainter>
@@ -100,8 +101,14 @@ std::array<double, TransportRules::kSpeedMarkCount> HUDSpeedControlView::markOpa
 }
 
 void HUDSpeedControlView::setPlaybackSpeed(double speed) {
+    const bool changed = speed != mPlaybackSpeed;
     mPlaybackSpeed = speed;
     speedChanged();
+    if (changed) {
+        // Screen readers say the new speed, however it came: a key, the wheel, a drag.
+        QAccessibleValueChangeEvent event(this, speed);
+        QAccessible::updateAccessibility(&event);
+    }
 }
 
 void HUDSpeedControlView::speedChanged() {

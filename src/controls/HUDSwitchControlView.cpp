@@ -4,6 +4,7 @@
 #include "widgets/NamedImage.h"
 #include "widgets/TeskLook.h"
 
+#include <QAccessible>
 #include <QMouseEvent>
 #include <QPainter>
 
@@ -24,6 +25,8 @@ void HUDSwitchControlView::setSwitchState(int state) {
         return;
     mControlSwitchState = state;
     setAccessibleDescription(state == 0 ? tr("Speed") : tr("Pitch"));
+    QAccessibleValueChangeEvent event(this, state);
+    QAccessible::updateAccessibility(&event);
     emit switchStateChanged();
     update();
 }

@@ -8,6 +8,7 @@
 #include <QAccessibleValueInterface>
 #include <QAccessibleWidget>
 #include <QCoreApplication>
+#include <algorithm>
 #include <cmath>
 
 namespace tesk {
@@ -43,7 +44,8 @@ public:
     }
     QVariant currentValue() const override { return view()->playbackSpeed(); }
     void setCurrentValue(const QVariant& value) override {
-        view()->setPlaybackSpeed(value.toDouble());
+        view()->setPlaybackSpeed(std::clamp(value.toDouble(), view()->markSpeeds().front(),
+                                            view()->markSpeeds().back()));
         view()->updateObservableObjectForBindingName("playbackSpeed", view()->playbackSpeed());
     }
     QVariant maximumValue() const override { return view()->markSpeeds().back(); }

@@ -3,6 +3,7 @@
 #include "observation/KeyValueObserving.h"
 #include "widgets/NamedImage.h"
 
+#include <QAccessible>
 #include <QMouseEvent>
 #include <QPainter>
 #include <QWheelEvent>
@@ -90,6 +91,8 @@ void TeskPanSlider::setValue(double value) {
         return;
     mValue = value;
     update();
+    QAccessibleValueChangeEvent event(this, value);
+    QAccessible::updateAccessibility(&event);
 }
 
 void TeskPanSlider::setValueAsUser(double value) {

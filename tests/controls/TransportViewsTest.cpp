@@ -111,6 +111,10 @@ TEST(HUDSpeedControlView, MarksDragsEscapeAndTheWheelSetTheBoundSpeed) {
     ASSERT_NE(reader, nullptr);
     EXPECT_EQ(reader->text(QAccessible::Name), "Speed");
     EXPECT_EQ(reader->text(QAccessible::Value), "150 %");
+    // A screen reader sets it within the marks.
+    reader->valueInterface()->setCurrentValue(0.1);
+    EXPECT_EQ(model.playbackSpeed, 0.25);
+    reader->valueInterface()->setCurrentValue(1.5);
 
     // A speed above the marks from the model lights none and leaves the knob.
     const double knob = view.knobCentreX();
