@@ -198,7 +198,10 @@ void TeskDocumentWindowController::buildPopulatedContent() {
     mEffectsParentView->setParent(mSplitView);
     mSplitView->addWidget(songArea);
     mSplitView->addWidget(mEffectsParentView);
+    // Neither part collapses under the handle: the effects toggle alone hides the panel, and a
+    // panel dragged to nothing would stay at nothing when shown again.
     mSplitView->setCollapsible(0, false);
+    mSplitView->setCollapsible(1, false);
     column->addWidget(mSplitView, 1);
     setCentralWidget(content);
     bindViews();

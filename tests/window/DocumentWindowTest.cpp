@@ -17,6 +17,7 @@
 #include <QMessageBox>
 #include <QMimeData>
 #include <QPushButton>
+#include <QSplitter>
 #include <QTemporaryDir>
 #include <QTest>
 #include <QWheelEvent>
@@ -430,6 +431,16 @@ TEST(DocumentWindow, KeysAndClicksInTheMiddleOfThingsLoseNothing) {
     QTest::keyClick(QApplication::focusWidget(), Qt::Key_Space);
     EXPECT_TRUE(document->isFilePlaying());
     document->stopFilePlaying();
+
+    // The handle above the effects, dragged to the window's foot, leaves the panel showing.
+    auto* split = window->findChild<QSplitter*>();
+    ASSERT_NE(split, nullptr);
+    QCoreApplication::processEvents(); // the panel takes its place
+    QSplitterHandle* handle = split->handle(1);
+    QTest::mousePress(handle, Qt::LeftButton, {}, handle->rect().center());
+    QTest::mouseMove(handle, handle->rect().center() + QPoint(0, 2000));
+    QTest::mouseRelease(handle, Qt::LeftButton, {}, handle->rect().center() + QPoint(0, 2000));
+    EXPECT_GT(split->widget(1)->height(), 0);
 
     // A song that has gone since does not take the markers with it: closing asks to save.
     document->setCurrentFrame(44100);
