@@ -229,6 +229,8 @@ void SongViews::updateHUD() {
 }
 
 void SongViews::updatePlayHead() {
+    // Looping stops without playback stopping when the loop is cleared or emptied.
+    mWaveformView->setLooping(mDocument->isLooping());
     const TeskExtendedAudioFilePlayer* player = mDocument->player();
     const auto report = player ? player->heardPosition() : std::nullopt;
     if (!report) {

@@ -158,6 +158,16 @@ TEST(DocumentWindow, APracticeSessionFromOpeningToReopening) {
     EXPECT_LT(document->currentFrame(), 2 * kRate);
     press(window, Qt::Key_L, "l");
     EXPECT_FALSE(document->isFilePlaying());
+    // Escape while the loop plays clears it: playback goes on, and the view loops no more.
+    press(window, Qt::Key_L, "l");
+    auto* waveform = window->findChild<WaveformView*>();
+    ASSERT_NE(waveform, nullptr);
+    EXPECT_TRUE(waveform->isLooping());
+    press(window, Qt::Key_Escape);
+    EXPECT_TRUE(document->isFilePlaying());
+    EXPECT_TRUE(QTest::qWaitFor([&] { return !waveform->isLooping(); }, 1000));
+    press(window, Qt::Key_Space, " ");
+    document->setLoopRange({kRate, kRate});
 
     // Down slows to the next mark; Shift+Down does nothing; the pitch items step the pitch.
     press(window, Qt::Key_Down, {}, Qt::ShiftModifier);
