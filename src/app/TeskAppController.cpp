@@ -111,8 +111,12 @@ void TeskAppController::showAbout() {
 }
 
 void TeskAppController::quit() {
+    // The last song's window closing must not bring up an empty one on the way out.
+    mDocuments->setQuitting(true);
     if (mWindows->closeAll())
         QApplication::quit();
+    else
+        mDocuments->setQuitting(false);
 }
 
 } // namespace tesk

@@ -130,7 +130,7 @@ void TeskDocumentController::removeDocument(TeskDocument* document) {
     // Whoever is closing it may still be on the stack; it goes once they are done.
     found->release()->deleteLater();
     mDocuments.erase(found);
-    if (!hadUntitled && mDocuments.empty())
+    if (!hadUntitled && mDocuments.empty() && !mQuitting)
         openUntitledDocumentAndDisplay();
 }
 

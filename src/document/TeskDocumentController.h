@@ -69,8 +69,10 @@ public:
     /// Closes the document's windows and lets it go.
     void closeDocument(TeskDocument* document);
     /// Lets the document go; if that leaves no document, and none was an unchanged untitled
-    /// one, an empty window opens.
+    /// one, an empty window opens, unless Tesk is quitting.
     void removeDocument(TeskDocument* document);
+    /// Set while Tesk closes every window to quit, and cleared if the user stops it.
+    void setQuitting(bool quitting) { mQuitting = quitting; }
 
     // Opening songs from outside: the command line, a second instance, drops.
     static QStringList supportedAudioFileTypes();
@@ -110,6 +112,7 @@ private:
     TeskDocumentWindowLayer* mWindowLayer;
     std::vector<std::unique_ptr<TeskDocument>> mDocuments;
     QPointF mNextDocumentWindowPoint;
+    bool mQuitting = false;
 };
 
 } // namespace tesk

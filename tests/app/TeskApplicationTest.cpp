@@ -1,5 +1,7 @@
 #include "app/SingleInstance.h"
 #include "app/TeskAppController.h"
+#include "document/TeskDocument.h"
+#include "document/TeskDocumentController.h"
 
 #include "support/AudioFiles.h"
 #include "support/Signals.h"
@@ -25,6 +27,24 @@ TEST(TeskAppController, EveryStartAddsOneToTheRunCount) {
     EXPECT_EQ(TeskAppController::countLaunch(), 1);
     EXPECT_EQ(TeskAppController::countLaunch(), 2);
     EXPECT_EQ(QSettings().value(TeskAppController::RunCountKey).toInt(), 2);
+}
+
+TEST(TeskAppController, QuittingClosesTheLastSongWithoutOpeningAnEmptyWindow) {
+    QTemporaryDir folder;
+    const QString song = folder.filePath("scale.wav");
+    ASSERT_TRUE(test::writeWav(song, {test::sine(440.0, 0.4, 44100, 44100)}, 44100));
+    const QString practice = folder.filePath("scale.tesk");
+    {
+        TeskDocument document;
+        document.setAudioFileURL(QUrl::fromLocalFile(song));
+        TeskError error;
+        ASSERT_TRUE(document.saveToURL(QUrl::fromLocalFile(practice), &error));
+    }
+    TeskAppController app;
+    app.openFiles({practice});
+    ASSERT_EQ(app.documentController()->documents().size(), 1);
+    app.quit();
+    EXPECT_TRUE(app.documentController()->documents().isEmpty());
 }
 
 TEST(SingleInstance, ALaterTeskHandsItsFilesToTheRunningOneAndExits) {
