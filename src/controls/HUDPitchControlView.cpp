@@ -44,11 +44,12 @@ void HUDPitchControlView::observableObjectChangedKeyPath(QObject* object, const 
 }
 
 void HUDPitchControlView::setPitchAdjustment(double semitones) {
-    if (semitones != mPitchAdjustment) {
+    const bool changed = semitones != mPitchAdjustment;
+    mPitchAdjustment = semitones;
+    if (changed) {
         QAccessibleValueChangeEvent event(this, semitones);
         QAccessible::updateAccessibility(&event);
     }
-    mPitchAdjustment = semitones;
     updateObservableObjectForBindingName(QStringLiteral("dirty"), dirty());
     if (mCallout && mCallout->isVisible())
         mCallout->follow(calloutTip(), TransportRules::pitchText(mPitchAdjustment));

@@ -57,7 +57,7 @@ double steppedPitch(double semitones, PitchStep step);
 /// semitones, or with Shift (`fine`) 0.02 a unit unrounded; clamped.
 double wheeledPitch(double semitones, double delta, bool fine);
 /// A notch of the wheel is two units: a whole semitone either way, where one unit, rounded
-/// half away from zero, could never step back towards 0 (2.5 rounds to 3).
+/// half away from zero, could never step back towards 0 (2.5 rounds to 3); with Shift, 0.04.
 inline constexpr double kPitchWheelUnitsPerNotch = 2.0;
 bool pitchIsDirty(double semitones);
 /// "+1.5", "-12", "0".

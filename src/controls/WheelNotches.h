@@ -14,7 +14,10 @@ public:
     /// The whole notches turned with this event (positive away from the user), keeping the
     /// fraction left over for the next one.
     int take(const QWheelEvent& event) {
-        mPending += event.angleDelta().y() / 120.0;
+        const double turned = event.angleDelta().y() / 120.0;
+        if (turned * mPending < 0.0)
+            mPending = 0.0; // turned back: what was left over went the other way
+        mPending += turned;
         const double whole = std::trunc(mPending);
         mPending -= whole;
         return int(whole);

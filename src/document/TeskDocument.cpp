@@ -423,8 +423,15 @@ void TeskDocument::setAudioFileURL(const QUrl& url) {
 }
 
 std::optional<TeskError> TeskDocument::locateAudioFile(const QUrl& url) {
+    std::optional<TeskFileReference> found =
+        TeskFileReference::fromPath(url.toLocalFile(), mFileURL.toLocalFile());
+    if (!found) { // gone again since it was chosen
+        const QString name = QFileInfo(url.toLocalFile()).fileName();
+        return fileError(kFileNoSuchFileError,
+                         tr("The song %1 could not be found.").arg(quotedName(name)), name);
+    }
     std::optional<TeskFileReference> previous = mAudioFileAlias;
-    setAudioFileAlias(TeskFileReference::fromPath(url.toLocalFile(), mFileURL.toLocalFile()));
+    setAudioFileAlias(std::move(found));
     if (const std::optional<TeskError> error = mSongError) {
         setAudioFileAlias(std::move(previous));
         return error;

@@ -67,9 +67,10 @@ bool isEnabled(WindowCommand command, const WindowCommandState& state);
 /// Meta for the control key. `text` is the key's characters.
 WindowCommand commandForKey(int key, Qt::KeyboardModifiers modifiers, const QString& text);
 
-/// Whether a held key repeats `command`. Steps (the position, the speed, the pitch, the zoom)
-/// repeat; a toggle or a drop does not, so that holding Space or "m" a moment too long neither
-/// flips playback back and forth nor drops a row of markers.
+/// Whether a key held down in the window repeats `command`. Steps (the position, the speed,
+/// the pitch, the zoom) repeat; a toggle, a drop or a command that opens a dialog does not, so
+/// that holding Space or "m" a moment too long neither flips playback back and forth nor drops
+/// a row of markers.
 bool repeatsWhileHeld(WindowCommand command);
 
 /// Zoom moves on a grid of 0.05 steps within 0 to 1 (ties round to even, in single precision).

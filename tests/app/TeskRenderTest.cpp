@@ -163,6 +163,7 @@ TEST(TeskRenderCommandLine, BadUsageIsOneLineSaidBeforeAnythingIsRead) {
     QTemporaryDir folder;
     const QString input = writeTone(folder.filePath("in.wav"), 0.2);
     expectFailure({"--bogus", input}, 1);
+    expectFailure({input, folder.filePath("out.wav")}, 1);
     EXPECT_EQ(filesIn(folder.path()), QStringList{"in.wav"});
     const RenderRun help = runRender({"--help"});
     EXPECT_EQ(help.exitCode, 0);

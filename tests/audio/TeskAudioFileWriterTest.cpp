@@ -178,6 +178,9 @@ TEST(TeskAudioFileWriter, ACoverThatIsNeitherJpegNorPngIsLeftOut) {
         ASSERT_TRUE(writer);
         ASSERT_TRUE(writeAndFinish(*writer, tone));
         EXPECT_EQ(readSongMetadata(path), tagged());
+        const std::optional<Channels> file = test::decodeWithFfmpeg(path);
+        ASSERT_TRUE(file);
+        EXPECT_GE((*file)[0].size(), 44100u);
     }
 }
 
@@ -318,7 +321,9 @@ TEST(TeskAudioFileWriter, CancelStopsABlockedWriteAndDeletesThePartialFile) {
     ASSERT_TRUE(writer->finish(nullptr));
     writer->cancel();
     writer.reset();
-    EXPECT_TRUE(QFileInfo::exists(kept));
+    const std::optional<Channels> file = test::decodeWithFfmpeg(kept);
+    ASSERT_TRUE(file);
+    EXPECT_EQ((*file)[0].size(), 3u * TeskAudioFileWriter::kSliceFrames);
 }
 
 } // namespace

@@ -8,6 +8,7 @@
 #include <QCoreApplication>
 #include <QTest>
 #include <cmath>
+#include <functional>
 #include <gtest/gtest.h>
 #include <optional>
 #include <thread>
@@ -99,8 +100,10 @@ class StallingTone : public ChainSource {
 public:
     std::uint32_t supplyFrames(const AudioBufferList& buffers, std::uint32_t frameCount,
                                SourceRuns& runs) noexcept override {
-        while (stall.load() && !resume.load())
+        while (stall.load() && !resume.load()) {
+            held = true;
             std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
         for (std::uint32_t i = 0; i < frameCount; ++i) {
             const auto value = float(0.5 * std::sin(kStep * double(mSupplied + i)));
             buffers.buffers[0].data[i] = value;
@@ -114,30 +117,40 @@ public:
 
     static constexpr double kStep = 2.0 * M_PI * 110.0 / 44100.0;
     std::atomic<bool> stall{false};
+    std::atomic<bool> held{false}; // the rendering thread waits in here
     std::atomic<bool> resume{false};
 
 private:
     std::int64_t mSupplied = 0;
 };
+
+/// Waits, at most ten seconds, for `condition`.
+bool waitFor(const std::function<bool()>& condition) {
+    for (int i = 0; i < 10000 && !condition(); ++i)
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    return condition();
+}
 } // namespace
 
 TEST(AheadRenderer, ARingThatRunsDryFadesOutWhereverThePeriodStands) {
-    // Periods of one block run dry at a period's start, with nothing of the period to fade;
-    // others part-way through one.
-    for (const std::uint32_t period : {AheadRenderer::kBlockFrames, 1000u}) {
-        SCOPED_TRACE(period);
+    // The ring runs dry `into` frames into a period: at its start, with nothing of the period
+    // to fade, or too few frames into it for a fade of its own.
+    for (const std::uint32_t into : {0u, 8u}) {
+        SCOPED_TRACE(into);
         ProcessingChain chain(44100.0, TimePitchQuality::Standard);
         StallingTone tone;
         chain.setSource(&tone);
         AheadRenderer ahead(chain);
         ManualSoundDevice device(ahead);
         ahead.start(device);
-        while (ahead.queuedBlocks() < AheadRenderer::kBlockCount)
-            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        ASSERT_TRUE(waitFor([&] { return ahead.queuedBlocks() == AheadRenderer::kBlockCount; }));
         tone.stall = true;
-        while (ahead.underrunCount() == 0)
-            device.pull(period);
-        device.pull(period);
+        device.pull(AheadRenderer::kBlockFrames); // room for one more block, which stalls
+        ASSERT_TRUE(waitFor([&] { return tone.held.load(); }));
+        const auto left = std::uint32_t(ahead.queuedBlocks() * AheadRenderer::kBlockFrames);
+        device.pull(left - into);
+        device.pull(AheadRenderer::kBlockFrames);
+        EXPECT_EQ(ahead.underrunCount(), 1u);
         tone.resume = true;
         ahead.stop();
         // After the start's fade-in, no step may be larger than the tone's own: a cut to

@@ -313,8 +313,8 @@ TEST_F(WaveformViewTest, MarkerGesturesHoldBeforeMovingAndDeleteWhenDraggedOff) 
     EXPECT_NEAR(model.genericMarkers().at(0), landed * 50, 50);
     EXPECT_GT(model.genericMarkers().at(0), 800 * 50);
 
-    // At the song's end it lands on the last frame, not past it, where it could not be seen
-    // or taken again.
+    // At the song's end it lands at the end, not past it, where it could not be seen or taken
+    // again.
     view.setStartFrame(kSongFrames);
     model.setGenericMarkers({kSongFrames - 5000});
     const QPointF nearEnd((kSongFrames - 5000) / 50.0 - view.geometryValues().visibleStartPoint(),

@@ -211,6 +211,31 @@ TEST(Opening, AMissingSongKeepsItsMarkersAndIsFoundAgainWithLocate) {
     EXPECT_TRUE(window->action(WindowCommand::ExportLoop)->isEnabled());
 }
 
+TEST(Opening, APracticeWhoseSongNoLongerPlaysOffersNoSongCommands) {
+    QTemporaryDir dir;
+    const QString song = writeSong(dir.filePath("etude.wav"));
+    const QString practice = dir.filePath("etude.tesk");
+    {
+        TeskDocument document;
+        document.setAudioFileURL(QUrl::fromLocalFile(song));
+        TeskError error;
+        ASSERT_TRUE(document.saveToURL(QUrl::fromLocalFile(practice), &error));
+    }
+    // Still there, by its name, but overwritten with something that is no song.
+    ASSERT_TRUE(writeFile(song, QByteArray(4096, '\x5a')));
+    Opening app;
+    TeskError error;
+    TeskDocument* document =
+        app.documents->openDocumentWithContentsOfURL(QUrl::fromLocalFile(practice), true, &error);
+    ASSERT_NE(document, nullptr);
+    ASSERT_FALSE(document->audioFileURL().isEmpty());
+    EXPECT_EQ(document->player(), nullptr);
+    TeskDocumentWindowController* window = app.window(document);
+    window->validateMenuItems();
+    EXPECT_FALSE(window->action(WindowCommand::PlayPause)->isEnabled());
+    EXPECT_FALSE(window->action(WindowCommand::ExportSong)->isEnabled());
+}
+
 TEST(Opening, ASongThatCannotBeDecodedIsToldOnTheWindowAsAWindowModalMessage) {
     QTemporaryDir dir;
     // An MP3 by its first bytes, but nothing a decoder can play.
