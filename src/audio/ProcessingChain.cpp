@@ -16,6 +16,8 @@ ProcessingChain::ProcessingChain(double sampleRate, TimePitchQuality quality)
     , mSpectrumAnalyzer(AudioStreamDescription{sampleRate, 2, false})
     , mPanLeft(kMaxSliceFrames)
     , mPanRight(kMaxSliceFrames)
+    , mDryLeft(kMaxSliceFrames)
+    , mDryRight(kMaxSliceFrames)
     , mExportLeft(kMaxSliceFrames)
     , mExportRight(kMaxSliceFrames) {
     mEqualizer.setBypassed(true);
@@ -105,7 +107,10 @@ void ProcessingChain::reset() {
     applyParameters();
     mEqualizer.reset();
     mTimePitch.reset();
-    mVocalRemover.reset();
+    // The vocal remover starts empty, so that nothing of the place played before is heard after
+    // a seek or a start; it stays silent until its first block is out.
+    mVocalRemover.clear();
+    mRemovingVocals = mRemoveVocals.load(std::memory_order_relaxed);
     mVocalDelayFrames.store(0, std::memory_order_relaxed);
     mInputFrames = 0;
     mStarvedFrames = 0;
@@ -256,19 +261,43 @@ ProcessingChain::TracedFrame ProcessingChain::traceInputFrame(double inputFrame)
 void ProcessingChain::processAfterStretch(float* left, float* right, std::uint32_t frameCount) {
     if (frameCount == 0)
         return;
-    if (mRemoveVocals.load(std::memory_order_relaxed)) {
-        applyVocalBand();
-        mVocalRemover.addInput(0, left, frameCount);
-        mVocalRemover.addInput(1, right, frameCount);
-        mVocalRemover.process();
-        const std::uint32_t taken = mVocalRemover.getOutput(0, left, frameCount);
-        mVocalRemover.getOutput(1, right, frameCount);
-        mVocalDelayFrames.store(taken > 0 ? mVocalRemover.heldFrames() : 0,
-                                std::memory_order_relaxed);
-    } else {
-        mVocalDelayFrames.store(0, std::memory_order_relaxed);
-    }
+    const bool removeVocals = mRemoveVocals.load(std::memory_order_relaxed);
+    if (removeVocals || mRemovingVocals)
+        removeVocalsFrom(left, right, frameCount, removeVocals);
+    mVocalDelayFrames.store(mRemovingVocals ? mVocalRemover.heldFrames() : 0,
+                            std::memory_order_relaxed);
     processAfterVocalReduction(left, right, frameCount);
+}
+
+void ProcessingChain::removeVocalsFrom(float* left, float* right, std::uint32_t frameCount,
+                                       bool removeVocals) {
+    // The remover's output lags its input by a block and a half and is silent until its first
+    // block is out, so a switch cannot simply go from one sound to the other: switched on, the
+    // sound fades out across the slice and comes back, faded in by the remover's first block,
+    // from where it was switched on; switched off, the two fade into each other across the
+    // slice, skipping what the remover still held.
+    applyVocalBand();
+    if (removeVocals && !mRemovingVocals)
+        mVocalRemover.clear(); // nothing of what it held when switched off
+    std::copy_n(left, frameCount, mDryLeft.begin());
+    std::copy_n(right, frameCount, mDryRight.begin());
+    mVocalRemover.addInput(0, left, frameCount);
+    mVocalRemover.addInput(1, right, frameCount);
+    mVocalRemover.process();
+    const std::uint32_t taken = mVocalRemover.getOutput(0, left, frameCount);
+    mVocalRemover.getOutput(1, right, taken);
+    std::fill(left + taken, left + frameCount, 0.0f);
+    std::fill(right + taken, right + frameCount, 0.0f);
+    if (removeVocals != mRemovingVocals) {
+        for (std::uint32_t i = 0; i < frameCount; ++i) {
+            const float dry = removeVocals ? 1.0f - float(i + 1) / float(frameCount)
+                                           : float(i + 1) / float(frameCount);
+            const float wet = removeVocals ? 0.0f : 1.0f - dry;
+            left[i] = left[i] * wet + mDryLeft[i] * dry;
+            right[i] = right[i] * wet + mDryRight[i] * dry;
+        }
+    }
+    mRemovingVocals = removeVocals;
 }
 
 void ProcessingChain::processAfterVocalReduction(float* left, float* right,

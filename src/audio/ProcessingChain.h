@@ -197,9 +197,8 @@ private:
     std::atomic<double> mPanAmount{0.5};
     std::atomic<bool> mOutOfPhase{false};
 
-    /// Output frames the vocal reduction held back in the last slice: its block delay once its
-    /// output has started, none while it is off or lets the sound through unprocessed. Written
-    /// on the rendering thread.
+    /// Output frames the vocal reduction held back in the last slice: its block delay while it
+    /// is on, none while it is off. Written on the rendering thread.
     std::atomic<std::uint32_t> mVocalDelayFrames{0};
 
     // Rendering thread only.
@@ -214,8 +213,15 @@ private:
     PanSettings panSettings() const noexcept;
     void applyPan(float* left, float* right, std::uint32_t frameCount);
     PanSettings mAppliedPan;
+    /// Runs a slice through the vocal remover, or fades between it and the plain sound when
+    /// `removeVocals` differs from the last slice's.
+    void removeVocalsFrom(float* left, float* right, std::uint32_t frameCount, bool removeVocals);
     std::vector<float> mPanLeft; // a slice as the old mix leaves it
     std::vector<float> mPanRight;
+    /// Whether the last slice went through the vocal remover: a switch fades between the two.
+    bool mRemovingVocals = false;
+    std::vector<float> mDryLeft; // a slice as it came to the vocal remover
+    std::vector<float> mDryRight;
     std::uint32_t mExportFlushFrames = 0; // silence fed to the vocal remover after the end
     bool mExportStretchEnded = false;
     std::vector<float> mExportLeft;

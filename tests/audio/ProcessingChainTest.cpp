@@ -336,3 +336,39 @@ TEST(ProcessingChain, CopiesTheEqualizerWholeWhileTheMainThreadSetsIt) {
     slider.join();
     EXPECT_EQ(torn, 0);
 }
+
+TEST(ProcessingChain, VocalReductionSwitchesAndSeeksNeitherClickNorBringBackOldSound) {
+    // A 90 Hz tone lies below the band the remover works on: it comes through whole, a block
+    // and a half late. A switch either way may not cut it.
+    const auto low = test::sine(90.0, 0.5, kFrames);
+    const double lowStep = 2.0 * M_PI * 90.0 / 44100.0 * 0.5;
+    for (const bool on : {true, false}) {
+        SCOPED_TRACE(on ? "switched on" : "switched off");
+        ProcessingChain chain(44100.0, TimePitchQuality::Standard);
+        VectorSource source(low, low);
+        chain.setSource(&source);
+        chain.setRemoveVocals(!on);
+        chain.reset();
+        const Rendered before = render(chain, 8192);
+        chain.setRemoveVocals(on);
+        const Rendered after = render(chain, 8192);
+        std::vector<float> heard(before.left.end() - 2048, before.left.end());
+        heard.insert(heard.end(), after.left.begin(), after.left.end());
+        EXPECT_LT(test::largestStep(heard), 2.0 * lowStep);
+    }
+
+    // A seek to an 8 kHz tone, above the band: nothing of the 90 Hz tone comes after it.
+    ProcessingChain chain(44100.0, TimePitchQuality::Standard);
+    VectorSource source(low, low);
+    chain.setSource(&source);
+    chain.setRemoveVocals(true);
+    chain.reset();
+    render(chain, 8192);
+    const auto high = test::sine(8000.0, 0.5, kFrames);
+    VectorSource sought(high, high);
+    chain.setSource(&sought);
+    chain.reset();
+    const Rendered after = render(chain, 8192);
+    EXPECT_LT(test::toneAmplitude(std::span(after.left).first(4096), 90.0), 0.01);
+    EXPECT_NEAR(test::toneAmplitude(std::span(after.left).last(4096), 8000.0), 0.5, 0.05);
+}
