@@ -109,7 +109,22 @@ bool TeskExtendedAudioFilePlayer::isLooping() const {
     return mFileReader.isLooping();
 }
 void TeskExtendedAudioFilePlayer::setLoopRange(LoopRange range) {
+    const LoopRange before = mFileReader.loopRange();
+    const qint64 read = mFileReader.currentFrame();
     mFileReader.setLoopRange(range);
+    if (!isFilePlaying() || !mFileReader.isLooping() || range == before || range.length == 0)
+        return;
+    // The sound on its way from the reader to the device was read under the old loop. Where the
+    // new loop would play it otherwise (its seam lies inside it, or it has already wrapped at the
+    // old seam), it is played again from what is heard, so that playback neither runs past the
+    // new seam nor jumps back from there without the seam's crossfade.
+    const qint64 heard = currentFrame();
+    const bool reverse = mFileReader.isReverse();
+    const qint64 seam = reverse ? qint64(range.location) : qint64(range.location) + range.length;
+    const bool wrapped = reverse ? read > heard : read < heard;
+    const bool seamOnItsWay = reverse ? read <= seam && seam < heard : heard < seam && seam <= read;
+    if (wrapped || seamOnItsWay)
+        setCurrentFrame(heard);
 }
 LoopRange TeskExtendedAudioFilePlayer::loopRange() const {
     return mFileReader.loopRange();

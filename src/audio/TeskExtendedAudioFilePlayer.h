@@ -66,6 +66,8 @@ public:
 
     void setLooping(bool looping);
     bool isLooping() const;
+    /// While a loop plays, a new range whose seam falls inside the sound already on its way to
+    /// the device replays that sound from what is heard (a seek).
     void setLoopRange(LoopRange range);
     LoopRange loopRange() const;
 
