@@ -50,7 +50,6 @@ void AheadRenderer::start(TeskSoundDevice& device) {
     // The ring starts empty; the callback's state follows when it sees the new generation.
     mReadCount.store(mWriteCount.load());
     mRenderingGeneration.store(mGeneration.fetch_add(1) + 1, std::memory_order_release);
-    mHasHeardPosition = false;
     mStopping = false;
     // The device is paused: the callback's state can be set here. Nothing of the sound before
     // the stop is left to fade.
@@ -88,12 +87,11 @@ void AheadRenderer::stop() {
 
 void AheadRenderer::flush() {
     mGeneration.fetch_add(1, std::memory_order_acq_rel);
-    mHasHeardPosition.store(false, std::memory_order_relaxed);
 }
 
 std::optional<AheadRenderer::HeardPosition> AheadRenderer::heardPosition() {
     const HeardPosition* newest = mHeardReport.read();
-    if (newest == nullptr || !mHasHeardPosition.load(std::memory_order_relaxed) ||
+    if (newest == nullptr || !hasHeardPosition() ||
         newest->generation != mGeneration.load(std::memory_order_acquire))
         return std::nullopt;
     return *newest;
@@ -141,7 +139,7 @@ void AheadRenderer::renderAudio(float* left, float* right, std::uint32_t frameCo
     // What the device plays now is what it was handed one period ago.
     if (mHasPendingHeard && generation == mSeenGeneration) {
         mHeardFrame.store(mPendingHeard, std::memory_order_relaxed);
-        mHasHeardPosition.store(true, std::memory_order_relaxed);
+        mHeardGeneration.store(generation, std::memory_order_release);
         HeardPosition& report = mHeardReport.writeSlot();
         report.sourceFrame = mPendingHeard;
         report.sourceStep = mPendingStep;

@@ -71,7 +71,12 @@ public:
 
     /// The source frame being heard now, and whether there is one yet. Any thread.
     double heardSourceFrame() const { return mHeardFrame.load(std::memory_order_relaxed); }
-    bool hasHeardPosition() const { return mHasHeardPosition.load(std::memory_order_relaxed); }
+    /// A heard position belongs to the newest start or seek: the callback may report one more
+    /// period of the stream before it, which says nothing of where playback now is.
+    bool hasHeardPosition() const {
+        return mHeardGeneration.load(std::memory_order_acquire) ==
+               mGeneration.load(std::memory_order_acquire);
+    }
     /// The newest report of what is heard, or nothing before the first one since the last start
     /// or seek. One reader only: the main thread. Never blocks.
     std::optional<HeardPosition> heardPosition();
@@ -147,7 +152,7 @@ private:
 
     LatestValue<HeardPosition> mHeardReport;
     std::atomic<double> mHeardFrame{0.0};
-    std::atomic<bool> mHasHeardPosition{false};
+    std::atomic<std::uint64_t> mHeardGeneration{0}; // of the frame in mHeardFrame; 0: none
     std::atomic<std::uint64_t> mUnderruns{0};
 };
 
