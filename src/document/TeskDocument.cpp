@@ -525,7 +525,8 @@ void TeskDocument::audioFilePlayerUpdatedExportWithProgress(TeskExtendedAudioFil
 void TeskDocument::metadataImporterDidFinishImporting(MetadataImporter* importer) {
     if (importer != mMetadataImporter.get())
         return;
-    if (mPlaybackController)
+    // A running export reads the player's tags on its own thread: they change once it is done.
+    if (mPlaybackController && !isExporting())
         mPlaybackController->setSongMetadata(importer->songMetadata());
     emit songMetadataChanged();
     for (TeskDocumentWindow* window : mWindowControllers)
@@ -579,6 +580,8 @@ void TeskDocument::exportDidEnd(const QString& path, std::optional<TeskError> fa
         mExportThread.join();
     if (mPlaybackController)
         mPlaybackController->setDelegate(nullptr);
+    if (mPlaybackController && mMetadataImporter && mMetadataImporter->isFinished())
+        mPlaybackController->setSongMetadata(mMetadataImporter->songMetadata());
     if (!mFileExportDelegate)
         return;
     if (failure)
