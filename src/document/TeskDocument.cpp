@@ -356,6 +356,7 @@ void TeskDocument::setAudioFileAlias(std::optional<TeskFileReference> alias) {
     if (!alias && !mAudioFileAlias)
         return;
     mAudioFileAlias = std::move(alias);
+    mUnreadableAudioFileAlias.reset();
     mSongError.reset();
 
     if (mExportThread.joinable()) {
@@ -637,9 +638,11 @@ bool TeskDocument::readDocumentFromURL(const QUrl& url, TeskError* error) {
         std::optional<TeskFileReference> alias =
             TeskFileReference::fromBytes(*contents->audioFileAlias);
         setAudioFileAlias(alias);
-        if (!alias)
+        if (!alias) {
+            mUnreadableAudioFileAlias = contents->audioFileAlias;
             mSongError = fileError(kFileReadCorruptFileError,
                                    tr("The document's reference to its song is damaged."), path);
+        }
     }
     const std::optional<QList<quint32>>* const markerArrays[] = {
         &contents->genericMarkers, &contents->chorusMarkers, &contents->verseMarkers,
@@ -677,6 +680,8 @@ bool TeskDocument::writeToURL(const QUrl& url, const QString& typeName, TeskErro
         const std::optional<TeskFileReference> fresh =
             songPath.isEmpty() ? std::nullopt : TeskFileReference::fromPath(songPath, path);
         contents.audioFileAlias = (fresh ? *fresh : *mAudioFileAlias).toBytes();
+    } else {
+        contents.audioFileAlias = mUnreadableAudioFileAlias;
     }
     contents.genericMarkers = mGenericMarkers;
     contents.chorusMarkers = mChorusMarkers;

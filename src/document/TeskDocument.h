@@ -299,6 +299,9 @@ private:
     void observeEffectsSettings(bool observe);
 
     std::optional<TeskFileReference> mAudioFileAlias;
+    /// A reference to the song this build could not read (damaged, or written by a newer
+    /// Tesk): written back as it was, until another song is set.
+    std::optional<QByteArray> mUnreadableAudioFileAlias;
     double mPlaybackVolume = 1.0;
     double mZoomLevel = 0.9;
     LoopRange mLoopRange;

@@ -442,7 +442,8 @@ TEST_F(DocumentTest, DamagedDocumentFilesGiveAnErrorNamingTheFile) {
     EXPECT_FALSE(load("absent.tesk", &error));
     EXPECT_TRUE(error.localizedDescription().contains("absent.tesk"));
 
-    // A damaged song reference opens a document without its song.
+    // A song reference this build cannot read opens a document without its song, and saving
+    // writes the reference back as it was.
     ASSERT_TRUE(writeFile(path("alias.tesk"),
                           R"({"audioFileAlias": "bm90IGEgcmVmZXJlbmNl", "zoomLevel": 0.5})"));
     auto document = load("alias.tesk", &error);
@@ -450,6 +451,10 @@ TEST_F(DocumentTest, DamagedDocumentFilesGiveAnErrorNamingTheFile) {
     EXPECT_EQ(document->zoomLevel(), 0.5);
     EXPECT_EQ(document->player(), nullptr);
     EXPECT_TRUE(document->songError().has_value());
+    document->setGenericMarkers({100});
+    ASSERT_TRUE(document->saveToURL(url("alias.tesk"), &error));
+    EXPECT_EQ(readDocumentContents(readFile(path("alias.tesk")))->audioFileAlias,
+              QByteArray("not a reference"));
 }
 
 TEST_F(DocumentTest, AFailedSaveLeavesThePreviousDocumentWhole) {
