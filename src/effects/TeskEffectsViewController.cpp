@@ -66,12 +66,14 @@ void TeskEffectsViewController::buildPanel() {
     mVocalReductionPresetsPopUp = new QComboBox(this);
     fillPresetMenu(mVocalReductionPresetsPopUp, {tr("Male Vocals"), tr("Female Vocals")});
     mVocalReductionPresetsPopUp->setAccessibleName(tr("Vocal reduction preset"));
-    // Picked with the mouse, a preset leaves the keyboard where it was: Space still plays and
-    // the arrows still change speed.
-    mEqualizerPresetsPopUp->setFocusPolicy(Qt::TabFocus);
-    mVocalReductionPresetsPopUp->setFocusPolicy(Qt::TabFocus);
     mPanningSwitch = new QCheckBox(tr("Pan"), this);
     mOutOfPhaseSwitch = new QCheckBox(tr("Out of Phase"), this);
+    // Reached with Tab, the panel's controls take the keys; picked with the mouse, they leave
+    // the keyboard where it was: Space still plays and the arrows still change speed.
+    for (QWidget* control : std::initializer_list<QWidget*>{
+             mEqualizerSwitch, mEqualizerPresetsPopUp, mVocalReductionSwitch,
+             mVocalReductionPresetsPopUp, mPanningSwitch, mOutOfPhaseSwitch})
+        control->setFocusPolicy(Qt::TabFocus);
 
     const auto header = [this](QWidget* first, QWidget* second) {
         auto* row = new QHBoxLayout;

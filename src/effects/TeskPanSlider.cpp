@@ -4,6 +4,7 @@
 #include "widgets/NamedImage.h"
 
 #include <QAccessible>
+#include <QKeyEvent>
 #include <QMouseEvent>
 #include <QPainter>
 #include <QWheelEvent>
@@ -51,7 +52,8 @@ protected:
 TeskPanSlider::TeskPanSlider(QWidget* parent)
     : SBindingView(parent) {
     setAccessibleName(tr("Pan"));
-    setFocusPolicy(Qt::StrongFocus);
+    // Reached with Tab; a click leaves the keys to the window's commands.
+    setFocusPolicy(Qt::TabFocus);
     mLeftButton = new ChannelButton(QStringLiteral("L"), this);
     mRightButton = new ChannelButton(QStringLiteral("R"), this);
     mLeftButton->setAccessibleName(tr("Pan all left"));
@@ -214,6 +216,26 @@ void TeskPanSlider::mouseReleaseEvent(QMouseEvent* event) {
         return;
     mIsPressed = false;
     update();
+}
+
+void TeskPanSlider::keyPressEvent(QKeyEvent* event) {
+    const double step = (mMaxValue - mMinValue) / 20.0;
+    switch (event->key()) {
+    case Qt::Key_Left:
+        setValueAsUser(std::max(mMinValue, mValue - step));
+        break;
+    case Qt::Key_Right:
+        setValueAsUser(std::min(mMaxValue, mValue + step));
+        break;
+    case Qt::Key_Home:
+        setSliderToMinimum();
+        break;
+    case Qt::Key_End:
+        setSliderToMaximum();
+        break;
+    default:
+        SBindingView::keyPressEvent(event);
+    }
 }
 
 void TeskPanSlider::wheelEvent(QWheelEvent* event) {

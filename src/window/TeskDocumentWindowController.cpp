@@ -3,6 +3,7 @@
 #include "audio/TeskExtendedAudioFilePlayer.h"
 #include "audio/TeskOutputAudioUnit.h"
 #include "document/TeskDocumentController.h"
+#include "effects/TeskPanSlider.h"
 #include "waveform/WaveformView.h"
 #include "widgets/KLTexturedSlider.h"
 #include "widgets/NamedImage.h"
@@ -10,6 +11,7 @@
 #include "window/TeskDropView.h"
 #include "window/TeskMetadataView.h"
 
+#include <QAbstractButton>
 #include <QAction>
 #include <QApplication>
 #include <QCloseEvent>
@@ -490,15 +492,18 @@ void TeskDocumentWindowController::handleLoopButton() {
 
 bool TeskDocumentWindowController::eventFilter(QObject* watched, QEvent* event) {
     // Every key typed in this window reaches the window's commands, whichever view has focus,
-    // except in text fields, pop-ups and the menu bar (which keeps the keys after Escape closes
-    // a menu), which need their keys.
+    // except Tab, which moves the focus, and keys for the controls that need them: text
+    // fields, pop-ups, the menu bar (which keeps the keys after Escape closes a menu), and the
+    // effects panel's switches and pan slider, which only Tab gives the focus to.
     if (event->type() != QEvent::KeyPress || mClosed)
         return false;
     auto* widget = qobject_cast<QWidget*>(watched);
-    if (widget == nullptr || widget->window() != this || qobject_cast<QLineEdit*>(widget) ||
-        qobject_cast<QComboBox*>(widget) || qobject_cast<QMenuBar*>(widget))
-        return false;
     auto* key = static_cast<QKeyEvent*>(event);
+    if (widget == nullptr || widget->window() != this || qobject_cast<QLineEdit*>(widget) ||
+        qobject_cast<QComboBox*>(widget) || qobject_cast<QMenuBar*>(widget) ||
+        qobject_cast<QAbstractButton*>(widget) || qobject_cast<TeskPanSlider*>(widget) ||
+        key->key() == Qt::Key_Tab || key->key() == Qt::Key_Backtab)
+        return false;
     // Escape in the middle of a drag belongs to the view dragged in, which puts back what the
     // drag changed; it must not clear the loop as well.
     const bool dragging =

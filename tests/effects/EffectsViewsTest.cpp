@@ -396,4 +396,9 @@ TEST(EffectsAccessibility, HandlesHaveNamesAndValuesAndCanBeSet) {
     panSlider->valueInterface()->setCurrentValue(0.25);
     EXPECT_EQ(settings.panAmount(), 0.25);
     EXPECT_EQ(panSlider->text(QAccessible::Value), "50% left");
+    // Reached with Tab, the keys move it too.
+    QTest::keyClick(pan, Qt::Key_Right);
+    EXPECT_DOUBLE_EQ(settings.panAmount(), 0.3);
+    QTest::keyClick(pan, Qt::Key_Home);
+    EXPECT_EQ(settings.panAmount(), 0.0);
 }

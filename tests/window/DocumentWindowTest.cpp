@@ -11,6 +11,7 @@
 
 #include <QAction>
 #include <QApplication>
+#include <QCheckBox>
 #include <QComboBox>
 #include <QMenu>
 #include <QMenuBar>
@@ -441,6 +442,24 @@ TEST(DocumentWindow, KeysAndClicksInTheMiddleOfThingsLoseNothing) {
     QTest::keyClick(QApplication::focusWidget(), Qt::Key_Space);
     EXPECT_TRUE(document->isFilePlaying());
     document->stopFilePlaying();
+    // So does a switch clicked with the mouse; Tab takes the keys into the panel, where Space
+    // works the switch it reaches.
+    QCheckBox* equalizer = nullptr;
+    for (QCheckBox* box : window->findChildren<QCheckBox*>())
+        equalizer = box->text() == "Equalizer" ? box : equalizer;
+    ASSERT_NE(equalizer, nullptr);
+    QTest::mouseClick(equalizer, Qt::LeftButton);
+    const bool equalizerOn = document->effectsSettings()->isEqualizerEnabled();
+    QTest::keyClick(QApplication::focusWidget(), Qt::Key_Space);
+    EXPECT_TRUE(document->isFilePlaying());
+    document->stopFilePlaying();
+    waveform->setFocus();
+    for (int tab = 0; tab < 20 && QApplication::focusWidget() != equalizer; ++tab)
+        QTest::keyClick(QApplication::focusWidget(), Qt::Key_Tab);
+    ASSERT_EQ(QApplication::focusWidget(), equalizer);
+    QTest::keyClick(equalizer, Qt::Key_Space);
+    EXPECT_NE(document->effectsSettings()->isEqualizerEnabled(), equalizerOn);
+    EXPECT_FALSE(document->isFilePlaying());
 
     // The handle above the effects, dragged to the window's foot, leaves the panel showing.
     auto* split = window->findChild<QSplitter*>();
