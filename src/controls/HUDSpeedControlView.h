@@ -3,7 +3,7 @@
 #include "controls/CalloutWindow.h"
 #include "controls/SBindingView.h"
 #include "controls/TransportRules.h"
-#include "controls/WheelNotches.h"
+#include "widgets/WheelNotches.h"
 
 #include <QPointer>
 #include <array>

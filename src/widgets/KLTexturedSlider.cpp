@@ -137,7 +137,7 @@ void KLTexturedSlider::mouseReleaseEvent(QMouseEvent* event) {
 }
 
 void KLTexturedSlider::wheelEvent(QWheelEvent* event) {
-    const int notches = event->angleDelta().y() / 120;
+    const int notches = mWheelNotches.take(*event);
     if (notches != 0 && isEnabled())
         userSetValue(mValue + notches * mStep);
     event->accept();

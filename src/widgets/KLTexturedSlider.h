@@ -1,5 +1,7 @@
 #pragma once
 
+#include "widgets/WheelNotches.h"
+
 #include <QWidget>
 
 namespace tesk {
@@ -83,6 +85,7 @@ private:
     int mIndicator = NoIndicator;
     bool mDragging = false;
     bool mStepSet = false;
+    WheelNotches mWheelNotches;
 };
 
 /// Installs the screen-reader description of textured sliders (name and value). Safe to call

@@ -6,6 +6,7 @@
 #include <QAccessibleValueInterface>
 #include <QSignalSpy>
 #include <QTest>
+#include <QWheelEvent>
 #include <gtest/gtest.h>
 
 using namespace tesk;
@@ -108,6 +109,15 @@ TEST(KLTexturedSlider, OnlyTheUsersChangesAreSentAndTheEndsStepTowardsThemselves
     const qsizetype sent = changes.count();
     click(slider, slider.maximumEndRect().center()); // already at the top: nothing to send
     EXPECT_EQ(changes.count(), sent);
+
+    // The wheel steps it, a notch at a time, in the eighths of one a touchpad sends too.
+    for (int i = 0; i < 8; ++i) {
+        const QPointF at = slider.rect().center();
+        QWheelEvent wheel(at, slider.mapToGlobal(at), QPoint(), QPoint(0, -15), Qt::NoButton,
+                          Qt::NoModifier, Qt::NoScrollPhase, false);
+        QCoreApplication::sendEvent(&slider, &wheel);
+    }
+    EXPECT_NEAR(slider.value(), 0.95, 1e-9);
 }
 
 TEST(KLTexturedSlider, TheKnobSitsWhereItsValueSaysWithTheFilledGrooveLeftOfIt) {
