@@ -16,11 +16,13 @@ namespace {
 // Both ends speak this version of the little protocol: a QStringList, then a one-byte reply.
 constexpr qint32 kProtocol = 1;
 
-QString lockPath(const QString& key) {
+/// The lock and the socket side by side, in the user's own runtime folder: a socket in the
+/// shared temporary folder could be taken first by another user, or cleaned away.
+QString runtimePath(const QString& key, const QString& suffix) {
     QString folder = QStandardPaths::writableLocation(QStandardPaths::RuntimeLocation);
     if (folder.isEmpty())
         folder = QDir::tempPath();
-    return QDir(folder).filePath(key + QStringLiteral(".lock"));
+    return QDir(folder).filePath(key + suffix);
 }
 } // namespace
 
@@ -43,17 +45,24 @@ QString SingleInstance::defaultKey() {
 }
 
 bool SingleInstance::claim() {
-    mLock = std::make_unique<QLockFile>(lockPath(mKey));
+    mLock = std::make_unique<QLockFile>(runtimePath(mKey, QStringLiteral(".lock")));
     mLock->setStaleLockTime(0); // a lock is stale only when its process is gone
     if (!mLock->tryLock(100)) {
+        const bool heldByAnother = mLock->error() == QLockFile::LockFailedError;
         mLock.reset();
-        return false;
+        if (heldByAnother)
+            return false;
+        // No lock to be had at all: this Tesk runs on its own, without hand-over.
+        qWarning("Tesk could not make its lock file, %s",
+                 qPrintable(runtimePath(mKey, QStringLiteral(".lock"))));
+        return true;
     }
     // We hold the lock, so a socket left behind belongs to a Tesk that crashed.
-    QLocalServer::removeServer(mKey);
+    const QString socket = runtimePath(mKey, QStringLiteral(".socket"));
+    QLocalServer::removeServer(socket);
     mServer = std::make_unique<QLocalServer>();
     mServer->setSocketOptions(QLocalServer::UserAccessOption);
-    if (!mServer->listen(mKey)) {
+    if (!mServer->listen(socket)) {
         qWarning("Tesk could not listen for files from other starts: %s",
                  qPrintable(mServer->errorString()));
         return true; // still the running Tesk, only without hand-over
@@ -83,7 +92,7 @@ void SingleInstance::readConnection() {
 
 bool SingleInstance::handOver(const QStringList& paths, int timeoutMs) {
     QLocalSocket socket;
-    socket.connectToServer(mKey);
+    socket.connectToServer(runtimePath(mKey, QStringLiteral(".socket")));
     if (!socket.waitForConnected(timeoutMs))
         return false;
     QStringList absolute;

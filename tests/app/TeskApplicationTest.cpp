@@ -84,7 +84,7 @@ TEST(SingleInstance, TheLockAndSocketOfATeskThatDiedAreTakenOver) {
     lock.write(QByteArray::number(deadProcess) + "\ntesk\n" + QSysInfo::machineHostName().toUtf8() +
                "\n");
     lock.close();
-    QFile socketFile(QDir::temp().filePath(key));
+    QFile socketFile(runtime.filePath(key + ".socket"));
     ASSERT_TRUE(socketFile.open(QIODevice::WriteOnly));
     socketFile.close();
 
@@ -93,8 +93,9 @@ TEST(SingleInstance, TheLockAndSocketOfATeskThatDiedAreTakenOver) {
     SingleInstance third(key);
     EXPECT_FALSE(third.claim());
     QLocalSocket client;
-    client.connectToServer(key);
-    EXPECT_TRUE(client.waitForConnected(2000)); // it listens where the dead one did
+    // It listens where the dead one did: in the user's own runtime folder, beside its lock.
+    client.connectToServer(runtime.filePath(key + ".socket"));
+    EXPECT_TRUE(client.waitForConnected(2000));
 }
 
 namespace {
@@ -109,7 +110,11 @@ struct PrivateSession {
         qputenv("XDG_SESSION_ID", sessionId.toUtf8());
         key = SingleInstance::defaultKey();
         qputenv("XDG_SESSION_ID", before);
+        // This process reaches the session's Tesks through the session's runtime folder.
+        runtimeBefore = qgetenv("XDG_RUNTIME_DIR");
+        qputenv("XDG_RUNTIME_DIR", runtime.path().toUtf8());
     }
+    ~PrivateSession() { qputenv("XDG_RUNTIME_DIR", runtimeBefore); }
     void start(QProcess& tesk, const QStringList& arguments) const {
         tesk.setProcessEnvironment(environment);
         tesk.start(QStringLiteral(TESK_PATH), arguments);
@@ -122,6 +127,7 @@ struct PrivateSession {
 
     QTemporaryDir runtime;
     QTemporaryDir config;
+    QByteArray runtimeBefore;
     QString sessionId = QStringLiteral("two-tesks-%1").arg(QCoreApplication::applicationPid());
     QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
     QString key;
