@@ -751,6 +751,17 @@ void TeskDocumentWindowController::save(bool askForName) {
         if (path.isEmpty())
             return;
         const QString destination = WindowRules::documentPath(path);
+        // Two windows saving to one file would each write over the other's practice.
+        const TeskDocument* holder =
+            mServices.documents
+                ? mServices.documents->documentForURL(QUrl::fromLocalFile(destination))
+                : nullptr;
+        if (holder && holder != mDocument) {
+            presentMessage(tr("“%1” is open in another window. Close it there, or choose "
+                              "another name.")
+                               .arg(QFileInfo(destination).fileName()));
+            return;
+        }
         const bool itself = QFileInfo(destination) == QFileInfo(mDocument->fileURL().toLocalFile());
         if (QFileInfo::exists(destination) && !itself && !askReplaceFile(destination))
             return;
@@ -893,9 +904,12 @@ QString TeskDocumentWindowController::noticeText() const {
 }
 
 void TeskDocumentWindowController::presentError(const TeskError& error) {
-    auto* box = new QMessageBox(QMessageBox::Warning, tr("Tesk"), error.localizedDescription(),
-                                QMessageBox::Ok, this);
-    box->setInformativeText(error.localizedRecoverySuggestion());
+    presentMessage(error.localizedDescription(), error.localizedRecoverySuggestion());
+}
+
+void TeskDocumentWindowController::presentMessage(const QString& text, const QString& more) {
+    auto* box = new QMessageBox(QMessageBox::Warning, tr("Tesk"), text, QMessageBox::Ok, this);
+    box->setInformativeText(more);
     box->setWindowModality(Qt::WindowModal);
     box->setAttribute(Qt::WA_DeleteOnClose);
     box->open();

@@ -369,6 +369,22 @@ TEST(DocumentWindow, KeysAndClicksInTheMiddleOfThingsLoseNothing) {
     app.documentAnswer = dir.filePath("take.tesk");
     window->perform(WindowCommand::SaveAs);
     EXPECT_EQ(app.replaceQuestions.size(), 1);
+    {
+        // Another song's window may not save over the practice open here: it says so instead.
+        ASSERT_TRUE(QFile::copy(songPath, dir.filePath("other.wav")));
+        TeskDocument* other = app.open(dir.filePath("other.wav"));
+        ASSERT_NE(other, nullptr);
+        const QByteArray kept = readFile(dir.filePath("take.tesk"));
+        app.window(other)->perform(WindowCommand::SaveAs);
+        EXPECT_TRUE(other->fileURL().isEmpty());
+        EXPECT_EQ(readFile(dir.filePath("take.tesk")), kept);
+        EXPECT_EQ(app.replaceQuestions.size(), 1);
+        QMessageBox* message = app.window(other)->findChild<QMessageBox*>();
+        ASSERT_NE(message, nullptr);
+        EXPECT_TRUE(message->text().contains("take.tesk"));
+        app.documents->closeDocument(other);
+        window->activateWindow();
+    }
     QTest::mouseClick(waveform, Qt::LeftButton, {}, waveform->waveformRect().center().toPoint());
     EXPECT_FALSE(document->isDocumentEdited());
 
