@@ -783,10 +783,11 @@ void TeskDocumentWindowController::closeEvent(QCloseEvent* event) {
         event->accept();
         return;
     }
-    // A song's document is asked about even when the song has gone since: its markers and
-    // loop are the musician's work. The empty window has nothing to save.
-    const bool hasSong = mDocument->audioFileAlias().has_value();
-    if (mDocument->isDocumentEdited() && hasSong) {
+    // A song's document is asked about even when the song has gone since, or its reference
+    // to the song could not be read: its markers and loop are the musician's work. The empty
+    // window has nothing to save.
+    const bool emptyWindow = !mDocument->audioFileAlias() && mDocument->fileURL().isEmpty();
+    if (mDocument->isDocumentEdited() && !emptyWindow) {
         const int answer =
             mServices.askSaveChanges
                 ? mServices.askSaveChanges(this, mDocument->displayName())
@@ -807,7 +808,7 @@ void TeskDocumentWindowController::closeEvent(QCloseEvent* event) {
             }
         }
     }
-    if (!hasSong)
+    if (emptyWindow)
         QSettings().setValue(kUntitledFrameKey, saveGeometry());
     event->accept();
     if (mServices.documents)

@@ -271,6 +271,19 @@ TEST(DocumentWindow, APracticeSessionFromOpeningToReopening) {
     EXPECT_EQ(app.window(reopened)->width(), frame.width());
 }
 
+TEST(DocumentWindow, APracticeWhoseSongReferenceIsDamagedStillAsksToSaveItsMarkers) {
+    QTemporaryDir dir;
+    ASSERT_TRUE(writeFile(dir.filePath("old.tesk"),
+                          R"({"audioFileAlias": "bm90IGEgcmVmZXJlbmNl", "genericMarkers": [1]})"));
+    Practice app;
+    TeskDocument* document = app.open(dir.filePath("old.tesk"));
+    ASSERT_NE(document, nullptr);
+    document->setGenericMarkers({1, 2});
+    app.saveAnswer = QMessageBox::Cancel;
+    EXPECT_FALSE(app.window(document)->close());
+    EXPECT_EQ(app.saveQuestions, 1);
+}
+
 TEST(DocumentWindow, AnEmptyWindowTakesDropsOfSongsOnlyAndOffersNoSongCommands) {
     QTemporaryDir dir;
     const QString song = dir.filePath("dropped.wav");
