@@ -432,9 +432,14 @@ std::optional<TeskError> TeskDocument::locateAudioFile(const QUrl& url) {
                          tr("The song %1 could not be found.").arg(quotedName(name)), name);
     }
     std::optional<TeskFileReference> previous = mAudioFileAlias;
+    std::optional<QByteArray> previousUnreadable = mUnreadableAudioFileAlias;
+    const std::optional<TeskError> previousError = mSongError;
     setAudioFileAlias(std::move(found));
     if (const std::optional<TeskError> error = mSongError) {
         setAudioFileAlias(std::move(previous));
+        mUnreadableAudioFileAlias = std::move(previousUnreadable);
+        if (!mAudioFileAlias)
+            mSongError = previousError; // "damaged", not "none"
         return error;
     }
     updateChangeCount(ChangeType::Done);

@@ -455,6 +455,13 @@ TEST_F(DocumentTest, DamagedDocumentFilesGiveAnErrorNamingTheFile) {
     ASSERT_TRUE(document->saveToURL(url("alias.tesk"), &error));
     EXPECT_EQ(readDocumentContents(readFile(path("alias.tesk")))->audioFileAlias,
               QByteArray("not a reference"));
+    // A file that does not play, located in its place, changes none of that.
+    ASSERT_TRUE(writeFile(path("noise.wav"), QByteArray(4096, '\x5a')));
+    EXPECT_TRUE(document->locateAudioFile(url("noise.wav")).has_value());
+    EXPECT_TRUE(document->songError().has_value());
+    ASSERT_TRUE(document->saveToURL(url("alias.tesk"), &error));
+    EXPECT_EQ(readDocumentContents(readFile(path("alias.tesk")))->audioFileAlias,
+              QByteArray("not a reference"));
 }
 
 TEST_F(DocumentTest, AFailedSaveLeavesThePreviousDocumentWhole) {
