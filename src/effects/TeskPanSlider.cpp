@@ -7,6 +7,7 @@
 #include <QKeyEvent>
 #include <QMouseEvent>
 #include <QPainter>
+#include <QPen>
 #include <QWheelEvent>
 #include <algorithm>
 #include <cmath>
@@ -183,6 +184,15 @@ void TeskPanSlider::paintEvent(QPaintEvent*) {
                        : mIsPressed ? "EffectsMonoSliderKnobP"
                                     : "EffectsMonoSliderKnobN";
     image(knob).draw(painter, knobRect().topLeft());
+    if (hasFocus()) {
+        // Reached with Tab: the knob's rim turns blue, to say where the arrow keys go. The slider
+        // is only as tall as its knob, so the ring lies on the rim, not round it.
+        painter.setRenderHint(QPainter::Antialiasing);
+        painter.setPen(QPen(kFocusRingColour, 2.0));
+        painter.setBrush(Qt::NoBrush);
+        const QRectF ring = knobRect().adjusted(1.0, 1.0, -1.0, -1.0);
+        painter.drawRoundedRect(ring, ring.height() * 0.5, ring.height() * 0.5);
+    }
 }
 
 void TeskPanSlider::mousePressEvent(QMouseEvent* event) {

@@ -3,6 +3,7 @@
 #include "controls/SBindingView.h"
 
 #include <QAbstractButton>
+#include <QColor>
 
 namespace tesk {
 
@@ -16,6 +17,7 @@ class TeskPanSlider : public SBindingView {
     Q_OBJECT
 public:
     static constexpr double kDetent = 0.05;
+    static constexpr QColor kFocusRingColour{64, 140, 240};
 
     explicit TeskPanSlider(QWidget* parent = nullptr);
     ~TeskPanSlider() override;

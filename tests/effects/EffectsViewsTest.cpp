@@ -401,4 +401,17 @@ TEST(EffectsAccessibility, HandlesHaveNamesAndValuesAndCanBeSet) {
     EXPECT_DOUBLE_EQ(settings.panAmount(), 0.3);
     QTest::keyClick(pan, Qt::Key_Home);
     EXPECT_EQ(settings.panAmount(), 0.0);
+    // The focus shows as a blue rim on the knob, only while the slider has it.
+    const auto beside = [&] {
+        const QRectF knob = pan->knobRect();
+        return test::pixelAt(test::grabImage(*pan), knob.left() + 1.5, knob.center().y());
+    };
+    const QColor unfocused = beside();
+    window.activateWindow();
+    ASSERT_TRUE(QTest::qWaitForWindowActive(&window));
+    pan->setFocus(Qt::TabFocusReason);
+    ASSERT_TRUE(pan->hasFocus());
+    const QColor focused = beside();
+    EXPECT_GT(focused.blue(), focused.red() + 80) << focused.name().toStdString();
+    EXPECT_LT(unfocused.blue(), unfocused.red() + 80) << unfocused.name().toStdString();
 }
