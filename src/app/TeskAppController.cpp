@@ -76,10 +76,14 @@ int TeskAppController::countLaunch() {
 }
 
 void TeskAppController::openFiles(const QStringList& paths) {
-    if (!paths.isEmpty())
-        mDocuments->openFiles(paths);
+    const bool opened =
+        mDocuments->openFiles(paths).contains(TeskDocumentController::OpenReply::Success);
     if (mDocuments->documents().isEmpty())
         mDocuments->newDocument();
+    // A file opened has brought its own window forward; raising the window that was active
+    // would put it back behind.
+    if (opened)
+        return;
     if (QWidget* front = QApplication::activeWindow()) {
         front->raise();
         front->activateWindow();

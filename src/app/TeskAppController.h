@@ -24,8 +24,8 @@ public:
     /// Adds one to "TeskRunCount" and gives the new count.
     static int countLaunch();
 
-    /// Opens the files as documents, or the empty window when there are none, and brings the
-    /// front window forward.
+    /// Opens the files as documents, or the empty window when there are none. The window of the
+    /// last file opened comes forward; when none opened, the front window does.
     void openFiles(const QStringList& paths);
     /// Listens for the files of later starts of Tesk.
     void acceptHandOvers(SingleInstance& instance);

@@ -2,10 +2,13 @@
 #include "app/TeskAppController.h"
 #include "document/TeskDocument.h"
 #include "document/TeskDocumentController.h"
+#include "window/TeskDocumentWindowController.h"
+#include "window/TeskWindowLayer.h"
 
 #include "support/AudioFiles.h"
 #include "support/Signals.h"
 
+#include <QApplication>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
@@ -45,6 +48,31 @@ TEST(TeskAppController, QuittingClosesTheLastSongWithoutOpeningAnEmptyWindow) {
     ASSERT_EQ(app.documentController()->documents().size(), 1);
     app.quit();
     EXPECT_TRUE(app.documentController()->documents().isEmpty());
+}
+
+TEST(TeskAppController, AFileHandedOverComesForwardOverTheWindowThatWasActive) {
+    QTemporaryDir folder;
+    const QString first = folder.filePath("first.wav");
+    const QString second = folder.filePath("second.wav");
+    for (const QString& song : {first, second})
+        ASSERT_TRUE(test::writeWav(song, {test::sine(440.0, 0.4, 44100, 4410)}, 44100));
+    TeskAppController app;
+    app.openFiles({first});
+    QWidget* firstWindow = app.windowLayer()->windowFor(app.documentController()->documents()[0]);
+    ASSERT_TRUE(QTest::qWaitForWindowActive(firstWindow));
+
+    // A later `tesk` names the second song, then the first again, then nothing it can open.
+    const struct {
+        QStringList paths;
+        int front; // the document whose window must end up active
+    } handOvers[] = {{{second}, 1}, {{first}, 0}, {{folder.filePath("none.wav")}, 0}};
+    for (const auto& handOver : handOvers) {
+        SCOPED_TRACE(handOver.paths.first().toStdString());
+        app.openFiles(handOver.paths);
+        QWidget* front =
+            app.windowLayer()->windowFor(app.documentController()->documents()[handOver.front]);
+        EXPECT_TRUE(QTest::qWaitFor([&] { return QApplication::activeWindow() == front; }, 2000));
+    }
 }
 
 TEST(SingleInstance, ALaterTeskHandsItsFilesToTheRunningOneAndExits) {
