@@ -298,6 +298,9 @@ void TeskDocumentWindowController::buildMenus() {
         if (mServices.quit)
             mServices.quit();
     });
+    // A held key would go on to the next window: holding Close would close them all.
+    for (QAction* action : file->actions())
+        action->setAutoRepeat(false);
 
     QMenu* edit = menuBar()->addMenu(tr("&Edit"));
     // Enabled and named as the undo stack changes, so their keys work whenever there is

@@ -275,3 +275,25 @@ TEST(Opening, ClosingASongsWindowLeavesNothingOfItObservingTheDocument) {
     EXPECT_TRUE(window->close());
     EXPECT_EQ(observationCount(document), ownObservations);
 }
+
+TEST(Opening, AHeldFileMenuKeyActsOnce) {
+    QTemporaryDir dir;
+    Opening app;
+    TeskError error;
+    for (const QString name : {"one.wav", "two.wav", "three.wav"})
+        ASSERT_NE(app.documents->openDocumentWithContentsOfURL(
+                      QUrl::fromLocalFile(writeSong(dir.filePath(name))), true, &error),
+                  nullptr);
+    // Close held down: the key repeats into each window that comes to the front.
+    const QKeyCombination close = QKeySequence(QKeySequence::Close)[0];
+    for (const bool held : {false, true, true}) {
+        QWidget* front = app.window(app.documents->documents().last());
+        front->activateWindow();
+        ASSERT_TRUE(QTest::qWaitForWindowActive(front));
+        // As the window system delivers it, so that it goes through the shortcuts.
+        qt_handleKeyEvent(front->windowHandle(), QEvent::KeyPress, close.key(),
+                          close.keyboardModifiers(), {}, held);
+        QCoreApplication::processEvents();
+        EXPECT_EQ(app.documents->documents().size(), 2);
+    }
+}
