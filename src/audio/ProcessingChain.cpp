@@ -152,6 +152,7 @@ void ProcessingChain::render(float* left, float* right, std::uint32_t frameCount
 void ProcessingChain::beginExport() {
     reset();
     mVocalRemover.clear();
+    mVocalRemover.startAtFullLevel();
     mExportFlushFrames = 0;
     mExportStretchEnded = false;
 }

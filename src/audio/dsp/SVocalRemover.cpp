@@ -124,8 +124,12 @@ void SVocalRemover::processBlock() {
             frame[i] += scratchBuffer[i] * kInverseScale;
 
         // The window goes on after processing only: the analysis block stays rectangular, and
-        // two Hann windows a hop apart add up to (almost exactly) one.
-        for (std::uint32_t i = 0; i < kBlockLength; ++i)
+        // two Hann windows a hop apart add up to (almost exactly) one. A first hop with no
+        // block before it to overlap gets that sum at once.
+        const bool fullFirstHop = firstHopAtFullLevel;
+        for (std::uint32_t i = 0; i < kHop; ++i)
+            frame[i] *= fullFirstHop ? window[i] + window[i + kHop] : window[i];
+        for (std::uint32_t i = kHop; i < kBlockLength; ++i)
             frame[i] *= window[i];
         for (std::uint32_t i = 0; i < kHop; ++i)
             frame[i] += overlap[i];
@@ -136,6 +140,7 @@ void SVocalRemover::processBlock() {
 
     for (std::uint32_t channel = 0; channel < channelCount; ++channel)
         inputQueues[channel]->advance(kHop);
+    firstHopAtFullLevel = false;
 }
 
 std::uint32_t SVocalRemover::getOutput(std::uint32_t channel, float* destination,
@@ -160,6 +165,7 @@ void SVocalRemover::reset() noexcept {
 
 void SVocalRemover::clear() noexcept {
     reset();
+    firstHopAtFullLevel = false;
     for (std::uint32_t channel = 0; channel < channelCount; ++channel) {
         inputQueues[channel]->advance(inputQueues[channel]->used());
         outputQueues[channel]->advance(outputQueues[channel]->used());

@@ -73,8 +73,14 @@ public:
 
     /// Forgets everything: the overlap and the queued samples, so that what comes out next
     /// starts with the next sample added. An export starts with it, to line up with its range.
+    /// The first block then fades in over a hop, which hides the cut of a seek in playback.
     /// Rendering thread. Never allocates or locks.
     void clear() noexcept;
+
+    /// After `clear`: the first block's first hop comes out at the level of every later hop,
+    /// instead of fading in, so that an export starts at full level on its range's first frame.
+    /// Rendering thread. Never allocates or locks.
+    void startAtFullLevel() noexcept { firstHopAtFullLevel = true; }
 
 private:
     struct FFTDeleter {
@@ -87,6 +93,7 @@ private:
     std::uint32_t channelCount;
     double lowFrequency = 150.0;
     double highFrequency = 3600.0;
+    bool firstHopAtFullLevel = false;
     std::vector<std::unique_ptr<BufferQueue<float>>> inputQueues;
     std::vector<std::unique_ptr<BufferQueue<float>>> outputQueues;
     // Per channel: the block (2048 samples, then 2048 zeros) and, after processing, its result.
