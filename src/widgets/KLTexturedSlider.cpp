@@ -111,12 +111,12 @@ void KLTexturedSlider::mousePressEvent(QMouseEvent* event) {
     const QPointF at = event->position();
     if (minimumEndRect().contains(at)) {
         userSetValue(mValue - mStep);
-        emit minimumEndClicked();
+        emit steppedTowardsMinimum();
         return;
     }
     if (maximumEndRect().contains(at)) {
         userSetValue(mValue + mStep);
-        emit maximumEndClicked();
+        emit steppedTowardsMaximum();
         return;
     }
     // A press on the groove takes the knob there and goes on dragging it.
@@ -138,8 +138,15 @@ void KLTexturedSlider::mouseReleaseEvent(QMouseEvent* event) {
 
 void KLTexturedSlider::wheelEvent(QWheelEvent* event) {
     const int notches = mWheelNotches.take(*event);
-    if (notches != 0 && isEnabled())
+    if (notches != 0 && isEnabled()) {
         userSetValue(mValue + notches * mStep);
+        for (int notch = 0; notch < std::abs(notches); ++notch) {
+            if (notches > 0)
+                emit steppedTowardsMaximum();
+            else
+                emit steppedTowardsMinimum();
+        }
+    }
     event->accept();
 }
 
@@ -248,7 +255,11 @@ public:
     }
     QVariant maximumValue() const override { return slider()->maxValue(); }
     QVariant minimumValue() const override { return slider()->minValue(); }
-    QVariant minimumStepSize() const override { return slider()->step(); }
+    QVariant minimumStepSize() const override {
+        // A slider stepped on its owner's grid still moves for a screen reader's increment.
+        const double step = slider()->step();
+        return step > 0.0 ? step : (slider()->maxValue() - slider()->minValue()) / 20.0;
+    }
 
 private:
     KLTexturedSlider* slider() const { return static_cast<KLTexturedSlider*>(widget()); }

@@ -32,6 +32,7 @@ public:
     double maxValue() const { return mMaxValue; }
     void setRange(double minValue, double maxValue);
     /// How far an end button or a wheel notch moves the value; a tenth of the range unless set.
+    /// A slider whose owner steps it on a grid of its own sets 0.
     double step() const { return mStep; }
     void setStep(double step) {
         mStep = step;
@@ -60,9 +61,10 @@ public:
 signals:
     /// The user moved the value.
     void valueChanged(double value);
-    /// The user pressed an end picture; the value has already stepped.
-    void minimumEndClicked();
-    void maximumEndClicked();
+    /// The user stepped the value towards an end: with its picture, or a notch of the wheel.
+    /// The value has already moved by `step`; with a step of 0 it is left to the receiver.
+    void steppedTowardsMinimum();
+    void steppedTowardsMaximum();
 
 protected:
     void paintEvent(QPaintEvent* event) override;

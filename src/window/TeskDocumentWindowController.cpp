@@ -178,11 +178,12 @@ void TeskDocumentWindowController::buildPopulatedContent() {
             [this] { perform(WindowCommand::DropGenericMarker); });
     barRow->addStretch(1);
     mZoomSlider = barSlider(tr("Zoom"), KLTexturedSlider::ZoomIndicator, bar);
-    // The magnifiers zoom on the commands' grid, so the slider leaves its ends to them.
+    // The magnifiers and the wheel zoom on the commands' grid, so the slider leaves its steps
+    // to them.
     mZoomSlider->setStep(0.0);
-    connect(mZoomSlider, &KLTexturedSlider::minimumEndClicked, this,
+    connect(mZoomSlider, &KLTexturedSlider::steppedTowardsMinimum, this,
             [this] { perform(WindowCommand::ZoomOut); });
-    connect(mZoomSlider, &KLTexturedSlider::maximumEndClicked, this,
+    connect(mZoomSlider, &KLTexturedSlider::steppedTowardsMaximum, this,
             [this] { perform(WindowCommand::ZoomIn); });
     barRow->addWidget(mZoomSlider);
     barRow->addSpacing(24);

@@ -66,8 +66,8 @@ TEST(KLTexturedSlider, OnlyTheUsersChangesAreSentAndTheEndsStepTowardsThemselves
     KLTexturedSlider& slider = shown.slider;
     slider.setStep(0.05);
     QSignalSpy changes(&slider, &KLTexturedSlider::valueChanged);
-    QSignalSpy ins(&slider, &KLTexturedSlider::maximumEndClicked);
-    QSignalSpy outs(&slider, &KLTexturedSlider::minimumEndClicked);
+    QSignalSpy ins(&slider, &KLTexturedSlider::steppedTowardsMaximum);
+    QSignalSpy outs(&slider, &KLTexturedSlider::steppedTowardsMinimum);
 
     slider.setValue(0.5);
     EXPECT_EQ(changes.count(), 0);
@@ -118,6 +118,7 @@ TEST(KLTexturedSlider, OnlyTheUsersChangesAreSentAndTheEndsStepTowardsThemselves
         QCoreApplication::sendEvent(&slider, &wheel);
     }
     EXPECT_NEAR(slider.value(), 0.95, 1e-9);
+    EXPECT_EQ(outs.count(), 2);
 }
 
 TEST(KLTexturedSlider, TheKnobSitsWhereItsValueSaysWithTheFilledGrooveLeftOfIt) {
@@ -155,4 +156,9 @@ TEST(KLTexturedSlider, ScreenReadersReadAndSetTheValue) {
     value->setCurrentValue(0.8);
     EXPECT_DOUBLE_EQ(slider.value(), 0.8);
     ASSERT_EQ(changes.count(), 1);
+    // Its increment is the slider's step, or a twentieth of the range on a slider without one.
+    for (const double step : {0.25, 0.0}) {
+        slider.setStep(step);
+        EXPECT_DOUBLE_EQ(value->minimumStepSize().toDouble(), step > 0.0 ? step : 0.05);
+    }
 }

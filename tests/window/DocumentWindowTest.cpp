@@ -5,6 +5,7 @@
 
 #include "controls/HUDTimeDisplayView.h"
 #include "waveform/WaveformView.h"
+#include "widgets/KLTexturedSlider.h"
 
 #include "support/AudioFiles.h"
 #include "support/Signals.h"
@@ -194,6 +195,15 @@ TEST(DocumentWindow, APracticeSessionFromOpeningToReopening) {
     EXPECT_DOUBLE_EQ(document->zoomLevel(), 1.0);
     window->validateMenuItems();
     EXPECT_FALSE(window->action(WindowCommand::ZoomIn)->isEnabled());
+    // The wheel over the zoom slider zooms on the same grid, a notch a step.
+    KLTexturedSlider* zoomSlider = nullptr;
+    for (auto* slider : window->findChildren<KLTexturedSlider*>())
+        zoomSlider = slider->accessibleName() == "Zoom" ? slider : zoomSlider;
+    ASSERT_NE(zoomSlider, nullptr);
+    QWheelEvent zoomOut(QPointF(10, 10), QPointF(10, 10), {}, QPoint(0, -240), Qt::NoButton,
+                        Qt::NoModifier, Qt::NoScrollPhase, false);
+    QCoreApplication::sendEvent(zoomSlider, &zoomOut);
+    EXPECT_DOUBLE_EQ(document->zoomLevel(), 0.9);
 
     // One and a half wheel units move the play head 661 frames back.
     document->setCurrentFrame(10000);
