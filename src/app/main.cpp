@@ -2,8 +2,11 @@
 #include "app/TeskAppController.h"
 #include "app/TeskApplication.h"
 #include "audio/ProcessingChainPool.h"
+#include "document/TeskDocumentController.h"
 
 #include <QCommandLineParser>
+#include <QFileInfo>
+#include <QUrl>
 #include <cstdio>
 #include <cstring>
 
@@ -29,6 +32,21 @@ bool asksOnlyForInformation(int argc, char** argv) {
     }
     return false;
 }
+/// Files that cannot be opened are said on the terminal they were named on; the windows pass
+/// over them in silence, as they do over a drop of something that is no song.
+void reportFilesThatWillNotOpen(const QStringList& files) {
+    for (const QString& path : files) {
+        const QFileInfo file(path);
+        const char* problem = nullptr;
+        if (!file.exists())
+            problem = "there is no such file";
+        else if (!tesk::TeskDocumentController::canOpenFile(
+                     QUrl::fromLocalFile(file.absoluteFilePath())))
+            problem = "it is not a song or a practice document that Tesk opens";
+        if (problem)
+            std::fprintf(stderr, "tesk: cannot open \"%s\": %s\n", qPrintable(path), problem);
+    }
+}
 } // namespace
 
 int main(int argc, char** argv) {
@@ -46,6 +64,7 @@ int main(int argc, char** argv) {
     describeOptions(parser);
     parser.process(application);
     const QStringList files = parser.positionalArguments();
+    reportFilesThatWillNotOpen(files);
 
     tesk::SingleInstance instance;
     if (!instance.claim()) {

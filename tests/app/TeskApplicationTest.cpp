@@ -89,13 +89,20 @@ TEST(SingleInstance, ALaterTeskHandsItsFilesToTheRunningOneAndExits) {
 
     QProcess second;
     second.setWorkingDirectory(runtime.path());
-    second.start(QStringLiteral(TESK_PATH), {"song.mp3", "/tmp/practice.tesk"});
+    ASSERT_TRUE(test::writeFile(runtime.filePath("notes.txt"), "practise the bridge\n"));
+    second.start(QStringLiteral(TESK_PATH), {"song.mp3", "/tmp/practice.tesk", "notes.txt"});
     ASSERT_TRUE(received.wait(10000));
     ASSERT_TRUE(second.waitForFinished(10000));
     EXPECT_EQ(second.exitStatus(), QProcess::NormalExit);
     EXPECT_EQ(second.exitCode(), 0);
     EXPECT_EQ(received.first().first().toStringList(),
-              QStringList({runtime.filePath("song.mp3"), "/tmp/practice.tesk"}));
+              QStringList({runtime.filePath("song.mp3"), "/tmp/practice.tesk",
+                           runtime.filePath("notes.txt")}));
+    // None of them opens: the terminal they were named on hears why.
+    const QString said = QString::fromLocal8Bit(second.readAllStandardError());
+    EXPECT_TRUE(said.contains("\"song.mp3\": there is no such file")) << said.toStdString();
+    EXPECT_TRUE(said.contains("\"/tmp/practice.tesk\"")) << said.toStdString();
+    EXPECT_TRUE(said.contains("\"notes.txt\": it is not a song")) << said.toStdString();
 }
 
 TEST(SingleInstance, TheLockAndSocketOfATeskThatDiedAreTakenOver) {
