@@ -67,6 +67,10 @@ qint64 WaveformGeometry::idealSampleStep() const {
 }
 
 double WaveformGeometry::loopZoomLevel(qint64 loopLength) const {
+    // A song that fits the view at full zoom shows 50 frames a point at every level: any level
+    // fits, and dividing by its maximum of 0 would give an infinite one.
+    if (maximumZoomLevel <= 0.0)
+        return 1.0;
     const double ratio = double(loopLength) / ((width - 40.0) * kSamplesPerBin);
     return std::min(1.0, (1.0 - ratio) / maximumZoomLevel + 1.0);
 }

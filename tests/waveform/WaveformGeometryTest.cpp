@@ -92,6 +92,9 @@ TEST(WaveformGeometry, ClampsScrollPositionsPagesAndConversions) {
     // Within the rounding of frames per point to a whole number (283 for 282.7).
     EXPECT_NEAR(loopZoom.pointFromSample(441000), 1560.0, 2.0);
     EXPECT_EQ(loopZoom.loopZoomLevel(10), 1.0) << "bounded above by 1";
+    // A song that fits the view at full zoom, looped whole (a little longer than the view less
+    // its margins): every level shows the same, and the level stays a number.
+    EXPECT_EQ(geometryFor(46305, 960, 1.0).loopZoomLevel(46305), 1.0);
 }
 
 TEST(WaveformGeometry, RulerLabelsCountMinutesWithoutWrapping) {
