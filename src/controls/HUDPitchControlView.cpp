@@ -136,6 +136,16 @@ void HUDPitchControlView::mousePressEvent(QMouseEvent* event) {
     }
 }
 
+bool HUDPitchControlView::event(QEvent* event) {
+    // A dialog that opens in the middle of a drag takes the button's release with it: the drag
+    // ends where it is, and its bubble goes.
+    if ((event->type() == QEvent::WindowDeactivate || event->type() == QEvent::Hide) && mDragging) {
+        mDragging = false;
+        mCallout->fadeOut();
+    }
+    return SBindingView::event(event);
+}
+
 void HUDPitchControlView::mouseMoveEvent(QMouseEvent* event) {
     if (mDragging)
         moveKnobTo(event->position().x(), !(event->modifiers() & Qt::ShiftModifier));

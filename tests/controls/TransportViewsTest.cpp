@@ -162,6 +162,13 @@ TEST(HUDPitchControlView, TicksTheSlotAndTheWheelSetTheBoundPitch) {
     reader->valueInterface()->setCurrentValue(-2.0);
     EXPECT_EQ(model.pitchAdjustment, -2.0);
     EXPECT_EQ(reader->text(QAccessible::Value), "minus 2 semitones");
+
+    // A dialog that takes the window mid-drag takes the release too: the drag's bubble goes.
+    QTest::mousePress(&view, Qt::LeftButton, {}, at(view.sliderKnobRect().center()));
+    ASSERT_TRUE(view.callout()->isVisible());
+    QEvent deactivate(QEvent::WindowDeactivate);
+    QCoreApplication::sendEvent(&view, &deactivate);
+    EXPECT_TRUE(QTest::qWaitFor([&] { return !view.callout()->isVisible(); }, 3000));
 }
 
 TEST(HUDSwitchControlView, TheClickRuleAndTheDotsLitByTheDirtyFlags) {
@@ -251,32 +258,54 @@ TEST(HUDSpeedControlView, TheKnobSitsWhereTheSpeedPutsItAndTheTrackShowsOnHover)
         EXPECT_TRUE(drawnAt(hovered, x, track.center().y())) << x;
 }
 
-TEST(HUDSpeedControlView, EscapeEndsADragWithoutTakingTheKeyboardFocus) {
-    Transport model;
-    QWidget window;
-    auto* focused = new QWidget(&window);
-    focused->setFocusPolicy(Qt::StrongFocus);
-    auto* view = new HUDSpeedControlView(&window);
-    view->setGeometry(QRect(QPoint(0, 20), view->sizeHint()));
-    window.resize(200, 100);
-    window.show();
-    QApplication::setActiveWindow(&window);
-    focused->setFocus();
-    view->bind("playbackSpeed", &model, "playbackSpeed");
-    const auto centres = view->markCentres();
-    QTest::mousePress(view, Qt::LeftButton, {}, at(view->knobRect().center()));
-    QTest::mouseMove(view, QPoint(int(centres[1]), int(view->knobRect().center().y())));
-    QMouseEvent move(QEvent::MouseMove, QPointF(centres[1], view->knobRect().center().y()),
-                     view->mapToGlobal(QPointF(centres[1], 0)), Qt::NoButton, Qt::LeftButton,
-                     Qt::NoModifier);
-    QCoreApplication::sendEvent(view, &move);
-    EXPECT_EQ(model.playbackSpeed, 0.5);
-    ASSERT_EQ(QWidget::keyboardGrabber(), view) << "Escape goes to the drag";
-    EXPECT_TRUE(focused->hasFocus());
-    QTest::keyClick(QWidget::keyboardGrabber(), Qt::Key_Escape);
-    EXPECT_EQ(model.playbackSpeed, 1.0);
-    EXPECT_EQ(QWidget::keyboardGrabber(), nullptr);
-    EXPECT_TRUE(focused->hasFocus()) << "the focus never moved";
+TEST(HUDSpeedControlView, EscapeOrALostWindowEndsADragWithoutTakingTheKeyboardFocus) {
+    // Escape puts the speed back; a dialog that takes the window mid-drag (and with it the
+    // button's release) keeps the speed dragged to.
+    const struct {
+        const char* name;
+        QEvent::Type ending;
+        double speedAfter;
+    } endings[] = {{"Escape", QEvent::KeyPress, 1.0},
+                   {"window deactivated", QEvent::WindowDeactivate, 0.5}};
+    for (const auto& ending : endings) {
+        SCOPED_TRACE(ending.name);
+        Transport model;
+        QWidget window;
+        auto* focused = new QWidget(&window);
+        focused->setFocusPolicy(Qt::StrongFocus);
+        auto* view = new HUDSpeedControlView(&window);
+        view->setGeometry(QRect(QPoint(0, 20), view->sizeHint()));
+        window.resize(200, 100);
+        window.show();
+        QApplication::setActiveWindow(&window);
+        focused->setFocus();
+        view->bind("playbackSpeed", &model, "playbackSpeed");
+        const auto centres = view->markCentres();
+        const double y = view->knobRect().center().y();
+        QTest::mousePress(view, Qt::LeftButton, {}, at(view->knobRect().center()));
+        QMouseEvent move(QEvent::MouseMove, QPointF(centres[1], y),
+                         view->mapToGlobal(QPointF(centres[1], 0)), Qt::NoButton, Qt::LeftButton,
+                         Qt::NoModifier);
+        QCoreApplication::sendEvent(view, &move);
+        EXPECT_EQ(model.playbackSpeed, 0.5);
+        ASSERT_EQ(QWidget::keyboardGrabber(), view) << "Escape goes to the drag";
+        EXPECT_TRUE(focused->hasFocus());
+        if (ending.ending == QEvent::KeyPress) {
+            QTest::keyClick(QWidget::keyboardGrabber(), Qt::Key_Escape);
+        } else {
+            QEvent deactivate(ending.ending);
+            QCoreApplication::sendEvent(view, &deactivate);
+        }
+        EXPECT_EQ(model.playbackSpeed, ending.speedAfter);
+        EXPECT_EQ(QWidget::keyboardGrabber(), nullptr);
+        EXPECT_TRUE(focused->hasFocus()) << "the focus never moved";
+        // The pointer passing over the track afterwards moves nothing.
+        QMouseEvent hover(QEvent::MouseMove, QPointF(centres[3], y),
+                          view->mapToGlobal(QPointF(centres[3], 0)), Qt::NoButton, Qt::NoButton,
+                          Qt::NoModifier);
+        QCoreApplication::sendEvent(view, &hover);
+        EXPECT_EQ(model.playbackSpeed, ending.speedAfter);
+    }
 }
 
 TEST(HUDSpeedControlView, TheWheelMovesTheKnobFivePointsANotchAndNeverPastTheEnds) {
