@@ -38,6 +38,13 @@ void ProgressMarkAnimation::stop() {
     mTimer.stop();
 }
 
+void ProgressMarkAnimation::finish() {
+    if (!isAnimating())
+        return;
+    mTimer.stop();
+    mReachedMark(1.0);
+}
+
 void ProgressMarkAnimation::advanceTo(double seconds) {
     const double mark = markAt(seconds);
     if (seconds >= kDuration)

@@ -27,6 +27,9 @@ public:
     void start();
     /// Stops where it is; no more marks are reported.
     void stop();
+    /// When running, reports 1.0 at once and stops: a gesture that takes over in the middle of
+    /// a glide starts from the final values, which the model already holds.
+    void finish();
     bool isAnimating() const { return mTimer.isActive(); }
     /// How many ticks reported a mark since the last start (for the frame count benchmark).
     int framesShown() const { return mFramesShown; }

@@ -91,7 +91,7 @@ void TeskEQSettingsView::setBandValueAsUser(int index, double gain) {
     if (index < 0 || index >= kBandCount)
         return;
     tellDelegateEditingBegan();
-    mAnimation.stop();
+    mAnimation.finish();
     QList<double> bands = mBands;
     while (bands.size() < kBandCount)
         bands.append(0.0);
@@ -128,7 +128,7 @@ void TeskEQSettingsView::mousePressEvent(QMouseEvent* event) {
     mPressedIndex = geometry().bandIndexForPoint(event->position());
     update();
     if (mPressedIndex != kNoBand) {
-        mAnimation.stop();
+        mAnimation.finish(); // the other bands are written back as the model holds them
         setPressedBandFromPoint(event->position().y());
     }
 }

@@ -114,7 +114,7 @@ void TeskVocalRemovalSettingsView::mousePressEvent(QMouseEvent* event) {
     }
     // The delegate switches vocal reduction on first.
     tellDelegateEditingBegan();
-    mAnimation.stop();
+    mAnimation.finish(); // the edge not dragged stays where the model holds it
     mDrag = dragForPoint(event->position());
     mDragging = mDrag != Drag::None;
     mPressX = event->position().x();

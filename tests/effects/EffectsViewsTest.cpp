@@ -200,6 +200,16 @@ TEST(TeskEQSettingsView, APresetGlidesThereUnlessADragIsUnderWay) {
     EXPECT_FALSE(view.presetAnimation().isAnimating());
     EXPECT_EQ(view.bands(), TeskEqualizerSettings::isolateBassPreset()->bands());
     send(view, QEvent::MouseButtonRelease, {places.pointForBandIndex(5), 30});
+
+    // A band pressed in the middle of a glide: the others are the preset's, not half-way.
+    settings.setEqualizerSettings(TeskEqualizerSettings::isolateMidsPreset().get());
+    view.presetAnimation().advanceTo(0.1);
+    send(view, QEvent::MouseButtonPress, {places.pointForBandIndex(5), 30});
+    send(view, QEvent::MouseButtonRelease, {places.pointForBandIndex(5), 30});
+    QList<double> expected = TeskEqualizerSettings::isolateMidsPreset()->bands();
+    expected[5] = settings.equalizerSettings()->bands()[5];
+    EXPECT_EQ(settings.equalizerSettings()->bands(), expected);
+    EXPECT_EQ(view.bands(), expected);
 }
 
 TEST(TeskVocalRemovalSettingsView, EdgeShiftAndCreateDragsFollowTheRules) {
@@ -278,6 +288,17 @@ TEST(TeskVocalRemovalSettingsView, CursorsTellTheDragAndPresetsGlide) {
     view.bandAnimation().advanceTo(0.3);
     EXPECT_EQ(view.lowFrequency(), 350.0);
     EXPECT_EQ(view.highFrequency(), 3500.0);
+
+    // The low edge pressed in the middle of a glide: the high edge is the preset's.
+    settings.setVocalReductionEffectSettings(
+        TeskVocalReductionEffectSettings::maleVocalPreset().get());
+    view.bandAnimation().advanceTo(0.1);
+    const QPointF lowEdge = view.lowFrequencyRect().center();
+    QMouseEvent press(QEvent::MouseButtonPress, lowEdge, view.mapToGlobal(lowEdge), Qt::LeftButton,
+                      Qt::LeftButton, Qt::NoModifier);
+    QCoreApplication::sendEvent(&view, &press);
+    EXPECT_EQ(view.highFrequency(), 2800.0);
+    EXPECT_EQ(view.lowFrequency(), 120.0);
 }
 
 TEST(TeskPanSlider, EndsDetentAndWheelWriteBackAndSendTheAction) {
