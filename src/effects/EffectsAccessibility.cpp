@@ -102,9 +102,7 @@ public:
     }
     void setCurrentValue(const QVariant& value) override {
         // Through the same rules as a drag: the gap and the limits hold.
-        const double x =
-            view()->geometry().frequencyMapping().pointForValue(std::max(value.toDouble(), 1.0));
-        low() ? view()->setLowFrequencyWithPoint(x) : view()->setHighFrequencyWithPoint(x);
+        view()->setEdgeFrequencyAsUser(low(), value.toDouble());
     }
     QVariant maximumValue() const override { return VocalBandGeometry::kHighestFrequency; }
     QVariant minimumValue() const override { return VocalBandGeometry::kLowestFrequency; }

@@ -90,6 +90,14 @@ void TeskVocalRemovalSettingsView::setHighFrequencyWithPoint(double x) {
     updateObservableObjectForBindingName(QStringLiteral("highFrequency"), hertz);
 }
 
+void TeskVocalRemovalSettingsView::setEdgeFrequencyAsUser(bool lowEdge, double hertz) {
+    tellDelegateEditingBegan();
+    mAnimation.finish();
+    const double x = geometry().frequencyMapping().pointForValue(std::max(hertz, 1.0));
+    lowEdge ? setLowFrequencyWithPoint(x) : setHighFrequencyWithPoint(x);
+    tellDelegateEditingEnded();
+}
+
 TeskVocalRemovalSettingsView::Drag
 TeskVocalRemovalSettingsView::dragForPoint(const QPointF& point) const {
     const auto holds = [&point](const QRectF& r) {

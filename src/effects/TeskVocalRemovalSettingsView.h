@@ -47,6 +47,9 @@ public:
     /// written back.
     void setLowFrequencyWithPoint(double x);
     void setHighFrequencyWithPoint(double x);
+    /// An edge set as a user would: with the gap and the limits, shown, written back, the
+    /// delegate told (which switches vocal reduction on). For screen readers.
+    void setEdgeFrequencyAsUser(bool lowEdge, double hertz);
 
     ProgressMarkAnimation& bandAnimation() { return mAnimation; }
 

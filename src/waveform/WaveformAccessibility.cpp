@@ -6,6 +6,7 @@
 #include <QAccessibleValueInterface>
 #include <QAccessibleWidget>
 #include <QCoreApplication>
+#include <algorithm>
 
 namespace tesk {
 
@@ -56,6 +57,8 @@ public:
                             QCoreApplication::translate("TeskScroller", "Song position")) {}
 
     TeskScroller* scroller() const { return static_cast<TeskScroller*>(widget()); }
+    /// Following the play head can take the view past the song's ends, where the knob stops.
+    double position() const { return std::clamp(scroller()->value(), 0.0, 1.0); }
 
     void* interface_cast(QAccessible::InterfaceType type) override {
         return type == QAccessible::ValueInterface ? static_cast<QAccessibleValueInterface*>(this)
@@ -63,10 +66,10 @@ public:
     }
     QString text(QAccessible::Text t) const override {
         if (t == QAccessible::Value)
-            return QString::number(qRound(scroller()->value() * 100)) + "%";
+            return QString::number(qRound(position() * 100)) + "%";
         return QAccessibleWidget::text(t);
     }
-    QVariant currentValue() const override { return scroller()->value(); }
+    QVariant currentValue() const override { return position(); }
     void setCurrentValue(const QVariant& value) override {
         scroller()->setValue(value.toDouble());
         scroller()->updateObservableObjectForBindingName("value", scroller()->value());

@@ -29,7 +29,9 @@ void TeskMetadataView::setAlbum(const QString& album) {
 }
 
 void TeskMetadataView::changed() {
-    setAccessibleDescription(QStringList{mTitle, mArtist, mAlbum}.join(QStringLiteral(", ")));
+    QStringList known{mTitle, mArtist, mAlbum};
+    known.removeAll(QString());
+    setAccessibleDescription(known.join(QStringLiteral(", ")));
     update();
 }
 

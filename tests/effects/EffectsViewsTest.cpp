@@ -408,8 +408,12 @@ TEST(EffectsAccessibility, HandlesHaveNamesAndValuesAndCanBeSet) {
     EXPECT_EQ(edges->child(0)->text(QAccessible::Name), "Vocal band low edge");
     EXPECT_EQ(edges->child(0)->text(QAccessible::Value), "120 Hz");
     EXPECT_EQ(edges->child(1)->text(QAccessible::Value), "2800 Hz");
+    Recorder delegate; // which switches the effect on, for a drag or a screen reader alike
+    vocal->setDelegate(&delegate);
     edges->child(0)->valueInterface()->setCurrentValue(200.0);
     EXPECT_NEAR(settings.vocalReductionEffectSettings()->lowFrequency(), 200.0, 1e-3);
+    EXPECT_EQ(delegate.began, 1);
+    EXPECT_EQ(delegate.ended, 1);
 
     QAccessibleInterface* panSlider = QAccessible::queryAccessibleInterface(pan);
     EXPECT_EQ(panSlider->text(QAccessible::Name), "Pan");

@@ -142,6 +142,10 @@ TEST_F(TeskScrollerTest, WheelMovesTheValueAgainstTheSlot) {
     ASSERT_NE(accessible, nullptr);
     ASSERT_NE(accessible->valueInterface(), nullptr);
     EXPECT_EQ(accessible->text(QAccessible::Value), "40%");
+    for (const auto& [position, heard] : {std::pair{1.3, "100%"}, std::pair{-0.5, "0%"}}) {
+        model.setScrollPosition(position); // the view followed the play head past an end
+        EXPECT_EQ(accessible->text(QAccessible::Value), heard);
+    }
     accessible->valueInterface()->setCurrentValue(0.75);
     EXPECT_DOUBLE_EQ(model.scrollPosition(), 0.75) << "a value set by the reader is sent";
 }

@@ -1,6 +1,7 @@
 #include "document/TeskDocumentController.h"
 #include "window/TeskDocumentWindowController.h"
 #include "window/TeskDropView.h"
+#include "window/TeskMetadataView.h"
 #include "window/TeskWindowLayer.h"
 
 #include "controls/HUDTimeDisplayView.h"
@@ -521,4 +522,21 @@ TEST(DocumentWindow, KeysAndClicksInTheMiddleOfThingsLoseNothing) {
     TeskDocument* reopened = app.open(dir.filePath("take.tesk"));
     ASSERT_NE(reopened, nullptr);
     EXPECT_EQ(reopened->chorusMarkers(), frames({44100}));
+}
+
+TEST(TeskMetadataView, ScreenReadersHearOnlyTheTagsTheSongHas) {
+    const struct {
+        QString title, artist, album, heard;
+    } songs[] = {
+        {"Blue in Green", "Bill Evans", "Kind of Blue", "Blue in Green, Bill Evans, Kind of Blue"},
+        {"Take", "", "", "Take"},
+        {"", "Trio", "Live", "Trio, Live"},
+        {"", "", "", ""}};
+    for (const auto& song : songs) {
+        TeskMetadataView view;
+        view.setTitle(song.title);
+        view.setArtist(song.artist);
+        view.setAlbum(song.album);
+        EXPECT_EQ(view.accessibleDescription(), song.heard);
+    }
 }
