@@ -178,11 +178,41 @@ void BM_SaveDocument(benchmark::State& state) {
 }
 BENCHMARK(BM_SaveDocument)->MinTime(2.0)->Unit(benchmark::kMillisecond);
 
+/// What each key asks of a document (whether it has a song, to drop a marker) after its song
+/// was deleted while open, in a folder of 3,000 other files, as a music library's folder is.
+void BM_KeyCheckWithTheSongGone(benchmark::State& state) {
+    application();
+    const QString generated = test::generatedSongFile(5);
+    static QTemporaryDir library;
+    const QString song = library.filePath(QStringLiteral("gone.mp3"));
+    if (generated.isEmpty() || !QFile::copy(generated, song)) {
+        state.SkipWithError("could not make the song with ffmpeg");
+        return;
+    }
+    for (int i = 0; i < 3000; ++i) {
+        QFile other(library.filePath(QStringLiteral("track %1.mp3").arg(i)));
+        if (!other.open(QIODevice::WriteOnly)) {
+            state.SkipWithError("could not fill the folder");
+            return;
+        }
+    }
+    std::unique_ptr<TeskDocument> document = practiceDocument(song);
+    if (!document->player() || !QFile::remove(song)) {
+        state.SkipWithError("the song did not open, or could not be deleted");
+        return;
+    }
+    for (auto _ : state)
+        benchmark::DoNotOptimize(document->canDropMarkers());
+}
+BENCHMARK(BM_KeyCheckWithTheSongGone)->MinTime(1.0)->Unit(benchmark::kMicrosecond);
+
 const bool declared = [] {
     bench::declareTarget("open_saved_document_to_playable",
                          "BM_OpenSavedDocumentToPlayable/iterations:10/manual_time", "ms", 1e-6,
                          100.0);
     bench::declareTarget("save_document", "BM_SaveDocument/min_time:2.000", "ms", 1e-6, 5.0);
+    bench::declareTarget("key_check_with_song_gone", "BM_KeyCheckWithTheSongGone/min_time:1.000",
+                         "ms", 1e-6, 1.0);
     return true;
 }();
 

@@ -356,6 +356,7 @@ void TeskDocument::setAudioFileAlias(std::optional<TeskFileReference> alias) {
     if (!alias && !mAudioFileAlias)
         return;
     mAudioFileAlias = std::move(alias);
+    mFailedSongSearch.invalidate();
     mUnreadableAudioFileAlias.reset();
     mSongError.reset();
 
@@ -375,6 +376,7 @@ void TeskDocument::setAudioFileAlias(std::optional<TeskFileReference> alias) {
 
     const QString path =
         mAudioFileAlias ? mAudioFileAlias->resolvedPath(mFileURL.toLocalFile()) : QString();
+    mFoundSongPath = path;
     if (mAudioFileAlias && path.isEmpty()) {
         const QString name = mAudioFileAlias->fileName();
         mSongError = fileError(kFileNoSuchFileError,
@@ -413,8 +415,17 @@ void TeskDocument::setAudioFileAlias(std::optional<TeskFileReference> alias) {
 QUrl TeskDocument::audioFileURL() const {
     if (!mAudioFileAlias)
         return {};
-    const QString path = mAudioFileAlias->resolvedPath(mFileURL.toLocalFile());
-    return path.isEmpty() ? QUrl() : QUrl::fromLocalFile(path);
+    // A song still where it was found costs one look.
+    if (mFoundSongPath.isEmpty() || !QFileInfo(mFoundSongPath).isFile()) {
+        constexpr qint64 kSongSearchIntervalMs = 1000;
+        const bool searchedLately =
+            mFailedSongSearch.isValid() && !mFailedSongSearch.hasExpired(kSongSearchIntervalMs);
+        mFoundSongPath =
+            searchedLately ? QString() : mAudioFileAlias->resolvedPath(mFileURL.toLocalFile());
+        if (mFoundSongPath.isEmpty() && !searchedLately)
+            mFailedSongSearch.start();
+    }
+    return mFoundSongPath.isEmpty() ? QUrl() : QUrl::fromLocalFile(mFoundSongPath);
 }
 
 void TeskDocument::setAudioFileURL(const QUrl& url) {
@@ -598,6 +609,8 @@ void TeskDocument::exportDidEnd(const QString& path, std::optional<TeskError> fa
 
 void TeskDocument::setFileURL(const QUrl& url) {
     mFileURL = url;
+    // The song may be found beside the document's new place.
+    mFailedSongSearch.invalidate();
 }
 
 bool TeskDocument::readFromURL(const QUrl& url, const QString& typeName, TeskError* error) {
@@ -636,7 +649,7 @@ bool TeskDocument::readDocumentFromURL(const QUrl& url, TeskError* error) {
     }
 
     // The song is found relative to this file, so it has to be known first.
-    mFileURL = url;
+    setFileURL(url);
     mUndoRegistrationEnabled = false;
     // The song first: the settings that follow reach its player through observation.
     if (contents->audioFileAlias) {

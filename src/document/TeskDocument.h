@@ -10,6 +10,7 @@
 #include "document/TeskFileReference.h"
 #include "observation/KeyValueObserving.h"
 
+#include <QElapsedTimer>
 #include <QImage>
 #include <QList>
 #include <QObject>
@@ -158,7 +159,8 @@ public:
     /// the song already installed; an export of the old song is cancelled. A song that can't be
     /// found or decoded leaves the document without a player; `songError` says why.
     void setAudioFileAlias(std::optional<TeskFileReference> alias);
-    /// Where the song is now; empty without a song or when it can't be found.
+    /// Where the song is now; empty without a song or when it can't be found. A song that has
+    /// gone is searched for at most once a second.
     QUrl audioFileURL() const;
     /// Installs the song at `url` and marks the document changed; clears the undo stack.
     void setAudioFileURL(const QUrl& url);
@@ -299,6 +301,10 @@ private:
     void observeEffectsSettings(bool observe);
 
     std::optional<TeskFileReference> mAudioFileAlias;
+    /// Where the song was last found, and when a search for it last failed: whether there is a
+    /// song is asked on every key, and a search for one that has gone reads whole folders.
+    mutable QString mFoundSongPath;
+    mutable QElapsedTimer mFailedSongSearch;
     /// A reference to the song this build could not read (damaged, or written by a newer
     /// Tesk): written back as it was, until another song is set.
     std::optional<QByteArray> mUnreadableAudioFileAlias;

@@ -425,6 +425,19 @@ TEST_F(DocumentTest, TheSongIsFoundAfterAMoveAndAMissingSongIsNoError) {
     EXPECT_TRUE(lost->isDocumentEdited());
 }
 
+TEST_F(DocumentTest, ASongMovedDeletedOrPutBackWhileOpenIsFollowed) {
+    // Where the song is is asked on every key, and remembered; these changes must still show.
+    const QString song = writeSong("song.wav", 0.5);
+    auto document = openSong(song);
+    const QString moved = path("moved.wav");
+    ASSERT_TRUE(QFile::rename(song, moved));
+    EXPECT_EQ(document->audioFileURL().toLocalFile(), QFileInfo(moved).canonicalFilePath());
+    ASSERT_TRUE(QFile::remove(moved));
+    EXPECT_FALSE(document->canDropMarkers());
+    writeSong("song.wav", 0.5);
+    EXPECT_TRUE(QTest::qWaitFor([&] { return document->canDropMarkers(); }, 5000));
+}
+
 TEST_F(DocumentTest, DamagedDocumentFilesGiveAnErrorNamingTheFile) {
     const QList<std::pair<QString, QByteArray>> damaged{
         {"garbage.tesk", QByteArray("\x00\xff\x13 not json", 12)},
