@@ -345,7 +345,11 @@ void TeskDocumentWindowController::buildMenus() {
     add(controls, C::ResetPitch, tr("Reset Pitch"));
 
     QMenu* view = menuBar()->addMenu(tr("&View"));
-    add(view, C::ZoomIn, tr("Zoom &In"), QKeySequence::ZoomIn);
+    // Ctrl+= too: Ctrl++ needs Shift on most keyboards.
+    QList<QKeySequence> zoomInKeys = QKeySequence::keyBindings(QKeySequence::ZoomIn);
+    if (!zoomInKeys.contains(QKeySequence(Qt::CTRL | Qt::Key_Equal)))
+        zoomInKeys.append(QKeySequence(Qt::CTRL | Qt::Key_Equal));
+    add(view, C::ZoomIn, tr("Zoom &In"))->setShortcuts(zoomInKeys);
     add(view, C::ZoomOut, tr("Zoom &Out"), QKeySequence::ZoomOut);
     add(view, C::ZoomToFitLoop, tr("Zoom to &Fit Loop"));
     view->addSeparator();

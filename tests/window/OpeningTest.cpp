@@ -297,3 +297,28 @@ TEST(Opening, AHeldFileMenuKeyActsOnce) {
         EXPECT_EQ(app.documents->documents().size(), 2);
     }
 }
+
+TEST(Opening, ZoomKeysWorkWithAndWithoutShift) {
+    QTemporaryDir dir;
+    Opening app;
+    TeskError error;
+    TeskDocument* document = app.documents->openDocumentWithContentsOfURL(
+        QUrl::fromLocalFile(writeSong(dir.filePath("zoom.wav"), 30.0)), true, &error);
+    ASSERT_NE(document, nullptr);
+    QWidget* window = app.window(document);
+    window->activateWindow();
+    ASSERT_TRUE(QTest::qWaitForWindowActive(window));
+    document->setZoomLevel(0.5);
+    // Ctrl+=, the key under "+", and Ctrl+- each step the zoom.
+    const struct {
+        int key;
+        double zoom;
+    } presses[] = {{Qt::Key_Equal, 0.55}, {Qt::Key_Plus, 0.6}, {Qt::Key_Minus, 0.55}};
+    for (const auto& press : presses) {
+        qt_handleKeyEvent(window->windowHandle(), QEvent::KeyPress, press.key, Qt::ControlModifier);
+        qt_handleKeyEvent(window->windowHandle(), QEvent::KeyRelease, press.key,
+                          Qt::ControlModifier);
+        QCoreApplication::processEvents();
+        EXPECT_DOUBLE_EQ(document->zoomLevel(), press.zoom) << press.key;
+    }
+}
