@@ -1,4 +1,5 @@
 #include "app/SingleInstance.h"
+#include "app/TerminationSignals.h"
 #include "app/TeskAppController.h"
 #include "app/TeskApplication.h"
 #include "audio/ProcessingChainPool.h"
@@ -79,6 +80,9 @@ int main(int argc, char** argv) {
     // The first song should not wait for its processing chain to be built.
     tesk::ProcessingChainPool::prepare();
     tesk::TeskAppController controller;
+    tesk::TerminationSignals termination;
+    QObject::connect(&termination, &tesk::TerminationSignals::terminationRequested, &controller,
+                     &tesk::TeskAppController::quit);
     controller.acceptHandOvers(instance);
     controller.openFiles(files);
     return application.exec();

@@ -21,6 +21,8 @@ bool startSdlAudio(QString* error) {
     static bool started = false;
     static QString failure;
     std::call_once(once, [] {
+        // SDL would turn SIGTERM and SIGINT into events that nobody reads: Tesk handles them.
+        SDL_SetHint(SDL_HINT_NO_SIGNAL_HANDLERS, "1");
         SDL_SetHint(SDL_HINT_APP_NAME, "Tesk");
         SDL_SetHint(SDL_HINT_AUDIO_DEVICE_APP_NAME, "Tesk");
         SDL_SetHint(SDL_HINT_AUDIO_DEVICE_STREAM_ROLE, "music");

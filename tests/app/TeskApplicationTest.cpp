@@ -23,6 +23,8 @@
 #include <QTest>
 #include <gtest/gtest.h>
 
+#include <csignal>
+
 using namespace tesk;
 
 TEST(TeskAppController, EveryStartAddsOneToTheRunCount) {
@@ -199,6 +201,34 @@ TEST(SingleInstance, ASecondTeskHandsItsSongToTheFirstWhichOpensIt) {
         15000));
     first.kill();
     first.waitForFinished(5000);
+}
+
+TEST(SingleInstance, ATeskAskedToEndQuitsAsTheQuitCommandDoes) {
+    // A saved practice, so that quitting has nothing to ask; its song opens the sound device.
+    PrivateSession session;
+    QTemporaryDir songs;
+    const QString song = songs.filePath("scale.wav");
+    ASSERT_TRUE(test::writeWav(song, {test::sine(440.0, 0.4, 44100, 44100)}, 44100));
+    const QString practice = songs.filePath("scale.tesk");
+    {
+        TeskDocument document;
+        document.setAudioFileURL(QUrl::fromLocalFile(song));
+        TeskError error;
+        ASSERT_TRUE(document.saveToURL(QUrl::fromLocalFile(practice), &error));
+    }
+    // The end of a session, Ctrl-C in its terminal, the terminal closed.
+    for (const int signal : {SIGTERM, SIGINT, SIGHUP}) {
+        SCOPED_TRACE(signal);
+        QProcess tesk;
+        session.start(tesk, {practice});
+        ASSERT_TRUE(QTest::qWaitFor([&] { return !session.recentDocuments().isEmpty(); }, 15000))
+            << "the practice never opened";
+        ::kill(pid_t(tesk.processId()), signal);
+        ASSERT_TRUE(tesk.waitForFinished(15000)) << "it did not end";
+        EXPECT_EQ(tesk.exitStatus(), QProcess::NormalExit);
+        EXPECT_EQ(tesk.exitCode(), 0);
+        QSettings(session.config.filePath("Tesk/Tesk.conf"), QSettings::IniFormat).clear();
+    }
 }
 
 TEST(SingleInstance, ATeskThatCannotHandItsFilesOverExitsWithOne) {

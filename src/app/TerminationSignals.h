@@ -1,0 +1,27 @@
+#pragma once
+
+#include <QObject>
+
+class QSocketNotifier;
+
+namespace tesk {
+
+/// Turns SIGTERM, SIGINT and SIGHUP (a session ending, Ctrl-C in the terminal Tesk was started
+/// from, the terminal closing) into a signal on the main thread, so that Tesk quits as the Quit
+/// command does, asking about unsaved changes, instead of dying with them. The handler only
+/// writes a byte to a socket pair, which is safe in a signal handler. One per process.
+class TerminationSignals : public QObject {
+    Q_OBJECT
+public:
+    explicit TerminationSignals(QObject* parent = nullptr);
+    ~TerminationSignals() override;
+
+signals:
+    /// Main thread.
+    void terminationRequested();
+
+private:
+    QSocketNotifier* mNotifier = nullptr;
+};
+
+} // namespace tesk
