@@ -271,6 +271,14 @@ void RenderCommand::exportSong() {
         finish(kRenderOutputUnwritable);
         return;
     }
+    // It would be read while it is replaced.
+    if (QFileInfo(mOptions.outputPath).canonicalFilePath() ==
+        QFileInfo(mOptions.inputPath).canonicalFilePath()) {
+        reportError(
+            QStringLiteral("cannot write %1: it is the song being read").arg(mOptions.outputPath));
+        finish(kRenderOutputUnwritable);
+        return;
+    }
     // Everything is written into a file of our own first, so that whatever was at OUTPUT
     // survives a failed or cancelled export.
     QString error;
@@ -353,8 +361,8 @@ std::optional<std::pair<qint64, qint64>> RenderCommand::framesToPlay(qint64 tota
     qint64 first = 0;
     qint64 end = totalFrames;
     if (mOptions.range) {
-        first = std::llround(mOptions.range->start * kEngineRate);
-        end = std::llround(mOptions.range->end * kEngineRate);
+        first = framesAtSeconds(mOptions.range->start);
+        end = framesAtSeconds(mOptions.range->end);
     } else if (mOptions.frameRange) {
         first = mOptions.frameRange->first;
         end = mOptions.frameRange->end;
@@ -364,9 +372,9 @@ std::optional<std::pair<qint64, qint64>> RenderCommand::framesToPlay(qint64 tota
         const QString what =
             mOptions.range ? QStringLiteral("--range")
                            : QStringLiteral("the loop range of %1").arg(mOptions.documentPath);
+        // One arg() for both: a "%1" in a document's path must stay as it is.
         *error = QStringLiteral("%1 starts after the end of the song (%2 s)")
-                     .arg(what)
-                     .arg(double(totalFrames) / kEngineRate, 0, 'f', 3);
+                     .arg(what, QString::number(double(totalFrames) / kEngineRate, 'f', 3));
         return std::nullopt;
     }
     return std::pair{first, end};

@@ -114,7 +114,7 @@ std::optional<TeskDocumentContents> newDocumentContents(const RenderOptions& opt
 
     QList<quint32> markers[4];
     for (const RenderMarker& marker : options.savedMarkers) {
-        const qint64 frame = std::llround(marker.seconds * kEngineRate);
+        const qint64 frame = framesAtSeconds(marker.seconds);
         if (frame > songFrames || frame > std::numeric_limits<quint32>::max()) {
             *error = QStringLiteral("--marker at %1 s is past the song's end (%2)")
                          .arg(marker.seconds)
@@ -132,10 +132,9 @@ std::optional<TeskDocumentContents> newDocumentContents(const RenderOptions& opt
     contents.loopLength = 0;
     if (options.savedLoop) {
         // Rounded at both ends, so that a loop saved as 1.5-2.5 and one saved as 2.5-3.5 meet.
-        const qint64 first = std::llround(options.savedLoop->start * kEngineRate);
-        const qint64 end =
-            std::min({songFrames, qint64(std::llround(options.savedLoop->end * kEngineRate)),
-                      qint64(std::numeric_limits<quint32>::max())});
+        const qint64 first = framesAtSeconds(options.savedLoop->start);
+        const qint64 end = std::min({songFrames, framesAtSeconds(options.savedLoop->end),
+                                     qint64(std::numeric_limits<quint32>::max())});
         if (first >= end) {
             *error = QStringLiteral("--loop holds none of the song (%1)").arg(songLength());
             return std::nullopt;

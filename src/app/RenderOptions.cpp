@@ -362,4 +362,8 @@ RenderCommandLine parseRenderCommandLine(const QStringList& arguments) {
     return result;
 }
 
+qint64 framesAtSeconds(double seconds) {
+    return std::llround(std::min(seconds, 1e9) * engine::kSampleRateHz);
+}
+
 } // namespace tesk

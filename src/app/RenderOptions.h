@@ -108,4 +108,8 @@ struct RenderCommandLine {
 /// Any thread; needs no QCoreApplication.
 RenderCommandLine parseRenderCommandLine(const QStringList& arguments);
 
+/// A time named on the command line (never negative) as engine frames, rounded. Times past
+/// any song are held to a billion seconds, so that they stay past its end instead of wrapping.
+qint64 framesAtSeconds(double seconds);
+
 } // namespace tesk

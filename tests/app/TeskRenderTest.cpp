@@ -186,6 +186,12 @@ TEST(TeskRender, UnreadableInputExitsTwoAndUnwritableOutputThree) {
         << notAFolder.err.toStdString();
     ASSERT_TRUE(QDir(folder.path()).mkdir("taken.aif"));
     EXPECT_EQ(runRender({input, folder.filePath("taken.aif")}).exitCode, 3);
+    // The song itself, which would be read while it is replaced.
+    QTemporaryDir other;
+    const QString aiff = writeTone(other.filePath("in.aif"), 0.3);
+    const QByteArray song = readFile(aiff);
+    EXPECT_EQ(runRender({aiff, aiff}).exitCode, 3);
+    EXPECT_EQ(readFile(aiff), song);
     EXPECT_EQ(filesIn(folder.path()), (QStringList{"in.wav", "notes.txt"}));
 }
 
@@ -379,8 +385,15 @@ TEST(TeskRender, SavesAPracticeDocumentWithTheSettingsLoopAndMarkersGiven) {
     // A marker or a loop past the song's end: no document, and the one already there stays as
     // it was.
     const QByteArray kept = readFile(documentPath);
-    EXPECT_EQ(runRender({input, "--save-document", documentPath, "--marker", "M@2.1"}).exitCode, 1);
-    EXPECT_EQ(runRender({input, "--save-document", documentPath, "--loop", "3-4"}).exitCode, 1);
+    // Times too large for frames stay past the end, instead of wrapping round to the start.
+    for (const QStringList& option :
+         {QStringList{"--marker", "M@2.1"}, QStringList{"--marker", "M@1e15"},
+          QStringList{"--loop", "3-4"}, QStringList{"--loop", "1e15-1e16"}}) {
+        const RenderRun run =
+            runRender(QStringList{input, "--save-document", documentPath} + option);
+        EXPECT_EQ(run.exitCode, 1) << option.join(' ').toStdString();
+        EXPECT_TRUE(run.err.contains("the song is 2.000 s long")) << run.err.toStdString();
+    }
     EXPECT_EQ(readFile(documentPath), kept);
     EXPECT_EQ(filesIn(folder.filePath("docs")), QStringList{"set.tesk"});
 }
