@@ -137,12 +137,11 @@ std::optional<TeskDocumentContents> readDocumentContents(const QByteArray& bytes
 
     TeskDocumentContents contents;
     const QJsonValue alias = object.value(kAudioFileAliasKey);
-    if (alias.isString()) {
-        const auto decoded = QByteArray::fromBase64Encoding(
-            alias.toString().toLatin1(), QByteArray::AbortOnBase64DecodingErrors);
-        if (decoded)
-            contents.audioFileAlias = *decoded;
-    }
+    // A reference whose text is damaged still reads, as damaged bytes: the document then says
+    // its song reference is damaged and offers to locate the song, instead of forgetting it had
+    // one.
+    if (alias.isString())
+        contents.audioFileAlias = QByteArray::fromBase64(alias.toString().toLatin1());
     contents.genericMarkers = readMarkers(object, kGenericMarkersKey);
     contents.chorusMarkers = readMarkers(object, kChorusMarkersKey);
     contents.verseMarkers = readMarkers(object, kVerseMarkersKey);

@@ -468,6 +468,11 @@ TEST_F(DocumentTest, DamagedDocumentFilesGiveAnErrorNamingTheFile) {
     ASSERT_TRUE(document->saveToURL(url("alias.tesk"), &error));
     EXPECT_EQ(readDocumentContents(readFile(path("alias.tesk")))->audioFileAlias,
               QByteArray("not a reference"));
+    // Text that is not even a reference's is damaged alike.
+    ASSERT_TRUE(writeFile(path("garbled.tesk"), R"({"audioFileAlias": "not*base64!"})"));
+    auto garbled = load("garbled.tesk", &error);
+    ASSERT_TRUE(garbled);
+    EXPECT_TRUE(garbled->songError().has_value());
     // A file that does not play, located in its place, changes none of that.
     ASSERT_TRUE(writeFile(path("noise.wav"), QByteArray(4096, '\x5a')));
     EXPECT_TRUE(document->locateAudioFile(url("noise.wav")).has_value());
