@@ -17,13 +17,35 @@ std::filesystem::path fileSystemPath(const QString& path) {
     return std::filesystem::path(QFile::encodeName(path).toStdString());
 }
 
+/// Where the file goes: through a link to the file it names, so that the link stays a link.
+QString finalPath(const QString& destination) {
+    const QFileInfo info(destination);
+    if (!info.isSymLink())
+        return destination;
+    const QString target = info.canonicalFilePath();
+    return target.isEmpty() ? info.symLinkTarget() : target;
+}
+
+/// As much of `baseName` as fits before the temporary file's own bytes and `suffix`, within
+/// the 255 bytes a name may have.
+QString shortenedBaseName(QString baseName, const QString& suffix) {
+    constexpr qsizetype kNameMax = 255;
+    constexpr qsizetype kOwnBytes = 13; // ".", ".tmp-", six digits and the suffix's "."
+    const qsizetype room = kNameMax - kOwnBytes - QFile::encodeName(suffix).size();
+    while (!baseName.isEmpty() && QFile::encodeName(baseName).size() > room)
+        baseName.chop(baseName.back().isLowSurrogate() ? 2 : 1);
+    return baseName;
+}
+
 } // namespace
 
 std::unique_ptr<ExportTemporaryFile> ExportTemporaryFile::create(const QString& destination,
                                                                  QString* error) {
-    const QFileInfo info(destination);
-    const QString stem =
-        info.dir().filePath(QLatin1Char('.') + info.completeBaseName() + QStringLiteral(".tmp-"));
+    const QString target = finalPath(destination);
+    const QFileInfo info(target);
+    const QString stem = info.dir().filePath(
+        QLatin1Char('.') + shortenedBaseName(info.completeBaseName(), info.suffix()) +
+        QStringLiteral(".tmp-"));
     constexpr int kAttempts = 100;
     for (int attempt = 0; attempt < kAttempts; ++attempt) {
         // Six base-36 digits.
@@ -36,7 +58,8 @@ std::unique_ptr<ExportTemporaryFile> ExportTemporaryFile::create(const QString& 
                               O_CREAT | O_EXCL | O_WRONLY | O_CLOEXEC, 0666);
         if (fd >= 0) {
             ::close(fd);
-            return std::unique_ptr<ExportTemporaryFile>(new ExportTemporaryFile(path, destination));
+            return std::unique_ptr<ExportTemporaryFile>(
+                new ExportTemporaryFile(path, destination, target));
         }
         if (errno != EEXIST) {
             *error = QString::fromLocal8Bit(std::strerror(errno));
@@ -47,9 +70,10 @@ std::unique_ptr<ExportTemporaryFile> ExportTemporaryFile::create(const QString& 
     return nullptr;
 }
 
-ExportTemporaryFile::ExportTemporaryFile(QString path, QString destination)
+ExportTemporaryFile::ExportTemporaryFile(QString path, QString destination, QString target)
     : mPath(std::move(path))
-    , mDestination(std::move(destination)) {}
+    , mDestination(std::move(destination))
+    , mTarget(std::move(target)) {}
 
 ExportTemporaryFile::~ExportTemporaryFile() {
     if (!mCommitted) {
@@ -61,7 +85,7 @@ ExportTemporaryFile::~ExportTemporaryFile() {
 bool ExportTemporaryFile::commit(QString* error) {
     std::error_code failure;
     const std::filesystem::path temporary = fileSystemPath(mPath);
-    const std::filesystem::path destination = fileSystemPath(mDestination);
+    const std::filesystem::path destination = fileSystemPath(mTarget);
     const auto status = std::filesystem::status(destination, failure);
     if (!failure && std::filesystem::exists(status))
         std::filesystem::permissions(temporary, status.permissions(), failure);

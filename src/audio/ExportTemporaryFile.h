@@ -9,8 +9,10 @@ namespace tesk {
 
 /// The file an export is written into before it takes its destination's place: hidden beside
 /// the destination (".NAME.tmp-XXXXXX.EXT", with the destination's extension, which chooses the
-/// export's format), so that whatever is at the destination survives an export that fails, is
-/// cancelled or is cut short by the program closing. Removed unless committed.
+/// export's format, and NAME shortened to fit), so that whatever is at the destination
+/// survives an export that fails, is cancelled or is cut short by the program closing. A
+/// destination that is a link is written through it: the file it names is replaced, and the
+/// link stays. Removed unless committed.
 /// One thread at a time (the main thread or the export thread).
 class ExportTemporaryFile {
 public:
@@ -34,10 +36,11 @@ public:
     TeskError toldOfDestination(const TeskError& error) const;
 
 private:
-    ExportTemporaryFile(QString path, QString destination);
+    ExportTemporaryFile(QString path, QString destination, QString target);
 
     const QString mPath;
     const QString mDestination;
+    const QString mTarget; // the destination, or the file it links to
     bool mCommitted = false;
 };
 

@@ -1,3 +1,4 @@
+#include "audio/ExportTemporaryFile.h"
 #include "audio/TeskExtendedAudioFile.h"
 #include "audio/TeskExtendedAudioFilePlayer.h"
 
@@ -9,6 +10,7 @@
 #include <QCoreApplication>
 #include <QEventLoop>
 #include <QFile>
+#include <QFileInfo>
 #include <QTemporaryDir>
 #include <QThread>
 #include <cmath>
@@ -119,6 +121,29 @@ TEST(TeskExport, WritesWholeSlicesInTheFormatItsExtensionNames) {
         EXPECT_EQ(back.file->frameCount(), qint64((44100 + kSlice - 1) / kSlice * kSlice));
         EXPECT_NEAR(test::toneAmplitude(std::span(back.left).subspan(4410, 22050), 440.0), 0.5,
                     0.03);
+    }
+}
+
+TEST(ExportTemporaryFile, ALinkOrANameAsLongAsAFolderTakesIsWrittenAsNamed) {
+    // 80 CJK characters and ".aif": 244 bytes, of the 255 a name may have.
+    const QString longName = QString(80, QChar(0x97F3)) + ".aif";
+    for (const bool link : {false, true}) {
+        SCOPED_TRACE(link ? "a link" : "a long name");
+        QTemporaryDir folder;
+        const QString target = folder.filePath(link ? "take.aif" : longName);
+        const QString destination = link ? folder.filePath("link.aif") : target;
+        if (link) {
+            ASSERT_TRUE(test::writeFile(target, "the old take"));
+            ASSERT_TRUE(QFile::link(target, destination));
+        }
+        QString error;
+        auto temporary = ExportTemporaryFile::create(destination, &error);
+        ASSERT_TRUE(temporary) << error.toStdString();
+        ASSERT_TRUE(test::writeFile(temporary->path(), "the new take"));
+        ASSERT_TRUE(temporary->commit(&error)) << error.toStdString();
+        // Through the link: the file it names holds the export, and the link stays.
+        EXPECT_EQ(test::readFile(target), "the new take");
+        EXPECT_EQ(QFileInfo(destination).isSymLink(), link);
     }
 }
 
