@@ -124,9 +124,14 @@ void TeskEffectsViewController::buildPanel() {
         if (mRepresentedObject)
             mRepresentedObject->setPanningEnabled(on);
     });
+    // Out of phase works inside the pan mix: switched on, it switches the mix on, as moving the
+    // pan slider does, or nothing would be heard.
     connect(mOutOfPhaseSwitch, &QCheckBox::clicked, this, [this](bool on) {
-        if (mRepresentedObject)
-            mRepresentedObject->setOutOfPhase(on);
+        if (!mRepresentedObject)
+            return;
+        mRepresentedObject->setOutOfPhase(on);
+        if (on)
+            mRepresentedObject->setPanningEnabled(true);
     });
 }
 

@@ -200,6 +200,8 @@ TEST(TeskEffectsViewController, SwitchesBindingsAndSpectraFollowTheSettings) {
         s.set(false);
         EXPECT_FALSE(s.box->isChecked());
     }
+    // Out of phase, clicked last, switched on the pan mix it works in.
+    EXPECT_TRUE(panel.settings.isPanningEnabled());
     panel.settings.setEqualizerEnabled(true);
     EXPECT_TRUE(c.eqSettingsView()->isEffectEnabled());
     panel.settings.setPanAmount(0.8);
