@@ -11,6 +11,7 @@
 
 namespace tesk {
 namespace {
+constexpr qint64 kFileReadCorruptFileError = 259; // the file-error number for "not its format"
 
 const QString kRecentDocumentsKey = QStringLiteral("TeskRecentDocuments");
 constexpr qsizetype kMaximumRecentDocuments = 10;
@@ -75,9 +76,18 @@ void TeskDocumentController::openDocument() {
     const QPointer<TeskDocument> untitled = firstUntitledDocument();
     for (const QString& path : mWindowLayer->runOpenPanel()) {
         TeskError error;
-        if (!openDocumentWithContentsOfURL(QUrl::fromLocalFile(path), true, &error) &&
-            !error.domain().isEmpty())
-            mWindowLayer->presentError(error);
+        if (openDocumentWithContentsOfURL(QUrl::fromLocalFile(path), true, &error))
+            continue;
+        // Picked in the dialog, a file that is no song is worth a word, as a drop is not.
+        if (error.domain().isEmpty()) {
+            const QString name = QFileInfo(path).fileName();
+            error = TeskError(
+                NSCocoaErrorDomain, kFileReadCorruptFileError,
+                {{LocalizedDescriptionKey,
+                  tr("“%1” is not a song or a practice document that Tesk opens.").arg(name)},
+                 {QStringLiteral("NSFilePath"), path}});
+        }
+        mWindowLayer->presentError(error);
     }
     if (mDocuments.size() > count && untitled)
         closeDocument(untitled);

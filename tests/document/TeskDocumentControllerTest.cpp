@@ -204,6 +204,13 @@ TEST_F(DocumentControllerTest, TheOpenDialogReplacesTheEmptyWindowAndFindsSavedD
     mWindows.chosen.clear();
     mController.openDocument();
     EXPECT_EQ(mController.documents(), QList<TeskDocument*>{practice});
+    // A text file picked in the dialog is refused, and the window says why.
+    ASSERT_TRUE(writeFile(path("notes.mp3"), "practise the bridge\n"));
+    mWindows.chosen = {path("notes.mp3")};
+    mController.openDocument();
+    EXPECT_EQ(mController.documents(), QList<TeskDocument*>{practice});
+    ASSERT_EQ(mWindows.errors.size(), 1);
+    EXPECT_TRUE(mWindows.errors.first().localizedDescription().contains("notes.mp3"));
 
     // Both were noted as recent, the latest first; a file that is gone is not offered.
     const QUrl songURL = QUrl::fromLocalFile(QFileInfo(path("song.wav")).canonicalFilePath());
