@@ -541,7 +541,10 @@ qreal WaveformView::shift() const {
 }
 
 qreal WaveformView::cursorX() const {
-    return std::floor(mGeometry.pointFromSample(mCurrentFrame)) + 0.5 - shift();
+    // The song's last frame lies one point past the view scrolled to its end: the play head
+    // there is shown in the last column.
+    return std::min(std::floor(mGeometry.pointFromSample(mCurrentFrame)) + 0.5 - shift(),
+                    std::floor(mGeometry.width) - 0.5);
 }
 
 QRectF WaveformView::visibleLoopRect() const {

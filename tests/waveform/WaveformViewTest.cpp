@@ -543,6 +543,12 @@ TEST_F(WaveformViewTest, PixelsShowCursorLoopMarkerAndTicksWhereTheGeometrySays)
     EXPECT_EQ(test::pixelAt(image, major, 17), palette.timeIndicatorLineColor);
     EXPECT_EQ(test::pixelAt(image, minor, 15), palette.timeIndicatorLineColor);
     EXPECT_NE(test::pixelAt(image, minor, 8), palette.timeIndicatorLineColor);
+
+    // At the song's very end, scrolled there, the play head shows in the last column.
+    model.setCurrentFrame(441000);
+    view.setStartFrame(441000);
+    ASSERT_LT(view.cursorX(), view.width());
+    EXPECT_EQ(test::pixelAt(test::grabImage(view), view.cursorX(), 100), palette.cursorlineColor);
 }
 
 TEST_F(WaveformViewTest, CursorMovesWithoutRepaintingTheWaveformAndScrollingPaintsTheStrip) {
