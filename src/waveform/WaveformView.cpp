@@ -1138,6 +1138,20 @@ void WaveformView::keyPressEvent(QKeyEvent* event) {
         finishMarkerDrag(true);
         return;
     }
+    if (event->key() == Qt::Key_Escape && mGesture == Gesture::Loop) {
+        // The loop as it was at the press; the document, told only on release, never saw
+        // the drag.
+        mEdgeScrollTimer->stop();
+        mGesture = Gesture::None;
+        mLoopDragging = false;
+        const LoopRange dragged = mLoopRange;
+        setLoopRange(mPressLoopRange, false);
+        if (mDelegate)
+            mDelegate->waveformViewDidEndEditingLoop(this);
+        refreshCursor(mPointer);
+        update(loopChangeRegion(dragged, mLoopRange));
+        return;
+    }
     SBindingView::keyPressEvent(event);
 }
 

@@ -367,6 +367,18 @@ TEST_F(WaveformViewTest, LoopGesturesDrawMoveAndResizeTheLoop) {
         EXPECT_EQ(delegate.loopEnded, before.loopEnded + 1);
     }
 
+    // Escape in the middle of a move puts the loop back, sends nothing and ends the edit.
+    model.setLoopRange({10000, 10000});
+    const DelegateLog beforeEscape = delegate;
+    press({300, kBandY});
+    move({350, kBandY});
+    QTest::keyClick(&view, Qt::Key_Escape);
+    EXPECT_EQ(view.loopRange(), (LoopRange{10000, 10000}));
+    EXPECT_FALSE(view.isLoopDragging());
+    release({350, kBandY});
+    EXPECT_EQ(model.loopRange(), (LoopRange{10000, 10000}));
+    EXPECT_EQ(delegate.loopEnded, beforeEscape.loopEnded + 1);
+
     // A pointer resting past the right edge keeps scrolling and stretching the new loop.
     model.setLoopRange({});
     press({700, kBandY});
