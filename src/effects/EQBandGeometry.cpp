@@ -41,6 +41,11 @@ QRectF EQBandGeometry::handleRectForBand(int index, double gain) const {
             mKnobSize.height()};
 }
 
+double EQBandGeometry::slotLeftForBand(int index, double slotWidth, double ratio) const {
+    const QRectF knob = handleRectForBand(index, 0.0);
+    return std::round((knob.center().x() - slotWidth * 0.5) * ratio) / ratio;
+}
+
 int EQBandGeometry::bandIndexForPoint(const QPointF& point) const {
     for (int index = 0; index < kBandCount; ++index) {
         const QRectF hit = hitRectForBand(index);

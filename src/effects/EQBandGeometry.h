@@ -32,6 +32,9 @@ public:
     QRectF hitRectForBand(int index) const;
     /// The knob of band `index` showing `gain`, on whole points.
     QRectF handleRectForBand(int index, double gain) const;
+    /// The left edge of band `index`'s slot, `slotWidth` wide, under the middle of its knob and
+    /// on a whole device pixel at `ratio`, so that every slot looks the same.
+    double slotLeftForBand(int index, double slotWidth, double ratio) const;
     /// The first band whose hit rectangle holds `point`, or kNoBand.
     int bandIndexForPoint(const QPointF& point) const;
 

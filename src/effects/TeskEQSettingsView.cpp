@@ -166,10 +166,7 @@ void TeskEQSettingsView::drawBackgroundContents(QPainter& painter) {
         places.pointForValue(-EQBandGeometry::kDisplayRange) + bottom.height();
     const qreal ratio = devicePixelRatioOf(painter);
     for (int index = 0; index < kBandCount; ++index) {
-        // On whole device pixels, so every slot looks the same.
-        const double left =
-            std::round((std::floor(places.pointForBandIndex(index)) - top.width() * 0.5) * ratio) /
-            ratio;
+        const double left = places.slotLeftForBand(index, top.width(), ratio);
         top.draw(painter, QPointF(left, slotTop));
         const QPixmap& column = fill.pixmap(ratio);
         painter.drawPixmap(QRectF(left, slotTop + top.height(), fill.width(),

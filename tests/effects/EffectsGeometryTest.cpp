@@ -79,6 +79,20 @@ TEST(EQBandGeometry, SlotsKnobsAndHitsFallWhereTheRulesSay) {
     }
 }
 
+TEST(EQBandGeometry, EachSlotLiesUnderTheMiddleOfItsKnobOnWholeDevicePixels) {
+    const EQBandGeometry places(QSizeF(408, 140), QSizeF(17, 9));
+    for (const double ratio : {1.0, 1.25, 1.5, 2.0}) {
+        for (int band = 0; band < EQBandGeometry::kBandCount; ++band) {
+            SCOPED_TRACE(testing::Message() << "ratio " << ratio << " band " << band);
+            const double left = places.slotLeftForBand(band, 5.0, ratio);
+            EXPECT_DOUBLE_EQ(left * ratio, std::round(left * ratio));
+            // Within half a device pixel of the knob's middle.
+            EXPECT_LE(std::abs(left + 2.5 - places.handleRectForBand(band, 0.0).center().x()),
+                      0.5 / ratio + 1e-9);
+        }
+    }
+}
+
 TEST(VocalBandGeometry, EdgesKeepTheirGapAndTheAxisLimits) {
     const VocalBandGeometry band(QSizeF(300, 100)); // 100 points a decade from 20 Hz
     EXPECT_EQ(band.edgeRect(200), QRectF(100, 2, 1, 96));
