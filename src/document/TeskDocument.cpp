@@ -88,6 +88,14 @@ TeskError fileError(qint64 code, const QString& description, const QString& path
         {{LocalizedDescriptionKey, description}, {QStringLiteral("NSFilePath"), path}});
 }
 
+/// When the file at `url` was modified, and its size; none when there is no file.
+std::optional<std::pair<QDateTime, qint64>> fileStamp(const QUrl& url) {
+    const QFileInfo file(url.toLocalFile());
+    if (!file.exists())
+        return std::nullopt;
+    return std::pair{file.lastModified(), file.size()};
+}
+
 TeskError badAudioFileError(const std::optional<TeskError>& cause) {
     QVariantMap userInfo{
         {LocalizedDescriptionKey, QCoreApplication::translate("TeskDocument", "Bad Audio File")},
@@ -650,6 +658,7 @@ bool TeskDocument::readDocumentFromURL(const QUrl& url, TeskError* error) {
 
     // The song is found relative to this file, so it has to be known first.
     setFileURL(url);
+    mFileStamp = fileStamp(url);
     mUndoRegistrationEnabled = false;
     // The song first: the settings that follow reach its player through observation.
     if (contents->audioFileAlias) {
@@ -732,8 +741,16 @@ bool TeskDocument::saveToURL(const QUrl& url, TeskError* error) {
     if (!writeToURL(url, TeskDocumentType, error))
         return false;
     setFileURL(url);
+    mFileStamp = fileStamp(url);
     updateChangeCount(ChangeType::Cleared);
     return true;
+}
+
+bool TeskDocument::fileChangedElsewhere() const {
+    if (mFileURL.isEmpty() || !mFileStamp)
+        return false;
+    const auto now = fileStamp(mFileURL);
+    return now && *now != *mFileStamp; // a file deleted since is simply written again
 }
 
 QString TeskDocument::displayName() const {

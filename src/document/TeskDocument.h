@@ -10,6 +10,7 @@
 #include "document/TeskFileReference.h"
 #include "observation/KeyValueObserving.h"
 
+#include <QDateTime>
 #include <QElapsedTimer>
 #include <QImage>
 #include <QList>
@@ -247,6 +248,9 @@ public:
     bool writeToURL(const QUrl& url, const QString& typeName, TeskError* error) const;
     /// Writes to `url` and makes it the document's file.
     bool saveToURL(const QUrl& url, TeskError* error);
+    /// Whether the document's file has been changed by someone else (another Tesk, a copy
+    /// synced from elsewhere) since it was read or saved here: a save would write over it.
+    bool fileChangedElsewhere() const;
     /// The name windows show: the song's title or file name for an untitled document, the
     /// document file's name for a saved one, "Tesk" without a song.
     QString displayName() const;
@@ -328,6 +332,8 @@ private:
 
     std::optional<TeskError> mSongError;
     QUrl mFileURL;
+    /// The file as it was last read or saved here: when it was modified, and its size.
+    std::optional<std::pair<QDateTime, qint64>> mFileStamp;
     QUndoStack mUndoStack;
     /// Undo registration is off while a file is read.
     bool mUndoRegistrationEnabled = true;

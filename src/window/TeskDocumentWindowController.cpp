@@ -684,6 +684,18 @@ bool TeskDocumentWindowController::askReplaceFile(const QString& path) {
                                  QMessageBox::Cancel) == QMessageBox::Yes;
 }
 
+bool TeskDocumentWindowController::askReplaceChangedFile(const QString& path) {
+    if (mServices.askReplaceFile)
+        return mServices.askReplaceFile(this, path);
+    const QString question = tr("“%1” has been changed by another program since it was opened "
+                                "or saved here. Do you want to replace it with the practice in "
+                                "this window?")
+                                 .arg(QFileInfo(path).fileName());
+    return QMessageBox::question(this, tr("Replace file?"), question,
+                                 QMessageBox::Yes | QMessageBox::Cancel,
+                                 QMessageBox::Cancel) == QMessageBox::Yes;
+}
+
 void TeskDocumentWindowController::startLoopExportWithFile(const QString& path) {
     if (mDocument->isFilePlaying())
         mDocument->stopFilePlaying();
@@ -775,6 +787,11 @@ void TeskDocumentWindowController::save(bool askForName) {
             return;
         url = QUrl::fromLocalFile(destination);
     }
+    // Written by someone else since: saving here would undo their changes unasked.
+    const QString path = url.toLocalFile();
+    if (QFileInfo(path) == QFileInfo(mDocument->fileURL().toLocalFile()) &&
+        mDocument->fileChangedElsewhere() && !askReplaceChangedFile(path))
+        return;
     TeskError error;
     if (!mDocument->saveToURL(url, &error)) {
         presentError(error);

@@ -134,6 +134,8 @@ private:
     void handleLoopButton();
     void doExportSongUsingLoop(bool loop);
     void startLoopExportWithFile(const QString& path);
+    /// Whether to write over the document's own file, changed by someone else since.
+    bool askReplaceChangedFile(const QString& path);
     bool askReplaceFile(const QString& path);
     void save(bool askForName);
     /// Asks where to save the practice document: Qt's own dialog. Empty when cancelled.

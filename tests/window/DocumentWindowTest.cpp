@@ -409,6 +409,23 @@ TEST(DocumentWindow, KeysAndClicksInTheMiddleOfThingsLoseNothing) {
         app.documents->closeDocument(other);
         window->activateWindow();
     }
+    {
+        // Written since by someone else (a copy synced from another computer): Save asks
+        // before writing over it (the answer is No), and leaves it as it is.
+        TeskDocument elsewhere;
+        TeskError error;
+        ASSERT_TRUE(elsewhere.readFromURL(QUrl::fromLocalFile(dir.filePath("take.tesk")),
+                                          TeskDocumentType, &error));
+        elsewhere.setBridgeMarkers({1, 2, 3});
+        ASSERT_TRUE(elsewhere.saveToURL(elsewhere.fileURL(), &error));
+        const QByteArray theirs = readFile(dir.filePath("take.tesk"));
+        document->setCurrentFrame(33075);
+        press(window, Qt::Key_V, "v");
+        window->perform(WindowCommand::Save);
+        EXPECT_EQ(app.replaceQuestions.size(), 2);
+        EXPECT_EQ(readFile(dir.filePath("take.tesk")), theirs);
+        ASSERT_TRUE(document->saveToURL(document->fileURL(), &error)); // as a Yes would
+    }
     QTest::mouseClick(waveform, Qt::LeftButton, {}, waveform->waveformRect().center().toPoint());
     EXPECT_FALSE(document->isDocumentEdited());
 
