@@ -7,11 +7,15 @@
 #include "audio/dsp/VectorUnit.h"
 #include "diagnostics/NSXReturnThrowError.h"
 
+#include <QFile>
 #include <QFileInfo>
 #include <QMetaObject>
 #include <algorithm>
+#include <cerrno>
 #include <cmath>
 #include <cstdio>
+#include <cstring>
+#include <fcntl.h>
 #include <thread>
 #include <unistd.h>
 
@@ -102,6 +106,49 @@ std::unique_ptr<TeskAudioFileWriter> createExportWriter(const QString& path, Exp
 
 /// Closes an export's file, or throws NSXError when its end could not be written. An export
 /// cancelled before its first slice has nothing to finish.
+/// An unnamed file for an export's second half, gone when closed: in the export's own folder,
+/// on the disk chosen for the export (the temporary folder is often in memory, and small), or
+/// in the temporary folder when that file system cannot make one.
+struct SpillFile {
+    explicit SpillFile(const QString& exportPath) {
+        const QByteArray folder = QFile::encodeName(QFileInfo(exportPath).absolutePath());
+        descriptor = ::open(folder.constData(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0600);
+        if (descriptor >= 0)
+            return;
+        if (std::FILE* file = std::tmpfile()) {
+            descriptor = ::dup(fileno(file));
+            std::fclose(file);
+        }
+    }
+    ~SpillFile() {
+        if (descriptor >= 0)
+            ::close(descriptor);
+    }
+    SpillFile(const SpillFile&) = delete;
+    SpillFile& operator=(const SpillFile&) = delete;
+
+    int descriptor = -1;
+};
+
+/// Writes all `size` bytes at `offset`, as many calls as it takes; 0, or the errno of the
+/// call that failed.
+int writeAllAt(int descriptor, const void* data, std::size_t size, off_t offset) {
+    const auto* bytes = static_cast<const char*>(data);
+    while (size > 0) {
+        const ssize_t written = ::pwrite(descriptor, bytes, size, offset);
+        if (written < 0 && errno == EINTR)
+            continue;
+        if (written < 0)
+            return errno;
+        if (written == 0)
+            return ENOSPC;
+        bytes += written;
+        size -= std::size_t(written);
+        offset += written;
+    }
+    return 0;
+}
+
 TeskOutputAudioUnit::ExportOutcome finishExport(TeskAudioFileWriter& writer, bool cancelled) {
     std::optional<TeskError> error;
     if (!writer.finish(&error) && !(cancelled && writer.framesWritten() == 0))
@@ -382,18 +429,18 @@ TeskOutputAudioUnit::writeSamplesInTwoParts(const DecodedFrames& frames, qint64 
     // The second half goes to a temporary file (gone when closed) until the first is written;
     // from then on it is copied to the export while it is still being rendered, so the
     // encoder does not have to wait for the whole of it.
-    std::unique_ptr<std::FILE, int (*)(std::FILE*)> spill(std::tmpfile(), &std::fclose);
-    if (!spill) {
+    const SpillFile spill(path);
+    if (spill.descriptor < 0) {
         throw NSXError(TeskError(NSPOSIXErrorDomain, errno,
                                  {{LocalizedDescriptionKey,
                                    tr("Tesk could not make a temporary file for the export.")}}));
     }
-    const int spillFile = fileno(spill.get());
+    const int spillFile = spill.descriptor;
     constexpr std::int64_t kSpillFrameBytes = 2 * sizeof(float);
     std::atomic<std::int64_t> secondRendered{0}; // output frames rendered, preroll included
     std::atomic<std::int64_t> secondSpilled{0};  // frames in the file, from the join's start
     std::atomic<bool> secondDone{false};
-    std::atomic<bool> secondFailed{false};
+    std::atomic<int> secondFailure{0}; // the errno of a failed write
     std::atomic<bool> abandon{false};
     std::thread secondThread([&, chain = second.get()] {
         clearVectorUpperState();
@@ -413,9 +460,9 @@ TeskOutputAudioUnit::writeSamplesInTwoParts(const DecodedFrames& frames, qint64 
                 interleaved[2 * kept + 1] = right[std::size_t(i)];
             }
             const auto bytes = ssize_t(kept * kSpillFrameBytes);
-            if (::pwrite(spillFile, interleaved.data(), std::size_t(bytes),
-                         off_t(spilled * kSpillFrameBytes)) != bytes) {
-                secondFailed = true;
+            if (const int failure = writeAllAt(spillFile, interleaved.data(), std::size_t(bytes),
+                                               off_t(spilled * kSpillFrameBytes))) {
+                secondFailure = failure;
                 break;
             }
             spilled += std::int64_t(kept);
@@ -471,11 +518,12 @@ TeskOutputAudioUnit::writeSamplesInTwoParts(const DecodedFrames& frames, qint64 
         // Frames from the join's start on that the second half has spilled, once it has
         // `frames` of them or has ended.
         for (;;) {
-            if (secondFailed.load()) {
+            if (const int failure = secondFailure.load()) {
                 throw NSXError(
-                    TeskError(NSPOSIXErrorDomain, EIO,
+                    TeskError(NSPOSIXErrorDomain, failure,
                               {{LocalizedDescriptionKey,
-                                tr("Tesk could not write the temporary file of the export.")}}));
+                                tr("Tesk could not write the temporary file of the export: %1.")
+                                    .arg(QString::fromLocal8Bit(std::strerror(failure)))}}));
             }
             const bool done = secondDone.load(std::memory_order_acquire);
             const std::int64_t spilled = secondSpilled.load(std::memory_order_acquire);

@@ -265,6 +265,20 @@ TEST(TeskExport, TwoHalvesRenderedAtOnceJoinWithoutASeam) {
     }
 }
 
+TEST(TeskExport, ASecondHalfThatCannotBeKeptSaysWhy) {
+    // A file may grow to 1 MB: the 20-second M4A fits, the second half's raw frames do not.
+    QTemporaryDir folder;
+    const std::uint32_t frames = 44100 * 20;
+    TeskExtendedAudioFilePlayer player(MemorySong::sine(frames, 440.0, 0.5), true);
+    ExportResult result;
+    {
+        const test::FileSizeLimit limit(1 << 20);
+        result = exportOnWorker(player, {0, frames}, folder.filePath("full.m4a"));
+    }
+    ASSERT_TRUE(result.error.has_value());
+    EXPECT_EQ(result.error->code(), EFBIG) << "the system's own reason, not a general one";
+}
+
 TEST(TeskExport, AnUnwritableFileRaisesOnTheExportThread) {
     TeskExtendedAudioFilePlayer player(MemorySong::sine(44100, 440.0, 0.5), true);
     const ExportResult result = exportOnWorker(player, {0, 44100}, "/nonexistent-folder/song.aif");
