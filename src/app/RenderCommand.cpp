@@ -18,6 +18,8 @@
 #include <cmath>
 #include <csignal>
 #include <cstdio>
+#include <cstring>
+#include <unistd.h>
 
 namespace tesk {
 namespace {
@@ -34,9 +36,28 @@ constexpr int kDrainMilliseconds = 100;
 /// all a handler may touch; the main thread polls it.
 std::atomic<int> gInterruptSignal{0};
 static_assert(std::atomic<int>::is_always_lock_free);
+/// The export's own file while one is written, for a second signal to remove: its path, set
+/// before `gPartialFileSet` is, on the main thread.
+char gPartialFile[4096];
+std::atomic<bool> gPartialFileSet{false};
 
 extern "C" void onInterruptSignal(int signal) {
-    gInterruptSignal.store(signal, std::memory_order_relaxed);
+    // The second request to stop is not waited on; only what is safe in a handler is done.
+    if (gInterruptSignal.exchange(signal, std::memory_order_relaxed) != 0) {
+        if (gPartialFileSet.load())
+            ::unlink(gPartialFile);
+        ::_exit(128 + signal);
+    }
+}
+
+/// The file a second interrupt removes; none with an empty path.
+void setPartialFile(const QString& path) {
+    gPartialFileSet = false;
+    const QByteArray bytes = QFile::encodeName(path);
+    if (bytes.isEmpty() || bytes.size() >= qsizetype(sizeof gPartialFile))
+        return;
+    std::memcpy(gPartialFile, bytes.constData(), std::size_t(bytes.size()) + 1);
+    gPartialFileSet = true;
 }
 
 } // namespace
@@ -74,8 +95,8 @@ void RenderCommand::installInterruptHandlers() {
     struct sigaction action = {};
     action.sa_handler = onInterruptSignal;
     sigemptyset(&action.sa_mask);
-    // One request to stop is a polite one; the second is not waited on.
-    action.sa_flags = SA_RESETHAND;
+    // One request to stop is a polite one; the second is not waited on (see the handler).
+    action.sa_flags = SA_RESTART;
     sigaction(SIGINT, &action, nullptr);
     sigaction(SIGTERM, &action, nullptr);
 }
@@ -283,6 +304,8 @@ void RenderCommand::exportSong() {
     // survives a failed or cancelled export.
     QString error;
     mTemporary = ExportTemporaryFile::create(mOptions.outputPath, &error);
+    if (mTemporary)
+        setPartialFile(mTemporary->path());
     if (!mTemporary) {
         reportError(QStringLiteral("cannot write %1: %2").arg(mOptions.outputPath, error));
         finish(kRenderOutputUnwritable);
@@ -344,6 +367,7 @@ void RenderCommand::exportDidEnd(const WorkResult& result) {
         exitCode = kRenderOutputUnwritable;
         message = QStringLiteral("cannot write %1: %2").arg(mOptions.outputPath, error);
     }
+    setPartialFile({});
     mTemporary.reset(); // removed unless it took OUTPUT's place
 
     if (exitCode == kRenderDone)
