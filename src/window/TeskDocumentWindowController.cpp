@@ -482,10 +482,18 @@ void TeskDocumentWindowController::perform(WindowCommand command) {
 }
 
 void TeskDocumentWindowController::handlePlayPauseButton() {
-    if (!mDocument->isFilePlaying())
-        mDocument->startFilePlaying();
-    else
+    if (mDocument->isFilePlaying()) {
         mDocument->stopFilePlaying();
+        return;
+    }
+    if (!mDocument->player())
+        return;
+    const qint64 current = mDocument->currentFrame();
+    const qint64 from = WindowRules::playStartFrame(current, mDocument->player()->totalFrames(),
+                                                    mDocument->playbackSpeed() < 0.0);
+    if (from != current)
+        mDocument->setCurrentFrame(from);
+    mDocument->startFilePlaying();
 }
 
 void TeskDocumentWindowController::handleLoopButton() {

@@ -83,6 +83,14 @@ WindowCommand commandForKey(int key, Qt::KeyboardModifiers modifiers, const QStr
     return C::None;
 }
 
+qint64 playStartFrame(qint64 current, qint64 frameCount, bool backwards) {
+    if (!backwards && current >= frameCount)
+        return 0;
+    if (backwards && current <= 0)
+        return frameCount;
+    return current;
+}
+
 bool repeatsWhileHeld(WindowCommand command) {
     using C = WindowCommand;
     switch (command) {

@@ -148,6 +148,13 @@ TEST(DocumentWindow, APracticeSessionFromOpeningToReopening) {
     EXPECT_EQ(document->verseMarkers(), frames({66150}));
     EXPECT_EQ(document->bridgeMarkers(), frames({66150}));
 
+    // Played to its end, Space plays it again from the start.
+    document->setCurrentFrame(document->player()->totalFrames());
+    press(window, Qt::Key_Space, " ");
+    EXPECT_TRUE(document->isFilePlaying());
+    EXPECT_LT(document->currentFrame(), kRate);
+    press(window, Qt::Key_Space, " ");
+
     // "l" plays the loop from within it; pressed again it stops.
     EXPECT_FALSE(window->action(WindowCommand::Loop)->isEnabled());
     document->setLoopRange({kRate, kRate});
