@@ -250,11 +250,19 @@ void TeskDocumentWindowController::unbindViews() {
         mViews->unbind();
 }
 
+namespace {
+/// A menu item's text with the window's key for it, which the menu shows where a shortcut goes.
+QString titleWithKeyHint(const QString& title, WindowCommand command) {
+    const QString hint = WindowRules::keyHint(command);
+    return hint.isEmpty() ? title : title + QLatin1Char('\t') + hint;
+}
+} // namespace
+
 void TeskDocumentWindowController::buildMenus() {
     using C = WindowCommand;
     const auto add = [this](QMenu* menu, C command, const QString& title,
                             const QKeySequence& keys = {}) {
-        QAction* action = menu->addAction(title);
+        QAction* action = menu->addAction(titleWithKeyHint(title, command));
         if (!keys.isEmpty())
             action->setShortcut(keys);
         connect(action, &QAction::triggered, this, [this, command] { perform(command); });
@@ -428,7 +436,8 @@ void TeskDocumentWindowController::validateMenuItems() {
     for (const auto& [command, item] : mActions)
         item->setEnabled(WindowRules::isEnabled(command, state));
     if (QAction* play = action(WindowCommand::PlayPause))
-        play->setText(mDocument->isFilePlaying() ? tr("Pause") : tr("Play"));
+        play->setText(titleWithKeyHint(mDocument->isFilePlaying() ? tr("Pause") : tr("Play"),
+                                       WindowCommand::PlayPause));
     if (mShowEffectsAction)
         mShowEffectsAction->setEnabled(state.hasSong);
 }

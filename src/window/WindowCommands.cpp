@@ -83,6 +83,44 @@ WindowCommand commandForKey(int key, Qt::KeyboardModifiers modifiers, const QStr
     return C::None;
 }
 
+QString keyHint(WindowCommand command) {
+    using C = WindowCommand;
+    switch (command) {
+    case C::PlayPause:
+        return QStringLiteral("Space");
+    case C::Loop:
+        return QStringLiteral("L");
+    case C::Rewind:
+        return QStringLiteral("Left");
+    case C::FastForward:
+        return QStringLiteral("Right");
+    case C::JumpToBeginning:
+        return QStringLiteral("Home");
+    case C::JumpToEnd:
+        return QStringLiteral("End");
+    case C::JumpToNextMarker:
+        return QStringLiteral("PgDown");
+    case C::JumpToPreviousMarker:
+        return QStringLiteral("PgUp");
+    case C::DropGenericMarker:
+        return QStringLiteral("M");
+    case C::DropChorusMarker:
+        return QStringLiteral("C");
+    case C::DropVerseMarker:
+        return QStringLiteral("V");
+    case C::DropBridgeMarker:
+        return QStringLiteral("B");
+    case C::IncreaseSpeed:
+        return QStringLiteral("Up");
+    case C::DecreaseSpeed:
+        return QStringLiteral("Down");
+    case C::ClearSelection:
+        return QStringLiteral("Esc");
+    default:
+        return {};
+    }
+}
+
 qint64 playStartFrame(qint64 current, qint64 frameCount, bool backwards) {
     if (!backwards && current >= frameCount)
         return 0;

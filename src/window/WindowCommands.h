@@ -67,6 +67,11 @@ bool isEnabled(WindowCommand command, const WindowCommandState& state);
 /// Meta for the control key. `text` is the key's characters.
 WindowCommand commandForKey(int key, Qt::KeyboardModifiers modifiers, const QString& text);
 
+/// The key that gives `command` in a song's window, as menus show it beside the command's
+/// name ("Space", "M"); empty for a command without one. Menus only show it: the window's own
+/// key handling acts on it.
+QString keyHint(WindowCommand command);
+
 /// Whether a key held down in the window repeats `command`. Steps (the position, the speed,
 /// the pitch, the zoom) repeat; a toggle, a drop or a command that opens a dialog does not, so
 /// that holding Space or "m" a moment too long neither flips playback back and forth nor drops

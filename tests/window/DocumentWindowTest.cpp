@@ -122,7 +122,7 @@ TEST(DocumentWindow, APracticeSessionFromOpeningToReopening) {
     press(window, Qt::Key_Space, " ");
     ASSERT_TRUE(document->isFilePlaying());
     EXPECT_TRUE(window->displayTimersActive());
-    EXPECT_EQ(window->action(WindowCommand::PlayPause)->text(), "Pause");
+    EXPECT_EQ(window->action(WindowCommand::PlayPause)->text(), "Pause\tSpace");
     const qint64 start = document->currentFrame();
     EXPECT_TRUE(QTest::qWaitFor([&] { return document->currentFrame() > start + 4410; }, 5000));
     press(window, Qt::Key_Space, " ", Qt::NoModifier, true); // held: plays on
@@ -130,7 +130,7 @@ TEST(DocumentWindow, APracticeSessionFromOpeningToReopening) {
     press(window, Qt::Key_Space, " ");
     EXPECT_FALSE(document->isFilePlaying());
     EXPECT_FALSE(window->displayTimersActive());
-    EXPECT_EQ(window->action(WindowCommand::PlayPause)->text(), "Play");
+    EXPECT_EQ(window->action(WindowCommand::PlayPause)->text(), "Play\tSpace");
 
     // Markers drop at the play head, Shift allowed; Ctrl+M does nothing.
     document->setCurrentFrame(22050);

@@ -1,5 +1,6 @@
 #include "window/WindowCommands.h"
 
+#include <QKeySequence>
 #include <gtest/gtest.h>
 
 using namespace tesk;
@@ -53,6 +54,22 @@ TEST(WindowRules, EveryKeyOfTheTableGivesItsCommandAndEveryOtherKeyIsConsumed) {
         EXPECT_EQ(WindowRules::commandForKey(c.key, c.modifiers, QString::fromUtf8(c.text)),
                   c.command);
     }
+}
+
+TEST(WindowRules, TheKeyAMenuShowsGivesItsCommand) {
+    int hinted = 0;
+    for (int index = 0; index <= int(WindowCommand::Print); ++index) {
+        const auto command = WindowCommand(index);
+        const QString hint = WindowRules::keyHint(command);
+        if (hint.isEmpty())
+            continue;
+        ++hinted;
+        const QKeyCombination key = QKeySequence(hint)[0];
+        const QString text = hint.size() == 1 ? hint.toLower() : QString();
+        EXPECT_EQ(WindowRules::commandForKey(key.key(), key.keyboardModifiers(), text), command)
+            << hint.toStdString();
+    }
+    EXPECT_EQ(hinted, 15);
 }
 
 TEST(WindowRules, PlayAtTheEndStartsAgainFromTheOtherEnd) {
