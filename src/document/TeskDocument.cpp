@@ -537,8 +537,17 @@ void TeskDocument::offsetCurrentFrame(qint32 frames) {
 }
 
 void TeskDocument::audioFilePlayerDidReachEndOfFile(TeskExtendedAudioFilePlayer*) {
-    // Later, from the event loop: the player is still inside its own end-of-song check.
-    QMetaObject::invokeMethod(this, &TeskDocument::stopFilePlaying, Qt::QueuedConnection);
+    // Later, from the event loop: the player is still inside its own end-of-song check. The
+    // position it stopped at lags the end by the last block; it is put at the end itself, so
+    // that Play knows the song was played out and starts it again.
+    QMetaObject::invokeMethod(
+        this,
+        [this] {
+            stopFilePlaying();
+            if (mPlaybackController)
+                setCurrentFrame(mPlaybackSpeed < 0.0 ? 0 : mPlaybackController->totalFrames());
+        },
+        Qt::QueuedConnection);
 }
 
 void TeskDocument::audioFilePlayerUpdatedExportWithProgress(TeskExtendedAudioFilePlayer*,

@@ -280,16 +280,24 @@ TEST_F(DocumentTest, TheLoopRangeSteersLoopingPlayback) {
     document->stopFilePlaying();
 }
 
-TEST_F(DocumentTest, TheEndOfTheSongStopsPlaybackAndTellsTheDelegate) {
+TEST_F(DocumentTest, TheEndOfTheSongStopsPlaybackThereAndTellsTheDelegate) {
+    // Played forwards from the start, or backwards from a quarter second in: the position is
+    // left at the end reached, not the last block short of it.
     auto document = openSong(writeSong("song.wav", 0.5));
-    RecordingDelegate delegate;
-    document->setPlaybackDelegate(&delegate);
-    document->startFilePlaying();
-    EXPECT_TRUE(QTest::qWaitFor([&] { return delegate.stopped == 1; }, 5000));
-    EXPECT_FALSE(document->isFilePlaying());
-    const qint64 end = document->currentFrame();
-    document->offsetCurrentFrame(-kRate / 4);
-    EXPECT_EQ(document->currentFrame(), end - kRate / 4);
+    const qint64 frames = document->player()->totalFrames();
+    for (const double speed : {1.0, -1.0}) {
+        SCOPED_TRACE(speed);
+        RecordingDelegate delegate;
+        document->setPlaybackDelegate(&delegate);
+        document->setPlaybackSpeed(speed);
+        document->setCurrentFrame(speed > 0 ? 0 : kRate / 4);
+        document->startFilePlaying();
+        EXPECT_TRUE(QTest::qWaitFor([&] { return delegate.stopped == 1; }, 5000));
+        EXPECT_FALSE(document->isFilePlaying());
+        EXPECT_EQ(document->currentFrame(), speed > 0 ? frames : 0);
+    }
+    document->offsetCurrentFrame(kRate / 4);
+    EXPECT_EQ(document->currentFrame(), kRate / 4);
 }
 
 TEST_F(DocumentTest, SavingAndLoadingKeepsEveryField) {
