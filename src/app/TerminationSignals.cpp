@@ -2,6 +2,7 @@
 
 #include <QSocketNotifier>
 
+#include <cerrno>
 #include <csignal>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -12,9 +13,11 @@ namespace {
 int gSignalSockets[2] = {-1, -1};
 
 void requestTermination(int) {
+    const int savedErrno = errno; // the interrupted code may be about to read it
     const char byte = 1;
     // Nothing to do if it fails: a byte already waiting says the same.
     [[maybe_unused]] const ssize_t written = ::write(gSignalSockets[0], &byte, 1);
+    errno = savedErrno;
 }
 
 } // namespace
@@ -34,8 +37,14 @@ TerminationSignals::TerminationSignals(QObject* parent)
     action.sa_handler = requestTermination;
     sigemptyset(&action.sa_mask);
     action.sa_flags = SA_RESTART;
-    for (const int signal : {SIGTERM, SIGINT, SIGHUP})
+    for (const int signal : {SIGTERM, SIGINT, SIGHUP}) {
+        // A signal ignored by whoever started Tesk (nohup) stays ignored.
+        struct sigaction current = {};
+        if (::sigaction(signal, nullptr, &current) == 0 && current.sa_handler == SIG_IGN)
+            continue;
         ::sigaction(signal, &action, nullptr);
+        mHandled.push_back(signal);
+    }
 }
 
 TerminationSignals::~TerminationSignals() {
@@ -44,7 +53,7 @@ TerminationSignals::~TerminationSignals() {
     struct sigaction action = {};
     action.sa_handler = SIG_DFL;
     sigemptyset(&action.sa_mask);
-    for (const int signal : {SIGTERM, SIGINT, SIGHUP})
+    for (const int signal : mHandled)
         ::sigaction(signal, &action, nullptr);
     delete mNotifier;
     mNotifier = nullptr;

@@ -2,6 +2,8 @@
 
 #include <QObject>
 
+#include <vector>
+
 class QSocketNotifier;
 
 namespace tesk {
@@ -9,7 +11,8 @@ namespace tesk {
 /// Turns SIGTERM, SIGINT and SIGHUP (a session ending, Ctrl-C in the terminal Tesk was started
 /// from, the terminal closing) into a signal on the main thread, so that Tesk quits as the Quit
 /// command does, asking about unsaved changes, instead of dying with them. The handler only
-/// writes a byte to a socket pair, which is safe in a signal handler. One per process.
+/// writes a byte to a socket pair, which is safe in a signal handler. A signal that whoever
+/// started Tesk ignored (nohup) stays ignored. One per process.
 class TerminationSignals : public QObject {
     Q_OBJECT
 public:
@@ -22,6 +25,7 @@ signals:
 
 private:
     QSocketNotifier* mNotifier = nullptr;
+    std::vector<int> mHandled; // the signals given to the handler
 };
 
 } // namespace tesk

@@ -9,6 +9,7 @@
 #include <QDesktopServices>
 #include <QFileDialog>
 #include <QMessageBox>
+#include <QScopedValueRollback>
 #include <QSettings>
 #include <QWidget>
 
@@ -115,6 +116,10 @@ void TeskAppController::showAbout() {
 }
 
 void TeskAppController::quit() {
+    // Asked again while a window asks about its changes: that question is answered first.
+    if (mQuitting)
+        return;
+    const QScopedValueRollback quitting(mQuitting, true);
     // The last song's window closing must not bring up an empty one on the way out.
     mDocuments->setQuitting(true);
     if (mWindows->closeAll())

@@ -42,6 +42,7 @@ public:
 private:
     std::unique_ptr<TeskWindowLayer> mWindows;
     std::unique_ptr<TeskDocumentController> mDocuments;
+    bool mQuitting = false;
 };
 
 } // namespace tesk

@@ -5,6 +5,7 @@
 #include "audio/ProcessingChainPool.h"
 #include "document/TeskDocumentController.h"
 
+#include <QApplication>
 #include <QCommandLineParser>
 #include <QFileInfo>
 #include <QUrl>
@@ -81,8 +82,12 @@ int main(int argc, char** argv) {
     tesk::ProcessingChainPool::prepare();
     tesk::TeskAppController controller;
     tesk::TerminationSignals termination;
+    // A dialog already up (the question about unsaved changes among them) is answered first.
     QObject::connect(&termination, &tesk::TerminationSignals::terminationRequested, &controller,
-                     &tesk::TeskAppController::quit);
+                     [&controller] {
+                         if (QApplication::activeModalWidget() == nullptr)
+                             controller.quit();
+                     });
     controller.acceptHandOvers(instance);
     controller.openFiles(files);
     return application.exec();

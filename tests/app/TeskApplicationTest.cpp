@@ -63,11 +63,11 @@ TEST(TeskAppController, AFileHandedOverComesForwardOverTheWindowThatWasActive) {
     QWidget* firstWindow = app.windowLayer()->windowFor(app.documentController()->documents()[0]);
     ASSERT_TRUE(QTest::qWaitForWindowActive(firstWindow));
 
-    // A later `tesk` names the second song, then the first again, then nothing it can open.
+    // A later `tesk` names the second song, then the first again.
     const struct {
         QStringList paths;
         int front; // the document whose window must end up active
-    } handOvers[] = {{{second}, 1}, {{first}, 0}, {{folder.filePath("none.wav")}, 0}};
+    } handOvers[] = {{{second}, 1}, {{first}, 0}};
     for (const auto& handOver : handOvers) {
         SCOPED_TRACE(handOver.paths.first().toStdString());
         app.openFiles(handOver.paths);
@@ -223,12 +223,27 @@ TEST(SingleInstance, ATeskAskedToEndQuitsAsTheQuitCommandDoes) {
         session.start(tesk, {practice});
         ASSERT_TRUE(QTest::qWaitFor([&] { return !session.recentDocuments().isEmpty(); }, 15000))
             << "the practice never opened";
+        ASSERT_GT(tesk.processId(), 0); // 0 would signal this test's whole process group
         ::kill(pid_t(tesk.processId()), signal);
         ASSERT_TRUE(tesk.waitForFinished(15000)) << "it did not end";
         EXPECT_EQ(tesk.exitStatus(), QProcess::NormalExit);
         EXPECT_EQ(tesk.exitCode(), 0);
         QSettings(session.config.filePath("Tesk/Tesk.conf"), QSettings::IniFormat).clear();
     }
+
+    // Started with hang-ups ignored (nohup), it stays when its terminal closes.
+    struct sigaction ignore = {}, previous = {};
+    ignore.sa_handler = SIG_IGN;
+    ::sigaction(SIGHUP, &ignore, &previous);
+    QProcess tesk;
+    session.start(tesk, {practice});
+    ::sigaction(SIGHUP, &previous, nullptr);
+    ASSERT_TRUE(QTest::qWaitFor([&] { return !session.recentDocuments().isEmpty(); }, 15000));
+    ASSERT_GT(tesk.processId(), 0);
+    ::kill(pid_t(tesk.processId()), SIGHUP);
+    ASSERT_FALSE(tesk.waitForFinished(1500)) << "it ended on a hang-up it was told to ignore";
+    ::kill(pid_t(tesk.processId()), SIGTERM);
+    EXPECT_TRUE(tesk.waitForFinished(15000));
 }
 
 TEST(SingleInstance, ATeskThatCannotHandItsFilesOverExitsWithOne) {
