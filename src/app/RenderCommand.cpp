@@ -46,7 +46,9 @@ extern "C" void onInterruptSignal(int signal) {
     if (gInterruptSignal.exchange(signal, std::memory_order_relaxed) != 0) {
         if (gPartialFileSet.load())
             ::unlink(gPartialFile);
-        ::_exit(128 + signal);
+        // Ended by the signal itself, so that a shell loop running tesk-render stops too.
+        ::signal(signal, SIG_DFL);
+        ::raise(signal);
     }
 }
 
@@ -192,7 +194,18 @@ std::optional<int> RenderCommand::readDocument() {
     return std::nullopt;
 }
 
+bool RenderCommand::refuseToWriteOverInput(const QString& path) {
+    // It would be read while it is replaced; a link to it is the same file.
+    if (QFileInfo(path).canonicalFilePath() != QFileInfo(mOptions.inputPath).canonicalFilePath())
+        return false;
+    reportError(QStringLiteral("cannot write %1: it is the song being read").arg(path));
+    finish(kRenderOutputUnwritable);
+    return true;
+}
+
 void RenderCommand::saveDocument() {
+    if (refuseToWriteOverInput(mOptions.saveDocumentPath))
+        return;
     // The same checks as an export: INPUT has to decode, and the loop and markers have to fit
     // the song's exact length.
     runInBackground([this] { return waitForWholeSong().value_or(WorkResult{}); },
@@ -292,14 +305,8 @@ void RenderCommand::exportSong() {
         finish(kRenderOutputUnwritable);
         return;
     }
-    // It would be read while it is replaced.
-    if (QFileInfo(mOptions.outputPath).canonicalFilePath() ==
-        QFileInfo(mOptions.inputPath).canonicalFilePath()) {
-        reportError(
-            QStringLiteral("cannot write %1: it is the song being read").arg(mOptions.outputPath));
-        finish(kRenderOutputUnwritable);
+    if (refuseToWriteOverInput(mOptions.outputPath))
         return;
-    }
     // Everything is written into a file of our own first, so that whatever was at OUTPUT
     // survives a failed or cancelled export.
     QString error;
@@ -367,8 +374,8 @@ void RenderCommand::exportDidEnd(const WorkResult& result) {
         exitCode = kRenderOutputUnwritable;
         message = QStringLiteral("cannot write %1: %2").arg(mOptions.outputPath, error);
     }
-    setPartialFile({});
     mTemporary.reset(); // removed unless it took OUTPUT's place
+    setPartialFile({});
 
     if (exitCode == kRenderDone)
         mProgress.finishExport();

@@ -63,6 +63,8 @@ private:
     WorkResult runExport();
     void exportDidEnd(const WorkResult& result);
     void playSong();
+    /// Says so and finishes when `path` is INPUT itself, or a link to it.
+    bool refuseToWriteOverInput(const QString& path);
     void saveDocument();
     void saveDocumentDidEnd(const WorkResult& result);
     /// The status line at `frame` of what the player plays.

@@ -34,8 +34,8 @@ bool asksOnlyForInformation(int argc, char** argv) {
     }
     return false;
 }
-/// Files that cannot be opened are said on the terminal they were named on; the windows pass
-/// over them in silence, as they do over a drop of something that is no song.
+/// Files that cannot be opened are said on the terminal they were named on: a window says
+/// nothing of a file that is no song, as of a drop of one.
 void reportFilesThatWillNotOpen(const QStringList& files) {
     for (const QString& path : files) {
         const QFileInfo file(path);

@@ -104,8 +104,6 @@ std::unique_ptr<TeskAudioFileWriter> createExportWriter(const QString& path, Exp
     return writer;
 }
 
-/// Closes an export's file, or throws NSXError when its end could not be written. An export
-/// cancelled before its first slice has nothing to finish.
 /// An unnamed file for an export's second half, gone when closed: in the export's own folder,
 /// on the disk chosen for the export (the temporary folder is often in memory, and small), or
 /// in the temporary folder when that file system cannot make one.
@@ -149,6 +147,8 @@ int writeAllAt(int descriptor, const void* data, std::size_t size, off_t offset)
     return 0;
 }
 
+/// Closes an export's file, or throws NSXError when its end could not be written. An export
+/// cancelled before its first slice has nothing to finish.
 TeskOutputAudioUnit::ExportOutcome finishExport(TeskAudioFileWriter& writer, bool cancelled) {
     std::optional<TeskError> error;
     if (!writer.finish(&error) && !(cancelled && writer.framesWritten() == 0))
