@@ -542,9 +542,11 @@ qreal WaveformView::shift() const {
 
 qreal WaveformView::cursorX() const {
     // The song's last frame lies one point past the view scrolled to its end: the play head
-    // there is shown in the last column.
-    return std::min(std::floor(mGeometry.pointFromSample(mCurrentFrame)) + 0.5 - shift(),
-                    std::floor(mGeometry.width) - 0.5);
+    // there is shown in the last column. Anywhere else past the edge it is out of sight.
+    const qreal x = std::floor(mGeometry.pointFromSample(mCurrentFrame)) + 0.5 - shift();
+    const qreal lastColumn = std::floor(mGeometry.width) - 0.5;
+    const bool justPast = x > lastColumn && x <= lastColumn + 1.0;
+    return mCurrentFrame >= mGeometry.frameCount && justPast ? lastColumn : x;
 }
 
 QRectF WaveformView::visibleLoopRect() const {

@@ -561,6 +561,10 @@ TEST_F(WaveformViewTest, PixelsShowCursorLoopMarkerAndTicksWhereTheGeometrySays)
     view.setStartFrame(441000);
     ASSERT_LT(view.cursorX(), view.width());
     EXPECT_EQ(test::pixelAt(test::grabImage(view), view.cursorX(), 100), palette.cursorlineColor);
+    // Scrolled back to the start, it is out of sight: no play head at the right edge.
+    view.setStartFrame(0);
+    EXPECT_NE(test::pixelAt(test::grabImage(view), view.width() - 0.5, 100),
+              palette.cursorlineColor);
 }
 
 TEST_F(WaveformViewTest, CursorMovesWithoutRepaintingTheWaveformAndScrollingPaintsTheStrip) {
