@@ -20,6 +20,7 @@
 #include <functional>
 #include <limits>
 #include <map>
+#include <sys/stat.h>
 
 namespace tesk {
 namespace {
@@ -88,12 +89,15 @@ TeskError fileError(qint64 code, const QString& description, const QString& path
         {{LocalizedDescriptionKey, description}, {QStringLiteral("NSFilePath"), path}});
 }
 
-/// When the file at `url` was modified, and its size; none when there is no file.
-std::optional<std::pair<QDateTime, qint64>> fileStamp(const QUrl& url) {
-    const QFileInfo file(url.toLocalFile());
-    if (!file.exists())
+/// The file at `url` as a writer leaves it: when it was modified (to the nanosecond), its size
+/// and its inode, which a writer that saves by renaming a new file into place changes even
+/// within one tick of a coarse clock. None when there is no file.
+std::optional<FileStamp> fileStamp(const QUrl& url) {
+    struct stat info = {};
+    if (::stat(QFile::encodeName(url.toLocalFile()).constData(), &info) != 0)
         return std::nullopt;
-    return std::pair{file.lastModified(), file.size()};
+    return FileStamp{qint64(info.st_mtim.tv_sec), qint64(info.st_mtim.tv_nsec),
+                     qint64(info.st_size), quint64(info.st_ino)};
 }
 
 TeskError badAudioFileError(const std::optional<TeskError>& cause) {

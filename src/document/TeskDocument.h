@@ -10,7 +10,6 @@
 #include "document/TeskFileReference.h"
 #include "observation/KeyValueObserving.h"
 
-#include <QDateTime>
 #include <QElapsedTimer>
 #include <QImage>
 #include <QList>
@@ -66,6 +65,15 @@ public:
 /// transport does nothing and the marker actions are refused.
 ///
 /// Main thread; the export runs on a thread of its own and reports back on the main thread.
+/// What tells one version of a file from another: when it was modified, its size, its inode.
+struct FileStamp {
+    qint64 seconds = 0;
+    qint64 nanoseconds = 0;
+    qint64 size = 0;
+    quint64 inode = 0;
+    bool operator==(const FileStamp&) const = default;
+};
+
 class TeskDocument : public QObject,
                      private KeyValueObserver,
                      private TeskExtendedAudioFilePlayerDelegate,
@@ -332,8 +340,8 @@ private:
 
     std::optional<TeskError> mSongError;
     QUrl mFileURL;
-    /// The file as it was last read or saved here: when it was modified, and its size.
-    std::optional<std::pair<QDateTime, qint64>> mFileStamp;
+    /// The file as it was last read or saved here.
+    std::optional<FileStamp> mFileStamp;
     QUndoStack mUndoStack;
     /// Undo registration is off while a file is read.
     bool mUndoRegistrationEnabled = true;

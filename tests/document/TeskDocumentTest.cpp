@@ -21,6 +21,9 @@
 #include <QTest>
 #include <gtest/gtest.h>
 
+#include <fcntl.h>
+#include <sys/stat.h>
+
 using namespace tesk;
 using namespace tesk::test;
 
@@ -488,6 +491,27 @@ TEST_F(DocumentTest, DamagedDocumentFilesGiveAnErrorNamingTheFile) {
     ASSERT_TRUE(document->saveToURL(url("alias.tesk"), &error));
     EXPECT_EQ(readDocumentContents(readFile(path("alias.tesk")))->audioFileAlias,
               QByteArray("not a reference"));
+}
+
+TEST_F(DocumentTest, AFileWrittenByAnotherSinceIsToldApart) {
+    TeskDocument document;
+    document.setGenericMarkers({1, 2, 3});
+    TeskError error;
+    ASSERT_TRUE(document.saveToURL(url("practice.tesk"), &error));
+    EXPECT_FALSE(document.fileChangedElsewhere()) << "its own save is no one else's";
+    // Another writer saves by renaming a new file into place: same size, same time, and only
+    // the inode tells.
+    struct stat saved = {};
+    ASSERT_EQ(::stat(QFile::encodeName(path("practice.tesk")).constData(), &saved), 0);
+    ASSERT_TRUE(QFile::copy(path("practice.tesk"), path("new.tesk")));
+    const timespec times[2] = {saved.st_atim, saved.st_mtim};
+    ASSERT_EQ(::utimensat(AT_FDCWD, QFile::encodeName(path("new.tesk")).constData(), times, 0), 0);
+    ASSERT_TRUE(QFile::remove(path("practice.tesk")));
+    ASSERT_TRUE(QFile::rename(path("new.tesk"), path("practice.tesk")));
+    EXPECT_TRUE(document.fileChangedElsewhere());
+    // Gone altogether: saving only writes it again.
+    ASSERT_TRUE(QFile::remove(path("practice.tesk")));
+    EXPECT_FALSE(document.fileChangedElsewhere());
 }
 
 TEST_F(DocumentTest, AFailedSaveLeavesThePreviousDocumentWhole) {
