@@ -19,11 +19,13 @@ std::filesystem::path fileSystemPath(const QString& path) {
 
 /// Where the file goes: through a link to the file it names, so that the link stays a link.
 QString finalPath(const QString& destination) {
-    const QFileInfo info(destination);
-    if (!info.isSymLink())
-        return destination;
-    const QString target = info.canonicalFilePath();
-    return target.isEmpty() ? info.symLinkTarget() : target;
+    if (const QString target = QFileInfo(destination).canonicalFilePath(); !target.isEmpty())
+        return target == destination ? destination : target;
+    // Links to a file not made yet: followed one by one (as many as the system would).
+    QString path = destination;
+    for (int links = 0; links < 40 && QFileInfo(path).isSymLink(); ++links)
+        path = QFileInfo(path).symLinkTarget();
+    return path;
 }
 
 /// As much of `baseName` as fits before the temporary file's own bytes and `suffix`, within

@@ -127,23 +127,34 @@ TEST(TeskExport, WritesWholeSlicesInTheFormatItsExtensionNames) {
 TEST(ExportTemporaryFile, ALinkOrANameAsLongAsAFolderTakesIsWrittenAsNamed) {
     // 80 CJK characters and ".aif": 244 bytes, of the 255 a name may have.
     const QString longName = QString(80, QChar(0x97F3)) + ".aif";
-    for (const bool link : {false, true}) {
-        SCOPED_TRACE(link ? "a link" : "a long name");
+    const struct {
+        const char* name;
+        QString destination;
+        QStringList links; // made in turn, each to the next, the last to the file
+        QString target;    // the file the export ends up in
+    } cases[] = {
+        {"a long name", longName, {}, longName},
+        {"a link", "link.aif", {"link.aif"}, "take.aif"},
+        {"links to a file not made yet", "first.aif", {"first.aif", "second.aif"}, "new.aif"}};
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
         QTemporaryDir folder;
-        const QString target = folder.filePath(link ? "take.aif" : longName);
-        const QString destination = link ? folder.filePath("link.aif") : target;
-        if (link) {
-            ASSERT_TRUE(test::writeFile(target, "the old take"));
-            ASSERT_TRUE(QFile::link(target, destination));
+        if (c.target == "take.aif") {
+            ASSERT_TRUE(test::writeFile(folder.filePath(c.target), "the old take"));
+        }
+        for (qsizetype i = 0; i < c.links.size(); ++i) {
+            const QString next = i + 1 < c.links.size() ? c.links[i + 1] : c.target;
+            ASSERT_TRUE(QFile::link(folder.filePath(next), folder.filePath(c.links[i])));
         }
         QString error;
-        auto temporary = ExportTemporaryFile::create(destination, &error);
+        auto temporary = ExportTemporaryFile::create(folder.filePath(c.destination), &error);
         ASSERT_TRUE(temporary) << error.toStdString();
         ASSERT_TRUE(test::writeFile(temporary->path(), "the new take"));
         ASSERT_TRUE(temporary->commit(&error)) << error.toStdString();
-        // Through the link: the file it names holds the export, and the link stays.
-        EXPECT_EQ(test::readFile(target), "the new take");
-        EXPECT_EQ(QFileInfo(destination).isSymLink(), link);
+        // Through the links: the file they name holds the export, and the links stay.
+        EXPECT_EQ(test::readFile(folder.filePath(c.target)), "the new take");
+        for (const QString& link : c.links)
+            EXPECT_TRUE(QFileInfo(folder.filePath(link)).isSymLink()) << link.toStdString();
     }
 }
 
