@@ -1074,12 +1074,7 @@ void WaveformView::mouseReleaseEvent(QMouseEvent* event) {
             emit loopButtonClicked();
         return;
     case Gesture::Loop:
-        mLoopDragging = false;
-        setLoopRange(mLoopRange, true);
-        if (mDelegate)
-            mDelegate->waveformViewDidEndEditingLoop(this);
-        refreshCursor(position);
-        update(loopChangeRegion(mLoopRange, mLoopRange));
+        finishLoopDrag(mLoopRange, true, position);
         return;
     case Gesture::Scrub: {
         // A press while playing only moved the play head: no scrub began, so none ends.
@@ -1135,6 +1130,16 @@ void WaveformView::abandonGesture() {
     }
 }
 
+void WaveformView::finishLoopDrag(LoopRange range, bool notifyObserver, const QPointF& pointer) {
+    mLoopDragging = false;
+    const LoopRange dragged = mLoopRange;
+    setLoopRange(range, notifyObserver);
+    if (mDelegate)
+        mDelegate->waveformViewDidEndEditingLoop(this);
+    refreshCursor(pointer);
+    update(loopChangeRegion(dragged, mLoopRange));
+}
+
 void WaveformView::keyPressEvent(QKeyEvent* event) {
     if (event->key() == Qt::Key_Escape && mGesture == Gesture::Marker && mMarkerMoving) {
         finishMarkerDrag(true);
@@ -1145,13 +1150,7 @@ void WaveformView::keyPressEvent(QKeyEvent* event) {
         // the drag.
         mEdgeScrollTimer->stop();
         mGesture = Gesture::None;
-        mLoopDragging = false;
-        const LoopRange dragged = mLoopRange;
-        setLoopRange(mPressLoopRange, false);
-        if (mDelegate)
-            mDelegate->waveformViewDidEndEditingLoop(this);
-        refreshCursor(mPointer);
-        update(loopChangeRegion(dragged, mLoopRange));
+        finishLoopDrag(mPressLoopRange, false, mPointer);
         return;
     }
     SBindingView::keyPressEvent(event);

@@ -224,6 +224,8 @@ private:
     /// Ends a gesture whose button release will not come: a loop drag or a scrub ends where it
     /// got to, a marker goes back where it was, a pressed button or marker is let go.
     void abandonGesture();
+    /// Ends a loop drag with the loop at `range`, sent to the document when `notifyObserver`.
+    void finishLoopDrag(LoopRange range, bool notifyObserver, const QPointF& pointer);
     void jumpTo(qint64 frame, Qt::KeyboardModifiers modifiers);
     void jumpToNextMarkerInList(const QList<quint32>& markers, Qt::KeyboardModifiers modifiers);
     void jumpToPreviousMarkerInList(const QList<quint32>& markers, Qt::KeyboardModifiers modifiers);

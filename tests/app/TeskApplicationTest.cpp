@@ -27,6 +27,21 @@
 
 using namespace tesk;
 
+namespace {
+/// A saved practice of a one-second song, both in `folder`: opening it changes nothing, so
+/// quitting has nothing to ask.
+QString writePractice(const QTemporaryDir& folder) {
+    const QString song = folder.filePath("scale.wav");
+    EXPECT_TRUE(test::writeWav(song, {test::sine(440.0, 0.4, 44100, 44100)}, 44100));
+    const QString practice = folder.filePath("scale.tesk");
+    TeskDocument document;
+    document.setAudioFileURL(QUrl::fromLocalFile(song));
+    TeskError error;
+    EXPECT_TRUE(document.saveToURL(QUrl::fromLocalFile(practice), &error));
+    return practice;
+}
+} // namespace
+
 TEST(TeskAppController, EveryStartAddsOneToTheRunCount) {
     QSettings().remove(TeskAppController::RunCountKey);
     EXPECT_EQ(TeskAppController::countLaunch(), 1);
@@ -36,15 +51,7 @@ TEST(TeskAppController, EveryStartAddsOneToTheRunCount) {
 
 TEST(TeskAppController, QuittingClosesTheLastSongWithoutOpeningAnEmptyWindow) {
     QTemporaryDir folder;
-    const QString song = folder.filePath("scale.wav");
-    ASSERT_TRUE(test::writeWav(song, {test::sine(440.0, 0.4, 44100, 44100)}, 44100));
-    const QString practice = folder.filePath("scale.tesk");
-    {
-        TeskDocument document;
-        document.setAudioFileURL(QUrl::fromLocalFile(song));
-        TeskError error;
-        ASSERT_TRUE(document.saveToURL(QUrl::fromLocalFile(practice), &error));
-    }
+    const QString practice = writePractice(folder);
     TeskAppController app;
     app.openFiles({practice});
     ASSERT_EQ(app.documentController()->documents().size(), 1);
@@ -207,15 +214,7 @@ TEST(SingleInstance, ATeskAskedToEndQuitsAsTheQuitCommandDoes) {
     // A saved practice, so that quitting has nothing to ask; its song opens the sound device.
     PrivateSession session;
     QTemporaryDir songs;
-    const QString song = songs.filePath("scale.wav");
-    ASSERT_TRUE(test::writeWav(song, {test::sine(440.0, 0.4, 44100, 44100)}, 44100));
-    const QString practice = songs.filePath("scale.tesk");
-    {
-        TeskDocument document;
-        document.setAudioFileURL(QUrl::fromLocalFile(song));
-        TeskError error;
-        ASSERT_TRUE(document.saveToURL(QUrl::fromLocalFile(practice), &error));
-    }
+    const QString practice = writePractice(songs);
     // The end of a session, Ctrl-C in its terminal, the terminal closed.
     for (const int signal : {SIGTERM, SIGINT, SIGHUP}) {
         SCOPED_TRACE(signal);
