@@ -73,13 +73,23 @@ std::vector<double> HUDTimeDisplayView::glyphPositions(const QString& text) {
     return positions;
 }
 
+double HUDTimeDisplayView::secondsCaptionX(const QString& text) {
+    // 57 points with two digits of minutes, moved as the seconds' first digit moves.
+    static const double usual = glyphPositions(QStringLiteral("00:00.000"))[3];
+    const qsizetype colon = text.indexOf(QLatin1Char(':'));
+    if (colon < 0 || colon + 1 >= text.size())
+        return 57.0;
+    return 57.0 + glyphPositions(text)[std::size_t(colon + 1)] - usual;
+}
+
 void HUDTimeDisplayView::paintEvent(QPaintEvent*) {
     QPainter painter(this);
     const qreal ratio = devicePixelRatioOf(painter);
     QFont caption = font();
     caption.setPixelSize(10);
     painter.drawPixmap(QPointF(4, 36), GlowText::picture(tr("min"), caption, ratio));
-    painter.drawPixmap(QPointF(57, 36), GlowText::picture(tr("sec"), caption, ratio));
+    painter.drawPixmap(QPointF(secondsCaptionX(mCurrentTimeString), 36),
+                       GlowText::picture(tr("sec"), caption, ratio));
     const auto positions = glyphPositions(mCurrentTimeString);
     for (qsizetype i = 0; i < mCurrentTimeString.size(); ++i)
         painter.drawPixmap(

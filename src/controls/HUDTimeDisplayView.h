@@ -28,6 +28,8 @@ public:
     static GlyphMetrics metricsFor(QChar glyph);
     /// Where each glyph of `text` is drawn: the pen starts at minus the first glyph's inset.
     static std::vector<double> glyphPositions(const QString& text);
+    /// Where the "sec" caption goes: under the seconds, however many digits the minutes take.
+    static double secondsCaptionX(const QString& text);
 
     QSize sizeHint() const override { return {200, 50}; }
     QSize minimumSizeHint() const override { return sizeHint(); }

@@ -217,6 +217,9 @@ TEST(HUDTimeDisplayView, GlyphsStartAtTheFirstInsetAndAdvanceByTheirWidths) {
     EXPECT_EQ(positions[2], -4.0 + 42);           // two digits
     EXPECT_EQ(positions[3], -4.0 + 42 + 10);      // after the colon
     EXPECT_EQ(positions[6], -4.0 + 84 + 10 + 11); // after the point
+    // The "sec" caption stays under the seconds when the minutes take a third digit.
+    EXPECT_EQ(HUDTimeDisplayView::secondsCaptionX("01:23.456"), 57.0);
+    EXPECT_EQ(HUDTimeDisplayView::secondsCaptionX("100:05.000"), 57.0 + 21);
     HUDTimeDisplayView view;
     view.setCurrentFrame(2646000);
     EXPECT_EQ(view.currentTimeString(), "01:00.000");
