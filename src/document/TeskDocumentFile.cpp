@@ -180,13 +180,14 @@ std::optional<TeskDocumentContents> readDocumentFile(const QString& path,
                     QCoreApplication::translate("TeskDocument", "There is no such file."));
     if (!file.open(QIODevice::ReadOnly))
         return fail(DocumentFileError::Kind::NotReadable, file.errorString());
-    if (file.size() > largestDocumentBytes)
+    // Read one byte past the limit rather than trust the size: a device or a pipe has none.
+    const QByteArray bytes = file.read(largestDocumentBytes + 1);
+    if (file.error() != QFileDevice::NoError)
+        return fail(DocumentFileError::Kind::NotReadable, file.errorString());
+    if (bytes.size() > largestDocumentBytes)
         return fail(
             DocumentFileError::Kind::Damaged,
             QCoreApplication::translate("TeskDocument", "It is too large to be a Tesk document."));
-    const QByteArray bytes = file.readAll();
-    if (file.error() != QFileDevice::NoError)
-        return fail(DocumentFileError::Kind::NotReadable, file.errorString());
     QString problem;
     std::optional<TeskDocumentContents> contents = readDocumentContents(bytes, &problem);
     if (!contents)

@@ -400,6 +400,20 @@ TEST(TeskDocumentFile, AValueOfTheWrongTypeOrOutOfRangeReadsAsMissing) {
     EXPECT_EQ(*read, expected);
 }
 
+TEST(TeskDocumentFile, AnythingFarTooLargeIsRefusedWithoutReadingItAll) {
+    // A sparse file of 17 MB, and a device that never ends and tells no size.
+    QTemporaryDir dir;
+    QFile sparse(dir.filePath("huge.tesk"));
+    ASSERT_TRUE(sparse.open(QIODevice::WriteOnly) && sparse.resize(17 << 20));
+    sparse.close();
+    for (const QString& path : {sparse.fileName(), QStringLiteral("/dev/zero")}) {
+        SCOPED_TRACE(path.toStdString());
+        DocumentFileError error;
+        EXPECT_FALSE(readDocumentFile(path, &error));
+        EXPECT_EQ(error.kind, DocumentFileError::Kind::Damaged);
+    }
+}
+
 TEST_F(DocumentTest, TheSongIsFoundAfterAMoveAndAMissingSongIsNoError) {
     const QString song = writeSong("song.wav", 0.5);
     TeskDocument document;
