@@ -1164,10 +1164,14 @@ void WaveformView::wheelEvent(QWheelEvent* event) {
     qint64 frames = mGeometry.sampleFromPoint(std::trunc(std::abs(delta)));
     if (delta < 0)
         frames = -frames;
-    if (rulerRect().contains(event->position())) {
+    if (mGesture == Gesture::None && rulerRect().contains(event->position())) {
         setCurrentFrame(std::clamp<qint64>(mCurrentFrame - frames, 0, mGeometry.frameCount), true);
     } else {
         setStartFrame(mGeometry.clampedStartFrame(mGeometry.startFrame - frames));
+        // In the middle of a drag the wheel carries the view on, and what is dragged stays under
+        // the pointer: a loop edge or the play head can reach past the view without the edges.
+        if (mGesture != Gesture::None)
+            dragTo(mPointer);
     }
     event->accept();
 }

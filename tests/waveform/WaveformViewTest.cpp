@@ -596,7 +596,7 @@ TEST_F(WaveformViewTest, CursorMovesWithoutRepaintingTheWaveformAndScrollingPain
               qint64(std::ceil(800 * ratio)) * stripHeight);
 }
 
-TEST_F(WaveformViewTest, WheelScrollsTheViewAndScrubsOverTheRuler) {
+TEST_F(WaveformViewTest, WheelScrollsTheViewScrubsOverTheRulerAndCarriesADrag) {
     auto wheel = [&](QPointF at, QPoint pixels) {
         QWheelEvent event(at, view.mapToGlobal(at), pixels, pixels * 8, Qt::NoButton, {},
                           Qt::NoScrollPhase, false);
@@ -621,6 +621,19 @@ TEST_F(WaveformViewTest, WheelScrollsTheViewAndScrubsOverTheRuler) {
         EXPECT_EQ(view.startFrame(), c.startFrame);
         EXPECT_EQ(model.currentFrame(), c.currentFrame);
     }
+    // In the middle of a drag, over the ruler too, the wheel scrolls and what is dragged stays
+    // under the pointer: the loop's end, or the play head.
+    view.setStartFrame(200000);
+    press({100, kBandY});
+    move({300, kBandY});
+    wheel({300, kBandY}, {0, 20});
+    release({300, kBandY});
+    EXPECT_EQ(model.loopRange(), (LoopRange{185000, 9000}));
+    press({600, 9});
+    wheel({600, 9}, {0, 20});
+    EXPECT_EQ(view.startFrame(), 198000);
+    EXPECT_EQ(model.currentFrame(), 208000);
+    release({600, 9});
     // Less than one point moves nothing (the angle delta of a fine wheel: 4 ÷ 8 points).
     QWheelEvent fine(QPointF(400, 120), view.mapToGlobal(QPointF(400, 120)), QPoint(), QPoint(0, 4),
                      Qt::NoButton, {}, Qt::NoScrollPhase, false);
