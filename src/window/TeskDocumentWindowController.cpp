@@ -415,6 +415,7 @@ WindowCommandState TeskDocumentWindowController::commandState() const {
     // A song found where it was, and one that plays: a file that does not decode is no song.
     state.hasSong =
         mDocument->player() != nullptr && !mDocument->audioFileURL().isEmpty() && mViews != nullptr;
+    state.playing = mDocument->isFilePlaying();
     state.loopEnabled = mDocument->loopRange().length > 0;
     state.zoomLevel = mDocument->zoomLevel();
     if (mViews) {
@@ -439,7 +440,7 @@ void TeskDocumentWindowController::validateMenuItems() {
         play->setText(titleWithKeyHint(mDocument->isFilePlaying() ? tr("Pause") : tr("Play"),
                                        WindowCommand::PlayPause));
     if (mShowEffectsAction)
-        mShowEffectsAction->setEnabled(state.hasSong);
+        mShowEffectsAction->setEnabled(state.hasSong || mDocument->effectsVisible());
 }
 
 void TeskDocumentWindowController::perform(WindowCommand command) {
@@ -539,7 +540,8 @@ bool TeskDocumentWindowController::eventFilter(QObject* watched, QEvent* event) 
 }
 
 bool TeskDocumentWindowController::handleKey(QKeyEvent* event) {
-    if (!commandState().hasSong)
+    const WindowCommandState state = commandState();
+    if (!state.hasSong && !state.playing)
         return false;
     const WindowCommand command =
         WindowRules::commandForKey(event->key(), event->modifiers(), event->text());

@@ -12,6 +12,8 @@ bool isEnabled(WindowCommand command, const WindowCommandState& state) {
     case C::PageSetup:
     case C::Print:
         return false;
+    case C::PlayPause:
+        return state.hasSong || state.playing; // what plays can always be paused
     case C::Loop:
     case C::ZoomToFitLoop:
     case C::ExportLoop:

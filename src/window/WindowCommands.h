@@ -48,6 +48,8 @@ enum class WindowCommand {
 /// What the enabling rules of the window's commands look at.
 struct WindowCommandState {
     bool hasSong = false;
+    /// Playing, song or no song: the song's file can go while it plays from memory.
+    bool playing = false;
     bool loopEnabled = false;
     double zoomLevel = 0.0;
     bool canIncreaseSpeed = false;

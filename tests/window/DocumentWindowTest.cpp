@@ -535,10 +535,23 @@ TEST(DocumentWindow, KeysAndClicksInTheMiddleOfThingsLoseNothing) {
     QTest::mouseRelease(handle, Qt::LeftButton, {}, handle->rect().center() + QPoint(0, 2000));
     EXPECT_GT(split->widget(1)->height(), 0);
 
-    // A song that has gone since does not take the markers with it: closing asks to save.
+    // A song that has gone while it plays can still be paused, and its effects hidden; it
+    // does not take the markers with it: closing asks to save.
     document->setCurrentFrame(44100);
     press(window, Qt::Key_C, "c");
+    press(window, Qt::Key_Space, " ");
+    ASSERT_TRUE(document->isFilePlaying());
     ASSERT_TRUE(QFile::remove(songPath));
+    press(window, Qt::Key_Space, " ");
+    EXPECT_FALSE(document->isFilePlaying());
+    press(window, Qt::Key_Space, " ");
+    EXPECT_FALSE(document->isFilePlaying());
+    window->validateMenuItems();
+    QAction* hideEffects = nullptr;
+    for (QAction* item : window->findChildren<QAction*>())
+        hideEffects = item->text() == "Hide Effects" ? item : hideEffects;
+    ASSERT_NE(hideEffects, nullptr);
+    EXPECT_TRUE(hideEffects->isEnabled());
     app.saveAnswer = QMessageBox::Save;
     EXPECT_TRUE(window->close());
     EXPECT_EQ(app.saveQuestions, 1);

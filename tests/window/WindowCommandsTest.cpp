@@ -116,25 +116,29 @@ TEST(WindowRules, MenuItemsFollowTheirEnablingRules) {
     zoomedIn.zoomLevel = 1.0;
     WindowCommandState zoomedOut = full;
     zoomedOut.zoomLevel = 0.0;
+    // Playing from memory, the song's file gone: only Pause.
+    WindowCommandState playingGone = full;
+    playingGone.hasSong = false;
+    playingGone.playing = true;
 
     const struct {
         C command;
-        bool empty, withSong, withEverything, atMostZoom, atLeastZoom;
+        bool empty, withSong, withEverything, atMostZoom, atLeastZoom, playingSongGone;
     } rules[] = {
-        {C::PlayPause, false, true, true, true, true},
-        {C::Loop, false, false, true, true, true},
-        {C::ExportLoop, false, false, true, true, true},
-        {C::ZoomToFitLoop, false, false, true, true, true},
-        {C::ExportSong, false, true, true, true, true},
-        {C::ZoomIn, false, true, true, false, true},
-        {C::ZoomOut, false, true, true, true, false},
-        {C::IncreaseSpeed, false, false, true, true, true},
-        {C::DecreasePitchByOneOctave, false, false, true, true, true},
-        {C::ResetPitch, false, true, true, true, true},
-        {C::Save, false, true, true, true, true},
-        {C::SelectAll, false, true, true, true, true},
-        {C::Print, false, false, false, false, false},
-        {C::PageSetup, false, false, false, false, false},
+        {C::PlayPause, false, true, true, true, true, true},
+        {C::Loop, false, false, true, true, true, false},
+        {C::ExportLoop, false, false, true, true, true, false},
+        {C::ZoomToFitLoop, false, false, true, true, true, false},
+        {C::ExportSong, false, true, true, true, true, false},
+        {C::ZoomIn, false, true, true, false, true, false},
+        {C::ZoomOut, false, true, true, true, false, false},
+        {C::IncreaseSpeed, false, false, true, true, true, false},
+        {C::DecreasePitchByOneOctave, false, false, true, true, true, false},
+        {C::ResetPitch, false, true, true, true, true, false},
+        {C::Save, false, true, true, true, true, false},
+        {C::SelectAll, false, true, true, true, true, false},
+        {C::Print, false, false, false, false, false, false},
+        {C::PageSetup, false, false, false, false, false, false},
     };
     for (const auto& rule : rules) {
         SCOPED_TRACE(int(rule.command));
@@ -143,6 +147,7 @@ TEST(WindowRules, MenuItemsFollowTheirEnablingRules) {
         EXPECT_EQ(WindowRules::isEnabled(rule.command, full), rule.withEverything);
         EXPECT_EQ(WindowRules::isEnabled(rule.command, zoomedIn), rule.atMostZoom);
         EXPECT_EQ(WindowRules::isEnabled(rule.command, zoomedOut), rule.atLeastZoom);
+        EXPECT_EQ(WindowRules::isEnabled(rule.command, playingGone), rule.playingSongGone);
     }
 }
 
