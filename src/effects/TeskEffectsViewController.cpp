@@ -299,9 +299,11 @@ void TeskEffectsViewController::setFrequencyResponse(std::vector<float> spectrum
 }
 
 void TeskEffectsViewController::refreshFrequencyDisplays() {
-    mEQSettingsView->update();
-    mVocalRemovalSettingsView->update();
-    mPanSpectrumView->update();
+    // A switched-off editor draws no spectrum: nothing on it changes fifteen times a second.
+    for (TeskSpectrumEffectView* view : std::initializer_list<TeskSpectrumEffectView*>{
+             mEQSettingsView, mVocalRemovalSettingsView, mPanSpectrumView})
+        if (view->isEffectEnabled())
+            view->update();
 }
 
 } // namespace tesk

@@ -54,7 +54,8 @@ public:
     void setFrequencyTable(std::vector<float> table);
     /// The latest spectrum of `channel` (0 left, 1 right), for all three editors; stored only.
     void setFrequencyResponse(std::vector<float> spectrum, unsigned channel);
-    /// Repaints the three editors with the spectra last given.
+    /// Repaints the editors whose effect is on (the others show no spectrum) with the spectra
+    /// last given.
     void refreshFrequencyDisplays();
 
     /// Choosing a menu item, as the user does: 0 "Manual", 2 on the presets.

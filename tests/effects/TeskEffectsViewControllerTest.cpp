@@ -216,6 +216,24 @@ TEST(TeskEffectsViewController, SwitchesBindingsAndSpectraFollowTheSettings) {
         EXPECT_EQ(view->frequencyTable(), (std::vector<float>{0, 20, 200}));
         EXPECT_EQ(view->spectrum(), (std::vector<float>{2, 3, 4}));
     }
+    // A new spectrum repaints the editors whose effect is on (the equalizer and the pan), and
+    // leaves the switched-off one (the vocal band) alone.
+    struct PaintCount : QObject {
+        int paints = 0;
+        bool eventFilter(QObject*, QEvent* event) override {
+            paints += event->type() == QEvent::Paint;
+            return false;
+        }
+    } equalizerPaints, vocalPaints, panPaints;
+    QCoreApplication::processEvents(); // what the switches asked for is painted
+    c.eqSettingsView()->installEventFilter(&equalizerPaints);
+    c.vocalRemovalSettingsView()->installEventFilter(&vocalPaints);
+    c.panSpectrumView()->installEventFilter(&panPaints);
+    c.refreshFrequencyDisplays();
+    EXPECT_TRUE(QTest::qWaitFor([&] { return equalizerPaints.paints > 0; }, 2000));
+    QCoreApplication::processEvents();
+    EXPECT_GT(panPaints.paints, 0);
+    EXPECT_EQ(vocalPaints.paints, 0);
 
     // Another document's settings replace these entirely, and nothing observes the old ones.
     TeskEffectsSettings other;
