@@ -132,6 +132,9 @@ private:
     void warmUp();
     double measureResamplerDelay(double sampleRate);
     void applyParameters();
+    /// The time ratio given to the stretcher for `rate`, which keeps the finer engine off its
+    /// path for no change at all.
+    static double stretcherTimeRatio(double rate, double pitchCents, TimePitchQuality quality);
     void start();
     void feed(Source& source, std::uint32_t frameCount, bool toEnd);
     std::uint32_t retrieve(float* const* output, std::uint32_t frameCount);
