@@ -235,7 +235,9 @@ void WaveformView::setCurrentFrame(qint64 frame, bool notifyObserver) {
     if (frame != mCurrentFrame) {
         mCurrentFrame = frame;
         emit currentFrameChanged();
-        if (!mScrubbing) {
+        // The play head held under the pointer stays there, playing or not: following the
+        // sound would scroll the view away under the pointer at every move.
+        if (!mScrubbing && mGesture != Gesture::Scrub) {
             const float cursor = std::floor(mGeometry.pointFromSample(frame));
             const float left = mGeometry.visibleStartPoint();
             if (mPlaying || cursor < left || cursor > left + float(mGeometry.width))
@@ -910,6 +912,8 @@ void WaveformView::mousePressEvent(QMouseEvent* event) {
         mMarkerMoving = false;
         mMarkerOff = false;
         mPressTimeMs = mClock();
+        // A flag taken by its edge moves by as much as the pointer does, not to its middle.
+        mMarkerGrabOffset = mPressSongX - std::floor(mGeometry.pointFromSample(marker->frame));
         update(markerRect(*marker).toAlignedRect());
     } else if (loopButtonHitRect().contains(position)) {
         mGesture = Gesture::LoopButton;
@@ -976,8 +980,9 @@ void WaveformView::dragTo(const QPointF& position) {
         scrollAtEdges(position.x());
         const qreal w = markerImageForType(mDraggedKind).width();
         // A marker stays inside the song, where it can be seen and taken again.
-        const double songX = std::clamp<double>(std::floor(position.x() + shift()), 0.0,
-                                                mGeometry.pointFromSample(mGeometry.frameCount));
+        const double songX =
+            std::clamp<double>(std::floor(position.x() + shift() - mMarkerGrabOffset), 0.0,
+                               mGeometry.pointFromSample(mGeometry.frameCount));
         item.dragX = songX - std::floor(w * 0.5);
         const QRectF strip = markerStripRect();
         mMarkerOff = position.y() < strip.top() - kMarkerKeepMargin ||

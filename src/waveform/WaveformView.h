@@ -279,6 +279,7 @@ private:
     Gesture mGesture = Gesture::None;
     QPointF mPressPosition;
     qreal mPressSongX = 0.0;
+    qreal mMarkerGrabOffset = 0.0; // from the marker's point to the pointer, at the press
     qint64 mPressTimeMs = 0;
     LoopRange mPressLoopRange;
     bool mResizing = false;

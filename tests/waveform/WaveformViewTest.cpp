@@ -290,6 +290,14 @@ TEST_F(WaveformViewTest, MarkerGesturesHoldBeforeMovingAndDeleteWhenDraggedOff) 
             EXPECT_FALSE(item.pressed);
     }
 
+    // A flag taken by its edge moves by as much as the pointer, not to its middle.
+    model.setGenericMarkers({20000});
+    press({394, 24});
+    now += 250;
+    move({395, 24});
+    release({395, 24});
+    EXPECT_EQ(model.genericMarkers(), QList<quint32>{20050});
+
     // Escape during a drag puts the marker back and sends nothing.
     model.setGenericMarkers({20000});
     const int writes = model.writes;
@@ -499,6 +507,15 @@ TEST_F(WaveformViewTest, RulerScrubsWhilePausedAndTheLoopButtonClicks) {
         // Only a scrub that began ends: its end stops the playback it started.
         EXPECT_EQ(delegate.scrubsEnded, scrubsEnded + c.scrubsAnnounced);
     }
+    // Held right of the middle while the song plays, the play head stays under the pointer and
+    // the view stays where it is, however the pointer wavers.
+    const qint64 startFrame = view.startFrame();
+    press({600, 9});
+    for (int wobble = 0; wobble < 40; ++wobble)
+        move({600.0 + wobble % 2, 9});
+    EXPECT_EQ(model.currentFrame(), 30000);
+    EXPECT_EQ(view.startFrame(), startFrame);
+    release({600, 9});
     view.setPlaying(false);
 
     // The button of a loop over points 400 … 500, right-aligned: 8 points inside its corner.
