@@ -608,9 +608,12 @@ void TeskDocumentWindowController::waveformViewDidBeginScrubbing(WaveformView*) 
     mDocument->startFilePlaying();
 }
 
-void TeskDocumentWindowController::waveformViewDidEndScrubbing(WaveformView*) {
+void TeskDocumentWindowController::waveformViewDidEndScrubbing(WaveformView* view) {
+    // The play head stays where it was let go, not where the sound had got to while it was held.
+    const qint64 letGo = view->currentFrame();
     mDocument->setPlaybackDelegate(this);
     mDocument->stopFilePlaying();
+    mDocument->setCurrentFrame(letGo);
 }
 
 void TeskDocumentWindowController::waveformViewDidBeginEditingLoop(WaveformView*) {

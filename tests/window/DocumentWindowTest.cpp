@@ -179,6 +179,19 @@ TEST(DocumentWindow, APracticeSessionFromOpeningToReopening) {
     press(window, Qt::Key_Space, " ");
     document->setLoopRange({kRate, kRate});
 
+    // Held still on the ruler while paused, the song sounds; let go, the play head stays where
+    // it was let go, not where the sound had got to.
+    const WaveformGeometry& geometry = waveform->geometryValues();
+    const QPoint onRuler(int(geometry.pointFromSample(kRate) - geometry.visibleStartPoint()),
+                         int(waveform->rulerRect().center().y()));
+    QTest::mousePress(waveform, Qt::LeftButton, {}, onRuler);
+    const qint64 held = document->currentFrame();
+    ASSERT_TRUE(QTest::qWaitFor([&] { return document->currentFrame() > held + 4410; }, 5000));
+    QTest::mouseRelease(waveform, Qt::LeftButton, {}, onRuler);
+    EXPECT_FALSE(document->isFilePlaying());
+    EXPECT_EQ(document->currentFrame(), held);
+    EXPECT_EQ(waveform->currentFrame(), held);
+
     // Down slows to the next mark; Shift+Down does nothing; the pitch items step the pitch.
     press(window, Qt::Key_Down, {}, Qt::ShiftModifier);
     EXPECT_DOUBLE_EQ(document->playbackSpeed(), 1.0);
