@@ -511,7 +511,7 @@ TEST_F(WaveformViewTest, RulerScrubsWhilePausedAndTheLoopButtonClicks) {
     // the view stays where it is, however the pointer wavers.
     const qint64 startFrame = view.startFrame();
     press({600, 9});
-    for (int wobble = 0; wobble < 40; ++wobble)
+    for (int wobble = 0; wobble <= 40; ++wobble)
         move({600.0 + wobble % 2, 9});
     EXPECT_EQ(model.currentFrame(), 30000);
     EXPECT_EQ(view.startFrame(), startFrame);
