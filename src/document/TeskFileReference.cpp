@@ -289,16 +289,26 @@ QString TeskFileReference::resolvedPath(const QString& documentPath) const {
         !found.isEmpty()) {
         return found;
     }
-    // Moved with the document (perhaps to another disk, where the inode is new), or put
-    // beside it.
-    if (!documentPath.isEmpty()) {
-        const QDir documentDir(documentFolder(documentPath));
-        if (!mRelativePath.isEmpty()) {
-            if (QString found = canonicalRegular(documentDir.absoluteFilePath(mRelativePath));
-                !found.isEmpty()) {
-                return found;
-            }
+    // Moved with the document (perhaps to another disk, where the inode is new).
+    const QDir documentDir(documentPath.isEmpty() ? QString() : documentFolder(documentPath));
+    if (!documentPath.isEmpty() && !mRelativePath.isEmpty()) {
+        if (QString found = canonicalRegular(documentDir.absoluteFilePath(mRelativePath));
+            !found.isEmpty()) {
+            return found;
         }
+    }
+    // Moved to another folder near the old one, on the same file system. The file itself, found
+    // by what it is, comes before any file that only has its name.
+    const QString parent = QFileInfo(folder).absolutePath();
+    if (parent != folder) {
+        if (QString found =
+                findIdentity(parent, identity, kParentScanDepth, kParentScanBudget, folder);
+            !found.isEmpty()) {
+            return found;
+        }
+    }
+    // Put beside the document.
+    if (!documentPath.isEmpty()) {
         if (QString found = canonicalRegular(documentDir.absoluteFilePath(mFileName));
             !found.isEmpty()) {
             return found;
@@ -318,14 +328,7 @@ QString TeskFileReference::resolvedPath(const QString& documentPath) const {
             }
             return !result.isEmpty();
         });
-        if (!result.isEmpty()) {
-            return result;
-        }
-    }
-    // Moved to another folder near the old one, on the same file system.
-    const QString parent = QFileInfo(folder).absolutePath();
-    if (parent != folder) {
-        return findIdentity(parent, identity, kParentScanDepth, kParentScanBudget, folder);
+        return result;
     }
     return {};
 }

@@ -132,8 +132,15 @@ TEST_F(FileReferenceTest, FindsTheFileInTheMusicFolder) {
     const QString song = makeFile("downloads/" + unique("song.wav"));
     const auto reference = TeskFileReference::fromPath(song);
     ASSERT_TRUE(reference);
+    // Another recording of the same name there does not win over the song itself, moved near
+    // where it was.
+    const QString namesake = makeFile("Music/Other/" + unique("song.wav"), "another take");
+    const QString nearby = path("lessons/2023/" + unique("song.wav"));
+    move(song, nearby);
+    EXPECT_EQ(reference->resolvedPath(), nearby);
+    ASSERT_TRUE(QFile::remove(namesake));
     const QString filed = path("Music/Artist/" + unique("song.wav"));
-    move(song, filed, true);
+    move(nearby, filed, true);
     EXPECT_EQ(reference->resolvedPath(), filed);
 }
 
