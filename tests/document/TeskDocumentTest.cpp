@@ -67,6 +67,10 @@ public:
 
 class DocumentTest : public testing::Test {
 protected:
+    // Every new document starts at the last volume used in any document, this process's
+    // earlier tests' included.
+    void SetUp() override { QSettings().remove(TeskDocument::PlaybackVolumeSettingKey); }
+
     QString path(const QString& name) const { return mDir.filePath(name); }
     QUrl url(const QString& name) const { return QUrl::fromLocalFile(path(name)); }
 
@@ -105,7 +109,6 @@ protected:
 };
 
 TEST_F(DocumentTest, NewDocumentsStartAtTheDefaultsAndTheLastVolumeUsed) {
-    QSettings().remove(TeskDocument::PlaybackVolumeSettingKey);
     {
         TeskDocument first;
         EXPECT_EQ(first.playbackVolume(), 1.0);
