@@ -61,6 +61,10 @@ TeskAppController::TeskAppController() {
     mDocuments = std::make_unique<TeskDocumentController>(mWindows.get());
     // The document controller opens dragged files itself (TeskFileDraggedNotification).
     mWindows->services().documents = mDocuments.get();
+    // A look four times a second, only while a request to end waits for a dialog's answer.
+    mQuitAfterDialog = new QTimer(this);
+    mQuitAfterDialog->setInterval(250);
+    connect(mQuitAfterDialog, &QTimer::timeout, this, &TeskAppController::quitWhenNoDialogIsUp);
 }
 
 TeskAppController::~TeskAppController() {
@@ -113,6 +117,15 @@ void TeskAppController::showAbout() {
            "is built with Qt (LGPL 3), FFmpeg (LGPL 2.1 or later), Rubber Band (GPL 2 or later), "
            "SDL 2 (zlib licence) and KISS FFT (BSD 3-clause).</p>")
             .arg(FeedbackMessage::versionText()));
+}
+
+void TeskAppController::quitWhenNoDialogIsUp() {
+    if (QApplication::activeModalWidget() == nullptr) {
+        mQuitAfterDialog->stop();
+        quit();
+        return;
+    }
+    mQuitAfterDialog->start();
 }
 
 void TeskAppController::quit() {

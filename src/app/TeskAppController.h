@@ -3,6 +3,7 @@
 #include "app/SingleInstance.h"
 
 #include <QObject>
+#include <QTimer>
 #include <memory>
 
 namespace tesk {
@@ -35,6 +36,10 @@ public:
     void showAbout();
     /// Closes every window, asking about changed documents; quits unless the user cancels.
     void quit();
+    /// Quits as `quit` does once no dialog is up (a request to end, from a signal): a dialog
+    /// already up is answered first, since quitting under it would close the window it
+    /// belongs to.
+    void quitWhenNoDialogIsUp();
 
     TeskDocumentController* documentController() const { return mDocuments.get(); }
     TeskWindowLayer* windowLayer() const { return mWindows.get(); }
@@ -43,6 +48,7 @@ private:
     std::unique_ptr<TeskWindowLayer> mWindows;
     std::unique_ptr<TeskDocumentController> mDocuments;
     bool mQuitting = false;
+    QTimer* mQuitAfterDialog = nullptr;
 };
 
 } // namespace tesk

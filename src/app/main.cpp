@@ -82,12 +82,8 @@ int main(int argc, char** argv) {
     tesk::ProcessingChainPool::prepare();
     tesk::TeskAppController controller;
     tesk::TerminationSignals termination;
-    // A dialog already up (the question about unsaved changes among them) is answered first.
     QObject::connect(&termination, &tesk::TerminationSignals::terminationRequested, &controller,
-                     [&controller] {
-                         if (QApplication::activeModalWidget() == nullptr)
-                             controller.quit();
-                     });
+                     &tesk::TeskAppController::quitWhenNoDialogIsUp);
     controller.acceptHandOvers(instance);
     controller.openFiles(files);
     return application.exec();

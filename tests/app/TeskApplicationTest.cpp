@@ -9,6 +9,7 @@
 #include "support/Signals.h"
 
 #include <QApplication>
+#include <QDialog>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
@@ -57,6 +58,23 @@ TEST(TeskAppController, QuittingClosesTheLastSongWithoutOpeningAnEmptyWindow) {
     ASSERT_EQ(app.documentController()->documents().size(), 1);
     app.quit();
     EXPECT_TRUE(app.documentController()->documents().isEmpty());
+}
+
+TEST(TeskAppController, ARequestToEndWaitsForTheDialogUpAndThenQuits) {
+    QTemporaryDir folder;
+    const QString practice = writePractice(folder);
+    TeskAppController app;
+    app.openFiles({practice});
+    QDialog dialog;
+    dialog.setModal(true);
+    dialog.show();
+    ASSERT_EQ(QApplication::activeModalWidget(), &dialog);
+    app.quitWhenNoDialogIsUp();
+    QTest::qWait(300); // one look while the dialog is up
+    EXPECT_EQ(app.documentController()->documents().size(), 1);
+    dialog.accept();
+    EXPECT_TRUE(
+        QTest::qWaitFor([&] { return app.documentController()->documents().isEmpty(); }, 5000));
 }
 
 TEST(TeskAppController, AFileHandedOverComesForwardOverTheWindowThatWasActive) {
