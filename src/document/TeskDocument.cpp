@@ -391,8 +391,7 @@ void TeskDocument::setAudioFileAlias(std::optional<TeskFileReference> alias) {
     mFoundSongPath = path;
     if (mAudioFileAlias && path.isEmpty()) {
         const QString name = mAudioFileAlias->fileName();
-        mSongError = fileError(kFileNoSuchFileError,
-                               tr("The song %1 could not be found.").arg(quotedName(name)), name);
+        mSongError = songNotFoundError(name);
     } else if (!path.isEmpty()) {
         std::optional<TeskError> openError;
         try {
@@ -424,6 +423,17 @@ void TeskDocument::setAudioFileAlias(std::optional<TeskFileReference> alias) {
     emit songMetadataChanged();
 }
 
+TeskError TeskDocument::songNotFoundError(const QString& name) {
+    return fileError(kFileNoSuchFileError,
+                     tr("The song %1 could not be found.").arg(quotedName(name)), name);
+}
+
+std::optional<TeskError> TeskDocument::songError() const {
+    if (mSongError || !mAudioFileAlias || !audioFileURL().isEmpty())
+        return mSongError;
+    return songNotFoundError(mAudioFileAlias->fileName());
+}
+
 QUrl TeskDocument::audioFileURL() const {
     if (!mAudioFileAlias)
         return {};
@@ -451,8 +461,7 @@ std::optional<TeskError> TeskDocument::locateAudioFile(const QUrl& url) {
         TeskFileReference::fromPath(url.toLocalFile(), mFileURL.toLocalFile());
     if (!found) { // gone again since it was chosen
         const QString name = QFileInfo(url.toLocalFile()).fileName();
-        return fileError(kFileNoSuchFileError,
-                         tr("The song %1 could not be found.").arg(quotedName(name)), name);
+        return songNotFoundError(name);
     }
     std::optional<TeskFileReference> previous = mAudioFileAlias;
     std::optional<QByteArray> previousUnreadable = mUnreadableAudioFileAlias;

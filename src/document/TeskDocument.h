@@ -176,8 +176,9 @@ public:
     /// As `setAudioFileURL` for a song the user found in its new place, but only if it plays:
     /// otherwise the document keeps the song it had, unchanged, and the reason is returned.
     std::optional<TeskError> locateAudioFile(const QUrl& url);
-    /// Why the song could not be opened, or nothing when it is playing or there is none.
-    std::optional<TeskError> songError() const { return mSongError; }
+    /// Why the song cannot be played: it could not be opened, or it has gone since it was (a
+    /// disk taken away). Nothing when it is found, or when there is none.
+    std::optional<TeskError> songError() const;
     /// The player, while there is a song.
     TeskExtendedAudioFilePlayer* player() const { return mPlaybackController.get(); }
 
@@ -305,6 +306,7 @@ private:
                                                   double progress) override;
     void metadataImporterDidFinishImporting(MetadataImporter* importer) override;
 
+    static TeskError songNotFoundError(const QString& name);
     void storeLoopRange(LoopRange range);
     void storeMarkers(MarkerKind kind, const QList<quint32>& markers);
     /// Settles a finished export on the main thread.

@@ -171,7 +171,8 @@ void TeskDocumentWindowController::buildPopulatedContent() {
     for (QToolButton* button : {mRewindButton, mPlayPauseButton, mFastForwardButton, mMarkButton})
         barRow->addWidget(button);
     connect(mRewindButton, &QToolButton::clicked, this, [this] { perform(WindowCommand::Rewind); });
-    connect(mPlayPauseButton, &QToolButton::clicked, this, [this] { handlePlayPauseButton(); });
+    connect(mPlayPauseButton, &QToolButton::clicked, this,
+            [this] { perform(WindowCommand::PlayPause); });
     connect(mFastForwardButton, &QToolButton::clicked, this,
             [this] { perform(WindowCommand::FastForward); });
     connect(mMarkButton, &QToolButton::clicked, this,
@@ -441,6 +442,7 @@ void TeskDocumentWindowController::validateMenuItems() {
                                        WindowCommand::PlayPause));
     if (mShowEffectsAction)
         mShowEffectsAction->setEnabled(state.hasSong || mDocument->effectsVisible());
+    refreshSongProblem();
 }
 
 void TeskDocumentWindowController::perform(WindowCommand command) {
@@ -541,8 +543,10 @@ bool TeskDocumentWindowController::eventFilter(QObject* watched, QEvent* event) 
 
 bool TeskDocumentWindowController::handleKey(QKeyEvent* event) {
     const WindowCommandState state = commandState();
-    if (!state.hasSong && !state.playing)
+    if (!state.hasSong && !state.playing) {
+        refreshSongProblem(); // a song gone since its window opened says so
         return false;
+    }
     const WindowCommand command =
         WindowRules::commandForKey(event->key(), event->modifiers(), event->text());
     if (command != WindowCommand::None &&
@@ -910,10 +914,22 @@ QRectF TeskDocumentWindowController::windowFrame() const {
 
 // --- A song that could not be opened --------------------------------------------------------
 
+void TeskDocumentWindowController::refreshSongProblem() {
+    // A song can go while its window is open (a disk taken away), and come back.
+    const bool problem = mDocument->songError().has_value();
+    if (problem && !mShowingSongProblem) {
+        showSongProblem();
+    } else if (!problem && mShowingSongProblem) {
+        mShowingSongProblem = false;
+        mNoticeLabel->setVisible(false);
+    }
+}
+
 void TeskDocumentWindowController::showSongProblem() {
     const std::optional<TeskError> error = mDocument->songError();
     if (!error || !mNoticeLabel)
         return;
+    mShowingSongProblem = true;
     mNoticeLabel->setText(QStringLiteral("<b>%1</b> %2 <a href=\"locate\">%3</a>")
                               .arg(error->localizedDescription().toHtmlEscaped(),
                                    error->localizedRecoverySuggestion().toHtmlEscaped(),

@@ -141,6 +141,8 @@ private:
     /// Asks where to save the practice document: Qt's own dialog. Empty when cancelled.
     QString askDocumentPath(const QString& proposed);
     void showSongProblem();
+    /// Shows the song's problem once it has one, and takes it away once it has none.
+    void refreshSongProblem();
     bool handleKey(QKeyEvent* event);
 
     TeskDocument* mDocument;
@@ -168,6 +170,7 @@ private:
     bool mExportingWithLoop = false;
     bool mEditingLoop = false;
     bool mClosed = false;
+    bool mShowingSongProblem = false;
 };
 
 } // namespace tesk

@@ -23,6 +23,7 @@
 #include <QSplitter>
 #include <QTemporaryDir>
 #include <QTest>
+#include <QToolButton>
 #include <QWheelEvent>
 #include <gtest/gtest.h>
 
@@ -557,7 +558,17 @@ TEST(DocumentWindow, KeysAndClicksInTheMiddleOfThingsLoseNothing) {
     ASSERT_TRUE(QFile::remove(songPath));
     press(window, Qt::Key_Space, " ");
     EXPECT_FALSE(document->isFilePlaying());
+    // Paused, it plays no more, by key or by button, and the window says why.
     press(window, Qt::Key_Space, " ");
+    EXPECT_FALSE(document->isFilePlaying());
+    EXPECT_TRUE(window->noticeText().contains("could not be found"))
+        << window->noticeText().toStdString();
+    EXPECT_TRUE(window->noticeText().contains("Locate"));
+    QToolButton* play = nullptr;
+    for (QToolButton* button : window->findChildren<QToolButton*>())
+        play = button->accessibleName() == "Play" ? button : play;
+    ASSERT_NE(play, nullptr);
+    play->click();
     EXPECT_FALSE(document->isFilePlaying());
     window->validateMenuItems();
     QAction* hideEffects = nullptr;
