@@ -8,6 +8,9 @@
 #include <QPointer>
 #include <QTimer>
 
+#include <algorithm>
+#include <set>
+
 namespace tesk {
 
 TeskWindowLayer::TeskWindowLayer(WindowServices services)
@@ -88,13 +91,21 @@ TeskDocumentWindowController* TeskWindowLayer::windowFor(TeskDocument* document)
 }
 
 bool TeskWindowLayer::closeAll() {
-    // A copy: closing a window changes the map.
-    const auto windows = mWindows;
-    for (const auto& [document, window] : windows) {
-        if (mWindows.count(document) && !window->close())
+    // One window at a time, looking at the map again after each: closing changes it, and a
+    // song handed over while a question is up opens a window that must be asked about too.
+    // Closed windows are deleted later, so none asked here can share an address with a new one.
+    std::set<TeskDocumentWindowController*> asked;
+    for (;;) {
+        const auto next = std::find_if(mWindows.begin(), mWindows.end(), [&](const auto& entry) {
+            return !asked.count(entry.second);
+        });
+        if (next == mWindows.end())
+            return true;
+        TeskDocumentWindowController* window = next->second;
+        asked.insert(window);
+        if (!window->close())
             return false;
     }
-    return true;
 }
 
 } // namespace tesk

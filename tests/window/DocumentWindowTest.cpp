@@ -44,6 +44,8 @@ public:
         };
         services.askSaveChanges = [this](QWidget*, const QString&) {
             ++saveQuestions;
+            if (whileAsking)
+                std::exchange(whileAsking, nullptr)();
             return saveAnswer;
         };
         services.askDocumentFile = [this](QWidget*, const QString&) { return documentAnswer; };
@@ -84,6 +86,8 @@ public:
     QString proposedExportName;
     int saveAnswer = QMessageBox::Discard;
     int saveQuestions = 0;
+    std::function<void()> whileAsking; // run once, inside the next question
+
     QString documentAnswer;
 };
 
@@ -301,6 +305,21 @@ TEST(DocumentWindow, APracticeSessionFromOpeningToReopening) {
     EXPECT_DOUBLE_EQ(reopened->pitchAdjustment(), -2.0);
     EXPECT_TRUE(reopened->effectsVisible());
     EXPECT_EQ(app.window(reopened)->width(), frame.width());
+}
+
+TEST(DocumentWindow, ASongHandedOverWhileQuittingAsksIsAskedAboutToo) {
+    QTemporaryDir dir;
+    const QString songPath = writeTake(dir);
+    ASSERT_TRUE(QFile::copy(songPath, dir.filePath("third.wav")));
+    Practice app;
+    TeskDocument* first = app.open(songPath);
+    ASSERT_NE(first, nullptr);
+    // While the question about it is up, a second Tesk hands over a song: it is asked about
+    // too, not left open behind a quit that thinks it is done.
+    app.whileAsking = [&] { app.open(dir.filePath("third.wav")); };
+    EXPECT_TRUE(app.layer->closeAll());
+    EXPECT_EQ(app.saveQuestions, 2);
+    EXPECT_TRUE(app.documents->documents().isEmpty());
 }
 
 TEST(DocumentWindow, APracticeWhoseSongReferenceIsDamagedStillAsksToSaveItsMarkers) {
