@@ -28,6 +28,8 @@ void describeOptions(QCommandLineParser& parser) {
 /// Help and version need no display, so they are answered before the window system starts.
 bool asksOnlyForInformation(int argc, char** argv) {
     for (int i = 1; i < argc; ++i) {
+        if (std::strcmp(argv[i], "--") == 0)
+            return false; // what follows are files, whatever their names
         for (const char* option : {"-h", "--help", "--help-all", "-v", "--version"})
             if (std::strcmp(argv[i], option) == 0)
                 return true;

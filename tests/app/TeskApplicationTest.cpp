@@ -117,14 +117,16 @@ TEST(SingleInstance, ALaterTeskHandsItsFilesToTheRunningOneAndExits) {
     QProcess second;
     second.setWorkingDirectory(runtime.path());
     ASSERT_TRUE(test::writeFile(runtime.filePath("notes.txt"), "practise the bridge\n"));
-    second.start(QStringLiteral(TESK_PATH), {"song.mp3", "/tmp/practice.tesk", "notes.txt"});
+    // After "--" a name that looks like an option is a file.
+    second.start(QStringLiteral(TESK_PATH),
+                 {"song.mp3", "/tmp/practice.tesk", "notes.txt", "--", "-v"});
     ASSERT_TRUE(received.wait(10000));
     ASSERT_TRUE(second.waitForFinished(10000));
     EXPECT_EQ(second.exitStatus(), QProcess::NormalExit);
     EXPECT_EQ(second.exitCode(), 0);
     EXPECT_EQ(received.first().first().toStringList(),
               QStringList({runtime.filePath("song.mp3"), "/tmp/practice.tesk",
-                           runtime.filePath("notes.txt")}));
+                           runtime.filePath("notes.txt"), runtime.filePath("-v")}));
     // None of them opens: the terminal they were named on hears why.
     const QString said = QString::fromLocal8Bit(second.readAllStandardError());
     EXPECT_TRUE(said.contains("\"song.mp3\": there is no such file")) << said.toStdString();
