@@ -235,12 +235,14 @@ void WaveformView::setCurrentFrame(qint64 frame, bool notifyObserver) {
     if (frame != mCurrentFrame) {
         mCurrentFrame = frame;
         emit currentFrameChanged();
-        // The play head held under the pointer stays there, playing or not: following the
-        // sound would scroll the view away under the pointer at every move.
+        // The play head held under the pointer stays there, playing or not. While anything
+        // is dragged the view holds still but at its edges: following the sound would scroll
+        // the view away under the pointer, and what it holds with it.
         if (!mScrubbing && mGesture != Gesture::Scrub) {
             const float cursor = std::floor(mGeometry.pointFromSample(frame));
             const float left = mGeometry.visibleStartPoint();
-            if (mPlaying || cursor < left || cursor > left + float(mGeometry.width))
+            const bool outside = cursor < left || cursor > left + float(mGeometry.width);
+            if (mGesture == Gesture::None && (mPlaying || outside))
                 updateVisibleRegion();
             updateCursorPosition();
         }

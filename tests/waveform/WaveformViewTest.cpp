@@ -516,6 +516,15 @@ TEST_F(WaveformViewTest, RulerScrubsWhilePausedAndTheLoopButtonClicks) {
     EXPECT_EQ(model.currentFrame(), 30000);
     EXPECT_EQ(view.startFrame(), startFrame);
     release({600, 9});
+    // So does a loop drawn while the play head runs on past the middle, and out of sight.
+    press({100, kBandY});
+    for (const qint64 heard : {30000, 35000, 60000})
+        view.setCurrentFrame(heard);
+    move({300, kBandY});
+    release({300, kBandY});
+    EXPECT_EQ(view.startFrame(), startFrame);
+    EXPECT_EQ(model.loopRange(), (LoopRange{5000, 10000}));
+    model.setLoopRange({});
     view.setPlaying(false);
 
     // The button of a loop over points 400 … 500, right-aligned: 8 points inside its corner.
