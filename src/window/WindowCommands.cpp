@@ -124,7 +124,8 @@ QString keyHint(WindowCommand command) {
 }
 
 qint64 playStartFrame(qint64 current, qint64 frameCount, bool backwards) {
-    if (!backwards && current >= frameCount)
+    // The last frame counts as the end: a jump past the end leaves the position there.
+    if (!backwards && current >= frameCount - 1)
         return 0;
     if (backwards && current <= 0)
         return frameCount;

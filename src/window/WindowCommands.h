@@ -80,8 +80,9 @@ QString keyHint(WindowCommand command);
 /// a row of markers.
 bool repeatsWhileHeld(WindowCommand command);
 
-/// Where Play starts: from `current`, except that a song played to its end (to its start, when
-/// it plays backwards) starts again from the other end, rather than stopping at once.
+/// Where Play starts: from `current`, except that a song played to its end or its last frame
+/// (to its start, when it plays backwards) starts again from the other end, rather than
+/// stopping at once.
 qint64 playStartFrame(qint64 current, qint64 frameCount, bool backwards);
 
 /// Zoom moves on a grid of 0.05 steps within 0 to 1 (ties round to even, in single precision).

@@ -77,9 +77,9 @@ TEST(WindowRules, PlayAtTheEndStartsAgainFromTheOtherEnd) {
         qint64 current;
         bool backwards;
         qint64 from;
-    } cases[] = {{1000, false, 1000},   {44100, false, 0},   {50000, false, 0},
-                 {1000, true, 1000},    {0, true, 44100},    {0, false, 0},
-                 {44099, false, 44099}, {44100, true, 44100}};
+    } cases[] = {{1000, false, 1000},   {44100, false, 0}, {50000, false, 0},
+                 {1000, true, 1000},    {0, true, 44100},  {0, false, 0},
+                 {44098, false, 44098}, {44099, false, 0}, {44100, true, 44100}};
     for (const auto& c : cases)
         EXPECT_EQ(WindowRules::playStartFrame(c.current, 44100, c.backwards), c.from)
             << c.current << (c.backwards ? " backwards" : "");
