@@ -82,7 +82,7 @@ private:
     WheelNotches mWheelNotches;
     bool mHovered = false;
     bool mDragging = false;
-    double mPressKnobX = 0.0;
+    double mPressSpeed = 1.0;
     QPointer<CalloutWindow> mCallout;
 };
 
