@@ -168,6 +168,7 @@ void HUDSpeedControlView::mousePressEvent(QMouseEvent* event) {
         return; // a click on a mark acts on release
     mDragging = true;
     mPressSpeed = mPlaybackSpeed;
+    mPressKnobX = mKnobX;
     // Escape must reach the drag, but the keyboard focus stays where it was (the waveform's
     // keys keep working after the drag): take the keys only while dragging.
     grabKeyboard();
@@ -209,6 +210,7 @@ void HUDSpeedControlView::keyPressEvent(QKeyEvent* event) {
         // Back to the speed the drag began at, exactly: one between marks (set with Shift, or
         // in a practice written elsewhere) would not come back from the knob's place.
         endDrag();
+        mKnobX = mPressKnobX; // where a speed past the marks leaves it
         setAndWriteBack(mPressSpeed);
         mCallout->fadeOut();
         return;

@@ -83,6 +83,7 @@ private:
     bool mHovered = false;
     bool mDragging = false;
     double mPressSpeed = 1.0;
+    double mPressKnobX = 0.0;
     QPointer<CalloutWindow> mCallout;
 };
 
