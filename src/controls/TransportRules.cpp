@@ -103,8 +103,18 @@ double pitchForX(double x, double slotX, double slotWidth, bool snap) {
     return snap ? std::nearbyint(value) : value; // the default rounding: half to even
 }
 
+namespace {
+// Hundredths do not add up exactly in binary: three up and three down would leave a shift of
+// 1e-18 semitones, shown as 0 but marked as changed, and read out as such.
+double withoutRoundingError(double semitones) {
+    return std::abs(semitones) < 1e-9 ? 0.0 : semitones;
+}
+} // namespace
+
 double steppedPitch(double semitones, PitchStep step) {
-    const auto clamped = [](double v) { return std::clamp(v, -kPitchRange, kPitchRange); };
+    const auto clamped = [](double v) {
+        return withoutRoundingError(std::clamp(v, -kPitchRange, kPitchRange));
+    };
     switch (step) {
     case PitchStep::Up:
     case PitchStep::Down: {
@@ -127,7 +137,7 @@ double steppedPitch(double semitones, PitchStep step) {
 
 double wheeledPitch(double semitones, double delta, bool fine) {
     const double v = fine ? semitones + delta * 0.02 : std::round(semitones + delta * 0.5);
-    return std::clamp(v, -kPitchRange, kPitchRange);
+    return withoutRoundingError(std::clamp(v, -kPitchRange, kPitchRange));
 }
 
 bool pitchIsDirty(double semitones) {

@@ -93,6 +93,15 @@ TEST(TransportRules, PitchGeometryStepsAndText) {
         SCOPED_TRACE(testing::Message() << s.from << " step " << int(s.step));
         EXPECT_NEAR(steppedPitch(s.from, s.step), s.to, 1e-9);
     }
+    // Fine steps there and back, by key or wheel, come back to no shift at all.
+    double there = 0.0;
+    double wheeled = 0.0;
+    for (const int direction : {1, 1, 1, -1, -1, -1}) {
+        there = steppedPitch(there, direction > 0 ? PitchStep::UpFinely : PitchStep::DownFinely);
+        wheeled = wheeledPitch(wheeled, direction * 0.5, true);
+    }
+    EXPECT_FALSE(pitchIsDirty(there)) << there;
+    EXPECT_FALSE(pitchIsDirty(wheeled)) << wheeled;
     EXPECT_DOUBLE_EQ(wheeledPitch(0, 3, false), 2.0);  // 1.5 rounded
     EXPECT_DOUBLE_EQ(wheeledPitch(0, 3, true), 0.06);  // fine, unrounded
     EXPECT_DOUBLE_EQ(wheeledPitch(23, 10, false), 24); // clamped
