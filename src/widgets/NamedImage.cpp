@@ -100,9 +100,11 @@ void drawThreePartImage(QPainter& painter, const QRectF& target, const NamedImag
     left.draw(painter, QRectF(target.left(), target.top(), leftWidth, target.height()));
     if (fillWidth > 0) {
         // A fill is the same in every column: render it once at its own width and stretch it
-        // sideways, rather than render a new picture for every width.
-        const QPixmap& picture =
-            fill.pixmap(QSizeF(fill.width(), target.height()), devicePixelRatioOf(painter));
+        // sideways, rather than render a new picture for every width. That width is made whole
+        // device pixels, so that no partly covered column is stretched into a band of its own.
+        const qreal ratio = devicePixelRatioOf(painter);
+        const qreal pictureWidth = std::ceil(fill.width() * ratio - 1e-6) / ratio;
+        const QPixmap& picture = fill.pixmap(QSizeF(pictureWidth, target.height()), ratio);
         painter.drawPixmap(
             QRectF(target.left() + leftWidth, target.top(), fillWidth, target.height()), picture,
             QRectF(QPointF(0, 0), QSizeF(picture.size())));

@@ -47,6 +47,24 @@ TEST(NamedImage, DrawsAtThePaintedDevicesRatioAndThreePartsFillTheirRect) {
     }
 }
 
+TEST(NamedImage, AFillOfOnePointStretchesEvenlyAtFractionalRatios) {
+    // At 1.25 one point is 1.25 device pixels: rendered into two, the second only a quarter
+    // covered, it would stretch into a bar of two shades.
+    for (const qreal ratio : {1.0, 1.25, 1.5, 2.0}) {
+        SCOPED_TRACE(ratio);
+        QImage canvas(QSize(int(std::ceil(40 * ratio)), int(std::ceil(6 * ratio))),
+                      QImage::Format_ARGB32_Premultiplied);
+        canvas.setDevicePixelRatio(ratio);
+        canvas.fill(Qt::white);
+        QPainter painter(&canvas);
+        const NamedImage& end = NamedImage::named("TestEnd");
+        drawThreePartImage(painter, QRectF(0, 0, 40, 6), end, NamedImage::named("TestColumn"), end);
+        painter.end();
+        for (const qreal x : {6.0, 20.0, 33.0})
+            EXPECT_EQ(canvas.pixelColor(int(x * ratio), int(3 * ratio)), QColor(Qt::magenta)) << x;
+    }
+}
+
 TEST(NamedImage, AMissingPictureIsAProgrammingError) {
     EXPECT_FALSE(NamedImage::exists("NoSuchPicture"));
     EXPECT_TRUE(NamedImage::exists("TestEnd"));
