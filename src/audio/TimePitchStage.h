@@ -132,6 +132,7 @@ private:
     void warmUp();
     double measureResamplerDelay(double sampleRate);
     void applyParameters();
+    void resetChannelGuidance();
     /// The time ratio given to the stretcher for `rate`, which keeps the finer engine off its
     /// path for no change at all.
     static double stretcherTimeRatio(double rate, double pitchCents, TimePitchQuality quality);

@@ -174,6 +174,39 @@ TEST(TimePitchStage, AtNormalSpeedAndPitchEveryFrequencyKeepsItsLevel) {
     }
 }
 
+TEST(TimePitchStage, AfterAResetItPlaysAsANewStageWould) {
+    // 440 Hz on the left only and 660 Hz on the right only: what played before the reset
+    // (a stop, a seek, an export) must neither change the sound nor move one tone across.
+    const Stereo song{sine(440.0, 0.5, 3 * 44100), sine(660.0, 0.5, 3 * 44100)};
+    const struct { double rate, cents; } settings[] = {{1.0, 200.0}, {0.75, 0.0}, {1.0, 0.0}};
+    for (const TimePitchQuality quality : kQualities) {
+        for (const auto& setting : settings) {
+            SCOPED_TRACE(testing::Message() << name(quality) << " at " << setting.rate << ", "
+                                            << setting.cents << " cents");
+            const auto played = [&](bool before) {
+                TimePitchStage stage(kSampleRate, quality);
+                stage.setRate(setting.rate);
+                stage.setPitchCents(setting.cents);
+                if (before) {
+                    SignalSource other(Stereo{noise(0.3, 44100, 7), noise(0.3, 44100, 8)});
+                    render(stage, other, 30000);
+                    stage.reset();
+                }
+                SignalSource source(song);
+                return render(stage, source, 2 * 44100);
+            };
+            const Stereo fresh = played(false);
+            const Stereo again = played(true);
+            const auto steady = [](const std::vector<float>& channel) {
+                return std::span(channel).subspan(22050, 44100);
+            };
+            const double right = 660.0 * std::exp2(setting.cents / 1200.0);
+            EXPECT_LT(toneAmplitude(steady(again.left), right), 0.01);
+            EXPECT_NEAR(rms(steady(again.right)), rms(steady(fresh.right)), 0.01);
+        }
+    }
+}
+
 TEST(TimePitchStage, InputFrameComesOutAtFrameOverRate) {
     // A tone burst centred on input frame F comes out centred on output frame F / rate, within
     // 1 ms, with or without a pitch shift, each case after a reset of the same stage; and the
