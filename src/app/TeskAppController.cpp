@@ -8,6 +8,7 @@
 #include <QApplication>
 #include <QDesktopServices>
 #include <QFileDialog>
+#include <QFileInfo>
 #include <QMessageBox>
 #include <QScopedValueRollback>
 #include <QSettings>
@@ -16,13 +17,14 @@
 namespace tesk {
 
 namespace {
-void askExportFile(QWidget* window, const QString& proposedName,
+void askExportFile(QWidget* window, const QString& proposedPath,
                    std::function<void(const QString&, int)> chosen) {
     auto* dialog = new QFileDialog(window, QObject::tr("Export"));
     dialog->setAcceptMode(QFileDialog::AcceptSave);
     const QStringList formats{QObject::tr("MPEG-4 audio (*.m4a)"), QObject::tr("AIFF (*.aif)")};
     dialog->setNameFilters(formats);
-    dialog->selectFile(proposedName + QStringLiteral(".m4a"));
+    dialog->setDirectory(QFileInfo(proposedPath).absolutePath());
+    dialog->selectFile(proposedPath + QStringLiteral(".m4a"));
     dialog->setDefaultSuffix(QStringLiteral("m4a"));
     // The window asks before replacing a file, about the one the export will write: the name
     // the dialog returns still takes the format's extension, and a system dialog adds its

@@ -16,6 +16,7 @@
 #include <QApplication>
 #include <QCloseEvent>
 #include <QComboBox>
+#include <QDir>
 #include <QFile>
 #include <QFileDialog>
 #include <QFileInfo>
@@ -675,7 +676,10 @@ void TeskDocumentWindowController::doExportSongUsingLoop(bool loop) {
     mExportingWithLoop = loop;
     const QString source = mDocument->fileURL().isEmpty() ? mDocument->audioFileURL().toLocalFile()
                                                           : mDocument->fileURL().toLocalFile();
-    const QString proposed = QFileInfo(source).completeBaseName();
+    // In the folder of the practice or the song, not wherever Tesk happened to be started.
+    const QFileInfo sourceFile(source);
+    const QString proposed =
+        QDir(sourceFile.absolutePath()).filePath(sourceFile.completeBaseName());
     const auto chosen = [this](const QString& path, int formatIndex) {
         const QString destination = WindowRules::exportPath(path, formatIndex);
         if (destination.isEmpty()) {

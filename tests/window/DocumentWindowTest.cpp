@@ -243,7 +243,7 @@ TEST(DocumentWindow, APracticeSessionFromOpeningToReopening) {
     app.exportAnswer = dir.filePath("loop.aif");
     app.exportFormat = 0;
     window->perform(WindowCommand::ExportLoop);
-    EXPECT_EQ(app.proposedExportName, "take");
+    EXPECT_EQ(app.proposedExportName, dir.filePath("take")) << "beside the song";
     ASSERT_TRUE(QTest::qWaitFor([&] { return document->isExporting(); }, 2000));
     EXPECT_NE(window->exportProgressDialog(), nullptr);
     ASSERT_TRUE(QTest::qWaitFor([&] { return !document->isExporting(); }, 30000));
