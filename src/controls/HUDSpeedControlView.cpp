@@ -167,7 +167,6 @@ void HUDSpeedControlView::mousePressEvent(QMouseEvent* event) {
     if (event->button() != Qt::LeftButton || !scrollerBoundingBox().contains(event->position()))
         return; // a click on a mark acts on release
     mDragging = true;
-    mPressSpeed = mPlaybackSpeed;
     mPressKnobX = mKnobX;
     // Escape must reach the drag, but the keyboard focus stays where it was (the waveform's
     // keys keep working after the drag): take the keys only while dragging.
@@ -207,11 +206,11 @@ void HUDSpeedControlView::mouseReleaseEvent(QMouseEvent* event) {
 
 void HUDSpeedControlView::keyPressEvent(QKeyEvent* event) {
     if (mDragging && event->key() == Qt::Key_Escape) {
-        // Back to the speed the drag began at, exactly: one between marks (set with Shift, or
-        // in a practice written elsewhere) would not come back from the knob's place.
+        // Back to where the drag began.
         endDrag();
-        mKnobX = mPressKnobX; // where a speed past the marks leaves it
-        setAndWriteBack(mPressSpeed);
+        mKnobX = mPressKnobX;
+        setAndWriteBack(TransportRules::speedForX(mKnobX, markCentres(), markSpeeds(), true,
+                                                  scrollerBoundingBox().center().x()));
         mCallout->fadeOut();
         return;
     }

@@ -82,7 +82,6 @@ private:
     WheelNotches mWheelNotches;
     bool mHovered = false;
     bool mDragging = false;
-    double mPressSpeed = 1.0;
     double mPressKnobX = 0.0;
     QPointer<CalloutWindow> mCallout;
 };
