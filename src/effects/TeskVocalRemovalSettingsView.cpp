@@ -151,27 +151,21 @@ void TeskVocalRemovalSettingsView::dragTo(double x) {
         break;
     case Drag::Shift: {
         const double offset = x - mPressX;
-        setBandWithPoints(mLowStartPoint + offset, mHighStartPoint + offset);
+        setLowFrequencyWithPoint(mLowStartPoint + offset);
+        setHighFrequencyWithPoint(mHighStartPoint + offset);
         break;
     }
     case Drag::Create:
-        if (x != mPressX)
-            setBandWithPoints(std::min(x, mPressX), std::max(x, mPressX));
+        if (x < mPressX) {
+            setLowFrequencyWithPoint(x);
+            setHighFrequencyWithPoint(mPressX);
+        } else if (x > mPressX) {
+            setLowFrequencyWithPoint(mPressX);
+            setHighFrequencyWithPoint(x);
+        }
         break;
     case Drag::None:
         break;
-    }
-}
-
-void TeskVocalRemovalSettingsView::setBandWithPoints(double lowX, double highX) {
-    // Each edge keeps its gap to the other edge where it is now: the edge on the side the band
-    // goes moves first, so that the other one is not held back by where the band was.
-    if (lowX > geometry().frequencyMapping().pointForValue(mLowFrequency)) {
-        setHighFrequencyWithPoint(highX);
-        setLowFrequencyWithPoint(lowX);
-    } else {
-        setLowFrequencyWithPoint(lowX);
-        setHighFrequencyWithPoint(highX);
     }
 }
 

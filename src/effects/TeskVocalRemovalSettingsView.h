@@ -47,8 +47,6 @@ public:
     /// written back.
     void setLowFrequencyWithPoint(double x);
     void setHighFrequencyWithPoint(double x);
-    /// Moves both edges, each within the rules, as one drag step.
-    void setBandWithPoints(double lowX, double highX);
     /// An edge set as a user would: with the gap and the limits, shown, written back, the
     /// delegate told (which switches vocal reduction on). For screen readers.
     void setEdgeFrequencyAsUser(bool lowEdge, double hertz);
