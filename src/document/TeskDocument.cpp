@@ -776,16 +776,16 @@ bool TeskDocument::fileChangedElsewhere() const {
 }
 
 QString TeskDocument::displayName() const {
-    // A saved practice keeps its own name while its song cannot be found (on a disk taken
-    // away): several such windows, and the questions about them, must still be told apart.
-    if (!mFileURL.isEmpty())
-        return QFileInfo(mFileURL.toLocalFile()).completeBaseName();
-    if (const QString title = songTitle(); !title.isEmpty())
-        return title;
-    if (const QString name = QFileInfo(audioFileURL().toLocalFile()).completeBaseName();
-        !name.isEmpty())
-        return name;
-    return QStringLiteral("Tesk");
+    const QUrl song = audioFileURL();
+    if (mFileURL.isEmpty()) {
+        if (const QString title = songTitle(); !title.isEmpty())
+            return title;
+        if (const QString name = QFileInfo(song.toLocalFile()).completeBaseName(); !name.isEmpty())
+            return name;
+    }
+    if (song.isEmpty())
+        return QStringLiteral("Tesk");
+    return QFileInfo(mFileURL.toLocalFile()).completeBaseName();
 }
 
 bool TeskDocument::isDocumentEdited() const {
