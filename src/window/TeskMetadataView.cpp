@@ -53,7 +53,11 @@ void TeskMetadataView::paintEvent(QPaintEvent*) {
     // The reflection: the lower part of the picture mirrored and fading out.
     const int reflectionHeight = int(height() - artRect.bottom() - 2);
     if (reflectionHeight > 0) {
-        QImage mirrored = art.toImage().mirrored(false, true);
+        // With an alpha channel of its own: an opaque cover's pixmap has none, and the fade
+        // would darken it to black instead of letting the background through.
+        QImage mirrored = art.toImage()
+                              .convertToFormat(QImage::Format_ARGB32_Premultiplied)
+                              .mirrored(false, true);
         QPainter fade(&mirrored);
         fade.setCompositionMode(QPainter::CompositionMode_DestinationIn);
         QLinearGradient alpha(0, 0, 0, reflectionHeight * ratio);

@@ -10,6 +10,7 @@
 
 #include "support/AudioFiles.h"
 #include "support/Signals.h"
+#include "support/ViewTesting.h"
 
 #include <QAction>
 #include <QApplication>
@@ -602,6 +603,24 @@ TEST(DocumentWindow, KeysAndClicksInTheMiddleOfThingsLoseNothing) {
     TeskDocument* reopened = app.open(dir.filePath("take.tesk"));
     ASSERT_NE(reopened, nullptr);
     EXPECT_EQ(reopened->chorusMarkers(), frames({44100}));
+}
+
+TEST(TeskMetadataView, TheCoversReflectionFadesIntoTheBackground) {
+    // An opaque red cover, its reflection under it: reddish at the top, the background at the
+    // foot of the view, never black.
+    TeskMetadataView view;
+    view.resize(view.sizeHint());
+    QImage cover(64, 64, QImage::Format_RGB32);
+    cover.fill(Qt::red);
+    view.setAlbumArt(cover);
+    const QImage seen = test::grabImage(view);
+    const qreal x = 14 + TeskMetadataView::kArtworkSide / 2.0;
+    const qreal underArt = 10 + TeskMetadataView::kArtworkSide + 3;
+    const QColor background = test::pixelAt(seen, view.width() - 2, view.height() - 2);
+    const QColor top = test::pixelAt(seen, x, underArt);
+    EXPECT_GT(top.red(), top.green() + 20) << "red shows through at the top";
+    EXPECT_TRUE(test::coloursClose(test::pixelAt(seen, x, view.height() - 1), background, 16))
+        << test::pixelAt(seen, x, view.height() - 1).name().toStdString();
 }
 
 TEST(TeskMetadataView, ScreenReadersHearOnlyTheTagsTheSongHas) {
