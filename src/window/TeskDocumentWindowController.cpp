@@ -278,15 +278,23 @@ void TeskDocumentWindowController::buildMenus() {
         file->addAction(tr("&Open…"), QKeySequence::Open, this,
                         [this] { mServices.documents->openDocument(); });
         mRecentMenu = file->addMenu(tr("Open &Recent"));
+        mRecentMenu->setToolTipsVisible(true); // the whole path, over each item
         connect(mRecentMenu, &QMenu::aboutToShow, this, [this] {
             mRecentMenu->clear();
-            for (const QUrl& url : mServices.documents->recentDocumentURLs()) {
-                mRecentMenu->addAction(QFileInfo(url.toLocalFile()).fileName(), this, [this, url] {
+            const QList<QUrl> urls = mServices.documents->recentDocumentURLs();
+            QStringList paths;
+            for (const QUrl& url : urls)
+                paths.append(url.toLocalFile());
+            const QStringList titles = WindowRules::recentItemTitles(paths);
+            for (qsizetype i = 0; i < urls.size(); ++i) {
+                const QUrl url = urls[i];
+                QAction* item = mRecentMenu->addAction(titles[i], this, [this, url] {
                     TeskError error;
                     if (!mServices.documents->loadTeskDocumentWithURL(url, &error) &&
                         !error.domain().isEmpty())
                         presentError(error);
                 });
+                item->setToolTip(paths[i]);
             }
             mRecentMenu->addSeparator();
             QAction* clear = mRecentMenu->addAction(

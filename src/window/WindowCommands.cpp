@@ -186,4 +186,19 @@ QString documentPath(const QString& chosen) {
                : chosen + QLatin1String(".tesk");
 }
 
+QStringList recentItemTitles(const QStringList& paths) {
+    QStringList names;
+    for (const QString& path : paths)
+        names.append(QFileInfo(path).fileName());
+    QStringList titles;
+    for (qsizetype i = 0; i < paths.size(); ++i) {
+        QString title = names[i];
+        if (names.count(names[i]) > 1)
+            title +=
+                QStringLiteral(" — ") + QFileInfo(QFileInfo(paths[i]).absolutePath()).fileName();
+        titles.append(title.replace(QLatin1Char('&'), QStringLiteral("&&")));
+    }
+    return titles;
+}
+
 } // namespace tesk::WindowRules

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QString>
+#include <QStringList>
 #include <Qt>
 #include <cstdint>
 
@@ -96,6 +97,11 @@ std::int32_t wheelFrameOffset(double delta);
 /// The export file's path: `chosen` with the format's extension ("m4a" for index 0, "aif" for
 /// 1) in place of an export extension it has, or after its name. Empty for any other index.
 QString exportPath(const QString& chosen, int formatIndex);
+
+/// The Open Recent items for `paths`: each file's name, followed by its folder's where two
+/// share a name ("01 Intro.mp3 — Album"), with "&" doubled so that it is shown, not taken
+/// for a menu key.
+QStringList recentItemTitles(const QStringList& paths);
 
 /// The practice document's path: `chosen` as it is when it ends in ".tesk" (in any case), or
 /// with ".tesk" after its name.

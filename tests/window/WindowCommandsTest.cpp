@@ -151,6 +151,14 @@ TEST(WindowRules, MenuItemsFollowTheirEnablingRules) {
     }
 }
 
+TEST(WindowRules, RecentItemsShowTheirNamesAndTheFolderWhereNamesClash) {
+    const QStringList paths{"/music/Rock & Roll.mp3", "/a/Kind of Blue/01 Intro.mp3",
+                            "/b/Live/01 Intro.mp3", "/p/take.tesk"};
+    const QStringList titles{"Rock && Roll.mp3", "01 Intro.mp3 — Kind of Blue",
+                             "01 Intro.mp3 — Live", "take.tesk"};
+    EXPECT_EQ(WindowRules::recentItemTitles(paths), titles);
+}
+
 TEST(WindowRules, TheExportFormatReplacesTheChosenExtension) {
     const struct {
         const char* chosen;
