@@ -9,6 +9,7 @@ extern "C" {
 }
 
 #include <QFile>
+#include <QStringDecoder>
 
 #include <initializer_list>
 #include <memory>
@@ -20,13 +21,21 @@ struct InputCloser {
     void operator()(AVFormatContext* context) const { avformat_close_input(&context); }
 };
 
+/// Tag text. FFmpeg hands over UTF-8, except where a WAV or AIFF file holds its text as it was
+/// written: older software wrote Latin-1 there, which is not valid UTF-8 and is read as such.
+QString tagText(const char* bytes) {
+    QStringDecoder utf8(QStringDecoder::Utf8);
+    const QString text = utf8.decode(QByteArrayView(bytes));
+    return utf8.hasError() ? QString::fromLatin1(bytes) : text;
+}
+
 /// The first non-empty value of `key` (case-insensitive, as FFmpeg normalises tag names only
 /// partly) among `dictionaries`, in order.
 QString firstTag(std::initializer_list<const AVDictionary*> dictionaries, const char* key) {
     for (const AVDictionary* dictionary : dictionaries) {
         const AVDictionaryEntry* entry = av_dict_get(dictionary, key, nullptr, 0);
         if (entry && entry->value && entry->value[0] != '\0')
-            return QString::fromUtf8(entry->value);
+            return tagText(entry->value);
     }
     return {};
 }

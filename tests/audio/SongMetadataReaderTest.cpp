@@ -75,6 +75,25 @@ TEST(SongMetadataReader, ReadsTheTagsAndCoverWhereEachFormatKeepsThem) {
     EXPECT_EQ(mp3.at(titleFrame + 10), 1);
 }
 
+TEST(SongMetadataReader, LatinOneTextOfOlderWavWritersIsReadAsSuch) {
+    // Written as "Cafe Noir" by "Bjork", then given the single Latin-1 bytes of é and ö in
+    // place of e and o, as older Windows software writes them: the lengths stay the same.
+    QTemporaryDir folder;
+    const QString source = test::writeTone(folder.filePath("source.wav"), 1.0);
+    const QString path = folder.filePath("latin.wav");
+    QString log;
+    ASSERT_TRUE(test::runFfmpeg(
+        {"-i", source, "-metadata", "title=Cafe Noir", "-metadata", "artist=Bjork", path}, &log))
+        << log.toStdString();
+    QByteArray bytes = test::readFile(path);
+    bytes.replace("Cafe Noir", "Caf\xe9 Noir").replace("Bjork", "Bj\xf6rk");
+    ASSERT_TRUE(test::writeFile(path, bytes));
+    const std::optional<SongMetadata> metadata = readSongMetadata(path);
+    ASSERT_TRUE(metadata);
+    EXPECT_EQ(metadata->title, QString::fromUtf8("Café Noir"));
+    EXPECT_EQ(metadata->artist, QString::fromUtf8("Björk"));
+}
+
 TEST(SongMetadataReader, SongWithoutTagsGivesEmptyValuesAndFilesThatAreNotSongsNothing) {
     QTemporaryDir folder;
     const QString wav = test::writeTone(folder.filePath("plain.wav"), 2.0);
