@@ -235,10 +235,10 @@ void WaveformView::setCurrentFrame(qint64 frame, bool notifyObserver) {
     if (frame != mCurrentFrame) {
         mCurrentFrame = frame;
         emit currentFrameChanged();
-        // The play head held under the pointer stays there, playing or not. While anything
-        // is dragged the view holds still but at its edges: following the sound would scroll
-        // the view away under the pointer, and what it holds with it.
-        if (!mScrubbing && mGesture != Gesture::Scrub) {
+        // While anything is dragged the view holds still but at its edges: following the sound
+        // would scroll the view away under the pointer, and what it holds with it (the play
+        // head too, while the song plays on).
+        if (!mScrubbing) {
             const float cursor = std::floor(mGeometry.pointFromSample(frame));
             const float left = mGeometry.visibleStartPoint();
             const bool outside = cursor < left || cursor > left + float(mGeometry.width);

@@ -496,7 +496,10 @@ TEST_F(WaveformViewTest, RulerScrubsWhilePausedAndTheLoopButtonClicks) {
         const int scrubs = delegate.scrubs;
         const int scrubsEnded = delegate.scrubsEnded;
         view.setPlaying(c.playing);
-        press({300, 9});
+        model.setCurrentFrame(10000);
+        // The press moves the play head from point 200: its old place is painted over.
+        const QRegion painted = paintsAfter([&] { press({300, 9}); });
+        EXPECT_TRUE(painted.contains(QPoint(200, int(kBandY))));
         EXPECT_EQ(model.currentFrame(), 15000);
         EXPECT_EQ(view.isScrubbing(), c.scrubbing);
         EXPECT_EQ(delegate.scrubs, scrubs + c.scrubsAnnounced);
