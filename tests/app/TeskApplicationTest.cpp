@@ -70,7 +70,7 @@ TEST(TeskAppController, ARequestToEndWaitsForTheDialogUpAndThenQuits) {
     dialog.show();
     ASSERT_EQ(QApplication::activeModalWidget(), &dialog);
     app.quitWhenNoDialogIsUp();
-    QTest::qWait(300); // one look while the dialog is up
+    QTest::qWait(600); // two looks while the dialog is up
     EXPECT_EQ(app.documentController()->documents().size(), 1);
     dialog.accept();
     EXPECT_TRUE(
