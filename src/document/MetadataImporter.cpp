@@ -2,8 +2,11 @@
 
 #include "audio/SongMetadataReader.h"
 
+#include <QBuffer>
+#include <QImageReader>
 #include <QPainter>
 #include <QThreadPool>
+#include <algorithm>
 #include <mutex>
 
 namespace tesk {
@@ -43,7 +46,17 @@ MetadataImporter::~MetadataImporter() {
 QImage MetadataImporter::albumArtworkFromCover(const QByteArray& encoded) {
     if (encoded.isEmpty())
         return {};
-    const QImage cover = QImage::fromData(encoded);
+    // A scan of a few thousand pixels a side would take more memory than Qt lets one picture
+    // have, and be refused: it is decoded already shrunk, still well above the artwork's size.
+    QBuffer buffer;
+    buffer.setData(encoded);
+    QImageReader reader(&buffer);
+    constexpr int kLargestDecodedSide = 2048;
+    if (const QSize full = reader.size();
+        full.isValid() && std::max(full.width(), full.height()) > kLargestDecodedSide)
+        reader.setScaledSize(
+            full.scaled(kLargestDecodedSide, kLargestDecodedSide, Qt::KeepAspectRatio));
+    const QImage cover = reader.read();
     if (cover.isNull())
         return {};
 

@@ -144,6 +144,19 @@ TEST(MetadataImporter, CoversFillTheArtworkCroppedToTheirCentre) {
     }
 }
 
+TEST(MetadataImporter, AHugeCoverIsShrunkNotRefused) {
+    // 6000 pixels a side takes more memory than Qt lets one picture have at full size.
+    QTemporaryDir folder;
+    const QString path = folder.filePath("scan.jpg");
+    QString log;
+    ASSERT_TRUE(test::runFfmpeg(
+        {"-f", "lavfi", "-i", "color=c=red:s=6000x6000", "-frames:v", "1", path}, &log))
+        << log.toStdString();
+    const QImage art = MetadataImporter::albumArtworkFromCover(test::readFile(path));
+    ASSERT_EQ(art.size(), QSize(512, 512));
+    EXPECT_TRUE(isNear(art.pixelColor(256, 256), Qt::red));
+}
+
 TEST(MetadataImporter, LateResultsGoNowhereOnceTheDelegateIsClearedOrTheImporterIsGone) {
     QTemporaryDir folder;
     const QString mp3 = writeTaggedSong(folder);
