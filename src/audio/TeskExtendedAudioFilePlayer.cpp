@@ -119,12 +119,25 @@ void TeskExtendedAudioFilePlayer::setLoopRange(LoopRange range) {
     // old seam), it is played again from what is heard, so that playback neither runs past the
     // new seam nor jumps back from there without the seam's crossfade.
     const qint64 heard = currentFrame();
-    const bool reverse = mFileReader.isReverse();
-    const qint64 seam = reverse ? qint64(range.location) : qint64(range.location) + range.length;
+    if (loopChangeReplays(before, range, read, heard, mFileReader.isReverse()))
+        setCurrentFrame(heard);
+}
+
+bool TeskExtendedAudioFilePlayer::loopChangeReplays(LoopRange before, LoopRange after, qint64 read,
+                                                    qint64 heard, bool reverse) {
+    const auto seamOf = [reverse](LoopRange range) {
+        return reverse ? qint64(range.location) : qint64(range.location) + range.length;
+    };
+    const qint64 seam = seamOf(after);
     const bool wrapped = reverse ? read > heard : read < heard;
     const bool seamOnItsWay = reverse ? read <= seam && seam < heard : heard < seam && seam <= read;
-    if (wrapped || seamOnItsWay)
-        setCurrentFrame(heard);
+    // The crossfade runs over the frames before a seam in the direction of play.
+    constexpr qint64 fade = TeskAudioFileReader::kLoopCrossfadeFrames;
+    const auto inFade = [&](qint64 at) {
+        return reverse ? at <= read && read <= at + fade : at - fade <= read && read <= at;
+    };
+    const bool fadeChanges = inFade(seamOf(before)) || inFade(seam);
+    return wrapped || seamOnItsWay || fadeChanges;
 }
 LoopRange TeskExtendedAudioFilePlayer::loopRange() const {
     return mFileReader.loopRange();

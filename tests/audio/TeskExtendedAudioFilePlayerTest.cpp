@@ -160,6 +160,36 @@ TEST(AheadRenderer, ARingThatRunsDryFadesOutWhereverThePeriodStands) {
     }
 }
 
+TEST(TeskExtendedAudioFilePlayer, ALoopChangedNearASeamReplaysWhatIsOnItsWay) {
+    // A loop over 10000 … 20000 heard at 15000 (backwards: the seam is at 10000). The sound
+    // between what is heard and the reader is replayed where the new loop would play it
+    // otherwise, or where frames already read were faded for the old seam (132 frames before it
+    // in the direction of play) or would start half-way into the new one's fade.
+    const struct {
+        const char* name;
+        bool reverse;
+        qint64 read;
+        LoopRange after;
+        bool replays;
+    } cases[] = {
+        {"far from both seams", false, 16000, {10000, 12000}, false},
+        {"in the old fade, the end moved on", false, 19950, {10000, 12000}, true},
+        {"in the old fade, the start moved", false, 19950, {5000, 15000}, true},
+        {"just before the new end", false, 16000, {10000, 6050}, true},
+        {"the new end already read", false, 17000, {10000, 6500}, true},
+        {"wrapped at the old seam", false, 10100, {10000, 12000}, true},
+        {"backwards, far from both seams", true, 14000, {9000, 11000}, false},
+        {"backwards, in the old fade", true, 10050, {9000, 11000}, true},
+        {"backwards, just above the new start", true, 14000, {13950, 6050}, true},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        EXPECT_EQ(TeskExtendedAudioFilePlayer::loopChangeReplays({10000, 10000}, c.after, c.read,
+                                                                 15000, c.reverse),
+                  c.replays);
+    }
+}
+
 TEST(TeskExtendedAudioFilePlayer, ConvertsTransportValuesAndClampsThePosition) {
     TeskExtendedAudioFilePlayer player(MemorySong::counting(10000), false);
     player.setCurrentFrame(-5);
