@@ -236,14 +236,10 @@ void TeskDocument::storeLoopRange(LoopRange range) {
         player->setLooping(false);
         return;
     }
-    // Only a position the loop lies behind moves, to where the loop begins in the direction of
-    // play; one the loop lies ahead of plays on into it.
-    const qint64 end = qint64(range.location) + range.length;
-    const qint64 position = player->currentFrame();
-    if (mPlaybackSpeed >= 0.0 && position > end)
+    // Only a position past the new end moves; one before the new start plays on into the loop.
+    const std::uint32_t end = range.location + range.length;
+    if (player->currentFrame() > qint64(end))
         player->setCurrentFrame(range.location);
-    else if (mPlaybackSpeed < 0.0 && position < qint64(range.location))
-        player->setCurrentFrame(end);
 }
 
 const QList<quint32>& TeskDocument::markers(MarkerKind kind) const {
