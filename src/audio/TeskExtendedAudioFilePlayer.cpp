@@ -137,7 +137,10 @@ bool TeskExtendedAudioFilePlayer::loopChangeReplays(LoopRange before, LoopRange 
         return reverse ? at <= read && read <= at + fade : at - fade <= read && read <= at;
     };
     const bool fadeChanges = inFade(seamOf(before)) || inFade(seam);
-    return wrapped || seamOnItsWay || fadeChanges;
+    // A reader beyond the new loop's seam (a loop drawn behind it) jumps to the loop's other end
+    // at once: replayed, the jump comes with the fades of a seek.
+    const bool jumps = reverse ? read < qint64(after.location) : read > seam;
+    return wrapped || seamOnItsWay || fadeChanges || jumps;
 }
 LoopRange TeskExtendedAudioFilePlayer::loopRange() const {
     return mFileReader.loopRange();

@@ -72,8 +72,9 @@ public:
     LoopRange loopRange() const;
     /// Whether a loop changed from `before` to `after` while playing must replay the sound on its
     /// way from the frame `heard`, the reader being at `read`: it has wrapped at the old seam, the
-    /// new seam lies inside it, or the reader is inside either seam's crossfade, where frames
-    /// already read were faded for the old loop and the next ones would be for the new.
+    /// new seam lies inside it or behind the reader, or the reader is inside either seam's
+    /// crossfade, where frames already read were faded for the old loop and the next ones would
+    /// be for the new.
     /// Any thread.
     static bool loopChangeReplays(LoopRange before, LoopRange after, qint64 read, qint64 heard,
                                   bool reverse);

@@ -181,6 +181,8 @@ TEST(TeskExtendedAudioFilePlayer, ALoopChangedNearASeamReplaysWhatIsOnItsWay) {
         {"backwards, far from both seams", true, 14000, {9000, 11000}, false},
         {"backwards, in the old fade", true, 10050, {9000, 11000}, true},
         {"backwards, just above the new start", true, 14000, {13950, 6050}, true},
+        {"backwards, a loop drawn above", true, 14000, {40000, 5000}, true},
+        {"a loop drawn behind", false, 16000, {2000, 5000}, true},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
