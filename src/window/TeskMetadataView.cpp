@@ -60,7 +60,8 @@ void TeskMetadataView::paintEvent(QPaintEvent*) {
                               .mirrored(false, true);
         QPainter fade(&mirrored);
         fade.setCompositionMode(QPainter::CompositionMode_DestinationIn);
-        QLinearGradient alpha(0, 0, 0, reflectionHeight * ratio);
+        // In the image's own points: it carries the screen's pixel ratio.
+        QLinearGradient alpha(0, 0, 0, reflectionHeight);
         alpha.setColorAt(0, QColor(0, 0, 0, 90));
         alpha.setColorAt(1, QColor(0, 0, 0, 0));
         fade.fillRect(mirrored.rect(), alpha);
