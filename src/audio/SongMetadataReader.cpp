@@ -21,12 +21,29 @@ struct InputCloser {
     void operator()(AVFormatContext* context) const { avformat_close_input(&context); }
 };
 
+/// Text in Windows' own 8-bit encoding (Windows-1252): Latin-1, except for the typographic
+/// marks it puts at 0x80 to 0x9F (’ “ ” – … €), where Latin-1 has invisible control codes.
+QString fromWindows1252(const char* bytes) {
+    static constexpr char16_t kHigh[32] = {
+        0x20AC, 0x0081, 0x201A, 0x0192, 0x201E, 0x2026, 0x2020, 0x2021, 0x02C6, 0x2030, 0x0160,
+        0x2039, 0x0152, 0x008D, 0x017D, 0x008F, 0x0090, 0x2018, 0x2019, 0x201C, 0x201D, 0x2022,
+        0x2013, 0x2014, 0x02DC, 0x2122, 0x0161, 0x203A, 0x0153, 0x009D, 0x017E, 0x0178};
+    QString text = QString::fromLatin1(bytes);
+    for (QChar& character : text) {
+        if (character.unicode() >= 0x80 && character.unicode() <= 0x9F)
+            character = QChar(kHigh[character.unicode() - 0x80]);
+    }
+    return text;
+}
+
 /// Tag text. FFmpeg hands over UTF-8, except where a WAV or AIFF file holds its text as it was
-/// written: older software wrote Latin-1 there, which is not valid UTF-8 and is read as such.
+/// written: older Windows software wrote its 8-bit encoding there, which is not valid UTF-8.
 QString tagText(const char* bytes) {
-    QStringDecoder utf8(QStringDecoder::Utf8);
+    // Stateless: a title ending in "é" (one byte that could begin a longer UTF-8 sequence) is an
+    // error, not a sequence waiting for more.
+    QStringDecoder utf8(QStringDecoder::Utf8, QStringDecoder::Flag::Stateless);
     const QString text = utf8.decode(QByteArrayView(bytes));
-    return utf8.hasError() ? QString::fromLatin1(bytes) : text;
+    return utf8.hasError() ? fromWindows1252(bytes) : text;
 }
 
 /// The first non-empty value of `key` (case-insensitive, as FFmpeg normalises tag names only

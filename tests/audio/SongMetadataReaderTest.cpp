@@ -75,23 +75,28 @@ TEST(SongMetadataReader, ReadsTheTagsAndCoverWhereEachFormatKeepsThem) {
     EXPECT_EQ(mp3.at(titleFrame + 10), 1);
 }
 
-TEST(SongMetadataReader, LatinOneTextOfOlderWavWritersIsReadAsSuch) {
-    // Written as "Cafe Noir" by "Bjork", then given the single Latin-1 bytes of é and ö in
-    // place of e and o, as older Windows software writes them: the lengths stay the same.
+TEST(SongMetadataReader, TextInWindowsEncodingOfOlderWavWritersIsReadAsSuch) {
+    // Written as "Noir Cafe" by "Bjork" on "Don't Stop", then given Windows' single bytes for é,
+    // ö and ’ in their places, as older Windows software writes them: the lengths stay the
+    // same. A title that ends in é is one of them.
     QTemporaryDir folder;
     const QString source = test::writeTone(folder.filePath("source.wav"), 1.0);
     const QString path = folder.filePath("latin.wav");
     QString log;
-    ASSERT_TRUE(test::runFfmpeg(
-        {"-i", source, "-metadata", "title=Cafe Noir", "-metadata", "artist=Bjork", path}, &log))
+    ASSERT_TRUE(test::runFfmpeg({"-i", source, "-metadata", "title=Noir Cafe", "-metadata",
+                                 "artist=Bjork", "-metadata", "album=Don't Stop", path},
+                                &log))
         << log.toStdString();
     QByteArray bytes = test::readFile(path);
-    bytes.replace("Cafe Noir", "Caf\xe9 Noir").replace("Bjork", "Bj\xf6rk");
+    bytes.replace("Noir Cafe", "Noir Caf\xe9")
+        .replace("Bjork", "Bj\xf6rk")
+        .replace("Don't Stop", "Don\x92t Stop");
     ASSERT_TRUE(test::writeFile(path, bytes));
     const std::optional<SongMetadata> metadata = readSongMetadata(path);
     ASSERT_TRUE(metadata);
-    EXPECT_EQ(metadata->title, QString::fromUtf8("Café Noir"));
+    EXPECT_EQ(metadata->title, QString::fromUtf8("Noir Café"));
     EXPECT_EQ(metadata->artist, QString::fromUtf8("Björk"));
+    EXPECT_EQ(metadata->album, QString::fromUtf8("Don’t Stop"));
 }
 
 TEST(SongMetadataReader, SongWithoutTagsGivesEmptyValuesAndFilesThatAreNotSongsNothing) {
