@@ -26,6 +26,8 @@
 #include <QWheelEvent>
 #include <gtest/gtest.h>
 
+#include <functional>
+
 using namespace tesk;
 using namespace tesk::test;
 
@@ -103,6 +105,14 @@ QString writeTake(const QTemporaryDir& dir) {
     EXPECT_TRUE(
         writeWav(path, {sine(440.0, 0.5, length, kRate), sine(660.0, 0.5, length, kRate)}, kRate));
     return path;
+}
+
+/// The first child of `window` of type T that `is` picks, or null.
+template <typename T> T* childWhere(QObject* window, const std::function<bool(T*)>& is) {
+    for (T* child : window->findChildren<T*>())
+        if (is(child))
+            return child;
+    return nullptr;
 }
 
 QList<quint32> frames(std::initializer_list<quint32> list) {
@@ -221,9 +231,8 @@ TEST(DocumentWindow, APracticeSessionFromOpeningToReopening) {
     window->validateMenuItems();
     EXPECT_FALSE(window->action(WindowCommand::ZoomIn)->isEnabled());
     // The wheel over the zoom slider zooms on the same grid, a notch a step.
-    KLTexturedSlider* zoomSlider = nullptr;
-    for (auto* slider : window->findChildren<KLTexturedSlider*>())
-        zoomSlider = slider->accessibleName() == "Zoom" ? slider : zoomSlider;
+    auto* zoomSlider = childWhere<KLTexturedSlider>(
+        window, [](KLTexturedSlider* slider) { return slider->accessibleName() == "Zoom"; });
     ASSERT_NE(zoomSlider, nullptr);
     QWheelEvent zoomOut(QPointF(10, 10), QPointF(10, 10), {}, QPoint(0, -240), Qt::NoButton,
                         Qt::NoModifier, Qt::NoScrollPhase, false);
@@ -540,9 +549,8 @@ TEST(DocumentWindow, KeysAndClicksInTheMiddleOfThingsLoseNothing) {
     document->stopFilePlaying();
     // So does a switch clicked with the mouse; Tab takes the keys into the panel, where Space
     // works the switch it reaches.
-    QCheckBox* equalizer = nullptr;
-    for (QCheckBox* box : window->findChildren<QCheckBox*>())
-        equalizer = box->text() == "Equalizer" ? box : equalizer;
+    auto* equalizer =
+        childWhere<QCheckBox>(window, [](QCheckBox* box) { return box->text() == "Equalizer"; });
     ASSERT_NE(equalizer, nullptr);
     QTest::mouseClick(equalizer, Qt::LeftButton);
     const bool equalizerOn = document->effectsSettings()->isEqualizerEnabled();
@@ -582,16 +590,14 @@ TEST(DocumentWindow, KeysAndClicksInTheMiddleOfThingsLoseNothing) {
     EXPECT_TRUE(window->noticeText().contains("could not be found"))
         << window->noticeText().toStdString();
     EXPECT_TRUE(window->noticeText().contains("Locate"));
-    QToolButton* play = nullptr;
-    for (QToolButton* button : window->findChildren<QToolButton*>())
-        play = button->accessibleName() == "Play" ? button : play;
+    auto* play = childWhere<QToolButton>(
+        window, [](QToolButton* button) { return button->accessibleName() == "Play"; });
     ASSERT_NE(play, nullptr);
     play->click();
     EXPECT_FALSE(document->isFilePlaying());
     window->validateMenuItems();
-    QAction* hideEffects = nullptr;
-    for (QAction* item : window->findChildren<QAction*>())
-        hideEffects = item->text() == "Hide Effects" ? item : hideEffects;
+    auto* hideEffects =
+        childWhere<QAction>(window, [](QAction* item) { return item->text() == "Hide Effects"; });
     ASSERT_NE(hideEffects, nullptr);
     EXPECT_TRUE(hideEffects->isEnabled());
     app.saveAnswer = QMessageBox::Save;
