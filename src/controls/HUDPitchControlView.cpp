@@ -126,6 +126,10 @@ void HUDPitchControlView::mousePressEvent(QMouseEvent* event) {
     const bool snap = !(event->modifiers() & Qt::ShiftModifier);
     if (sliderKnobRect().contains(point)) {
         mDragging = true;
+        mPressPitch = mPitchAdjustment;
+        // Escape must reach the drag, as on the speed control, while the keyboard focus stays
+        // where it was: the keys are taken only while dragging.
+        grabKeyboard();
         mCallout->showAt(calloutTip(), TransportRules::pitchText(mPitchAdjustment));
     } else if (sliderSlotRect().adjusted(-2, -2, 2, 2).contains(point)) {
         moveKnobTo(point.x(), snap);
@@ -140,10 +144,25 @@ bool HUDPitchControlView::event(QEvent* event) {
     // A dialog that opens in the middle of a drag takes the button's release with it: the drag
     // ends where it is, and its bubble goes.
     if ((event->type() == QEvent::WindowDeactivate || event->type() == QEvent::Hide) && mDragging) {
-        mDragging = false;
+        endDrag();
         mCallout->fadeOut();
     }
     return SBindingView::event(event);
+}
+
+void HUDPitchControlView::endDrag() {
+    mDragging = false;
+    releaseKeyboard();
+}
+
+void HUDPitchControlView::keyPressEvent(QKeyEvent* event) {
+    if (mDragging && event->key() == Qt::Key_Escape) {
+        endDrag(); // back to the shift the drag began at
+        setAndWriteBack(mPressPitch);
+        mCallout->fadeOut();
+        return;
+    }
+    SBindingView::keyPressEvent(event);
 }
 
 void HUDPitchControlView::mouseMoveEvent(QMouseEvent* event) {
@@ -154,7 +173,7 @@ void HUDPitchControlView::mouseMoveEvent(QMouseEvent* event) {
 void HUDPitchControlView::mouseReleaseEvent(QMouseEvent* event) {
     if (!mDragging || event->button() != Qt::LeftButton)
         return;
-    mDragging = false;
+    endDrag();
     moveKnobTo(event->position().x(), !(event->modifiers() & Qt::ShiftModifier));
     mCallout->fadeOut();
 }

@@ -53,8 +53,11 @@ protected:
     void mouseReleaseEvent(QMouseEvent* event) override;
     void wheelEvent(QWheelEvent* event) override;
     bool event(QEvent* event) override;
+    /// Escape during a drag puts back the shift it began at.
+    void keyPressEvent(QKeyEvent* event) override;
 
 private:
+    void endDrag();
     void moveKnobTo(double x, bool snap);
     void setAndWriteBack(double semitones);
     void showCalloutBriefly();
@@ -62,6 +65,7 @@ private:
 
     double mPitchAdjustment = 0.0;
     bool mDragging = false;
+    double mPressPitch = 0.0;
     WheelNotches mWheelNotches;
     QPointer<CalloutWindow> mCallout;
 };

@@ -169,6 +169,20 @@ TEST(HUDPitchControlView, TicksTheSlotAndTheWheelSetTheBoundPitch) {
     QEvent deactivate(QEvent::WindowDeactivate);
     QCoreApplication::sendEvent(&view, &deactivate);
     EXPECT_TRUE(QTest::qWaitFor([&] { return !view.callout()->isVisible(); }, 3000));
+    EXPECT_EQ(QWidget::keyboardGrabber(), nullptr) << "the keys given back";
+
+    // Escape during a drag puts back the shift it began at, and gives the keys back.
+    model.pitchAdjustment = 0.37;
+    emit model.changed();
+    QTest::mousePress(&view, Qt::LeftButton, {}, at(view.sliderKnobRect().center()));
+    QTest::mouseMove(&view, QPoint(view.width() - 2, int(view.sliderKnobRect().center().y())));
+    ASSERT_NE(model.pitchAdjustment, 0.37);
+    ASSERT_EQ(QWidget::keyboardGrabber(), &view) << "Escape goes to the drag";
+    QTest::keyClick(&view, Qt::Key_Escape);
+    EXPECT_EQ(model.pitchAdjustment, 0.37);
+    EXPECT_EQ(QWidget::keyboardGrabber(), nullptr);
+    QTest::mouseRelease(&view, Qt::LeftButton, {}, QPoint(view.width() - 2, 5));
+    EXPECT_EQ(model.pitchAdjustment, 0.37) << "the release after Escape changes nothing";
 }
 
 TEST(HUDSwitchControlView, TheClickRuleAndTheDotsLitByTheDirtyFlags) {
