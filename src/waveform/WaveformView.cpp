@@ -12,6 +12,7 @@
 #include <QPaintEvent>
 #include <QPainter>
 #include <QPainterPath>
+#include <QStyleHints>
 #include <QTimer>
 #include <QWheelEvent>
 #include <algorithm>
@@ -926,7 +927,7 @@ void WaveformView::mousePressEvent(QMouseEvent* event) {
         mGesture = Gesture::Loop;
         mLoopDragging = true;
         mPressLoopRange = mLoopRange;
-        mResizing = mShifting = mResizingLeft = false;
+        mResizing = mShifting = mResizingLeft = mLoopDragBegun = false;
         if (isLoopEnabled()) {
             if (leftLoopHitRect().contains(position)) {
                 mResizing = mResizingLeft = true;
@@ -1008,9 +1009,13 @@ void WaveformView::dragTo(const QPointF& position) {
     }
     case Gesture::Loop: {
         scrollAtEdges(position.x());
-        const LoopDrag drag =
-            loopRangeForDrag(mGeometry, mPressSongX, position.x() + shift(), mPressLoopRange,
-                             mResizing, mResizingLeft, mShifting);
+        const double songX = position.x() + shift();
+        if (!mLoopDragBegun &&
+            std::abs(songX - mPressSongX) < QGuiApplication::styleHints()->startDragDistance())
+            return;
+        mLoopDragBegun = true;
+        const LoopDrag drag = loopRangeForDrag(mGeometry, mPressSongX, songX, mPressLoopRange,
+                                               mResizing, mResizingLeft, mShifting);
         if (drag.rightAligned)
             setLoopButtonRightAligned(*drag.rightAligned);
         if (!mResizing)

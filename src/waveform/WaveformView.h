@@ -285,6 +285,9 @@ private:
     bool mResizing = false;
     bool mResizingLeft = false;
     bool mShifting = false;
+    // A loop changes only once the pointer has gone the platform's drag distance from the
+    // press, so that a click with a shaking hand leaves the loop as it was.
+    bool mLoopDragBegun = false;
     std::uint32_t mDraggedKind = 0;
     std::size_t mDraggedIndex = 0;
     bool mMarkerMoving = false;

@@ -8,6 +8,7 @@
 #include <QAccessibleValueInterface>
 #include <QPaintEvent>
 #include <QPainter>
+#include <QStyleHints>
 #include <QTest>
 #include <gtest/gtest.h>
 
@@ -374,6 +375,27 @@ TEST_F(WaveformViewTest, LoopGesturesDrawMoveAndResizeTheLoop) {
         EXPECT_EQ(delegate.loopBegun, before.loopBegun + 1);
         EXPECT_EQ(delegate.loopEnded, before.loopEnded + 1);
     }
+
+    // A click on a shaking hand, moving less than the drag distance, leaves the loop as it was,
+    // on either edge, in the middle or beside it. Once past that distance the drag counts from
+    // the press, also when it comes back close to it.
+    const int shake = QGuiApplication::styleHints()->startDragDistance() - 1;
+    for (const LoopRange before : {LoopRange{}, LoopRange{10000, 10000}}) {
+        for (const double x : {200.0, 300.0, 400.0, 600.0}) {
+            SCOPED_TRACE(testing::Message() << before.length << " at " << x);
+            model.setLoopRange(before);
+            press({x, kBandY});
+            move({x + shake, kBandY});
+            release({x - shake, kBandY});
+            EXPECT_EQ(model.loopRange(), before);
+        }
+    }
+    model.setLoopRange({});
+    press({100, kBandY});
+    move({300, kBandY});
+    move({103, kBandY});
+    release({103, kBandY});
+    EXPECT_EQ(model.loopRange(), (LoopRange{5000, 150}));
 
     // Escape in the middle of a move puts the loop back, sends nothing and ends the edit.
     model.setLoopRange({10000, 10000});
