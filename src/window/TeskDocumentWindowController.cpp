@@ -224,6 +224,9 @@ void TeskDocumentWindowController::bindViews() {
         mEffectsToggleButton->setChecked(visible);
         mEffectsToggleButton->setToolTip(visible ? tr("Hide Effects") : tr("Show Effects"));
         mShowEffectsAction->setText(visible ? tr("Hide Effects") : tr("Show Effects"));
+        // A switch that keeps the focus once hidden would go on taking the keys out of sight.
+        if (!visible && mEffectsParentView->isAncestorOf(QApplication::focusWidget()))
+            mViews->waveformView()->setFocus();
         mEffectsParentView->setVisible(visible);
         // The window's height follows the content: taller with the effects panel.
         if (isVisible())
@@ -305,7 +308,11 @@ void TeskDocumentWindowController::buildMenus() {
     file->addSeparator();
     file->addAction(tr("&Close"), QKeySequence::Close, this, [this] { close(); });
     add(file, C::Save, tr("&Save"), QKeySequence::Save);
-    add(file, C::SaveAs, tr("Save &As…"), QKeySequence::SaveAs);
+    // Desktops without a key theme of their own give Save As no key: Ctrl+Shift+S, as elsewhere.
+    QList<QKeySequence> saveAsKeys = QKeySequence::keyBindings(QKeySequence::SaveAs);
+    if (saveAsKeys.isEmpty())
+        saveAsKeys.append(QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_S));
+    add(file, C::SaveAs, tr("Save &As…"))->setShortcuts(saveAsKeys);
     file->addSeparator();
     add(file, C::ExportSong, tr("&Export Song…"));
     add(file, C::ExportLoop, tr("Export &Loop…"));
@@ -531,15 +538,14 @@ bool TeskDocumentWindowController::eventFilter(QObject* watched, QEvent* event) 
     // Every key typed in this window reaches the window's commands, whichever view has focus,
     // except Tab, which moves the focus, and keys for the controls that need them: text
     // fields, pop-ups, the menu bar (which keeps the keys after Escape closes a menu), and the
-    // effects panel's switches and pan slider, which only Tab gives the focus to.
+    // effects panel's switches and pan slider, which only Tab gives the focus to. Escape there
+    // gives the keys back to the window.
     if (event->type() != QEvent::KeyPress || mClosed)
         return false;
     auto* widget = qobject_cast<QWidget*>(watched);
     auto* key = static_cast<QKeyEvent*>(event);
-    if (widget == nullptr || widget->window() != this || qobject_cast<QLineEdit*>(widget) ||
-        qobject_cast<QComboBox*>(widget) || qobject_cast<QMenuBar*>(widget) ||
-        qobject_cast<QAbstractButton*>(widget) || qobject_cast<TeskPanSlider*>(widget) ||
-        key->key() == Qt::Key_Tab || key->key() == Qt::Key_Backtab)
+    if (widget == nullptr || widget->window() != this || key->key() == Qt::Key_Tab ||
+        key->key() == Qt::Key_Backtab)
         return false;
     // Escape in the middle of a drag belongs to the view dragged in, which puts back what the
     // drag changed; it must not clear the loop as well.
@@ -547,6 +553,17 @@ bool TeskDocumentWindowController::eventFilter(QObject* watched, QEvent* event) 
         QGuiApplication::mouseButtons() != Qt::NoButton || QWidget::keyboardGrabber() != nullptr;
     if (key->key() == Qt::Key_Escape && dragging)
         return false;
+    if (qobject_cast<QLineEdit*>(widget) || qobject_cast<QMenuBar*>(widget))
+        return false;
+    const bool panelControl = qobject_cast<QComboBox*>(widget) ||
+                              qobject_cast<QAbstractButton*>(widget) ||
+                              qobject_cast<TeskPanSlider*>(widget);
+    if (panelControl && widget->isVisible()) {
+        if (key->key() != Qt::Key_Escape)
+            return false;
+        mViews->waveformView()->setFocus();
+        return true;
+    }
     return handleKey(key);
 }
 

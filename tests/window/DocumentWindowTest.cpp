@@ -564,6 +564,28 @@ TEST(DocumentWindow, KeysAndClicksInTheMiddleOfThingsLoseNothing) {
     QTest::keyClick(equalizer, Qt::Key_Space);
     EXPECT_NE(document->effectsSettings()->isEqualizerEnabled(), equalizerOn);
     EXPECT_FALSE(document->isFilePlaying());
+    // Escape takes the keys back to the window, and clears no loop on the way.
+    const LoopRange loop = document->loopRange();
+    QTest::keyClick(equalizer, Qt::Key_Escape);
+    EXPECT_EQ(QApplication::focusWidget(), waveform);
+    EXPECT_EQ(document->loopRange(), loop);
+    // Hiding the panel takes the keys back too: a switch out of sight works no more.
+    for (int tab = 0; tab < 20 && QApplication::focusWidget() != equalizer; ++tab)
+        QTest::keyClick(QApplication::focusWidget(), Qt::Key_Tab);
+    ASSERT_EQ(QApplication::focusWidget(), equalizer);
+    document->setEffectsVisible(false);
+    EXPECT_EQ(QApplication::focusWidget(), waveform);
+    const bool equalizerHidden = document->effectsSettings()->isEqualizerEnabled();
+    QTest::keyClick(equalizer, Qt::Key_Space);
+    EXPECT_EQ(document->effectsSettings()->isEqualizerEnabled(), equalizerHidden);
+    EXPECT_TRUE(document->isFilePlaying());
+    document->stopFilePlaying();
+    document->setEffectsVisible(true);
+    // Save As has a key on any desktop.
+    auto* saveAs =
+        childWhere<QAction>(window, [](QAction* item) { return item->text() == "Save &As…"; });
+    ASSERT_NE(saveAs, nullptr);
+    EXPECT_TRUE(saveAs->shortcuts().contains(QKeySequence("Ctrl+Shift+S")));
 
     // The handle above the effects, dragged to the window's foot, leaves the panel showing.
     auto* split = window->findChild<QSplitter*>();
