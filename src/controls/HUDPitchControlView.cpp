@@ -53,10 +53,8 @@ void HUDPitchControlView::setPitchAdjustment(double semitones) {
     updateObservableObjectForBindingName(QStringLiteral("dirty"), dirty());
     if (mCallout && mCallout->isVisible())
         mCallout->follow(calloutTip(), TransportRules::pitchText(mPitchAdjustment));
-    const double magnitude = std::fabs(semitones);
-    setAccessibleDescription(semitones == 0.0  ? tr("0 semitones")
-                             : semitones < 0.0 ? tr("minus %1 semitones").arg(magnitude)
-                                               : tr("plus %1 semitones").arg(magnitude));
+    // Qt hands a screen reader the value only as a number: the words go in the description.
+    setAccessibleDescription(TransportRules::spokenPitch(semitones));
     update();
 }
 

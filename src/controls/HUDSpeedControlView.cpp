@@ -118,7 +118,7 @@ void HUDSpeedControlView::speedChanged() {
     updateObservableObjectForBindingName(QStringLiteral("dirty"), dirty());
     if (mCallout && mCallout->isVisible())
         mCallout->follow(calloutTip(), TransportRules::speedText(mPlaybackSpeed));
-    setAccessibleDescription(tr("%1 %").arg(std::lround(mPlaybackSpeed * 100.0)));
+    setAccessibleDescription(TransportRules::spokenSpeed(mPlaybackSpeed));
     update();
 }
 

@@ -49,7 +49,11 @@ void HUDTimeDisplayView::setCurrentFrame(qint64 frame) {
     if (text == mCurrentTimeString)
         return;
     mCurrentTimeString = text;
-    setAccessibleDescription(text);
+    // To the second: said fifteen times a second while playing, it would drown every other
+    // announcement.
+    const QString spoken = text.section(QLatin1Char('.'), 0, 0);
+    if (spoken != accessibleDescription())
+        setAccessibleDescription(spoken);
     update();
 }
 

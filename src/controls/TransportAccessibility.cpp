@@ -39,7 +39,7 @@ public:
         : AccessibleControl(view, spoken("Speed")) {}
     QString text(QAccessible::Text t) const override {
         if (t == QAccessible::Value)
-            return spoken("%1 %").arg(std::lround(view()->playbackSpeed() * 100.0));
+            return TransportRules::spokenSpeed(view()->playbackSpeed());
         return QAccessibleWidget::text(t);
     }
     QVariant currentValue() const override { return view()->playbackSpeed(); }
@@ -60,12 +60,7 @@ public:
     QString text(QAccessible::Text t) const override {
         if (t != QAccessible::Value)
             return QAccessibleWidget::text(t);
-        const double semitones = view()->pitchAdjustment();
-        const QString magnitude = QString::number(std::fabs(semitones));
-        if (semitones == 0.0)
-            return spoken("0 semitones");
-        return semitones < 0.0 ? spoken("minus %1 semitones").arg(magnitude)
-                               : spoken("plus %1 semitones").arg(magnitude);
+        return TransportRules::spokenPitch(view()->pitchAdjustment());
     }
     QVariant currentValue() const override { return view()->pitchAdjustment(); }
     void setCurrentValue(const QVariant& value) override {

@@ -1,5 +1,6 @@
 #include "controls/TransportRules.h"
 
+#include <QCoreApplication>
 #include <algorithm>
 #include <cmath>
 
@@ -154,6 +155,19 @@ QString pitchText(double semitones) {
     if (number.endsWith(QLatin1Char('.')))
         number.chop(1);
     return (rounded > 0 ? QStringLiteral("+") : QStringLiteral("-")) + number;
+}
+
+QString spokenPitch(double semitones) {
+    const QString shown = pitchText(semitones);
+    if (shown.startsWith(QLatin1Char('+')))
+        return QCoreApplication::translate("Transport", "plus %1 semitones").arg(shown.mid(1));
+    if (shown.startsWith(QLatin1Char('-')))
+        return QCoreApplication::translate("Transport", "minus %1 semitones").arg(shown.mid(1));
+    return QCoreApplication::translate("Transport", "0 semitones");
+}
+
+QString spokenSpeed(double speed) {
+    return QCoreApplication::translate("Transport", "%1 %").arg(std::lround(speed * 100.0));
 }
 
 QString timeString(double milliseconds) {

@@ -62,6 +62,10 @@ inline constexpr double kPitchWheelUnitsPerNotch = 2.0;
 bool pitchIsDirty(double semitones);
 /// "+1.5", "-12", "0".
 QString pitchText(double semitones);
+/// The pitch as a screen reader says it, rounded as shown: "plus 1.5 semitones".
+QString spokenPitch(double semitones);
+/// The speed as a screen reader says it, rounded as shown: "75 %".
+QString spokenSpeed(double speed);
 
 // Time.
 /// "%02d:%02d.%03d" of `frame` at 44100 frames a second; minutes are not limited to two digits.

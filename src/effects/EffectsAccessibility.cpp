@@ -66,7 +66,7 @@ public:
     QString text(QAccessible::Text t) const override {
         if (t == QAccessible::Name)
             return TeskEQSettingsView::bandName(index());
-        if (t == QAccessible::Value)
+        if (t == QAccessible::Value || t == QAccessible::Description)
             return spokenGain(view()->valueForBand(index()));
         return {};
     }
@@ -90,7 +90,7 @@ public:
     QString text(QAccessible::Text t) const override {
         if (t == QAccessible::Name)
             return low() ? spoken("Vocal band low edge") : spoken("Vocal band high edge");
-        if (t == QAccessible::Value)
+        if (t == QAccessible::Value || t == QAccessible::Description)
             return spokenFrequency(low() ? view()->lowFrequency() : view()->highFrequency());
         return {};
     }
@@ -182,6 +182,15 @@ QAccessibleInterface* effectsAccessibleFactory(const QString& className, QObject
 }
 
 } // namespace
+
+void announceHandleValue(QWidget* editor, int handle, double value) {
+    QAccessibleValueChangeEvent valueChange(editor, value);
+    valueChange.setChild(handle);
+    QAccessible::updateAccessibility(&valueChange);
+    QAccessibleEvent wordsChange(editor, QAccessible::DescriptionChanged);
+    wordsChange.setChild(handle);
+    QAccessible::updateAccessibility(&wordsChange);
+}
 
 QString spokenGain(double decibels) {
     const double tenths = std::round(decibels * 10.0) / 10.0;

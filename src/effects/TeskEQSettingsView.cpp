@@ -9,6 +9,7 @@
 #include <QPainter>
 #include <QToolTip>
 #include <cmath>
+#include <utility>
 
 namespace tesk {
 
@@ -75,7 +76,10 @@ void TeskEQSettingsView::animationReachedMark(double progress) {
 void TeskEQSettingsView::setBands(const QList<double>& bands) {
     if (bands == mBands)
         return;
-    mBands = bands;
+    const QList<double> before = std::exchange(mBands, bands);
+    for (int band = 0; band < kBandCount; ++band)
+        if (valueForBand(band) != (band < before.size() ? before[band] : 0.0))
+            announceHandleValue(this, band, valueForBand(band));
     update();
 }
 

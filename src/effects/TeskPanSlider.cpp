@@ -1,5 +1,6 @@
 #include "effects/TeskPanSlider.h"
 
+#include "effects/EffectsAccessibility.h"
 #include "observation/KeyValueObserving.h"
 #include "widgets/NamedImage.h"
 
@@ -61,6 +62,12 @@ TeskPanSlider::TeskPanSlider(QWidget* parent)
     mRightButton->setAccessibleName(tr("Pan all right"));
     connect(mLeftButton, &QAbstractButton::clicked, this, &TeskPanSlider::setSliderToMinimum);
     connect(mRightButton, &QAbstractButton::clicked, this, &TeskPanSlider::setSliderToMaximum);
+    refreshSpokenValue();
+}
+
+void TeskPanSlider::refreshSpokenValue() {
+    const double range = mMaxValue - mMinValue;
+    setAccessibleDescription(spokenPan(range > 0.0 ? (mValue - mMinValue) / range : 0.5));
 }
 
 TeskPanSlider::~TeskPanSlider() = default;
@@ -87,6 +94,7 @@ void TeskPanSlider::setRange(double minValue, double maxValue) {
     mMinValue = minValue;
     mMaxValue = maxValue;
     setValue(std::clamp(mValue, minValue, maxValue));
+    refreshSpokenValue();
 }
 
 void TeskPanSlider::setValue(double value) {
@@ -94,6 +102,7 @@ void TeskPanSlider::setValue(double value) {
         return;
     mValue = value;
     update();
+    refreshSpokenValue();
     QAccessibleValueChangeEvent event(this, value);
     QAccessible::updateAccessibility(&event);
 }

@@ -70,6 +70,8 @@ protected:
 
 private:
     double valueForX(double x) const;
+    /// Qt hands a screen reader the value only as a number: the words go in the description.
+    void refreshSpokenValue();
     bool windowIsActive() const;
 
     QAbstractButton* mLeftButton = nullptr;

@@ -1,5 +1,6 @@
 #include "effects/TeskVocalRemovalSettingsView.h"
 
+#include "effects/EffectsAccessibility.h"
 #include "observation/KeyValueObserving.h"
 #include "widgets/TeskLook.h"
 
@@ -68,6 +69,7 @@ void TeskVocalRemovalSettingsView::setLowFrequency(double hertz) {
     if (mLowFrequency == hertz)
         return;
     mLowFrequency = hertz;
+    announceHandleValue(this, 0, hertz);
     update();
 }
 
@@ -75,6 +77,7 @@ void TeskVocalRemovalSettingsView::setHighFrequency(double hertz) {
     if (mHighFrequency == hertz)
         return;
     mHighFrequency = hertz;
+    announceHandleValue(this, 1, hertz);
     update();
 }
 

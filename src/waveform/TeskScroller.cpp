@@ -7,6 +7,7 @@
 
 #include "waveform/WaveformAccessibility.h"
 
+#include <QAccessible>
 #include <QMouseEvent>
 #include <QPainter>
 #include <QPainterPath>
@@ -37,6 +38,18 @@ TeskScroller::TeskScroller(QWidget* parent)
     installWaveformAccessibility();
     setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Fixed);
     setFixedHeight(look::scrollerHeight);
+    refreshSpokenValue();
+}
+
+void TeskScroller::refreshSpokenValue() {
+    // Following the play head can take the view past the song's ends, where the knob stops.
+    const double position = std::clamp(mValue, 0.0, 1.0);
+    const QString spoken = tr("%1 %").arg(std::lround(position * 100.0));
+    if (spoken == accessibleDescription())
+        return;
+    setAccessibleDescription(spoken);
+    QAccessibleValueChangeEvent event(this, position);
+    QAccessible::updateAccessibility(&event);
 }
 
 TeskScroller::~TeskScroller() = default;
@@ -99,6 +112,7 @@ void TeskScroller::setValue(double value) {
     if (value == mValue)
         return;
     mValue = value;
+    refreshSpokenValue();
     update();
 }
 

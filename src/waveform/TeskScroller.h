@@ -64,6 +64,9 @@ protected:
     void changeEvent(QEvent* event) override;
 
 private:
+    /// Qt hands a screen reader the value only as a number: the words go in the description,
+    /// and a change is told once the words change, not at every step of a scroll.
+    void refreshSpokenValue();
     void drawMarkersOfType(QPainter& painter, std::uint32_t kind);
     void moveKnobTo(qreal knobLeft);
     void endPress();

@@ -33,11 +33,6 @@ public:
     QString text(QAccessible::Text t) const override {
         if (t == QAccessible::Value)
             return timeText(view()->currentFrame());
-        if (t == QAccessible::Description && view()->isLoopEnabled()) {
-            const LoopRange loop = view()->loopRange();
-            return QCoreApplication::translate("WaveformView", "Loop from %1 to %2")
-                .arg(timeText(loop.location), timeText(qint64(loop.location) + loop.length));
-        }
         return QAccessibleWidget::text(t);
     }
     QVariant currentValue() const override { return view()->currentFrame(); }
@@ -66,7 +61,7 @@ public:
     }
     QString text(QAccessible::Text t) const override {
         if (t == QAccessible::Value)
-            return QString::number(qRound(position() * 100)) + "%";
+            return scroller()->accessibleDescription();
         return QAccessibleWidget::text(t);
     }
     QVariant currentValue() const override { return position(); }
@@ -88,6 +83,14 @@ QAccessibleInterface* waveformAccessibleFactory(const QString& className, QObjec
 }
 
 } // namespace
+
+QString spokenPlayPosition(qint64 frame, LoopRange loop) {
+    if (loop.length == 0)
+        return timeText(frame);
+    return QCoreApplication::translate("WaveformView", "%1, loop from %2 to %3")
+        .arg(timeText(frame), timeText(loop.location),
+             timeText(qint64(loop.location) + loop.length));
+}
 
 void installWaveformAccessibility() {
     static const bool installed = (QAccessible::installFactory(waveformAccessibleFactory), true);

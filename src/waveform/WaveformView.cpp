@@ -6,6 +6,7 @@
 
 #include "waveform/WaveformAccessibility.h"
 
+#include <QAccessible>
 #include <QGuiApplication>
 #include <QKeyEvent>
 #include <QMouseEvent>
@@ -104,6 +105,9 @@ WaveformView::WaveformView(QWidget* parent)
     : SBindingView(parent)
     , mClock(steadyMilliseconds) {
     installWaveformAccessibility();
+    connect(this, &WaveformView::currentFrameChanged, this, &WaveformView::refreshSpokenValue);
+    connect(this, &WaveformView::loopRangeChanged, this, &WaveformView::refreshSpokenValue);
+    refreshSpokenValue();
     mButtonBounce = new QVariantAnimation(this);
     connect(mButtonBounce, &QVariantAnimation::valueChanged, this, [this](const QVariant& value) {
         mButtonScale = value.toDouble();
@@ -313,6 +317,16 @@ void WaveformView::setLoopRange(LoopRange range, bool notifyObserver) {
     }
     if (notifyObserver)
         updateObservableObjectForBindingName("loopRange", QVariant::fromValue(range));
+}
+
+void WaveformView::refreshSpokenValue() {
+    // Told when the words change, at most once a second while playing.
+    const QString spoken = spokenPlayPosition(mCurrentFrame, mLoopRange);
+    if (spoken == accessibleDescription())
+        return;
+    setAccessibleDescription(spoken);
+    QAccessibleValueChangeEvent event(this, mCurrentFrame);
+    QAccessible::updateAccessibility(&event);
 }
 
 // Following the play position.

@@ -207,6 +207,7 @@ protected:
     bool event(QEvent* event) override;
 
 private:
+    void refreshSpokenValue();
     qreal ratio() const { return mPaintRatio > 0 ? mPaintRatio : devicePixelRatioF(); }
 
     enum class Gesture { None, Marker, LoopButton, Loop, Scrub };

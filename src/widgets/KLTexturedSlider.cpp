@@ -30,6 +30,13 @@ KLTexturedSlider::KLTexturedSlider(QWidget* parent)
     : QWidget(parent) {
     setSizePolicy(QSizePolicy::Preferred, QSizePolicy::Fixed);
     installTexturedSliderAccessibility();
+    refreshSpokenValue();
+}
+
+void KLTexturedSlider::refreshSpokenValue() {
+    const double span = mMaxValue - mMinValue;
+    const double fraction = span > 0.0 ? (mValue - mMinValue) / span : 0.0;
+    setAccessibleDescription(tr("%1 %").arg(std::lround(fraction * 100.0)));
 }
 
 void KLTexturedSlider::setValue(double value) {
@@ -38,6 +45,7 @@ void KLTexturedSlider::setValue(double value) {
         return;
     mValue = value;
     update();
+    refreshSpokenValue();
     QAccessibleValueChangeEvent event(this, mValue);
     QAccessible::updateAccessibility(&event);
 }
@@ -48,6 +56,7 @@ void KLTexturedSlider::setRange(double minValue, double maxValue) {
     if (!mStepSet)
         mStep = (mMaxValue - mMinValue) / 10.0;
     setValue(mValue);
+    refreshSpokenValue();
     update();
 }
 

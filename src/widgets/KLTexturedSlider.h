@@ -75,6 +75,10 @@ protected:
 
 private:
     static constexpr int kEndWidth = 16;
+
+    /// Qt hands a screen reader the value only as a number: the words ("70 %" of the way from
+    /// the least to the most) go in the description.
+    void refreshSpokenValue();
     static constexpr int kGap = 5;
 
     void userSetValue(double value);

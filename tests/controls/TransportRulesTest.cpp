@@ -105,9 +105,20 @@ TEST(TransportRules, PitchGeometryStepsAndText) {
     EXPECT_DOUBLE_EQ(wheeledPitch(0, 3, false), 2.0);  // 1.5 rounded
     EXPECT_DOUBLE_EQ(wheeledPitch(0, 3, true), 0.06);  // fine, unrounded
     EXPECT_DOUBLE_EQ(wheeledPitch(23, 10, false), 24); // clamped
-    for (const auto& [value, text] : std::initializer_list<std::pair<double, const char*>>{
-             {0, "0"}, {1.5, "+1.5"}, {-12, "-12"}, {0.333, "+0.33"}, {-0.004, "0"}})
-        EXPECT_EQ(pitchText(value), text) << value;
+    // A screen reader hears what the display shows.
+    const struct {
+        double semitones;
+        const char* shown;
+        const char* heard;
+    } texts[] = {{0, "0", "0 semitones"},
+                 {1.5, "+1.5", "plus 1.5 semitones"},
+                 {-12, "-12", "minus 12 semitones"},
+                 {3.0 / 7.0 * 8.0, "+3.43", "plus 3.43 semitones"},
+                 {-0.004, "0", "0 semitones"}};
+    for (const auto& text : texts) {
+        EXPECT_EQ(pitchText(text.semitones), text.shown) << text.semitones;
+        EXPECT_EQ(spokenPitch(text.semitones), text.heard) << text.semitones;
+    }
 }
 
 TEST(TransportRules, TheTimeIsMinutesSecondsAndMilliseconds) {

@@ -237,7 +237,8 @@ TEST(HUDTimeDisplayView, GlyphsStartAtTheFirstInsetAndAdvanceByTheirWidths) {
     HUDTimeDisplayView view;
     view.setCurrentFrame(2646000);
     EXPECT_EQ(view.currentTimeString(), "01:00.000");
-    EXPECT_EQ(view.accessibleDescription(), "01:00.000");
+    // Said to the second: while playing it changes 15 times a second.
+    EXPECT_EQ(view.accessibleDescription(), "01:00");
 }
 
 TEST(HUDSpeedControlView, TheKnobSitsWhereTheSpeedPutsItAndTheTrackShowsOnHover) {

@@ -421,6 +421,7 @@ TEST(EffectsAccessibility, HandlesHaveNamesAndValuesAndCanBeSet) {
     panSlider->valueInterface()->setCurrentValue(0.25);
     EXPECT_EQ(settings.panAmount(), 0.25);
     EXPECT_EQ(panSlider->text(QAccessible::Value), "50% left");
+
     // Reached with Tab, the keys move it too.
     QTest::keyClick(pan, Qt::Key_Right);
     EXPECT_DOUBLE_EQ(settings.panAmount(), 0.3);
@@ -439,4 +440,23 @@ TEST(EffectsAccessibility, HandlesHaveNamesAndValuesAndCanBeSet) {
     const QColor focused = beside();
     EXPECT_GT(focused.blue(), focused.red() + 80) << focused.name().toStdString();
     EXPECT_LT(unfocused.blue(), unfocused.red() + 80) << unfocused.name().toStdString();
+
+    // Qt hands a screen reader the value only as a number: the words are each part's
+    // description as well, however the value was set.
+    settings.setPanAmount(0.9);
+    bands[2] = -7.25;
+    settings.equalizerSettings()->setBands(bands);
+    settings.vocalReductionEffectSettings()->setLowFrequency(300.0);
+    ASSERT_TRUE(QTest::qWaitFor(
+        [&] { return eq->valueForBand(2) == -7.25 && vocal->lowFrequency() == 300.0; }, 5000))
+        << "the glides end";
+    const std::pair<QAccessibleInterface*, const char*> spoken[] = {{panSlider, "80% right"},
+                                                                    {band, "-7.3 dB"},
+                                                                    {equalizer->child(0), "0 dB"},
+                                                                    {edges->child(0), "300 Hz"},
+                                                                    {edges->child(1), "2800 Hz"}};
+    for (const auto& [part, heard] : spoken) {
+        EXPECT_EQ(part->text(QAccessible::Value), heard);
+        EXPECT_EQ(part->text(QAccessible::Description), heard);
+    }
 }

@@ -160,5 +160,9 @@ TEST(KLTexturedSlider, ScreenReadersReadAndSetTheValue) {
     for (const double step : {0.25, 0.0}) {
         slider.setStep(step);
         EXPECT_DOUBLE_EQ(value->minimumStepSize().toDouble(), step > 0.0 ? step : 0.05);
-    }
+    } // Qt hands a screen reader the value only as a number: the words, how far along the range
+    // it is, are the description, for a range that changes too.
+    EXPECT_EQ(accessible->text(QAccessible::Description), "80 %");
+    slider.setRange(0.0, 2.0);
+    EXPECT_EQ(accessible->text(QAccessible::Description), "40 %");
 }
