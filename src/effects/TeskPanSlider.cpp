@@ -166,10 +166,12 @@ bool TeskPanSlider::windowIsActive() const {
     return window() != nullptr && window()->isActiveWindow();
 }
 
-void TeskPanSlider::changeEvent(QEvent* event) {
-    if (event->type() == QEvent::ActivationChange)
+bool TeskPanSlider::event(QEvent* event) {
+    // Only the window itself hears that its activation changed; the views in it hear that it
+    // came to the front or went behind.
+    if (event->type() == QEvent::WindowActivate || event->type() == QEvent::WindowDeactivate)
         update(); // the inactive pictures while another window is in front
-    SBindingView::changeEvent(event);
+    return SBindingView::event(event);
 }
 
 void TeskPanSlider::paintEvent(QPaintEvent*) {

@@ -219,9 +219,15 @@ void TeskScroller::hideEvent(QHideEvent* event) {
     SBindingView::hideEvent(event);
 }
 
+bool TeskScroller::event(QEvent* event) {
+    // Only the window itself hears that its activation changed; the views in it hear that it
+    // came to the front or went behind.
+    if (event->type() == QEvent::WindowActivate || event->type() == QEvent::WindowDeactivate)
+        update(); // the inactive pictures while another window is in front
+    return SBindingView::event(event);
+}
+
 void TeskScroller::changeEvent(QEvent* event) {
-    if (event->type() == QEvent::ActivationChange)
-        update();
     if (event->type() == QEvent::EnabledChange && !isEnabled())
         endPress();
     SBindingView::changeEvent(event);

@@ -86,8 +86,12 @@ TeskDocumentWindowController::TeskDocumentWindowController(TeskDocument* documen
     buildMenus();
     if (mDocument->audioFileURL().isEmpty() && !mDocument->songError())
         buildUntitledContent();
-    else
+    else {
         buildPopulatedContent();
+        // The keys start with the window's commands, not with the first switch of an effects
+        // panel that a practice opens with: Space plays rather than turning the equalizer off.
+        mViews->waveformView()->setFocus();
+    }
     mDocument->setPlaybackDelegate(this);
     mDocument->setMetadataDelegate(this);
     placeWindow();

@@ -301,6 +301,13 @@ TEST(TeskVocalRemovalSettingsView, CursorsTellTheDragAndPresetsGlide) {
     EXPECT_EQ(view.lowFrequency(), 120.0);
 }
 
+TEST(TeskPanSlider, RepaintsInAWindowThatComesToTheFrontOrGoesBehind) {
+    QWidget window;
+    auto* slider = new TeskPanSlider(&window);
+    slider->setGeometry(0, 0, 200, slider->sizeHint().height());
+    EXPECT_TRUE(test::repaintsOnActivation(*slider));
+}
+
 TEST(TeskPanSlider, EndsDetentAndWheelWriteBackAndSendTheAction) {
     TeskEffectsSettings settings;
     TeskPanSlider slider;

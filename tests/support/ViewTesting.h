@@ -4,9 +4,15 @@
 // device pixel ratio the test runs with (QT_SCALE_FACTOR, see tesk_add_test's SCALE_FACTORS).
 
 #include <QColor>
+#include <QCoreApplication>
+#include <QEvent>
 #include <QGuiApplication>
 #include <QImage>
+#include <QPaintEvent>
+#include <QPalette>
+#include <QRegion>
 #include <QScreen>
+#include <QTest>
 #include <QWidget>
 #include <cmath>
 #include <cstdlib>
@@ -41,6 +47,48 @@ inline bool coloursClose(const QColor& a, const QColor& b, int tolerance = 2) {
            std::abs(a.green() - b.green()) <= tolerance &&
            std::abs(a.blue() - b.blue()) <= tolerance &&
            std::abs(a.alpha() - b.alpha()) <= tolerance;
+}
+
+/// Gathers what the paint events of the widgets it is installed on repaint.
+struct PaintLog : QObject {
+    QRegion painted;
+    bool eventFilter(QObject*, QEvent* event) override {
+        if (event->type() == QEvent::Paint)
+            painted += static_cast<QPaintEvent*>(event)->region();
+        return false;
+    }
+};
+
+/// Whether all of `widget` repaints when its window goes behind another and comes to the front
+/// again: views that draw themselves paler in a window behind others.
+inline bool repaintsOnActivation(QWidget& widget) {
+    // As on desktops whose palette is the same in both states, where Qt repaints nothing itself.
+    QWidget* window = widget.window();
+    QPalette palette = window->palette();
+    for (int role = 0; role < QPalette::NColorRoles; ++role) {
+        const auto colourRole = QPalette::ColorRole(role);
+        palette.setBrush(QPalette::Inactive, colourRole,
+                         palette.brush(QPalette::Active, colourRole));
+    }
+    window->setPalette(palette);
+    window->show();
+    if (!QTest::qWaitForWindowExposed(window))
+        return false;
+    QCoreApplication::processEvents(); // the first paint
+    PaintLog log;
+    widget.installEventFilter(&log);
+    bool repainted = true;
+    // Sent as the application sends them to the window, which hands them to its children.
+    for (const QEvent::Type change : {QEvent::WindowDeactivate, QEvent::WindowActivate}) {
+        log.painted = QRegion();
+        QEvent event(change);
+        QCoreApplication::sendEvent(window, &event);
+        repainted =
+            repainted &&
+            QTest::qWaitFor([&] { return (QRegion(widget.rect()) - log.painted).isEmpty(); }, 1000);
+    }
+    widget.removeEventFilter(&log);
+    return repainted;
 }
 
 } // namespace tesk::test

@@ -63,6 +63,13 @@ protected:
 
 } // namespace
 
+TEST(TeskScroller, RepaintsInAWindowThatComesToTheFrontOrGoesBehind) {
+    QWidget window;
+    auto* scroller = new TeskScroller(&window);
+    scroller->setGeometry(0, 0, 404, 15);
+    EXPECT_TRUE(test::repaintsOnActivation(*scroller));
+}
+
 TEST_F(TeskScrollerTest, MarkersSitAtTheirShareOfTheSlot) {
     struct Case {
         double min, max, value;

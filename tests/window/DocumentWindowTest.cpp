@@ -330,6 +330,30 @@ TEST(DocumentWindow, ASongHandedOverWhileQuittingAsksIsAskedAboutToo) {
     EXPECT_TRUE(app.documents->documents().isEmpty());
 }
 
+TEST(DocumentWindow, APracticeOpenedWithItsEffectsShowingGivesTheKeysToTheWindow) {
+    QTemporaryDir dir;
+    const QString songPath = writeTake(dir);
+    Practice app;
+    TeskDocument* song = app.open(songPath);
+    ASSERT_NE(song, nullptr);
+    song->setEffectsVisible(true);
+    TeskError error;
+    ASSERT_TRUE(song->saveToURL(QUrl::fromLocalFile(dir.filePath("take.tesk")), &error));
+    app.documents->closeDocument(song);
+
+    TeskDocument* practice = app.open(dir.filePath("take.tesk"));
+    ASSERT_NE(practice, nullptr);
+    TeskDocumentWindowController* window = app.window(practice);
+    window->activateWindow();
+    ASSERT_TRUE(QTest::qWaitForWindowActive(window));
+    const bool equalizerOn = practice->effectsSettings()->isEqualizerEnabled();
+    ASSERT_NE(QApplication::focusWidget(), nullptr);
+    QTest::keyClick(QApplication::focusWidget(), Qt::Key_Space);
+    EXPECT_TRUE(practice->isFilePlaying());
+    EXPECT_EQ(practice->effectsSettings()->isEqualizerEnabled(), equalizerOn);
+    practice->stopFilePlaying();
+}
+
 TEST(DocumentWindow, APracticeWhoseSongReferenceIsDamagedStillAsksToSaveItsMarkers) {
     QTemporaryDir dir;
     ASSERT_TRUE(writeFile(dir.filePath("old.tesk"),
