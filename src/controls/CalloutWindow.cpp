@@ -2,14 +2,34 @@
 
 #include "widgets/NamedImage.h"
 
+#include <QFontInfo>
+#include <QFontMetricsF>
 #include <QPainter>
+#include <algorithm>
 
 namespace tesk {
 
 namespace {
 // The arrow's tip lies this far below the bubble.
 constexpr int kArrowInset = 6;
+// The bubble's round corners, which the label keeps clear of.
+constexpr qreal kCornerInset = 5.0;
+constexpr qreal kSmallestPointSize = 6.0;
 } // namespace
+
+QFont CalloutWindow::labelFont(const QFont& base, const QString& text, qreal width) {
+    QFont font = base;
+    font.setBold(true);
+    font.setPixelSize(12);
+    const qreal room = width - 2.0 * kCornerInset;
+    // Glyph widths do not shrink in proportion to the size: step down until it fits.
+    for (qreal size = QFontInfo(font).pointSizeF();
+         QFontMetricsF(font).horizontalAdvance(text) > room && size > kSmallestPointSize;) {
+        size = std::max(kSmallestPointSize, size - 0.25);
+        font.setPointSizeF(size);
+    }
+    return font;
+}
 
 CalloutWindow::CalloutWindow(QWidget* owner)
     : QWidget(owner, Qt::ToolTip | Qt::FramelessWindowHint | Qt::WindowDoesNotAcceptFocus)
@@ -57,10 +77,7 @@ void CalloutWindow::paintEvent(QPaintEvent*) {
     QPainter painter(this);
     painter.setRenderHint(QPainter::Antialiasing);
     NamedImage::named(QStringLiteral("PitchArrow")).draw(painter, QPointF(0, 0));
-    QFont font = this->font();
-    font.setBold(true);
-    font.setPixelSize(12);
-    painter.setFont(font);
+    painter.setFont(labelFont(font(), mText, width()));
     const QRectF bubble(0, 0, width(), height() - kArrowInset);
     painter.setPen(QColor(0, 0, 0, 160));
     painter.drawText(bubble.translated(0, 1), Qt::AlignCenter, mText);

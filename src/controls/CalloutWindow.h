@@ -21,6 +21,9 @@ public:
     void fadeOut();
     void fadeOutLater();
     QString text() const { return mText; }
+    /// The label's font for `text`: 12-pixel bold `base`, made smaller where the text would
+    /// not fit `width` points between the bubble's round corners ("-23.17" in a wide face).
+    static QFont labelFont(const QFont& base, const QString& text, qreal width);
 
 protected:
     void paintEvent(QPaintEvent* event) override;

@@ -1,3 +1,4 @@
+#include "controls/CalloutWindow.h"
 #include "controls/GlowText.h"
 #include "controls/HUDPitchControlView.h"
 #include "controls/HUDSpeedControlView.h"
@@ -394,6 +395,20 @@ TEST(HUDPitchControlView, TheKnobSitsUnderTheValuesPlaceAndTheWheelStepsIt) {
         turnWheel(view, view.rect().center(), w.notches, w.modifiers);
         EXPECT_NEAR(model.pitchAdjustment, w.to, 1e-9);
         EXPECT_FALSE(view.callout()->isVisible()) << "no callout for the wheel";
+    }
+}
+
+TEST(CalloutWindow, EveryValueFitsTheBubbleAndShortOnesKeepTheirSize) {
+    const qreal width = NamedImage::named("PitchArrow").size().width();
+    for (const char* text : {"-23.17", "+12.25", "150%", "-0.5", "+3", "0"}) {
+        const QFont font = CalloutWindow::labelFont(QFont(), text, width);
+        const qreal needed = QFontMetricsF(font).horizontalAdvance(text);
+        EXPECT_LE(needed, width - 10.0) << text;
+        // Only what would not fit is made smaller.
+        if (QFontMetricsF(CalloutWindow::labelFont(QFont(), "0", width)).horizontalAdvance(text) <=
+            width - 10.0) {
+            EXPECT_EQ(QFontInfo(font).pixelSize(), 12) << text;
+        }
     }
 }
 
