@@ -88,6 +88,7 @@ double HUDTimeDisplayView::secondsCaptionX(const QString& text) {
 
 void HUDTimeDisplayView::paintEvent(QPaintEvent*) {
     QPainter painter(this);
+    painter.translate(kLeftRoom, 0);
     const qreal ratio = devicePixelRatioOf(painter);
     QFont caption = font();
     caption.setPixelSize(10);

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "controls/SBindingView.h"
+#include "widgets/Glow.h"
 
 namespace tesk {
 
@@ -31,7 +32,10 @@ public:
     /// Where the "sec" caption goes: under the seconds, however many digits the minutes take.
     static double secondsCaptionX(const QString& text);
 
-    QSize sizeHint() const override { return {200, 50}; }
+    /// The glow of the first digit reaches left of where the glyphs start: the view keeps that
+    /// much room before them, so that its glow fades out rather than being cut.
+    static constexpr int kLeftRoom = Glow::kMargin;
+    QSize sizeHint() const override { return {200 + kLeftRoom, 50}; }
     QSize minimumSizeHint() const override { return sizeHint(); }
 
 protected:

@@ -32,7 +32,8 @@ SongViews::SongViews(TeskDocument* document, QWidget* parent)
     mTransportPanel->setStyleSheet(QStringLiteral(
         "#transportPanel { background: rgba(20, 22, 26, 217); border-radius: 10px; }"));
     auto* panelRow = new QHBoxLayout(mTransportPanel);
-    panelRow->setContentsMargins(14, 8, 14, 8);
+    // The time display's digits stay 14 points in, with the room for their glow before them.
+    panelRow->setContentsMargins(14 - HUDTimeDisplayView::kLeftRoom, 8, 14, 8);
     panelRow->setSpacing(10);
     mTimeDisplay = new HUDTimeDisplayView(mTransportPanel);
     mSwitchControl = new HUDSwitchControlView(mTransportPanel);

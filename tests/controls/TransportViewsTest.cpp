@@ -235,6 +235,18 @@ TEST(HUDTimeDisplayView, GlyphsStartAtTheFirstInsetAndAdvanceByTheirWidths) {
     // The "sec" caption stays under the seconds when the minutes take a third digit.
     EXPECT_EQ(HUDTimeDisplayView::secondsCaptionX("01:23.456"), 57.0);
     EXPECT_EQ(HUDTimeDisplayView::secondsCaptionX("100:05.000"), 57.0 + 21);
+    // The first digit's glow fades out inside the view, not cut at its left edge.
+    HUDTimeDisplayView shown;
+    onDarkPanel(shown);
+    shown.setCurrentFrame(8 * 44100 * 60 + 8 * 44100);
+    const QImage image = test::grabImage(shown);
+    const QColor panel(18, 22, 28);
+    // The glow fades over its last points: at the edge it is a small part of its full strength
+    // (cut, it stood at a third of the digit's own brightness there).
+    int edgeGlow = 0;
+    for (int y = 0; y < image.height(); ++y)
+        edgeGlow = std::max(edgeGlow, image.pixelColor(0, y).green() - panel.green());
+    EXPECT_LT(edgeGlow, 20);
     HUDTimeDisplayView view;
     view.setCurrentFrame(2646000);
     EXPECT_EQ(view.currentTimeString(), "01:00.000");
