@@ -69,11 +69,13 @@ void fillGradient(QPainter& painter, const QRectF& rect, const QRectF& full,
     painter.drawImage(rect, *found, source);
 }
 
-/// A vertical line one point wide at point x, snapped to the whole device pixels from the one
-/// under the point's centre, so that it is as crisp at 1.25 as at 1 and 2.
+/// A vertical line one point wide at point x: whole device pixels, as many as a point has
+/// rounded, centred on the point's centre, so that it is as crisp at 1.25 as at 1 and 2 and
+/// stands where a marker's tip points, at every ratio.
 QRectF hairline(qreal x, qreal top, qreal height, qreal ratio) {
-    return QRectF(std::floor((x + 0.5) * ratio) / ratio, top,
-                  std::max<qreal>(1, std::round(ratio)) / ratio, height);
+    const qreal devicePixels = std::max<qreal>(1, std::round(ratio));
+    const qreal left = std::round((x + 0.5) * ratio - devicePixels * 0.5);
+    return QRectF(left / ratio, top, devicePixels / ratio, height);
 }
 
 /// The pointer over a marker that will be deleted when released: a small grey puff.
@@ -816,8 +818,9 @@ void WaveformView::paintCursor(QPainter& painter) {
         return;
     const WaveformPalette& palette = WaveformPalette::shared();
     const qreal ratio = this->ratio();
-    const qreal x = std::floor(cursorX() * ratio) / ratio;
-    const qreal lineWidth = std::max<qreal>(1, std::round(ratio)) / ratio;
+    const QRectF line = hairline(cursorX() - 0.5, 0, height(), ratio);
+    const qreal x = line.left();
+    const qreal lineWidth = line.width();
     const bool inLoop = isLoopEnabled() && mCurrentFrame >= qint64(mLoopRange.location) &&
                         mCurrentFrame <= qint64(mLoopRange.location) + mLoopRange.length;
     const QColor colour = inLoop ? palette.loopCursorlineColor : palette.cursorlineColor;

@@ -618,6 +618,42 @@ TEST_F(WaveformViewTest, PixelsShowCursorLoopMarkerAndTicksWhereTheGeometrySays)
               palette.cursorlineColor);
 }
 
+TEST_F(WaveformViewTest, AMarkersTipThePlayHeadAndTheRulersTickAtOneTimeShareAColumn) {
+    const qreal ratio = test::testPixelRatio();
+    // The middle, in device pixels, of what differs from the row's colour far to the left
+    // between points `from` and `to` of row y, each pixel weighted by how much it differs.
+    const auto middle = [&](const QImage& image, qreal y, qreal from, qreal to) {
+        const int row = int(y * ratio);
+        const QColor background = image.pixelColor(int(from * ratio) - 20, row);
+        double sum = 0.0, weighted = 0.0;
+        for (int column = int(from * ratio); column < int(to * ratio); ++column) {
+            const QColor c = image.pixelColor(column, row);
+            const double weight = std::abs(c.red() - background.red()) +
+                                  std::abs(c.green() - background.green()) +
+                                  std::abs(c.blue() - background.blue());
+            sum += weight;
+            weighted += weight * (column + 0.5);
+        }
+        return sum > 0.0 ? weighted / sum : -1.0;
+    };
+    model.setChorusMarkers({20000}); // point 400
+    model.setCurrentFrame(0);
+    const QRectF strip = view.markerStripRect();
+    // Just under the flag's body, where only its point is drawn.
+    const double tip = middle(test::grabImage(view), strip.top() + 13.5, 390, 411);
+    model.setCurrentFrame(20000);
+    const double head = middle(test::grabImage(view), 100, 390, 411);
+    // Within less than half a device pixel: at 1.25 a point is not a whole number of them.
+    EXPECT_NEAR(head, 400.5 * ratio, 0.45);
+    EXPECT_NEAR(tip, head, 0.45);
+    // A second's tick on the ruler, at 1 s (point 882), the view scrolled there.
+    model.setCurrentFrame(0);
+    view.setStartFrame(44100);
+    const double tick = middle(test::grabImage(view), 12, 882 - view.shift() - 3,
+                               882 - view.shift() + 4); // clear of its label
+    EXPECT_NEAR(tick, (882.5 - view.shift()) * ratio, 0.45);
+}
+
 TEST_F(WaveformViewTest, CursorMovesWithoutRepaintingTheWaveformAndScrollingPaintsTheStrip) {
     const qreal ratio = test::testPixelRatio();
     const int stripHeight = int(std::ceil(view.height() * ratio)); // ruler and waveform
