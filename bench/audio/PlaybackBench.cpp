@@ -7,7 +7,9 @@
 #include "support/TeskBench.h"
 
 #include <QCoreApplication>
+#include <QDir>
 #include <QElapsedTimer>
+#include <QFile>
 #include <QProcess>
 #include <benchmark/benchmark.h>
 
@@ -256,6 +258,46 @@ void BM_OpenToFirstSound(benchmark::State& state) {
 }
 BENCHMARK(BM_OpenToFirstSound)->UseManualTime()->Iterations(10)->Unit(benchmark::kMillisecond);
 
+/// How often each of this process's threads named `name` has given up the processor to wait,
+/// summed: the kernel's count of voluntary context switches.
+double wakeupsOfThreadsNamed(const QByteArray& name) {
+    double wakeups = 0.0;
+    for (const QString& task : QDir(QStringLiteral("/proc/self/task")).entryList(QDir::Dirs)) {
+        QFile comm(QStringLiteral("/proc/self/task/%1/comm").arg(task));
+        if (!comm.open(QIODevice::ReadOnly) || comm.readAll().trimmed() != name)
+            continue;
+        QFile status(QStringLiteral("/proc/self/task/%1/status").arg(task));
+        if (!status.open(QIODevice::ReadOnly))
+            continue;
+        for (const QByteArray& line : status.readAll().split('\n'))
+            if (line.startsWith("voluntary_ctxt_switches:"))
+                wakeups += line.mid(24).trimmed().toDouble();
+    }
+    return wakeups;
+}
+
+/// How many times a second the reader and the renderer wake while a song plays steadily into
+/// the silent device: what hours of practice cost a laptop's battery when nothing changes.
+void BM_PlaybackWakeups(benchmark::State& state) {
+    application();
+    constexpr int kSeconds = 5;
+    for (auto _ : state) {
+        TeskExtendedAudioFilePlayer player(std::make_shared<GeneratedSong>(44100 * 60), false);
+        player.outputAudioUnit()->useSilentDevice();
+        player.startFilePlaying();
+        std::this_thread::sleep_for(std::chrono::seconds(1)); // settled
+        const double reader = wakeupsOfThreadsNamed("tesk-reader");
+        const double renderer = wakeupsOfThreadsNamed("tesk-renderer");
+        std::this_thread::sleep_for(std::chrono::seconds(kSeconds));
+        state.counters["reader_per_second"] =
+            (wakeupsOfThreadsNamed("tesk-reader") - reader) / kSeconds;
+        state.counters["renderer_per_second"] =
+            (wakeupsOfThreadsNamed("tesk-renderer") - renderer) / kSeconds;
+        player.stopFilePlaying();
+    }
+}
+BENCHMARK(BM_PlaybackWakeups)->Iterations(1)->Unit(benchmark::kSecond);
+
 /// Peak resident memory of a separate headless process that opens a 10-minute MP3 and plays it
 /// with effects on until the whole song has been decoded.
 void BM_TenMinuteSongMemory(benchmark::State& state) {
@@ -293,6 +335,11 @@ const bool declared = [] {
                                 "BM_TenMinuteSongMemory/iterations:1", "peak_rss_mb", "MB", 120.0);
     bench::declareCounterTarget("playback_underruns", "BM_PlaybackSoak/iterations:1", "underruns",
                                 "count", 0.0);
+    // A few hundred renders a second at most, and the reader only when there is room to fill.
+    bench::declareCounterTarget("reader_wakeups", "BM_PlaybackWakeups/iterations:1",
+                                "reader_per_second", "per s", 150.0);
+    bench::declareCounterTarget("renderer_wakeups", "BM_PlaybackWakeups/iterations:1",
+                                "renderer_per_second", "per s", 400.0);
     return true;
 }();
 

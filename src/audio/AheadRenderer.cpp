@@ -102,6 +102,7 @@ std::uint64_t AheadRenderer::queuedBlocks() const {
 }
 
 void AheadRenderer::run() {
+    pthread_setname_np(pthread_self(), "tesk-renderer");
     clearVectorUpperState();
     raiseThreadPriority();
     markRealtimeThread(RealtimeRole::Rendering);

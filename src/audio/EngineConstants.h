@@ -9,6 +9,10 @@ namespace tesk::engine {
 constexpr int kSampleRate = 44100;
 constexpr double kSampleRateHz = 44100.0;
 
+/// The slowest and fastest a song plays, as a factor of its speed.
+constexpr double kMinimumPlaybackRate = 0.05;
+constexpr double kMaximumPlaybackRate = 4.0;
+
 /// The loudest linear level the chain plays (about +12 dB). The controls stay well inside it; a
 /// damaged document or script must never make the chain deafening.
 constexpr float kMaximumLinearLevel = 4.0f;

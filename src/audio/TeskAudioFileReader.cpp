@@ -1,9 +1,12 @@
 #include "audio/TeskAudioFileReader.h"
 
+#include "audio/EngineConstants.h"
 #include "audio/dsp/VectorUnit.h"
 
 #include <algorithm>
 #include <chrono>
+#include <cmath>
+#include <pthread.h>
 
 namespace tesk {
 namespace {
@@ -16,8 +19,9 @@ LoopRange unpackRange(std::uint64_t packed) {
     return {std::uint32_t(packed >> 32), std::uint32_t(packed & 0xffffffffu)};
 }
 
-// How long the reader thread sleeps when it has nothing to do: the ring holds far more.
-constexpr auto kIdlePoll = std::chrono::milliseconds(1);
+// How long the reader thread sleeps with nothing to read (before the first plan, after the
+// song's end): a new plan wakes it at once.
+constexpr auto kIdlePoll = std::chrono::milliseconds(100);
 // The longest the reader waits for the decoder before it looks at the plan again.
 constexpr auto kDecoderWait = std::chrono::milliseconds(10);
 
@@ -28,6 +32,13 @@ TeskAudioFileReader::TeskAudioFileReader(std::uint32_t bufferCount, std::uint32_
     , mScratchRight(kBlockFrames) {
     const std::uint32_t frames = std::max(1u, bufferCount) * std::max(1u, framesPerBuffer);
     mBlocks.resize((frames + kBlockFrames - 1) / kBlockFrames);
+    // A full ring is drawn on at most the fastest rate times as fast as it plays. Looking again
+    // after a quarter of it has gone at that rate keeps it three quarters full, where looking
+    // every millisecond woke this thread 900 times a second for as long as a song played.
+    const double seconds = double(mBlocks.size() * kBlockFrames) /
+                           (4.0 * engine::kMaximumPlaybackRate * engine::kSampleRateHz);
+    mFullRingPoll =
+        std::chrono::microseconds(std::max<std::int64_t>(1000, std::llround(seconds * 1e6)));
     for (Block& block : mBlocks) {
         block.left.resize(kBlockFrames);
         block.right.resize(kBlockFrames);
@@ -140,6 +151,7 @@ void TeskAudioFileReader::replan(std::int64_t position) {
 }
 
 void TeskAudioFileReader::run() {
+    pthread_setname_np(pthread_self(), "tesk-reader");
     clearVectorUpperState();
     Plan plan;
     bool idle = true; // nothing to read until the first plan arrives
@@ -154,9 +166,10 @@ void TeskAudioFileReader::run() {
         }
         {
             std::unique_lock lock(mPlanMutex);
-            if (idle ||
-                mWriteCount.load() - mReadCount.load(std::memory_order_acquire) >= blockCount)
+            if (idle)
                 mWake.wait_for(lock, kIdlePoll, [this] { return mStopping || mPlanChanged; });
+            else if (mWriteCount.load() - mReadCount.load(std::memory_order_acquire) >= blockCount)
+                mWake.wait_for(lock, mFullRingPoll, [this] { return mStopping || mPlanChanged; });
             if (mStopping)
                 return;
             if (mPlanChanged) {

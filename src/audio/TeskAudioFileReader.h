@@ -137,6 +137,7 @@ private:
     // The reader thread's plan, guarded by mPlanMutex (main thread and reader thread only).
     mutable std::mutex mPlanMutex;
     std::condition_variable mWake;
+    std::chrono::microseconds mFullRingPoll{1000}; // see the constructor
     Plan mPlan;
     bool mPlanChanged = false;
     bool mStopping = false;

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "audio/EngineConstants.h"
+
 #include <atomic>
 #include <cstdint>
 #include <memory>
@@ -45,8 +47,8 @@ enum class TimePitchQuality {
 class TimePitchStage {
 public:
     static constexpr std::uint32_t kChannelCount = 2;
-    static constexpr double kMinimumRate = 0.05;
-    static constexpr double kMaximumRate = 4.0;
+    static constexpr double kMinimumRate = engine::kMinimumPlaybackRate;
+    static constexpr double kMaximumRate = engine::kMaximumPlaybackRate;
     static constexpr double kMinimumPitchCents = -2400.0;
     static constexpr double kMaximumPitchCents = 2400.0;
     /// The most frames passed to the stretcher in one call, and so the most pulled at once.
