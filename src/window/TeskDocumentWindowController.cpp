@@ -415,14 +415,20 @@ void TeskDocumentWindowController::placeWindow() {
     const QScreen* onScreen = QGuiApplication::screenAt(frame.topLeft().toPoint());
     if (frame.width() <= 0 || frame.height() <= 0 || onScreen == nullptr) {
         resize(std::max(960, minimumWidth()), sizeHint().height());
-        QPointF point =
+        const QPointF next =
             mServices.documents ? mServices.documents->nextDocumentWindowPoint() : QPointF();
-        if (point.isNull() && QGuiApplication::primaryScreen())
-            point =
-                QGuiApplication::primaryScreen()->availableGeometry().topLeft() + QPointF(60, 60);
-        move(point.toPoint());
+        const QScreen* screen = QGuiApplication::screenAt(next.toPoint());
+        if (screen == nullptr)
+            screen = QGuiApplication::primaryScreen();
+        const QPoint place =
+            screen
+                ? WindowRules::cascadedWindowPlace(next, frameGeometry().size().expandedTo(size()),
+                                                   screen->availableGeometry())
+                : next.toPoint();
+        move(place);
         if (mServices.documents)
-            mServices.documents->setNextDocumentWindowPoint(point + QPointF(24, 24));
+            mServices.documents->setNextDocumentWindowPoint(
+                QPointF(place + QPoint(WindowRules::kCascadeStep, WindowRules::kCascadeStep)));
     } else {
         resize(int(frame.width()), sizeHint().height());
         move(frame.topLeft().toPoint());

@@ -186,6 +186,17 @@ QString documentPath(const QString& chosen) {
                : chosen + QLatin1String(".tesk");
 }
 
+QPoint cascadedWindowPlace(const QPointF& next, const QSize& windowSize, const QRect& available) {
+    const QPoint first = available.topLeft() + QPoint(60, 60);
+    if (next.isNull())
+        return first;
+    const QRect window(next.toPoint(), windowSize);
+    const bool outside = window.bottom() > available.bottom() ||
+                         window.right() > available.right() ||
+                         !available.contains(window.topLeft());
+    return outside ? first : window.topLeft();
+}
+
 QStringList recentItemTitles(const QStringList& paths) {
     QStringList names;
     for (const QString& path : paths)

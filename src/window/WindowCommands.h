@@ -1,5 +1,8 @@
 #pragma once
 
+#include <QPoint>
+#include <QRect>
+#include <QSize>
 #include <QString>
 #include <QStringList>
 #include <Qt>
@@ -106,6 +109,14 @@ QStringList recentItemTitles(const QStringList& paths);
 /// The practice document's path: `chosen` as it is when it ends in ".tesk" (in any case), or
 /// with ".tesk" after its name.
 QString documentPath(const QString& chosen);
+
+/// Where a song's window opens, cascaded from `next` (the last one's place moved down and
+/// right, null for the first): a window that would reach past the bottom or the right of the
+/// screen's `available` area starts the cascade again at its top left, 60 points in, so that a
+/// long session never opens windows out of sight.
+QPoint cascadedWindowPlace(const QPointF& next, const QSize& windowSize, const QRect& available);
+/// How far each window of the cascade lies from the one before.
+inline constexpr int kCascadeStep = 24;
 
 } // namespace WindowRules
 } // namespace tesk

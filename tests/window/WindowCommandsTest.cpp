@@ -159,6 +159,26 @@ TEST(WindowRules, RecentItemsShowTheirNamesAndTheFolderWhereNamesClash) {
     EXPECT_EQ(WindowRules::recentItemTitles(paths), titles);
 }
 
+TEST(WindowRules, WindowsCascadeAndStartAgainBeforeLeavingTheScreen) {
+    const QRect screen(0, 30, 1920, 1050); // a panel above
+    const QSize window(960, 400);
+    const struct {
+        QPointF next;
+        QPoint place;
+    } cases[] = {
+        {{}, {60, 90}},               // the first window
+        {{84, 114}, {84, 114}},       // the next, cascaded
+        {{900, 680}, {900, 680}},     // the last that fits
+        {{900, 681}, {60, 90}},       // past the bottom
+        {{961, 500}, {60, 90}},       // past the right
+        {{2000, 100}, {60, 90}},      // a place on a screen that is gone
+        {{1920 + 84, 114}, {60, 90}}, // another screen's place, measured against this one
+    };
+    for (const auto& c : cases)
+        EXPECT_EQ(WindowRules::cascadedWindowPlace(c.next, window, screen), c.place)
+            << c.next.x() << "," << c.next.y();
+}
+
 TEST(WindowRules, TheExportFormatReplacesTheChosenExtension) {
     const struct {
         const char* chosen;
