@@ -170,6 +170,12 @@ TeskOutputAudioUnit::TeskOutputAudioUnit(const AudioStreamDescription& streamDes
     mChain->setVocalBand(150.0, 3600.0);
     mDeviceWatch.setInterval(kDeviceWatchMilliseconds);
     connect(&mDeviceWatch, &QTimer::timeout, this, &TeskOutputAudioUnit::checkDevice);
+    mIdleDevice.setSingleShot(true);
+    mIdleDevice.setInterval(kIdleDeviceMilliseconds);
+    connect(&mIdleDevice, &QTimer::timeout, this, [this] {
+        if (!isRunning())
+            mDevice.reset();
+    });
 }
 
 TeskOutputAudioUnit::~TeskOutputAudioUnit() {
@@ -207,6 +213,7 @@ void TeskOutputAudioUnit::useSilentDevice() {
 void TeskOutputAudioUnit::start() {
     if (isRunning())
         return;
+    mIdleDevice.stop();
     if (!mDevice)
         openDevice();
     mRenderer.start(*mDevice);
@@ -221,6 +228,7 @@ void TeskOutputAudioUnit::stop() {
         return;
     mDeviceWatch.stop();
     mRenderer.stop();
+    mIdleDevice.start();
     if (mDelegate)
         mDelegate->audioUnitDidStop(this);
     emit OutputAudioUnitDidStopNotification();

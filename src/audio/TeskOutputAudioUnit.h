@@ -170,6 +170,13 @@ public:
     void setSoundDeviceFactory(SoundDeviceFactory factory);
     /// Plays into the silent device instead of the system's. While stopped.
     void useSilentDevice();
+    /// How long a stopped output keeps its device open, so that playing again starts at once.
+    /// An open device goes on taking silence, and the sound server can then never let the
+    /// hardware sleep: after this long it is closed, and the next start opens it again.
+    static constexpr int kIdleDeviceMilliseconds = 30000;
+    void setIdleDeviceMilliseconds(int milliseconds) { mIdleDevice.setInterval(milliseconds); }
+    /// Whether a device is open now. Main thread.
+    bool hasOpenDevice() const { return mDevice != nullptr; }
 
 signals:
     void equalizerEnabledChanged();
@@ -205,6 +212,7 @@ private:
     QString mNoSoundReason;
     SoundDeviceFactory mDeviceFactory;
     QTimer mDeviceWatch;
+    QTimer mIdleDevice; // closes the device of a stopped output
     std::unique_ptr<TeskEqualizerSettings> mEqualizerSettings;
     std::unique_ptr<TeskVocalReductionEffectSettings> mVocalReductionEffectSettings;
     ChainSource* mPlaybackSource = nullptr;

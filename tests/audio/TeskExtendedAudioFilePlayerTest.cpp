@@ -192,6 +192,29 @@ TEST(TeskExtendedAudioFilePlayer, ALoopChangedNearASeamReplaysWhatIsOnItsWay) {
     }
 }
 
+TEST(TeskExtendedAudioFilePlayer, APausedSongLetsGoOfTheDeviceAfterAWhileAndPlaysOnWithANewOne) {
+    TeskExtendedAudioFilePlayer player(MemorySong::sine(44100 * 10, 440.0, 0.5), false);
+    TeskOutputAudioUnit* output = player.outputAudioUnit();
+    int opened = 0;
+    output->setSoundDeviceFactory([&](AudioRenderer& renderer) {
+        ++opened;
+        return openSilentSoundDevice(renderer, TeskSoundDevice::kDefaultBufferFrames);
+    });
+    output->setIdleDeviceMilliseconds(100);
+    // Played again at once, a paused song keeps its device; left paused, it lets go of it.
+    player.startFilePlaying();
+    player.stopFilePlaying();
+    player.startFilePlaying();
+    EXPECT_EQ(opened, 1);
+    player.stopFilePlaying();
+    EXPECT_TRUE(output->hasOpenDevice());
+    EXPECT_TRUE(QTest::qWaitFor([&] { return !output->hasOpenDevice(); }, 5000));
+    player.startFilePlaying();
+    EXPECT_EQ(opened, 2);
+    EXPECT_TRUE(player.isFilePlaying());
+    player.stopFilePlaying();
+}
+
 TEST(TeskExtendedAudioFilePlayer, ConvertsTransportValuesAndClampsThePosition) {
     TeskExtendedAudioFilePlayer player(MemorySong::counting(10000), false);
     player.setCurrentFrame(-5);
