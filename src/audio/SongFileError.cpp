@@ -30,7 +30,7 @@ Wording wordingFor(SongFileErrorCode code) {
     case SongFileErrorCode::NotAudio:
         return {tr("The file “%1” couldn’t be opened because it isn’t a sound file Tesk can "
                    "read."),
-                tr("Tesk opens common sound files such as MP3, AAC (M4A), WAV, AIFF and FLAC.")};
+                tr("Tesk opens sound files such as MP3, AAC (M4A), WAV and AIFF.")};
     case SongFileErrorCode::NoAudioStream:
         return {tr("The file “%1” couldn’t be opened because it contains no sound."),
                 tr("The file holds no sound track; it may be a picture, video or text file.")};

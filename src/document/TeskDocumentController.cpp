@@ -85,6 +85,9 @@ void TeskDocumentController::openDocument() {
                 NSCocoaErrorDomain, kFileReadCorruptFileError,
                 {{LocalizedDescriptionKey,
                   tr("“%1” is not a song or a practice document that Tesk opens.").arg(name)},
+                 {LocalizedRecoverySuggestionKey,
+                  tr("Tesk opens songs in MP3, AAC (M4A), WAV and AIFF files, and its own "
+                     "practice documents.")},
                  {QStringLiteral("NSFilePath"), path}});
         }
         mWindowLayer->presentError(error);
