@@ -371,6 +371,25 @@ TEST(HUDSpeedControlView, TheWheelMovesTheKnobFivePointsANotchAndNeverPastTheEnd
     EXPECT_EQ(model.playbackSpeed, 1.5);
 }
 
+TEST(HUDPitchControlView, TheTracksEndsMeetItsMiddleWithoutASeam) {
+    HUDPitchControlView view;
+    onDarkPanel(view);
+    view.setPitchAdjustment(6.0); // the knob clear of both ends and of every tick
+    const QImage picture = test::grabImage(view);
+    const QRectF slot = view.sliderSlotRect();
+    const double y = slot.center().y();
+    const QColor middle = test::pixelAt(picture, slot.center().x() - 20, y);
+    const double capWidth = NamedImage::named("PitchSliderTrackLeft").size().width();
+    for (const double join : {slot.left() + capWidth, slot.right() - capWidth}) {
+        for (int i = 0; i < 5; ++i)
+            ASSERT_FALSE(view.tickRect(i).adjusted(-1, 0, 1, 0).contains(QPointF(join, y)));
+        for (const double x : {join - 0.5, join + 0.5})
+            EXPECT_TRUE(test::coloursClose(test::pixelAt(picture, x, y), middle, 6))
+                << x << ": " << test::pixelAt(picture, x, y).name().toStdString() << " against "
+                << middle.name().toStdString();
+    }
+}
+
 TEST(HUDPitchControlView, TheKnobSitsUnderTheValuesPlaceAndTheWheelStepsIt) {
     Transport model;
     HUDPitchControlView view;
