@@ -118,6 +118,27 @@ TEST(TeskSpectrumEffectView, TheSpectrumShowsOnlyWithBothChannelsAndTheEffectOn)
                           "Invalid parameter not satisfying: channel < 2");
 }
 
+TEST(TeskSpectrumEffectView, ADarkLineBordersEveryEdge) {
+    TeskSpectrumEffectView view;
+    view.resize(382, 130);
+    const QImage picture = grabImage(view);
+    const qreal ratio = test::testPixelRatio();
+    const qreal last = 1.0 / ratio; // the last device pixel inside each edge, in points
+    const struct {
+        const char* edge;
+        QPointF on, inside;
+    } edges[] = {{"left", {0.0, 65.0}, {6.0, 65.0}},
+                 {"right", {382.0 - last, 65.0}, {376.0, 65.0}},
+                 {"top", {191.0, 0.0}, {191.0, 6.0}},
+                 {"bottom", {191.0, 130.0 - last}, {191.0, 124.0}}};
+    for (const auto& e : edges) {
+        const QColor on = test::pixelAt(picture, e.on.x(), e.on.y());
+        const QColor inside = test::pixelAt(picture, e.inside.x(), e.inside.y());
+        EXPECT_LT(on.lightness(), inside.lightness() - 6)
+            << e.edge << ": " << on.name().toStdString() << " " << inside.name().toStdString();
+    }
+}
+
 TEST(TeskSpectrumEffectView, ThePathSkipsTheConstantTerm) {
     TeskSpectrumEffectView view;
     view.resize(300, 105);
