@@ -75,8 +75,14 @@ public:
     void setCurrentValue(const QVariant& value) override {
         view()->setBandValueAsUser(index(), value.toDouble());
     }
-    QVariant maximumValue() const override { return EQBandGeometry::kDisplayRange; }
-    QVariant minimumValue() const override { return -EQBandGeometry::kDisplayRange; }
+    // The editor's range, widened to a gain beyond it (a practice written by a script) so that
+    // the value always lies inside what a screen reader is told.
+    QVariant maximumValue() const override {
+        return std::max(EQBandGeometry::kDisplayRange, view()->valueForBand(index()));
+    }
+    QVariant minimumValue() const override {
+        return std::min(-EQBandGeometry::kDisplayRange, view()->valueForBand(index()));
+    }
     QVariant minimumStepSize() const override { return 0.5; }
 };
 

@@ -487,4 +487,15 @@ TEST(EffectsAccessibility, HandlesHaveNamesAndValuesAndCanBeSet) {
         EXPECT_EQ(part->text(QAccessible::Value), heard);
         EXPECT_EQ(part->text(QAccessible::Description), heard);
     }
+    // A gain beyond the editor's range, from a practice a script wrote, lies inside the range
+    // a screen reader is told.
+    for (const double gain : {-30.0, 22.0, -7.0}) {
+        band->valueInterface()->setCurrentValue(gain);
+        const double value = band->valueInterface()->currentValue().toDouble();
+        EXPECT_EQ(value, gain);
+        EXPECT_LE(band->valueInterface()->minimumValue().toDouble(), value);
+        EXPECT_GE(band->valueInterface()->maximumValue().toDouble(), value);
+        EXPECT_LE(band->valueInterface()->minimumValue().toDouble(), -20.0);
+        EXPECT_GE(band->valueInterface()->maximumValue().toDouble(), 20.0);
+    }
 }
