@@ -22,7 +22,9 @@ const QColor kFillBottom(96, 146, 204);
 const QColor kKnobLight(252, 252, 252);
 const QColor kKnobDark(204, 207, 212);
 const QColor kKnobEdge(96, 100, 108);
-const QColor kIndicator(92, 96, 104);
+// The end pictures stand on the window's own background, light or dark: they take its text
+// colour, softened (a dark grey on a light desktop).
+constexpr qreal kIndicatorOpacity = 0.62;
 constexpr qreal kGrooveHeight = 5.0;
 } // namespace
 
@@ -202,7 +204,9 @@ void KLTexturedSlider::paintEvent(QPaintEvent*) {
 void KLTexturedSlider::drawIndicator(QPainter& painter, const QRectF& rect, bool maximumEnd) const {
     painter.save();
     painter.translate(rect.topLeft());
-    const QPen line(kIndicator, 1.4, Qt::SolidLine, Qt::RoundCap, Qt::RoundJoin);
+    QColor indicator = palette().color(QPalette::WindowText);
+    indicator.setAlphaF(kIndicatorOpacity);
+    const QPen line(indicator, 1.4, Qt::SolidLine, Qt::RoundCap, Qt::RoundJoin);
     if (mIndicator == VolumeIndicator) {
         // A speaker; the loud end has two sound waves.
         QPainterPath speaker;
@@ -214,7 +218,7 @@ void KLTexturedSlider::drawIndicator(QPainter& painter, const QRectF& rect, bool
         speaker.lineTo(2, 10);
         speaker.closeSubpath();
         painter.setPen(Qt::NoPen);
-        painter.setBrush(kIndicator);
+        painter.setBrush(indicator);
         painter.drawPath(speaker);
         if (maximumEnd) {
             painter.setPen(line);
@@ -229,7 +233,7 @@ void KLTexturedSlider::drawIndicator(QPainter& painter, const QRectF& rect, bool
         painter.setPen(line);
         painter.setBrush(Qt::NoBrush);
         painter.drawEllipse(centre, radius, radius);
-        painter.setPen(QPen(kIndicator, 2.2, Qt::SolidLine, Qt::RoundCap));
+        painter.setPen(QPen(indicator, 2.2, Qt::SolidLine, Qt::RoundCap));
         const qreal reach = radius * 0.7071;
         painter.drawLine(centre + QPointF(reach, reach), QPointF(14.5, 14.5));
         painter.setPen(line);

@@ -139,6 +139,25 @@ TEST(KLTexturedSlider, TheKnobSitsWhereItsValueSaysWithTheFilledGrooveLeftOfIt) 
     }
 }
 
+TEST(KLTexturedSlider, TheEndPicturesStandOutOnALightOrADarkDesktop) {
+    for (const auto& [window, text] : {std::pair{QColor(239, 239, 239), QColor(Qt::black)},
+                                       std::pair{QColor(42, 42, 46), QColor(238, 238, 238)}}) {
+        SCOPED_TRACE(window.name().toStdString());
+        Shown shown(KLTexturedSlider::VolumeIndicator);
+        QPalette palette = shown.slider.palette();
+        palette.setColor(QPalette::Window, window);
+        palette.setColor(QPalette::WindowText, text);
+        shown.slider.setPalette(palette);
+        shown.slider.setAutoFillBackground(true);
+        const QImage picture = grabImage(shown.slider);
+        // The speaker's body, in the quiet end's picture.
+        const QPointF body = shown.slider.minimumEndRect().topLeft() + QPointF(6.0, 8.0);
+        const QColor speaker = pixelAt(picture, body.x(), body.y());
+        EXPECT_GT(std::abs(speaker.lightness() - window.lightness()), 80)
+            << speaker.name().toStdString();
+    }
+}
+
 TEST(KLTexturedSlider, ScreenReadersReadAndSetTheValue) {
     Shown shown(KLTexturedSlider::VolumeIndicator);
     KLTexturedSlider& slider = shown.slider;
