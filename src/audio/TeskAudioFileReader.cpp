@@ -32,13 +32,13 @@ TeskAudioFileReader::TeskAudioFileReader(std::uint32_t bufferCount, std::uint32_
     , mScratchRight(kBlockFrames) {
     const std::uint32_t frames = std::max(1u, bufferCount) * std::max(1u, framesPerBuffer);
     mBlocks.resize((frames + kBlockFrames - 1) / kBlockFrames);
-    // A full ring is drawn on at most the fastest rate times as fast as it plays. Looking again
-    // after a quarter of it has gone at that rate keeps it three quarters full, where looking
-    // every millisecond woke this thread 900 times a second for as long as a song played.
+    // Playing, a full ring is drawn on at most the fastest rate times as fast as it plays: a
+    // quarter of it lasts this long. Looking every millisecond instead woke this thread 900
+    // times a second for as long as a song played.
     const double seconds = double(mBlocks.size() * kBlockFrames) /
                            (4.0 * engine::kMaximumPlaybackRate * engine::kSampleRateHz);
-    mFullRingPoll =
-        std::chrono::microseconds(std::max<std::int64_t>(1000, std::llround(seconds * 1e6)));
+    mLongestFullRingSleep =
+        std::max(kShortestFullRingSleep, std::chrono::microseconds(std::llround(seconds * 1e6)));
     for (Block& block : mBlocks) {
         block.left.resize(kBlockFrames);
         block.right.resize(kBlockFrames);
@@ -150,6 +150,15 @@ void TeskAudioFileReader::replan(std::int64_t position) {
     mWake.notify_all();
 }
 
+std::chrono::microseconds
+TeskAudioFileReader::nextFullRingSleep(std::chrono::microseconds slept, std::uint64_t freeBlocks,
+                                       std::uint64_t blockCount,
+                                       std::chrono::microseconds longest) {
+    if (freeBlocks * 4 > blockCount)
+        return std::max(kShortestFullRingSleep, slept / 2);
+    return std::min(longest, slept * 2);
+}
+
 void TeskAudioFileReader::run() {
     pthread_setname_np(pthread_self(), "tesk-reader");
     clearVectorUpperState();
@@ -157,6 +166,8 @@ void TeskAudioFileReader::run() {
     bool idle = true; // nothing to read until the first plan arrives
     bool awaitingDecoder = false;
     const auto blockCount = std::uint64_t(mBlocks.size());
+    // Short at first: a new plan leaves the ring full of blocks the renderer drops at once.
+    std::chrono::microseconds fullRingSleep = kShortestFullRingSleep;
     for (;;) {
         if (awaitingDecoder) {
             // Woken by the decoder as soon as it gets there; the bound keeps seeks answered.
@@ -166,16 +177,23 @@ void TeskAudioFileReader::run() {
         }
         {
             std::unique_lock lock(mPlanMutex);
-            if (idle)
+            if (idle) {
                 mWake.wait_for(lock, kIdlePoll, [this] { return mStopping || mPlanChanged; });
-            else if (mWriteCount.load() - mReadCount.load(std::memory_order_acquire) >= blockCount)
-                mWake.wait_for(lock, mFullRingPoll, [this] { return mStopping || mPlanChanged; });
+            } else if (mWriteCount.load() - mReadCount.load(std::memory_order_acquire) >=
+                       blockCount) {
+                mWake.wait_for(lock, fullRingSleep, [this] { return mStopping || mPlanChanged; });
+                const std::uint64_t queued =
+                    mWriteCount.load() - mReadCount.load(std::memory_order_acquire);
+                fullRingSleep = nextFullRingSleep(fullRingSleep, blockCount - queued, blockCount,
+                                                  mLongestFullRingSleep);
+            }
             if (mStopping)
                 return;
             if (mPlanChanged) {
                 plan = mPlan;
                 mPlanChanged = false;
                 idle = false;
+                fullRingSleep = kShortestFullRingSleep;
             }
         }
         // Fill what room there is, then look at the plan again.

@@ -5,6 +5,7 @@
 
 #include <QMetaType>
 #include <atomic>
+#include <chrono>
 #include <condition_variable>
 #include <cstdint>
 #include <memory>
@@ -94,6 +95,18 @@ public:
     /// seek (never while looping over a range). Any thread.
     bool endOfStream() const;
 
+    /// How long the reader thread sleeps next with its ring full, after a sleep of `slept`
+    /// that left `freeBlocks` of `blockCount` blocks free. Played, a quarter of the ring takes
+    /// `longest` at the fastest rate: sleeping that long keeps the ring three quarters full and
+    /// the thread quiet. Drawn on faster than that (an export; the blocks from before a seek,
+    /// dropped at once) the sleep halves, down to a millisecond, and grows back when a sleep
+    /// leaves less than a quarter free.
+    static std::chrono::microseconds nextFullRingSleep(std::chrono::microseconds slept,
+                                                       std::uint64_t freeBlocks,
+                                                       std::uint64_t blockCount,
+                                                       std::chrono::microseconds longest);
+    static constexpr std::chrono::microseconds kShortestFullRingSleep{1000};
+
 private:
     struct Block {
         std::uint64_t generation = 0;
@@ -137,7 +150,7 @@ private:
     // The reader thread's plan, guarded by mPlanMutex (main thread and reader thread only).
     mutable std::mutex mPlanMutex;
     std::condition_variable mWake;
-    std::chrono::microseconds mFullRingPoll{1000}; // see the constructor
+    std::chrono::microseconds mLongestFullRingSleep{1000}; // see the constructor
     Plan mPlan;
     bool mPlanChanged = false;
     bool mStopping = false;

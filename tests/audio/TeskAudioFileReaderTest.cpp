@@ -116,6 +116,27 @@ TEST(TeskAudioFileReader, ReadsForwardsAndBackwardsWithTheirSources) {
     EXPECT_EQ(puller.runs[0].direction, -1);
 }
 
+TEST(TeskAudioFileReader, AFullRingSleepsLongWhilePlayingAndShortWhileDrainedFast) {
+    using std::chrono::microseconds;
+    const microseconds longest(17000);
+    const struct {
+        microseconds slept;
+        std::uint64_t freeBlocks;
+        microseconds next;
+    } cases[] = {
+        {microseconds(1000), 1, microseconds(2000)},  // playing: grows
+        {microseconds(16000), 2, longest},            // to a quarter of the ring's playing time
+        {longest, 6, longest},                        // a quarter free: as it should be
+        {longest, 7, microseconds(8500)},             // more: drawn on faster than playing
+        {microseconds(1500), 24, microseconds(1000)}, // an export: down to a millisecond
+        {microseconds(1000), 24, microseconds(1000)},
+    };
+    for (const auto& c : cases)
+        EXPECT_EQ(TeskAudioFileReader::nextFullRingSleep(c.slept, c.freeBlocks, 24, longest),
+                  c.next)
+            << c.slept.count() << " " << c.freeBlocks;
+}
+
 TEST(TeskAudioFileReader, EndsAtTheSongsEnd) {
     Puller puller(MemorySong::counting(5000), 4000);
     EXPECT_EQ(puller.pull(2000), 1000u);
