@@ -417,7 +417,8 @@ void TeskDocumentWindowController::placeWindow() {
         resize(std::max(960, minimumWidth()), sizeHint().height());
         const QPointF next =
             mServices.documents ? mServices.documents->nextDocumentWindowPoint() : QPointF();
-        const QScreen* screen = QGuiApplication::screenAt(next.toPoint());
+        // The first window on the main screen; the next on the screen of the one before.
+        const QScreen* screen = next.isNull() ? nullptr : QGuiApplication::screenAt(next.toPoint());
         if (screen == nullptr)
             screen = QGuiApplication::primaryScreen();
         const QPoint place =

@@ -187,14 +187,18 @@ QString documentPath(const QString& chosen) {
 }
 
 QPoint cascadedWindowPlace(const QPointF& next, const QSize& windowSize, const QRect& available) {
-    const QPoint first = available.topLeft() + QPoint(60, 60);
+    // The places where the whole window shows, or its top left where it cannot.
+    const int lastX = std::max(available.left(), available.right() + 1 - windowSize.width());
+    const int lastY = std::max(available.top(), available.bottom() + 1 - windowSize.height());
+    const auto fitsX = [&](int x) { return x >= available.left() && x <= lastX; };
+    const auto fitsY = [&](int y) { return y >= available.top() && y <= lastY; };
+    const QPoint first(std::min(available.left() + 60, lastX),
+                       std::min(available.top() + 60, lastY));
     if (next.isNull())
         return first;
-    const QRect window(next.toPoint(), windowSize);
-    const bool outside = window.bottom() > available.bottom() ||
-                         window.right() > available.right() ||
-                         !available.contains(window.topLeft());
-    return outside ? first : window.topLeft();
+    const QPoint place = next.toPoint();
+    // Past the bottom, a new column starts at the top; past the right, a new row at the left.
+    return {fitsX(place.x()) ? place.x() : first.x(), fitsY(place.y()) ? place.y() : first.y()};
 }
 
 QStringList recentItemTitles(const QStringList& paths) {

@@ -111,9 +111,10 @@ QStringList recentItemTitles(const QStringList& paths);
 QString documentPath(const QString& chosen);
 
 /// Where a song's window opens, cascaded from `next` (the last one's place moved down and
-/// right, null for the first): a window that would reach past the bottom or the right of the
-/// screen's `available` area starts the cascade again at its top left, 60 points in, so that a
-/// long session never opens windows out of sight.
+/// right, null for the first, which goes 60 points in from the top left of the screen's
+/// `available` area). A window that would reach past the bottom starts a new column at the
+/// top, one past the right a new row at the left, so that a long session never opens windows
+/// out of sight; on a screen too small for them to step one way, they still step the other.
 QPoint cascadedWindowPlace(const QPointF& next, const QSize& windowSize, const QRect& available);
 /// How far each window of the cascade lies from the one before.
 inline constexpr int kCascadeStep = 24;

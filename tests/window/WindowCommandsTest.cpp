@@ -166,17 +166,28 @@ TEST(WindowRules, WindowsCascadeAndStartAgainBeforeLeavingTheScreen) {
         QPointF next;
         QPoint place;
     } cases[] = {
-        {{}, {60, 90}},               // the first window
-        {{84, 114}, {84, 114}},       // the next, cascaded
-        {{900, 680}, {900, 680}},     // the last that fits
-        {{900, 681}, {60, 90}},       // past the bottom
-        {{961, 500}, {60, 90}},       // past the right
-        {{2000, 100}, {60, 90}},      // a place on a screen that is gone
-        {{1920 + 84, 114}, {60, 90}}, // another screen's place, measured against this one
+        {{}, {60, 90}},           // the first window
+        {{84, 114}, {84, 114}},   // the next, cascaded
+        {{900, 680}, {900, 680}}, // the last that fits
+        {{900, 681}, {900, 90}},  // past the bottom: a new column at the top
+        {{961, 500}, {60, 500}},  // past the right: a new row at the left
+        {{961, 681}, {60, 90}},   // past both: the first place again
+        {{2000, 100}, {60, 100}}, // a place on a screen that is gone
     };
     for (const auto& c : cases)
         EXPECT_EQ(WindowRules::cascadedWindowPlace(c.next, window, screen), c.place)
             << c.next.x() << "," << c.next.y();
+    // A screen hardly wider than the window: the windows still step down, not onto each other.
+    const QRect narrow(0, 0, 1024, 768);
+    QPointF next;
+    QList<QPoint> places;
+    for (int i = 0; i < 4; ++i) {
+        places.append(WindowRules::cascadedWindowPlace(next, window, narrow));
+        next = QPointF(places.last() + QPoint(24, 24));
+    }
+    EXPECT_EQ(places, (QList<QPoint>{{60, 60}, {60, 84}, {60, 108}, {60, 132}}));
+    // A window larger than the screen shows its top left.
+    EXPECT_EQ(WindowRules::cascadedWindowPlace({84, 84}, QSize(1200, 900), narrow), QPoint(0, 0));
 }
 
 TEST(WindowRules, TheExportFormatReplacesTheChosenExtension) {
