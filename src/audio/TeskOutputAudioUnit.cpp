@@ -194,7 +194,8 @@ void TeskOutputAudioUnit::openDevice() {
         mDevice = mDeviceFactory(mRenderer);
     else
         mDevice = openDefaultSoundDevice(mRenderer, &mNoSoundReason);
-    if (!mDevice->hasSoundOutput() && mNoSoundReason.isEmpty())
+    mSoundOutput = mDevice->hasSoundOutput();
+    if (!mSoundOutput && mNoSoundReason.isEmpty())
         mNoSoundReason = tr("Playing without sound output.");
     emit soundOutputChanged();
 }
@@ -332,7 +333,7 @@ std::vector<float> TeskOutputAudioUnit::frequencyResponseForChannel(unsigned cha
 }
 
 bool TeskOutputAudioUnit::hasSoundOutput() const {
-    return mDevice && mDevice->hasSoundOutput();
+    return mSoundOutput;
 }
 
 std::uint64_t TeskOutputAudioUnit::framesUntilHeard() const {

@@ -210,6 +210,9 @@ private:
     AheadRenderer mRenderer;
     std::unique_ptr<TeskSoundDevice> mDevice;
     QString mNoSoundReason;
+    // Whether the device last opened plays to speakers: kept while a stopped output has let
+    // go of it.
+    bool mSoundOutput = false;
     SoundDeviceFactory mDeviceFactory;
     QTimer mDeviceWatch;
     QTimer mIdleDevice; // closes the device of a stopped output

@@ -77,8 +77,9 @@ void TeskEQSettingsView::setBands(const QList<double>& bands) {
     if (bands == mBands)
         return;
     const QList<double> before = std::exchange(mBands, bands);
+    // Told when the words change: a preset's glide moves every band at every step.
     for (int band = 0; band < kBandCount; ++band)
-        if (valueForBand(band) != (band < before.size() ? before[band] : 0.0))
+        if (spokenGain(valueForBand(band)) != spokenGain(band < before.size() ? before[band] : 0.0))
             announceHandleValue(this, band, valueForBand(band));
     update();
 }

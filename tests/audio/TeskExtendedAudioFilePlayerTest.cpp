@@ -198,7 +198,7 @@ TEST(TeskExtendedAudioFilePlayer, APausedSongLetsGoOfTheDeviceAfterAWhileAndPlay
     int opened = 0;
     output->setSoundDeviceFactory([&](AudioRenderer& renderer) {
         ++opened;
-        return openSilentSoundDevice(renderer, TeskSoundDevice::kDefaultBufferFrames);
+        return std::make_unique<ManualSoundDevice>(renderer); // one with speakers
     });
     output->setIdleDeviceMilliseconds(100);
     // Played again at once, a paused song keeps its device; left paused, it lets go of it.
@@ -209,6 +209,7 @@ TEST(TeskExtendedAudioFilePlayer, APausedSongLetsGoOfTheDeviceAfterAWhileAndPlay
     player.stopFilePlaying();
     EXPECT_TRUE(output->hasOpenDevice());
     EXPECT_TRUE(QTest::qWaitFor([&] { return !output->hasOpenDevice(); }, 5000));
+    EXPECT_TRUE(output->hasSoundOutput()) << "the last device's answer, kept";
     player.startFilePlaying();
     EXPECT_EQ(opened, 2);
     EXPECT_TRUE(player.isFilePlaying());

@@ -213,6 +213,7 @@ TEST_F(DocumentControllerTest, TheOpenDialogReplacesTheEmptyWindowAndFindsSavedD
     EXPECT_TRUE(mWindows.errors.first().localizedDescription().contains("notes.mp3"));
     // And what it opens instead: not FLAC, which the engine decodes but the window refuses.
     EXPECT_TRUE(mWindows.errors.first().localizedRecoverySuggestion().contains("MP3, AAC (M4A)"));
+    EXPECT_FALSE(mWindows.errors.first().localizedRecoverySuggestion().contains("FLAC"));
 
     // Both were noted as recent, the latest first; a file that is gone is not offered.
     const QUrl songURL = QUrl::fromLocalFile(QFileInfo(path("song.wav")).canonicalFilePath());
