@@ -18,6 +18,7 @@
 #include <fcntl.h>
 #include <thread>
 #include <unistd.h>
+#include <utility>
 
 namespace tesk {
 namespace {
@@ -203,6 +204,9 @@ void TeskOutputAudioUnit::openDevice() {
 void TeskOutputAudioUnit::setSoundDeviceFactory(SoundDeviceFactory factory) {
     mDeviceFactory = std::move(factory);
     mDevice.reset();
+    // Until the next start opens one, there is no device to play to.
+    if (std::exchange(mSoundOutput, false))
+        emit soundOutputChanged();
 }
 
 void TeskOutputAudioUnit::useSilentDevice() {

@@ -65,23 +65,37 @@ void TeskEQSettingsView::observableObjectChangedKeyPath(QObject* object, const Q
 }
 
 void TeskEQSettingsView::animationReachedMark(double progress) {
+    // A screen reader hears the bands a preset moved once, where they end, not at every step.
+    if (progress >= 1.0) {
+        showBands(mFinalBands);
+        announceChangesFrom(mStartBands);
+        return;
+    }
     QList<double> bands = mFinalBands;
     for (qsizetype i = 0; i < bands.size() && i < mStartBands.size(); ++i)
         bands[i] = float(mStartBands[i] + (mFinalBands[i] - mStartBands[i]) * progress);
-    if (progress >= 1.0)
-        bands = mFinalBands;
-    setBands(bands);
+    showBands(bands);
 }
 
 void TeskEQSettingsView::setBands(const QList<double>& bands) {
     if (bands == mBands)
         return;
-    const QList<double> before = std::exchange(mBands, bands);
-    // Told when the words change: a preset's glide moves every band at every step.
-    for (int band = 0; band < kBandCount; ++band)
-        if (spokenGain(valueForBand(band)) != spokenGain(band < before.size() ? before[band] : 0.0))
-            announceHandleValue(this, band, valueForBand(band));
+    const QList<double> before = mBands;
+    showBands(bands);
+    announceChangesFrom(before);
+}
+
+void TeskEQSettingsView::showBands(const QList<double>& bands) {
+    if (bands == mBands)
+        return;
+    mBands = bands;
     update();
+}
+
+void TeskEQSettingsView::announceChangesFrom(const QList<double>& before) {
+    for (int band = 0; band < kBandCount; ++band)
+        if (valueForBand(band) != (band < before.size() ? before[band] : 0.0))
+            announceHandleValue(this, band, valueForBand(band));
 }
 
 double TeskEQSettingsView::valueForBand(int index) const {

@@ -55,6 +55,10 @@ protected:
     void mouseReleaseEvent(QMouseEvent* event) override;
 
 private:
+    /// Draws `bands`, telling nobody.
+    void showBands(const QList<double>& bands);
+    /// Tells screen readers of each band whose gain differs from `before`.
+    void announceChangesFrom(const QList<double>& before);
     void setPressedBandFromPoint(double y);
     void animationReachedMark(double progress);
 

@@ -210,6 +210,12 @@ TEST(TeskExtendedAudioFilePlayer, APausedSongLetsGoOfTheDeviceAfterAWhileAndPlay
     EXPECT_TRUE(output->hasOpenDevice());
     EXPECT_TRUE(QTest::qWaitFor([&] { return !output->hasOpenDevice(); }, 5000));
     EXPECT_TRUE(output->hasSoundOutput()) << "the last device's answer, kept";
+    output->useSilentDevice(); // until the next start, no device to play to
+    EXPECT_FALSE(output->hasSoundOutput());
+    output->setSoundDeviceFactory([&](AudioRenderer& renderer) {
+        ++opened;
+        return std::make_unique<ManualSoundDevice>(renderer);
+    });
     player.startFilePlaying();
     EXPECT_EQ(opened, 2);
     EXPECT_TRUE(player.isFilePlaying());
