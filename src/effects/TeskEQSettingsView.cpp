@@ -1,13 +1,17 @@
 #include "effects/TeskEQSettingsView.h"
 
 #include "effects/EffectsAccessibility.h"
+#include "effects/TeskPanSlider.h"
 #include "observation/KeyValueObserving.h"
 #include "widgets/NamedImage.h"
 
+#include <QAccessible>
 #include <QHelpEvent>
+#include <QKeyEvent>
 #include <QMouseEvent>
 #include <QPainter>
 #include <QToolTip>
+#include <algorithm>
 #include <cmath>
 #include <utility>
 
@@ -31,6 +35,8 @@ TeskEQSettingsView::TeskEQSettingsView(QWidget* parent)
     : TeskSpectrumEffectView(parent)
     , mAnimation([this](double progress) { animationReachedMark(progress); }) {
     setAccessibleName(tr("Equalizer"));
+    // Reached with Tab; a click leaves the keys to the window's commands.
+    setFocusPolicy(Qt::TabFocus);
 }
 
 TeskEQSettingsView::~TeskEQSettingsView() = default;
@@ -200,6 +206,51 @@ void TeskEQSettingsView::drawContents(QPainter& painter) {
     for (int index = 0; index < kBandCount; ++index) {
         const NamedImage& knob = index == mPressedIndex ? pressedKnobImage() : knobImage();
         knob.draw(painter, places.handleRectForBand(index, valueForBand(index)).topLeft());
+    }
+    if (hasFocus()) {
+        // Reached with Tab: a blue ring round the knob the arrow keys move, at full strength on
+        // a switched-off editor too.
+        painter.save();
+        painter.setOpacity(1.0);
+        painter.setRenderHint(QPainter::Antialiasing);
+        painter.setPen(QPen(TeskPanSlider::kFocusRingColour, 2.0));
+        painter.setBrush(Qt::NoBrush);
+        const QRectF ring =
+            places.handleRectForBand(mKeyBand, valueForBand(mKeyBand)).adjusted(-2, -2, 2, 2);
+        painter.drawRoundedRect(ring, 3.0, 3.0);
+        painter.restore();
+    }
+}
+
+void TeskEQSettingsView::keyPressEvent(QKeyEvent* event) {
+    const double gain = valueForBand(mKeyBand);
+    const double range = EQBandGeometry::kDisplayRange;
+    const auto setGain = [&](double value) {
+        setBandValueAsUser(mKeyBand, std::clamp(value, -range, range));
+    };
+    switch (event->key()) {
+    case Qt::Key_Left:
+    case Qt::Key_Right: {
+        mKeyBand =
+            std::clamp(mKeyBand + (event->key() == Qt::Key_Left ? -1 : 1), 0, kBandCount - 1);
+        QAccessibleEvent focus(this, QAccessible::Focus);
+        focus.setChild(mKeyBand);
+        QAccessible::updateAccessibility(&focus);
+        update();
+        return;
+    }
+    case Qt::Key_Up:
+        return setGain(std::floor(gain + 1.0));
+    case Qt::Key_Down:
+        return setGain(std::ceil(gain - 1.0) + 0.0); // never -0
+    case Qt::Key_PageUp:
+        return setGain(gain + 5.0);
+    case Qt::Key_PageDown:
+        return setGain(gain - 5.0);
+    case Qt::Key_Home:
+        return setGain(0.0);
+    default:
+        TeskSpectrumEffectView::keyPressEvent(event);
     }
 }
 

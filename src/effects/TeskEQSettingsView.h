@@ -14,6 +14,8 @@ namespace tesk {
 /// knob waits at the slot's end. A new set of bands from outside (a preset) glides there in
 /// 0.2 s, unless a drag is under way. Bindings: "enabled", "bands" (ten gains in dB, read and
 /// written). The delegate hears when a press begins and ends, even a press between slots.
+/// Reached with Tab, the keys work it: Left and Right pick a band (ringed in blue), Up and Down
+/// move it a decibel, Page Up and Page Down five, Home sets it to 0.
 /// Main thread.
 class TeskEQSettingsView : public TeskSpectrumEffectView {
     Q_OBJECT
@@ -45,6 +47,8 @@ public:
 
     /// The band centres' names for the user, "31.5 Hz" to "16 kHz".
     static QString bandName(int index);
+    /// The band the keys work, ringed while the editor has the focus.
+    int keyBand() const { return mKeyBand; }
 
 protected:
     bool event(QEvent* event) override;
@@ -53,6 +57,7 @@ protected:
     void mousePressEvent(QMouseEvent* event) override;
     void mouseMoveEvent(QMouseEvent* event) override;
     void mouseReleaseEvent(QMouseEvent* event) override;
+    void keyPressEvent(QKeyEvent* event) override;
 
 private:
     /// Draws `bands`, telling nobody.
@@ -66,6 +71,7 @@ private:
     QList<double> mStartBands;
     QList<double> mFinalBands;
     int mPressedIndex = kNoBand;
+    int mKeyBand = 0;
     bool mDragging = false;
     ProgressMarkAnimation mAnimation;
 };

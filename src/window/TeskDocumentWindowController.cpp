@@ -3,6 +3,7 @@
 #include "audio/TeskExtendedAudioFilePlayer.h"
 #include "audio/TeskOutputAudioUnit.h"
 #include "document/TeskDocumentController.h"
+#include "effects/TeskEQSettingsView.h"
 #include "effects/TeskPanSlider.h"
 #include "waveform/WaveformView.h"
 #include "widgets/KLTexturedSlider.h"
@@ -549,8 +550,8 @@ bool TeskDocumentWindowController::eventFilter(QObject* watched, QEvent* event) 
     // Every key typed in this window reaches the window's commands, whichever view has focus,
     // except Tab, which moves the focus, and keys for the controls that need them: text
     // fields, pop-ups, the menu bar (which keeps the keys after Escape closes a menu), and the
-    // effects panel's switches and pan slider, which only Tab gives the focus to. Escape there
-    // gives the keys back to the window.
+    // effects panel's switches, equalizer and pan slider, which only Tab gives the focus to.
+    // Escape there gives the keys back to the window.
     if (event->type() != QEvent::KeyPress || mClosed)
         return false;
     auto* widget = qobject_cast<QWidget*>(watched);
@@ -566,9 +567,9 @@ bool TeskDocumentWindowController::eventFilter(QObject* watched, QEvent* event) 
         return false;
     if (qobject_cast<QLineEdit*>(widget) || qobject_cast<QMenuBar*>(widget))
         return false;
-    const bool panelControl = qobject_cast<QComboBox*>(widget) ||
-                              qobject_cast<QAbstractButton*>(widget) ||
-                              qobject_cast<TeskPanSlider*>(widget);
+    const bool panelControl =
+        qobject_cast<QComboBox*>(widget) || qobject_cast<QAbstractButton*>(widget) ||
+        qobject_cast<TeskPanSlider*>(widget) || qobject_cast<TeskEQSettingsView*>(widget);
     if (panelControl && widget->isVisible()) {
         if (key->key() != Qt::Key_Escape)
             return false;

@@ -198,6 +198,55 @@ TEST(TeskEQSettingsView, DraggingABandWritesItsGainBackWithoutALimit) {
     EXPECT_EQ(delegate.ended, 4);
 }
 
+TEST(TeskEQSettingsView, ReachedWithTabTheKeysPickABandAndMoveItsGain) {
+    TeskEffectsSettings settings;
+    QWidget window;
+    auto* eq = new TeskEQSettingsView(&window);
+    eq->setGeometry(0, 0, 408, 140);
+    ASSERT_TRUE(eq->bind("bands", &settings, "equalizerSettings.bands"));
+    window.show();
+    window.activateWindow();
+    ASSERT_TRUE(QTest::qWaitForWindowActive(&window));
+    const auto ringed = [&](int band) {
+        const QRectF knob = eq->geometry().handleRectForBand(band, eq->valueForBand(band));
+        const QColor beside =
+            test::pixelAt(test::grabImage(*eq), knob.left() - 1.5, knob.center().y());
+        return beside.blue() > beside.red() + 80;
+    };
+    eq->clearFocus(); // which the window gave it, its first stop for Tab
+    EXPECT_FALSE(ringed(0)) << "no ring without the focus";
+    eq->setFocus(Qt::TabFocusReason);
+    ASSERT_TRUE(eq->hasFocus());
+    const struct {
+        Qt::Key key;
+        int band;
+        double gain;
+    } steps[] = {
+        {Qt::Key_Left, 0, 0.0}, // no band before the first
+        {Qt::Key_Right, 1, 0.0},      {Qt::Key_Up, 1, 1.0},         {Qt::Key_Up, 1, 2.0},
+        {Qt::Key_PageUp, 1, 7.0},     {Qt::Key_Down, 1, 6.0},       {Qt::Key_Home, 1, 0.0},
+        {Qt::Key_PageDown, 1, -5.0},  {Qt::Key_PageDown, 1, -10.0}, {Qt::Key_PageDown, 1, -15.0},
+        {Qt::Key_PageDown, 1, -20.0}, {Qt::Key_PageDown, 1, -20.0}, // the editor's end
+    };
+    for (const auto& step : steps) {
+        QTest::keyClick(eq, step.key);
+        EXPECT_EQ(eq->keyBand(), step.band) << step.key;
+        EXPECT_EQ(settings.equalizerSettings()->bands().value(step.band), step.gain) << step.key;
+        if (step.gain == 0.0) { // never -0, which would read as "-0 dB"
+            EXPECT_FALSE(std::signbit(settings.equalizerSettings()->bands().value(step.band)));
+        }
+    }
+    EXPECT_TRUE(ringed(1));
+    EXPECT_FALSE(ringed(0));
+    // A gain between whole decibels steps to the next whole one.
+    settings.equalizerSettings()->setBands({0, 0.5, 0, 0, 0, 0, 0, 0, 0, 0});
+    ASSERT_TRUE(QTest::qWaitFor([&] { return eq->valueForBand(1) == 0.5; }, 5000));
+    QTest::keyClick(eq, Qt::Key_Down);
+    EXPECT_EQ(settings.equalizerSettings()->bands().value(1), 0.0);
+    QTest::keyClick(eq, Qt::Key_Up);
+    EXPECT_EQ(settings.equalizerSettings()->bands().value(1), 1.0);
+}
+
 TEST(TeskEQSettingsView, APresetGlidesThereUnlessADragIsUnderWay) {
     TeskEffectsSettings settings;
     TeskEQSettingsView view;

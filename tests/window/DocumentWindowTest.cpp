@@ -7,6 +7,7 @@
 #include "waveform/WaveformView.h"
 #include "widgets/KLTexturedSlider.h"
 
+#include "effects/TeskEQSettingsView.h"
 #include "support/AudioFiles.h"
 #include "support/Signals.h"
 
@@ -605,6 +606,22 @@ TEST(DocumentWindow, KeysAndClicksInTheMiddleOfThingsLoseNothing) {
     EXPECT_TRUE(document->isFilePlaying());
     document->stopFilePlaying();
     document->setEffectsVisible(true);
+    // Tab reaches the equalizer, where the arrows work its bands and not the speed.
+    QCoreApplication::processEvents();
+    auto* bands = window->findChild<TeskEQSettingsView*>();
+    ASSERT_NE(bands, nullptr);
+    window->activateWindow();
+    ASSERT_TRUE(QTest::qWaitForWindowActive(window));
+    waveform->setFocus();
+    for (int tab = 0; tab < 20 && QApplication::focusWidget() != bands; ++tab)
+        QTest::keyClick(QApplication::focusWidget(), Qt::Key_Tab);
+    ASSERT_EQ(QApplication::focusWidget(), bands);
+    const double speed = document->playbackSpeed();
+    QTest::keyClick(bands, Qt::Key_Up);
+    EXPECT_EQ(document->effectsSettings()->equalizerSettings()->bands().value(0), 1.0);
+    EXPECT_EQ(document->playbackSpeed(), speed);
+    QTest::keyClick(bands, Qt::Key_Escape);
+    EXPECT_EQ(QApplication::focusWidget(), waveform);
     // Save As has a key on any desktop.
     auto* saveAs =
         childWhere<QAction>(window, [](QAction* item) { return item->text() == "Save &As…"; });
