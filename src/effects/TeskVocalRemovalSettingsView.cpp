@@ -1,9 +1,12 @@
 #include "effects/TeskVocalRemovalSettingsView.h"
 
 #include "effects/EffectsAccessibility.h"
+#include "effects/TeskPanSlider.h"
 #include "observation/KeyValueObserving.h"
 #include "widgets/TeskLook.h"
 
+#include <QAccessible>
+#include <QKeyEvent>
 #include <QLinearGradient>
 #include <QMouseEvent>
 #include <QPainter>
@@ -16,6 +19,32 @@ TeskVocalRemovalSettingsView::TeskVocalRemovalSettingsView(QWidget* parent)
     , mAnimation([this](double progress) { animationReachedMark(progress); }) {
     setAccessibleName(tr("Vocal band"));
     setMouseTracking(true); // the cursor tells what a press would do
+    // Reached with Tab; a click leaves the keys to the window's commands.
+    setFocusPolicy(Qt::TabFocus);
+}
+
+void TeskVocalRemovalSettingsView::keyPressEvent(QKeyEvent* event) {
+    switch (event->key()) {
+    case Qt::Key_Up:
+    case Qt::Key_Down: {
+        mKeysMoveLowEdge = event->key() == Qt::Key_Down;
+        QAccessibleEvent focus(this, QAccessible::Focus);
+        focus.setChild(mKeysMoveLowEdge ? 0 : 1);
+        QAccessible::updateAccessibility(&focus);
+        update();
+        return;
+    }
+    case Qt::Key_Left:
+    case Qt::Key_Right: {
+        const double octaves = (event->modifiers() & Qt::ShiftModifier) ? 1.0 : 1.0 / 12.0;
+        const double factor = std::exp2(event->key() == Qt::Key_Left ? -octaves : octaves);
+        setEdgeFrequencyAsUser(mKeysMoveLowEdge,
+                               (mKeysMoveLowEdge ? mLowFrequency : mHighFrequency) * factor);
+        return;
+    }
+    default:
+        TeskSpectrumEffectView::keyPressEvent(event);
+    }
 }
 
 TeskVocalRemovalSettingsView::~TeskVocalRemovalSettingsView() = default;
@@ -239,6 +268,18 @@ void TeskVocalRemovalSettingsView::drawContents(QPainter& painter) {
         painter.setPen(Qt::NoPen);
         painter.setBrush(handle);
         painter.drawRoundedRect(grip, 2.0, 2.0);
+    }
+    if (hasFocus()) {
+        // Reached with Tab: a blue ring round the edge the arrow keys move, at full strength on
+        // a switched-off editor too.
+        painter.save();
+        painter.setOpacity(1.0);
+        painter.setPen(QPen(TeskPanSlider::kFocusRingColour, 2.0));
+        painter.setBrush(Qt::NoBrush);
+        const QRectF edge = mKeysMoveLowEdge ? low : high;
+        const QRectF ring(edge.left() - 5.0, edge.center().y() - 9.0, 11.0, 18.0);
+        painter.drawRoundedRect(ring, 3.0, 3.0);
+        painter.restore();
     }
 }
 

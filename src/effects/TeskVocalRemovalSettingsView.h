@@ -12,7 +12,9 @@ namespace tesk {
 /// narrows against an end of the axis); a press elsewhere sweeps out a new band from the press
 /// point. Edges stay within 20 to 20000 Hz and at least 5 points apart. A band set from outside
 /// (a preset) glides there in 0.2 s. Bindings: "enabled", "lowFrequency" and "highFrequency"
-/// (Hz, read and written). Main thread.
+/// (Hz, read and written). Reached with Tab, the keys work it: Down picks the low edge and Up
+/// the high one (ringed in blue), Left and Right move it a semitone, with Shift an octave.
+/// Main thread.
 class TeskVocalRemovalSettingsView : public TeskSpectrumEffectView {
     Q_OBJECT
 public:
@@ -50,6 +52,8 @@ public:
     /// An edge set as a user would: with the gap and the limits, shown, written back, the
     /// delegate told (which switches vocal reduction on). For screen readers.
     void setEdgeFrequencyAsUser(bool lowEdge, double hertz);
+    /// Whether the keys move the low edge (else the high one).
+    bool keysMoveLowEdge() const { return mKeysMoveLowEdge; }
 
     ProgressMarkAnimation& bandAnimation() { return mAnimation; }
 
@@ -58,6 +62,7 @@ protected:
     void mousePressEvent(QMouseEvent* event) override;
     void mouseMoveEvent(QMouseEvent* event) override;
     void mouseReleaseEvent(QMouseEvent* event) override;
+    void keyPressEvent(QKeyEvent* event) override;
 
 private:
     struct FrequencyAnimation {
@@ -70,6 +75,7 @@ private:
     void showCursorFor(const QPointF& point);
 
     double mLowFrequency = 0.0;
+    bool mKeysMoveLowEdge = true;
     double mHighFrequency = 0.0;
     FrequencyAnimation mLowFrequencyAnimation;
     FrequencyAnimation mHighFrequencyAnimation;

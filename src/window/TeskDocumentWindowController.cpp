@@ -5,6 +5,7 @@
 #include "document/TeskDocumentController.h"
 #include "effects/TeskEQSettingsView.h"
 #include "effects/TeskPanSlider.h"
+#include "effects/TeskVocalRemovalSettingsView.h"
 #include "waveform/WaveformView.h"
 #include "widgets/KLTexturedSlider.h"
 #include "widgets/NamedImage.h"
@@ -550,7 +551,7 @@ bool TeskDocumentWindowController::eventFilter(QObject* watched, QEvent* event) 
     // Every key typed in this window reaches the window's commands, whichever view has focus,
     // except Tab, which moves the focus, and keys for the controls that need them: text
     // fields, pop-ups, the menu bar (which keeps the keys after Escape closes a menu), and the
-    // effects panel's switches, equalizer and pan slider, which only Tab gives the focus to.
+    // effects panel's switches, editors and pan slider, which only Tab gives the focus to.
     // Escape there gives the keys back to the window.
     if (event->type() != QEvent::KeyPress || mClosed)
         return false;
@@ -569,7 +570,8 @@ bool TeskDocumentWindowController::eventFilter(QObject* watched, QEvent* event) 
         return false;
     const bool panelControl =
         qobject_cast<QComboBox*>(widget) || qobject_cast<QAbstractButton*>(widget) ||
-        qobject_cast<TeskPanSlider*>(widget) || qobject_cast<TeskEQSettingsView*>(widget);
+        qobject_cast<TeskPanSlider*>(widget) || qobject_cast<TeskEQSettingsView*>(widget) ||
+        qobject_cast<TeskVocalRemovalSettingsView*>(widget);
     if (panelControl && widget->isVisible()) {
         if (key->key() != Qt::Key_Escape)
             return false;

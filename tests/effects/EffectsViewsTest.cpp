@@ -282,6 +282,52 @@ TEST(TeskEQSettingsView, APresetGlidesThereUnlessADragIsUnderWay) {
     EXPECT_EQ(view.bands(), expected);
 }
 
+TEST(TeskVocalRemovalSettingsView, ReachedWithTabTheKeysPickAnEdgeAndMoveIt) {
+    TeskEffectsSettings settings;
+    QWidget window;
+    auto* vocal = new TeskVocalRemovalSettingsView(&window);
+    vocal->setGeometry(0, 0, 300, 100);
+    ASSERT_TRUE(
+        vocal->bind("lowFrequency", &settings, "vocalReductionEffectSettings.lowFrequency"));
+    ASSERT_TRUE(
+        vocal->bind("highFrequency", &settings, "vocalReductionEffectSettings.highFrequency"));
+    window.show();
+    window.activateWindow();
+    ASSERT_TRUE(QTest::qWaitForWindowActive(&window));
+    vocal->setFocus(Qt::TabFocusReason);
+    ASSERT_TRUE(vocal->hasFocus());
+    const TeskVocalReductionEffectSettings& band = *settings.vocalReductionEffectSettings();
+    const double low = band.lowFrequency(), high = band.highFrequency();
+    const double semitone = std::exp2(1.0 / 12.0);
+    const struct {
+        Qt::Key key;
+        Qt::KeyboardModifiers modifiers;
+        bool lowEdge;
+        double low, high;
+    } steps[] = {
+        {Qt::Key_Right, Qt::NoModifier, true, low * semitone, high},
+        {Qt::Key_Left, Qt::NoModifier, true, low, high},
+        {Qt::Key_Up, Qt::NoModifier, false, low, high},
+        {Qt::Key_Left, Qt::ShiftModifier, false, low, high / 2.0},
+        {Qt::Key_Down, Qt::NoModifier, true, low, high / 2.0},
+        {Qt::Key_Left, Qt::ShiftModifier, true, low / 2.0, high / 2.0},
+    };
+    for (const auto& step : steps) {
+        QTest::keyClick(vocal, step.key, step.modifiers);
+        EXPECT_EQ(vocal->keysMoveLowEdge(), step.lowEdge) << step.key;
+        EXPECT_NEAR(band.lowFrequency() / step.low, 1.0, 1e-3) << step.key;
+        EXPECT_NEAR(band.highFrequency() / step.high, 1.0, 1e-3) << step.key;
+    }
+    // The edge the keys move is ringed in blue, the other not.
+    const QImage picture = test::grabImage(*vocal);
+    const auto blueBeside = [&](const QRectF& edge) {
+        const QColor c = test::pixelAt(picture, edge.left() - 4.5, edge.center().y());
+        return c.blue() > c.red() + 80;
+    };
+    EXPECT_TRUE(blueBeside(vocal->lowFrequencyRect()));
+    EXPECT_FALSE(blueBeside(vocal->highFrequencyRect()));
+}
+
 TEST(TeskVocalRemovalSettingsView, EdgeShiftAndCreateDragsFollowTheRules) {
     // 300 points wide: 100 points a decade from 20 Hz.
     const auto at = [](double x) { return double(float(20.0 * std::pow(10.0, x / 100.0))); };
