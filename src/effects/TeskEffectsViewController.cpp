@@ -100,6 +100,13 @@ void TeskEffectsViewController::buildPanel() {
     pan->addWidget(mPanSpectrumView, 1);
     pan->addWidget(mPanSlider);
     grid->addLayout(pan, 1, 2);
+    // Tab goes through each effect in turn: its switch, its presets, its editor.
+    const std::initializer_list<QWidget*> tabOrder{
+        mEqualizerSwitch,      mEqualizerPresetsPopUp,      mEQSettingsView,
+        mVocalReductionSwitch, mVocalReductionPresetsPopUp, mVocalRemovalSettingsView,
+        mPanningSwitch,        mOutOfPhaseSwitch,           mPanSlider};
+    for (auto it = tabOrder.begin(); it + 1 != tabOrder.end(); ++it)
+        setTabOrder(*it, *(it + 1));
     grid->setRowStretch(1, 1);
     grid->setColumnStretch(0, 5);
     grid->setColumnStretch(1, 4);

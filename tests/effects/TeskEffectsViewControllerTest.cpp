@@ -10,6 +10,7 @@
 #include "effects/TeskVocalRemovalSettingsView.h"
 #include "observation/KeyValueObserving.h"
 
+#include <QApplication>
 #include <QCheckBox>
 #include <QComboBox>
 #include <QTest>
@@ -245,4 +246,22 @@ TEST(TeskEffectsViewController, SwitchesBindingsAndSpectraFollowTheSettings) {
     c.setRepresentedObject(nullptr);
     EXPECT_EQ(observationCount(&other), 0);
     EXPECT_FALSE(c.isEnabled());
+}
+
+TEST(TeskEffectsViewController, TabGoesThroughEachEffectsSwitchPresetsAndEditorInTurn) {
+    Panel panel;
+    TeskEffectsViewController& c = panel.controller;
+    c.activateWindow();
+    ASSERT_TRUE(QTest::qWaitForWindowActive(&c));
+    const QList<QWidget*> order{
+        c.equalizerSwitch(),      c.equalizerPresetsPopUp(),      c.eqSettingsView(),
+        c.vocalReductionSwitch(), c.vocalReductionPresetsPopUp(), c.vocalRemovalSettingsView(),
+        c.panningSwitch(),        c.outOfPhaseSwitch(),           c.panSlider()};
+    order.first()->setFocus(Qt::TabFocusReason);
+    QList<QWidget*> reached{QApplication::focusWidget()};
+    for (qsizetype i = 1; i < order.size(); ++i) {
+        QTest::keyClick(QApplication::focusWidget(), Qt::Key_Tab);
+        reached.append(QApplication::focusWidget());
+    }
+    EXPECT_EQ(reached, order);
 }
