@@ -88,17 +88,27 @@ void TeskVocalRemovalSettingsView::animationReachedMark(double progress) {
         return double(float(glide.mStartFrequency +
                             (glide.mEndFrequency - glide.mStartFrequency) * progress));
     };
+    // A screen reader hears the edges a preset moved once, where they end, not at every step.
+    mGlideStepping = true;
     setLowFrequency(progress >= 1.0 ? mLowFrequencyAnimation.mEndFrequency
                                     : along(mLowFrequencyAnimation));
     setHighFrequency(progress >= 1.0 ? mHighFrequencyAnimation.mEndFrequency
                                      : along(mHighFrequencyAnimation));
+    mGlideStepping = false;
+    if (progress < 1.0)
+        return;
+    if (mLowFrequency != mLowFrequencyAnimation.mStartFrequency)
+        announceHandleValue(this, 0, mLowFrequency);
+    if (mHighFrequency != mHighFrequencyAnimation.mStartFrequency)
+        announceHandleValue(this, 1, mHighFrequency);
 }
 
 void TeskVocalRemovalSettingsView::setLowFrequency(double hertz) {
     if (mLowFrequency == hertz)
         return;
     mLowFrequency = hertz;
-    announceHandleValue(this, 0, hertz);
+    if (!mGlideStepping)
+        announceHandleValue(this, 0, hertz);
     update();
 }
 
@@ -106,7 +116,8 @@ void TeskVocalRemovalSettingsView::setHighFrequency(double hertz) {
     if (mHighFrequency == hertz)
         return;
     mHighFrequency = hertz;
-    announceHandleValue(this, 1, hertz);
+    if (!mGlideStepping)
+        announceHandleValue(this, 1, hertz);
     update();
 }
 

@@ -76,6 +76,7 @@ private:
 
     double mLowFrequency = 0.0;
     bool mKeysMoveLowEdge = true;
+    bool mGlideStepping = false; // a glide's step, told to nobody
     double mHighFrequency = 0.0;
     FrequencyAnimation mLowFrequencyAnimation;
     FrequencyAnimation mHighFrequencyAnimation;
