@@ -575,7 +575,10 @@ bool TeskDocumentWindowController::eventFilter(QObject* watched, QEvent* event) 
     if (panelControl && widget->isVisible()) {
         if (key->key() != Qt::Key_Escape)
             return false;
-        mViews->waveformView()->setFocus();
+        if (mViews)
+            mViews->waveformView()->setFocus();
+        else
+            widget->clearFocus();
         return true;
     }
     return handleKey(key);
