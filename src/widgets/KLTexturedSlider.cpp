@@ -38,7 +38,9 @@ KLTexturedSlider::KLTexturedSlider(QWidget* parent)
 void KLTexturedSlider::refreshSpokenValue() {
     const double span = mMaxValue - mMinValue;
     const double fraction = span > 0.0 ? (mValue - mMinValue) / span : 0.0;
-    setAccessibleDescription(tr("%1 %").arg(std::lround(fraction * 100.0)));
+    const QString spoken = tr("%1 %").arg(std::lround(fraction * 100.0));
+    if (spoken != accessibleDescription())
+        setAccessibleDescription(spoken);
 }
 
 void KLTexturedSlider::setValue(double value) {
