@@ -39,7 +39,14 @@ public:
     int indexOfChild(const QAccessibleInterface*) const override { return -1; }
     void setText(QAccessible::Text, const QString&) override {}
     QAccessible::Role role() const override { return QAccessible::Slider; }
-    QAccessible::State state() const override { return mEditor->state(); }
+    /// The editor's state; focused only for the part its keys move.
+    QAccessible::State state() const override {
+        QAccessible::State state = mEditor->state();
+        state.focused = state.focused && movedByKeys();
+        return state;
+    }
+    /// Whether the editor's keys move this part.
+    virtual bool movedByKeys() const = 0;
     void* interface_cast(QAccessible::InterfaceType type) override {
         return type == QAccessible::ValueInterface ? static_cast<QAccessibleValueInterface*>(this)
                                                    : nullptr;
@@ -71,6 +78,7 @@ public:
         return {};
     }
     QRect rect() const override { return screenRect(view()->geometry().hitRectForBand(index())); }
+    bool movedByKeys() const override { return view()->keyBand() == index(); }
     QVariant currentValue() const override { return view()->valueForBand(index()); }
     void setCurrentValue(const QVariant& value) override {
         view()->setBandValueAsUser(index(), value.toDouble());
@@ -103,6 +111,7 @@ public:
     QRect rect() const override {
         return screenRect(low() ? view()->lowFrequencyHitRect() : view()->highFrequencyHitRect());
     }
+    bool movedByKeys() const override { return view()->keysMoveLowEdge() == low(); }
     QVariant currentValue() const override {
         return low() ? view()->lowFrequency() : view()->highFrequency();
     }
@@ -142,6 +151,13 @@ public:
     QAccessibleInterface* childAt(int x, int y) const override {
         for (int i = 0; i < childCount(); ++i)
             if (child(i)->rect().contains(x, y))
+                return child(i);
+        return nullptr;
+    }
+    /// The part the keys move, while the editor has the focus.
+    QAccessibleInterface* focusChild() const override {
+        for (int i = 0; i < childCount(); ++i)
+            if (child(i)->state().focused)
                 return child(i);
         return nullptr;
     }

@@ -121,10 +121,11 @@ void TeskEQSettingsView::setBandValueAsUser(int index, double gain) {
     while (bands.size() < kBandCount)
         bands.append(0.0);
     bands[index] = gain;
-    mDragging = true; // the value comes back as is, without a glide
+    // The value comes back as is, without a glide; a drag under way goes on after it.
+    const bool dragging = std::exchange(mDragging, true);
     setBands(bands);
     updateObservableObjectForBindingName(QStringLiteral("bands"), QVariant::fromValue(bands));
-    mDragging = false;
+    mDragging = dragging;
     tellDelegateEditingEnded();
 }
 
@@ -222,36 +223,64 @@ void TeskEQSettingsView::drawContents(QPainter& painter) {
     }
 }
 
-void TeskEQSettingsView::keyPressEvent(QKeyEvent* event) {
-    const double gain = valueForBand(mKeyBand);
+double TeskEQSettingsView::gainAfterKey(double gain, int key) {
     const double range = EQBandGeometry::kDisplayRange;
-    const auto setGain = [&](double value) {
-        setBandValueAsUser(mKeyBand, std::clamp(value, -range, range));
-    };
-    switch (event->key()) {
-    case Qt::Key_Left:
-    case Qt::Key_Right: {
-        mKeyBand =
-            std::clamp(mKeyBand + (event->key() == Qt::Key_Left ? -1 : 1), 0, kBandCount - 1);
-        QAccessibleEvent focus(this, QAccessible::Focus);
-        focus.setChild(mKeyBand);
-        QAccessible::updateAccessibility(&focus);
-        update();
+    // Towards the editor's end and no further; a gain a drag took beyond it is left there.
+    const auto up = [&](double to) { return gain >= range ? gain : std::min(to, range); };
+    const auto down = [&](double to) { return gain <= -range ? gain : std::max(to, -range); };
+    switch (key) {
+    case Qt::Key_Up:
+        return up(std::floor(gain + 1.0));
+    case Qt::Key_Down:
+        return down(std::ceil(gain - 1.0)) + 0.0; // never -0
+    case Qt::Key_PageUp:
+        return up(gain + 5.0);
+    case Qt::Key_PageDown:
+        return down(gain - 5.0);
+    case Qt::Key_Home:
+        return 0.0;
+    default:
+        return gain;
+    }
+}
+
+void TeskEQSettingsView::keyPressEvent(QKeyEvent* event) {
+    // The keys without modifiers; Ctrl and Alt with the arrows are the window's (jumps).
+    const bool plain = (event->modifiers() & ~Qt::KeypadModifier) == Qt::NoModifier;
+    const int key = event->key();
+    const bool ours = key == Qt::Key_Left || key == Qt::Key_Right || key == Qt::Key_Up ||
+                      key == Qt::Key_Down || key == Qt::Key_PageUp || key == Qt::Key_PageDown ||
+                      key == Qt::Key_Home;
+    if (!plain || !ours) {
+        TeskSpectrumEffectView::keyPressEvent(event);
         return;
     }
-    case Qt::Key_Up:
-        return setGain(std::floor(gain + 1.0));
-    case Qt::Key_Down:
-        return setGain(std::ceil(gain - 1.0) + 0.0); // never -0
-    case Qt::Key_PageUp:
-        return setGain(gain + 5.0);
-    case Qt::Key_PageDown:
-        return setGain(gain - 5.0);
-    case Qt::Key_Home:
-        return setGain(0.0);
-    default:
-        TeskSpectrumEffectView::keyPressEvent(event);
+    if (mPressedIndex != kNoBand)
+        return; // a knob held with the mouse is the mouse's
+    if (key == Qt::Key_Left || key == Qt::Key_Right) {
+        const int band = std::clamp(mKeyBand + (key == Qt::Key_Left ? -1 : 1), 0, kBandCount - 1);
+        if (band != mKeyBand) {
+            mKeyBand = band;
+            announceKeyBand();
+            update();
+        }
+        return;
     }
+    const double gain = valueForBand(mKeyBand);
+    const double next = gainAfterKey(gain, key);
+    if (next != gain)
+        setBandValueAsUser(mKeyBand, next);
+}
+
+void TeskEQSettingsView::announceKeyBand() {
+    QAccessibleEvent focus(this, QAccessible::Focus);
+    focus.setChild(mKeyBand);
+    QAccessible::updateAccessibility(&focus);
+}
+
+void TeskEQSettingsView::focusInEvent(QFocusEvent* event) {
+    TeskSpectrumEffectView::focusInEvent(event);
+    announceKeyBand(); // a screen reader says which band the keys move
 }
 
 } // namespace tesk

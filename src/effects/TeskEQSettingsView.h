@@ -49,6 +49,9 @@ public:
     static QString bandName(int index);
     /// The band the keys work, ringed while the editor has the focus.
     int keyBand() const { return mKeyBand; }
+    /// A band's gain after `key` (Up, Down, Page Up, Page Down, Home): whole decibels, five
+    /// for a page, towards the editor's range and never past it.
+    static double gainAfterKey(double gain, int key);
 
 protected:
     bool event(QEvent* event) override;
@@ -58,8 +61,10 @@ protected:
     void mouseMoveEvent(QMouseEvent* event) override;
     void mouseReleaseEvent(QMouseEvent* event) override;
     void keyPressEvent(QKeyEvent* event) override;
+    void focusInEvent(QFocusEvent* event) override;
 
 private:
+    void announceKeyBand();
     /// Draws `bands`, telling nobody.
     void showBands(const QList<double>& bands);
     /// Tells screen readers of each band whose gain differs from `before`.

@@ -24,27 +24,54 @@ TeskVocalRemovalSettingsView::TeskVocalRemovalSettingsView(QWidget* parent)
 }
 
 void TeskVocalRemovalSettingsView::keyPressEvent(QKeyEvent* event) {
-    switch (event->key()) {
-    case Qt::Key_Up:
-    case Qt::Key_Down: {
-        mKeysMoveLowEdge = event->key() == Qt::Key_Down;
-        QAccessibleEvent focus(this, QAccessible::Focus);
-        focus.setChild(mKeysMoveLowEdge ? 0 : 1);
-        QAccessible::updateAccessibility(&focus);
-        update();
-        return;
-    }
-    case Qt::Key_Left:
-    case Qt::Key_Right: {
-        const double octaves = (event->modifiers() & Qt::ShiftModifier) ? 1.0 : 1.0 / 12.0;
-        const double factor = std::exp2(event->key() == Qt::Key_Left ? -octaves : octaves);
-        setEdgeFrequencyAsUser(mKeysMoveLowEdge,
-                               (mKeysMoveLowEdge ? mLowFrequency : mHighFrequency) * factor);
-        return;
-    }
-    default:
+    // Plain arrows, and Left and Right with Shift; Ctrl and Alt with them are the window's.
+    const Qt::KeyboardModifiers modifiers = event->modifiers() & ~Qt::KeypadModifier;
+    const int key = event->key();
+    const bool pick = (key == Qt::Key_Up || key == Qt::Key_Down) && modifiers == Qt::NoModifier;
+    const bool move = (key == Qt::Key_Left || key == Qt::Key_Right) &&
+                      (modifiers == Qt::NoModifier || modifiers == Qt::ShiftModifier);
+    if (!pick && !move) {
         TeskSpectrumEffectView::keyPressEvent(event);
+        return;
     }
+    if (mDragging)
+        return; // an edge held with the mouse is the mouse's
+    if (pick) {
+        const bool low = key == Qt::Key_Down;
+        if (low != mKeysMoveLowEdge) {
+            mKeysMoveLowEdge = low;
+            announceKeyEdge();
+            update();
+        }
+        return;
+    }
+    const double octaves = modifiers == Qt::ShiftModifier ? 1.0 : 1.0 / 12.0;
+    const double factor = std::exp2(key == Qt::Key_Left ? -octaves : octaves);
+    setEdgeFrequencyAsUser(mKeysMoveLowEdge,
+                           (mKeysMoveLowEdge ? mLowFrequency : mHighFrequency) * factor);
+}
+
+void TeskVocalRemovalSettingsView::announceKeyEdge() {
+    QAccessibleEvent focus(this, QAccessible::Focus);
+    focus.setChild(mKeysMoveLowEdge ? 0 : 1);
+    QAccessible::updateAccessibility(&focus);
+}
+
+void TeskVocalRemovalSettingsView::focusInEvent(QFocusEvent* event) {
+    TeskSpectrumEffectView::focusInEvent(event);
+    announceKeyEdge(); // a screen reader says which edge the keys move
+}
+
+QRectF TeskVocalRemovalSettingsView::focusRingRect() const {
+    // Round the grip, reaching out on the edge's own side, so that at the narrowest band the
+    // two rings differ; inside the view's border at either end of the axis.
+    const QRectF edge = mKeysMoveLowEdge ? lowFrequencyRect() : highFrequencyRect();
+    QRectF ring(mKeysMoveLowEdge ? edge.left() - 8.0 : edge.left() - 3.0, edge.center().y() - 9.0,
+                12.0, 18.0);
+    const QRectF inside = QRectF(rect()).adjusted(3.0, 3.0, -3.0, -3.0);
+    ring.moveLeft(std::clamp(ring.left(), inside.left(),
+                             std::max(inside.left(), inside.right() - ring.width())));
+    return ring;
 }
 
 TeskVocalRemovalSettingsView::~TeskVocalRemovalSettingsView() = default;
@@ -287,9 +314,7 @@ void TeskVocalRemovalSettingsView::drawContents(QPainter& painter) {
         painter.setOpacity(1.0);
         painter.setPen(QPen(TeskPanSlider::kFocusRingColour, 2.0));
         painter.setBrush(Qt::NoBrush);
-        const QRectF edge = mKeysMoveLowEdge ? low : high;
-        const QRectF ring(edge.left() - 5.0, edge.center().y() - 9.0, 11.0, 18.0);
-        painter.drawRoundedRect(ring, 3.0, 3.0);
+        painter.drawRoundedRect(focusRingRect(), 3.0, 3.0);
         painter.restore();
     }
 }

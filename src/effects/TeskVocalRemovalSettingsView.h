@@ -54,6 +54,8 @@ public:
     void setEdgeFrequencyAsUser(bool lowEdge, double hertz);
     /// Whether the keys move the low edge (else the high one).
     bool keysMoveLowEdge() const { return mKeysMoveLowEdge; }
+    /// The blue ring round the edge the keys move, while the editor has the focus.
+    QRectF focusRingRect() const;
 
     ProgressMarkAnimation& bandAnimation() { return mAnimation; }
 
@@ -63,6 +65,7 @@ protected:
     void mouseMoveEvent(QMouseEvent* event) override;
     void mouseReleaseEvent(QMouseEvent* event) override;
     void keyPressEvent(QKeyEvent* event) override;
+    void focusInEvent(QFocusEvent* event) override;
 
 private:
     struct FrequencyAnimation {
@@ -71,6 +74,7 @@ private:
     };
 
     void dragTo(double x);
+    void announceKeyEdge();
     void animationReachedMark(double progress);
     void showCursorFor(const QPointF& point);
 

@@ -199,6 +199,7 @@ TEST(TeskEQSettingsView, DraggingABandWritesItsGainBackWithoutALimit) {
 }
 
 TEST(TeskEQSettingsView, ReachedWithTabTheKeysPickABandAndMoveItsGain) {
+    installEffectsAccessibility();
     TeskEffectsSettings settings;
     QWidget window;
     auto* eq = new TeskEQSettingsView(&window);
@@ -245,6 +246,53 @@ TEST(TeskEQSettingsView, ReachedWithTabTheKeysPickABandAndMoveItsGain) {
     EXPECT_EQ(settings.equalizerSettings()->bands().value(1), 0.0);
     QTest::keyClick(eq, Qt::Key_Up);
     EXPECT_EQ(settings.equalizerSettings()->bands().value(1), 1.0);
+
+    // A screen reader is told the band the keys move, and only that one is focused.
+    QAccessibleInterface* editor = QAccessible::queryAccessibleInterface(eq);
+    ASSERT_NE(editor->focusChild(), nullptr);
+    EXPECT_EQ(editor->indexOfChild(editor->focusChild()), 1);
+    EXPECT_FALSE(editor->child(0)->state().focused);
+    // With Ctrl or Alt the arrows are the window's: the editor leaves them alone.
+    const QList<double> before = settings.equalizerSettings()->bands();
+    for (const auto& [key, modifiers] :
+         {std::pair{Qt::Key_Right, Qt::ControlModifier}, std::pair{Qt::Key_Left, Qt::AltModifier},
+          std::pair{Qt::Key_Up, Qt::ControlModifier}}) {
+        QTest::keyClick(eq, key, modifiers);
+        EXPECT_EQ(eq->keyBand(), 1) << key;
+        EXPECT_EQ(settings.equalizerSettings()->bands(), before) << key;
+    }
+    // A key while a knob is held leaves the drag to the mouse, which ends it as it began.
+    Recorder delegate;
+    eq->setDelegate(&delegate);
+    const EQBandGeometry places = eq->geometry();
+    const double x = places.pointForBandIndex(5);
+    send(*eq, QEvent::MouseButtonPress, {x, places.pointForValue(0)});
+    QTest::keyClick(eq, Qt::Key_Up);
+    send(*eq, QEvent::MouseMove, {x, places.pointForValue(0) - 10});
+    send(*eq, QEvent::MouseButtonRelease, {x, places.pointForValue(0) - 10});
+    EXPECT_EQ(eq->pressedIndex(), TeskEQSettingsView::kNoBand);
+    EXPECT_FALSE(eq->isDragging());
+    EXPECT_EQ(delegate.began, delegate.ended);
+    EXPECT_GT(settings.equalizerSettings()->bands().value(5), 0.0) << "the drag went on";
+}
+
+TEST(TeskEQSettingsView, KeysStepTowardsTheEditorsEndsAndNeverPastThem) {
+    const struct {
+        double gain;
+        Qt::Key key;
+        double after;
+    } steps[] = {
+        {0.0, Qt::Key_Up, 1.0},           {-0.3, Qt::Key_Up, 0.0},    {19.5, Qt::Key_Up, 20.0},
+        {20.0, Qt::Key_Up, 20.0},         {25.0, Qt::Key_Up, 25.0},   {25.0, Qt::Key_PageUp, 25.0},
+        {17.0, Qt::Key_PageUp, 20.0},     {25.0, Qt::Key_Down, 24.0}, {-25.0, Qt::Key_Down, -25.0},
+        {-25.0, Qt::Key_PageDown, -25.0}, {-25.0, Qt::Key_Up, -24.0}, {0.5, Qt::Key_Down, 0.0},
+        {7.5, Qt::Key_Home, 0.0},
+    };
+    for (const auto& step : steps) {
+        const double after = TeskEQSettingsView::gainAfterKey(step.gain, step.key);
+        EXPECT_EQ(after, step.after) << step.gain << " " << step.key;
+        EXPECT_FALSE(after == 0.0 && std::signbit(after)) << "never -0";
+    }
 }
 
 TEST(TeskEQSettingsView, APresetGlidesThereUnlessADragIsUnderWay) {
@@ -318,14 +366,41 @@ TEST(TeskVocalRemovalSettingsView, ReachedWithTabTheKeysPickAnEdgeAndMoveIt) {
         EXPECT_NEAR(band.lowFrequency() / step.low, 1.0, 1e-3) << step.key;
         EXPECT_NEAR(band.highFrequency() / step.high, 1.0, 1e-3) << step.key;
     }
+    // With Ctrl or Alt the arrows are the window's.
+    for (const auto& [key, modifiers] :
+         {std::pair{Qt::Key_Left, Qt::ControlModifier}, std::pair{Qt::Key_Up, Qt::AltModifier}}) {
+        QTest::keyClick(vocal, key, modifiers);
+        EXPECT_TRUE(vocal->keysMoveLowEdge()) << key;
+        EXPECT_NEAR(band.lowFrequency() / (low / 2.0), 1.0, 1e-3) << key;
+    }
+    // The ring stays inside the view's border at either end of the axis, and at the narrowest
+    // band the two edges' rings differ.
+    const QRectF inside = QRectF(vocal->rect()).adjusted(2, 2, -2, -2);
+    for (const auto& [lowEdge, hertz] :
+         {std::pair{true, 20.0}, std::pair{false, 20000.0}, std::pair{false, 2800.0}}) {
+        QTest::keyClick(vocal, lowEdge ? Qt::Key_Down : Qt::Key_Up);
+        vocal->setEdgeFrequencyAsUser(lowEdge, hertz);
+        EXPECT_TRUE(inside.contains(vocal->focusRingRect())) << hertz;
+    }
+    vocal->setEdgeFrequencyAsUser(true, 1000.0);
+    vocal->setEdgeFrequencyAsUser(false, 1000.0); // held 5 points above the low edge
+    QTest::keyClick(vocal, Qt::Key_Down);
+    const QRectF lowRing = vocal->focusRingRect();
+    QTest::keyClick(vocal, Qt::Key_Up);
+    EXPECT_GT(std::abs(vocal->focusRingRect().center().x() - lowRing.center().x()), 8.0);
+    QTest::keyClick(vocal, Qt::Key_Down);
+    vocal->setEdgeFrequencyAsUser(true, low / 2.0);
+    vocal->setEdgeFrequencyAsUser(false, high / 2.0);
     // The edge the keys move is ringed in blue, the other not.
-    const QImage picture = test::grabImage(*vocal);
-    const auto blueBeside = [&](const QRectF& edge) {
-        const QColor c = test::pixelAt(picture, edge.left() - 4.5, edge.center().y());
+    const QPointF onLowRing(vocal->focusRingRect().left() + 0.5,
+                            vocal->focusRingRect().center().y());
+    const auto blueAt = [&](const QPointF& at) {
+        const QColor c = test::pixelAt(test::grabImage(*vocal), at.x(), at.y());
         return c.blue() > c.red() + 80;
     };
-    EXPECT_TRUE(blueBeside(vocal->lowFrequencyRect()));
-    EXPECT_FALSE(blueBeside(vocal->highFrequencyRect()));
+    EXPECT_TRUE(blueAt(onLowRing));
+    QTest::keyClick(vocal, Qt::Key_Up);
+    EXPECT_FALSE(blueAt(onLowRing));
 }
 
 TEST(TeskVocalRemovalSettingsView, EdgeShiftAndCreateDragsFollowTheRules) {
