@@ -3,6 +3,7 @@
 #include <QAccessible>
 #include <QAccessibleValueInterface>
 #include <QAccessibleWidget>
+#include <QKeyEvent>
 #include <QMouseEvent>
 #include <QPainter>
 #include <QPainterPath>
@@ -26,6 +27,7 @@ const QColor kKnobEdge(96, 100, 108);
 // colour, softened (a dark grey on a light desktop).
 constexpr qreal kIndicatorOpacity = 0.62;
 constexpr qreal kGrooveHeight = 5.0;
+const QColor kFocusRing(64, 140, 240); // as the effects panel's
 } // namespace
 
 KLTexturedSlider::KLTexturedSlider(QWidget* parent)
@@ -118,6 +120,33 @@ void KLTexturedSlider::userSetValue(double value) {
     emit valueChanged(mValue);
 }
 
+void KLTexturedSlider::keyPressEvent(QKeyEvent* event) {
+    if ((event->modifiers() & ~Qt::KeypadModifier) != Qt::NoModifier || !isEnabled()) {
+        QWidget::keyPressEvent(event);
+        return;
+    }
+    switch (event->key()) {
+    case Qt::Key_Left:
+    case Qt::Key_Down:
+        userSetValue(mValue - mStep);
+        emit steppedTowardsMinimum();
+        return;
+    case Qt::Key_Right:
+    case Qt::Key_Up:
+        userSetValue(mValue + mStep);
+        emit steppedTowardsMaximum();
+        return;
+    case Qt::Key_Home:
+        userSetValue(mMinValue);
+        return;
+    case Qt::Key_End:
+        userSetValue(mMaxValue);
+        return;
+    default:
+        QWidget::keyPressEvent(event);
+    }
+}
+
 void KLTexturedSlider::mousePressEvent(QMouseEvent* event) {
     if (event->button() != Qt::LeftButton || !isEnabled())
         return;
@@ -196,6 +225,12 @@ void KLTexturedSlider::paintEvent(QPaintEvent*) {
     painter.setPen(QPen(kKnobEdge, 1.0));
     painter.setBrush(cap);
     painter.drawEllipse(knobRect.adjusted(0.5, 0.5, -0.5, -0.5));
+    if (hasFocus()) {
+        // Reached with Tab: the knob's rim turns blue, to say where the arrow keys go.
+        painter.setPen(QPen(kFocusRing, 2.0));
+        painter.setBrush(Qt::NoBrush);
+        painter.drawEllipse(knobRect.adjusted(1.0, 1.0, -1.0, -1.0));
+    }
 
     if (mIndicator != NoIndicator) {
         drawIndicator(painter, minimumEndRect(), false);

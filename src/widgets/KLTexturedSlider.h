@@ -72,6 +72,9 @@ protected:
     void mouseMoveEvent(QMouseEvent* event) override;
     void mouseReleaseEvent(QMouseEvent* event) override;
     void wheelEvent(QWheelEvent* event) override;
+    /// Given the focus (by Tab), Left and Down step towards the least as the end picture does,
+    /// Right and Up towards the most, Home and End go to either end.
+    void keyPressEvent(QKeyEvent* event) override;
 
 private:
     static constexpr int kEndWidth = 16;

@@ -66,7 +66,8 @@ KLTexturedSlider* barSlider(const QString& name, int indicator, QWidget* parent)
     auto* slider = new KLTexturedSlider(parent);
     slider->setIndicatorIndex(indicator);
     slider->setFixedWidth(150);
-    slider->setFocusPolicy(Qt::NoFocus);
+    // Reached with Tab, its arrows move it; a click leaves the keys to the window's commands.
+    slider->setFocusPolicy(Qt::TabFocus);
     slider->setAccessibleName(name);
     return slider;
 }
@@ -551,7 +552,8 @@ bool TeskDocumentWindowController::eventFilter(QObject* watched, QEvent* event) 
     // Every key typed in this window reaches the window's commands, whichever view has focus,
     // except Tab, which moves the focus, and keys for the controls that need them: text
     // fields, pop-ups, the menu bar (which keeps the keys after Escape closes a menu), and the
-    // effects panel's switches, editors and pan slider, which only Tab gives the focus to.
+    // zoom and volume sliders and the effects panel's switches, editors and pan slider, which
+    // only Tab gives the focus to.
     // Escape there gives the keys back to the window.
     if (event->type() != QEvent::KeyPress || mClosed)
         return false;
@@ -571,7 +573,8 @@ bool TeskDocumentWindowController::eventFilter(QObject* watched, QEvent* event) 
     const bool panelControl =
         qobject_cast<QComboBox*>(widget) || qobject_cast<QAbstractButton*>(widget) ||
         qobject_cast<TeskPanSlider*>(widget) || qobject_cast<TeskEQSettingsView*>(widget) ||
-        qobject_cast<TeskVocalRemovalSettingsView*>(widget);
+        qobject_cast<TeskVocalRemovalSettingsView*>(widget) ||
+        qobject_cast<KLTexturedSlider*>(widget);
     if (panelControl && widget->isVisible()) {
         if (key->key() != Qt::Key_Escape)
             return false;

@@ -119,6 +119,27 @@ TEST(KLTexturedSlider, OnlyTheUsersChangesAreSentAndTheEndsStepTowardsThemselves
     }
     EXPECT_NEAR(slider.value(), 0.95, 1e-9);
     EXPECT_EQ(outs.count(), 2);
+
+    // Reached with Tab, the keys step it as its ends do; with Ctrl they are not its.
+    const struct {
+        Qt::Key key;
+        Qt::KeyboardModifiers modifiers;
+        double expected;
+        int stepsIn, stepsOut;
+    } keys[] = {
+        {Qt::Key_Left, Qt::NoModifier, 0.90, 3, 3},
+        {Qt::Key_Up, Qt::NoModifier, 0.95, 4, 3},
+        {Qt::Key_Home, Qt::NoModifier, 0.0, 4, 3},
+        {Qt::Key_End, Qt::NoModifier, 1.0, 4, 3},
+        {Qt::Key_Down, Qt::NoModifier, 0.95, 4, 4},
+        {Qt::Key_Right, Qt::ControlModifier, 0.95, 4, 4}, // the window's
+    };
+    for (const auto& k : keys) {
+        QTest::keyClick(&slider, k.key, k.modifiers);
+        EXPECT_NEAR(slider.value(), k.expected, 1e-9) << k.key;
+        EXPECT_EQ(ins.count(), k.stepsIn) << k.key;
+        EXPECT_EQ(outs.count(), k.stepsOut) << k.key;
+    }
 }
 
 TEST(KLTexturedSlider, TheKnobSitsWhereItsValueSaysWithTheFilledGrooveLeftOfIt) {

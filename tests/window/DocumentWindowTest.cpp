@@ -622,6 +622,19 @@ TEST(DocumentWindow, KeysAndClicksInTheMiddleOfThingsLoseNothing) {
     EXPECT_EQ(document->playbackSpeed(), speed);
     QTest::keyClick(bands, Qt::Key_Escape);
     EXPECT_EQ(QApplication::focusWidget(), waveform);
+    // So does it reach the volume, which the arrows turn down and up.
+    auto* volume = childWhere<KLTexturedSlider>(
+        window, [](KLTexturedSlider* slider) { return slider->accessibleName() == "Volume"; });
+    ASSERT_NE(volume, nullptr);
+    for (int tab = 0; tab < 20 && QApplication::focusWidget() != volume; ++tab)
+        QTest::keyClick(QApplication::focusWidget(), Qt::Key_Tab);
+    ASSERT_EQ(QApplication::focusWidget(), volume);
+    const double loudness = document->playbackVolume();
+    QTest::keyClick(volume, Qt::Key_Left);
+    EXPECT_NEAR(document->playbackVolume(), loudness - volume->step(), 1e-9);
+    EXPECT_EQ(document->playbackSpeed(), speed);
+    QTest::keyClick(volume, Qt::Key_Escape);
+    EXPECT_EQ(QApplication::focusWidget(), waveform);
     // Save As has a key on any desktop.
     auto* saveAs =
         childWhere<QAction>(window, [](QAction* item) { return item->text() == "Save &As…"; });
