@@ -3,6 +3,7 @@
 #include "controls/CalloutWindow.h"
 #include "controls/SThreePartImage.h"
 #include "controls/TransportAccessibility.h"
+#include "widgets/DevicePixels.h"
 #include "widgets/NamedImage.h"
 
 #include <QAccessible>
@@ -189,8 +190,16 @@ void HUDPitchControlView::paintEvent(QPaintEvent*) {
     QPainter painter(this);
     painter.setRenderHint(QPainter::SmoothPixmapTransform);
     SThreePartImage::pitchTrack().draw(painter, sliderSlotRect());
-    for (int i = 0; i < kTickCount; ++i)
-        image("PitchSliderTickMark").draw(painter, tickRect(i).topLeft());
+    // A tick's picture is a line one point wide in the middle of three: drawn scaled so that
+    // the line covers whole device pixels, it stays one crisp column at 1.25 too.
+    const qreal ratio = devicePixelRatioOf(painter);
+    for (int i = 0; i < kTickCount; ++i) {
+        const QRectF tick = tickRect(i);
+        const QRectF line = hairline(tick.left() + 1, tick.top(), tick.height(), ratio);
+        image("PitchSliderTickMark")
+            .draw(painter, QRectF(line.left() - line.width(), tick.top(),
+                                  tick.width() * line.width(), tick.height()));
+    }
     image("PitchSliderKnob").draw(painter, sliderKnobRect());
 }
 

@@ -2,6 +2,7 @@
 
 #include "observation/KeyValueObserving.h"
 #include "waveform/WaveformPalette.h"
+#include "widgets/DevicePixels.h"
 #include "widgets/NamedImage.h"
 
 #include "waveform/WaveformAccessibility.h"
@@ -67,15 +68,6 @@ void fillGradient(QPainter& painter, const QRectF& rect, const QRectF& full,
     }
     const QRectF source(0, (rect.top() - full.top()) * ratio, 1, rect.height() * ratio);
     painter.drawImage(rect, *found, source);
-}
-
-/// A vertical line one point wide at point x: whole device pixels, as many as a point has
-/// rounded, centred on the point's centre, so that it is as crisp at 1.25 as at 1 and 2 and
-/// stands where a marker's tip points, at every ratio.
-QRectF hairline(qreal x, qreal top, qreal height, qreal ratio) {
-    const qreal devicePixels = std::max<qreal>(1, std::round(ratio));
-    const qreal left = std::round((x + 0.5) * ratio - devicePixels * 0.5);
-    return QRectF(left / ratio, top, devicePixels / ratio, height);
 }
 
 /// The pointer over a marker that will be deleted when released: a small grey puff.

@@ -390,6 +390,38 @@ TEST(HUDPitchControlView, TheTracksEndsMeetItsMiddleWithoutASeam) {
     }
 }
 
+TEST(HUDPitchControlView, EachTickIsOneCrispLineAtEveryRatio) {
+    HUDPitchControlView view;
+    onDarkPanel(view);
+    view.setPitchAdjustment(6.0);
+    const QImage picture = test::grabImage(view);
+    const qreal ratio = picture.devicePixelRatio();
+    const int row = test::devicePixel(view.sliderSlotRect().center().y(), ratio);
+    const int lineWidth = std::max(1, int(std::lround(ratio)));
+    // The ticks on the track's plain middle (the outer two stand on its ends' rims), drawn as
+    // they are: across each, the columns the line lights are all as bright as its brightest,
+    // none half lit beside it.
+    for (int i = 1; i < HUDPitchControlView::kTickCount - 1; ++i) {
+        SCOPED_TRACE(i);
+        const QRectF tick = view.tickRect(i);
+        const int first = test::devicePixel(tick.left() - 1, ratio);
+        const int last = test::devicePixel(tick.right() + 1, ratio);
+        const int track = picture.pixelColor(first, row).lightness();
+        int brightest = track;
+        for (int x = first; x <= last; ++x)
+            brightest = std::max(brightest, picture.pixelColor(x, row).lightness());
+        int lit = 0;
+        for (int x = first; x <= last; ++x) {
+            const int lightness = picture.pixelColor(x, row).lightness();
+            if (lightness > track + 8) {
+                ++lit;
+                EXPECT_GE(lightness, brightest - 8) << "column " << x << " half lit";
+            }
+        }
+        EXPECT_EQ(lit, lineWidth);
+    }
+}
+
 TEST(HUDPitchControlView, TheKnobSitsUnderTheValuesPlaceAndTheWheelStepsIt) {
     Transport model;
     HUDPitchControlView view;
