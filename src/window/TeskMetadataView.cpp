@@ -2,9 +2,24 @@
 
 #include "widgets/NamedImage.h"
 
+#include <QEvent>
 #include <QPainter>
 
 namespace tesk {
+
+namespace {
+constexpr qreal kTextLeft = 14 + TeskMetadataView::kArtworkSide + 14;
+
+QFont titleFont(QFont font) {
+    font.setBold(true);
+    font.setPixelSize(15);
+    return font;
+}
+QFont otherFont(QFont font) {
+    font.setPixelSize(12);
+    return font;
+}
+} // namespace
 
 TeskMetadataView::TeskMetadataView(QWidget* parent)
     : QWidget(parent) {
@@ -28,11 +43,31 @@ void TeskMetadataView::setAlbum(const QString& album) {
     changed();
 }
 
-void TeskMetadataView::changed() {
+QStringList TeskMetadataView::knownTags() const {
     QStringList known{mTitle, mArtist, mAlbum};
     known.removeAll(QString());
-    setAccessibleDescription(known.join(QStringLiteral(", ")));
+    return known;
+}
+
+void TeskMetadataView::changed() {
+    setAccessibleDescription(knownTags().join(QStringLiteral(", ")));
     update();
+}
+
+QString TeskMetadataView::elided(const QString& text, const QFont& font) const {
+    return QFontMetrics(font).elidedText(text, Qt::ElideRight, int(width() - kTextLeft - 8));
+}
+
+bool TeskMetadataView::event(QEvent* event) {
+    // A tag cut short can be read whole, with the others, by pointing at the view; whether one
+    // is cut is asked then, at the width and font the view has.
+    if (event->type() == QEvent::ToolTip) {
+        const bool cut = elided(mTitle, titleFont(font())) != mTitle ||
+                         elided(mArtist, otherFont(font())) != mArtist ||
+                         elided(mAlbum, otherFont(font())) != mAlbum;
+        setToolTip(cut ? knownTags().join(QLatin1Char('\n')) : QString());
+    }
+    return QWidget::event(event);
 }
 
 void TeskMetadataView::paintEvent(QPaintEvent*) {
@@ -71,23 +106,14 @@ void TeskMetadataView::paintEvent(QPaintEvent*) {
             mirrored, QRectF(0, 0, mirrored.width(), reflectionHeight * ratio));
     }
 
-    const qreal textLeft = artRect.right() + 14;
-    const qreal textWidth = width() - textLeft - 8;
-    QFont titleFont = font();
-    titleFont.setBold(true);
-    titleFont.setPixelSize(15);
-    QFont otherFont = font();
-    otherFont.setPixelSize(12);
+    const qreal textLeft = kTextLeft;
     painter.setPen(palette().color(QPalette::WindowText));
-    painter.setFont(titleFont);
-    const auto elided = [&](const QString& text, const QFont& f) {
-        return QFontMetrics(f).elidedText(text, Qt::ElideRight, int(textWidth));
-    };
-    painter.drawText(QPointF(textLeft, artRect.top() + 18), elided(mTitle, titleFont));
-    painter.setFont(otherFont);
+    painter.setFont(titleFont(font()));
+    painter.drawText(QPointF(textLeft, artRect.top() + 18), elided(mTitle, titleFont(font())));
+    painter.setFont(otherFont(font()));
     painter.setPen(palette().color(QPalette::PlaceholderText));
-    painter.drawText(QPointF(textLeft, artRect.top() + 40), elided(mArtist, otherFont));
-    painter.drawText(QPointF(textLeft, artRect.top() + 58), elided(mAlbum, otherFont));
+    painter.drawText(QPointF(textLeft, artRect.top() + 40), elided(mArtist, otherFont(font())));
+    painter.drawText(QPointF(textLeft, artRect.top() + 58), elided(mAlbum, otherFont(font())));
 }
 
 } // namespace tesk

@@ -28,9 +28,13 @@ public:
 
 protected:
     void paintEvent(QPaintEvent* event) override;
+    bool event(QEvent* event) override;
 
 private:
     void changed();
+    QStringList knownTags() const;
+    /// `text` as it fits beside the artwork in `font`.
+    QString elided(const QString& text, const QFont& font) const;
 
     QImage mArt;
     QString mTitle;

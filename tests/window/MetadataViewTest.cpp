@@ -1,9 +1,10 @@
-// The song's metadata view: its cover with a reflection fading into the background, and what
-// a screen reader hears of its tags.
+// The song's metadata view: its cover with a reflection fading into the background, what a
+// screen reader hears of its tags, and the tags cut short shown whole in a tool tip.
 #include "window/TeskMetadataView.h"
 
 #include "support/ViewTesting.h"
 
+#include <QHelpEvent>
 #include <QImage>
 #include <gtest/gtest.h>
 
@@ -42,4 +43,44 @@ TEST(TeskMetadataView, ScreenReadersHearOnlyTheTagsTheSongHas) {
         view.setAlbum(song.album);
         EXPECT_EQ(view.accessibleDescription(), song.heard);
     }
+}
+
+namespace {
+/// The tool tip `view` shows when the pointer rests on it.
+QString toolTipShown(TeskMetadataView& view) {
+    QHelpEvent rest(QEvent::ToolTip, QPoint(150, 20), view.mapToGlobal(QPoint(150, 20)));
+    QCoreApplication::sendEvent(&view, &rest);
+    return view.toolTip();
+}
+} // namespace
+
+TEST(TeskMetadataView, TagsCutShortCanBeReadWholeByPointingAtThem) {
+    const QString longer = QString("A Love Supreme, Part IV: Psalm (live in Antibes) ").repeated(2);
+    const struct {
+        QString title, album;
+        int width;
+        QString tip;
+    } cases[] = {{"Naima", "Giant Steps", 360, ""},
+                 {longer, "Giant Steps", 360, longer + "\nGiant Steps"},
+                 {"Naima", longer, 360, "Naima\n" + longer},
+                 // Made wide enough, nothing is cut; narrowed, the same tags are.
+                 {longer, "", 2000, ""},
+                 {"Naima", "", 130, "Naima"}};
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.width);
+        TeskMetadataView view;
+        view.resize(c.width, 110);
+        view.setTitle(c.title);
+        view.setAlbum(c.album);
+        EXPECT_EQ(toolTipShown(view), c.tip);
+    }
+    // The width changing after the tags came, both ways.
+    TeskMetadataView view;
+    view.resize(2000, 110);
+    view.setTitle(longer);
+    EXPECT_EQ(toolTipShown(view), "");
+    view.resize(360, 110);
+    EXPECT_EQ(toolTipShown(view), longer);
+    view.resize(2000, 110);
+    EXPECT_EQ(toolTipShown(view), "");
 }
