@@ -90,18 +90,27 @@ QList<quint32> TeskScroller::markersForType(std::uint32_t kind) const {
     return mMarkers[kind];
 }
 
+// While a song plays the scroller is told its values at every step of the play head; it
+// repaints only what they change.
+
 void TeskScroller::setMarkers(const QList<quint32>& markers, std::uint32_t kind) {
     TESK_PARAMETER_ASSERT(kind < kMarkerKindCount);
+    if (markers == mMarkers[kind])
+        return;
     mMarkers[kind] = markers;
     update();
 }
 
 void TeskScroller::setMinValue(double value) {
+    if (value == mMinValue)
+        return;
     mMinValue = value;
     update();
 }
 
 void TeskScroller::setMaxValue(double value) {
+    if (value == mMaxValue)
+        return;
     mMaxValue = value;
     update();
 }
@@ -111,13 +120,26 @@ void TeskScroller::setValue(double value) {
         value = 0.0;
     if (value == mValue)
         return;
+    const QRectF before = knobRect();
     mValue = value;
     refreshSpokenValue();
-    update();
+    // The knob stands on whole points and moves far more rarely than the value: where it was
+    // and where it is, over the view's height (its picture reaches past the slot).
+    const QRectF after = knobRect();
+    if (after == before)
+        return;
+    const auto strip = [this](const QRectF& knob) {
+        return QRect(int(std::floor(knob.left())) - 1, 0, int(std::ceil(knob.width())) + 2,
+                     height());
+    };
+    update(QRegion(strip(before)) + strip(after));
 }
 
 void TeskScroller::setKnobProportion(double proportion) {
-    mKnobProportion = std::isfinite(proportion) ? std::clamp(proportion, 0.0, 1.0) : 1.0;
+    proportion = std::isfinite(proportion) ? std::clamp(proportion, 0.0, 1.0) : 1.0;
+    if (proportion == mKnobProportion)
+        return;
+    mKnobProportion = proportion;
     update();
 }
 

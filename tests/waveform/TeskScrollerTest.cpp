@@ -70,6 +70,36 @@ TEST(TeskScroller, RepaintsInAWindowThatComesToTheFrontOrGoesBehind) {
     EXPECT_TRUE(test::repaintsOnActivation(*scroller));
 }
 
+TEST_F(TeskScrollerTest, APlayHeadStepRepaintsOnlyWhereTheKnobWasAndIs) {
+    // The knob is 100 points wide with 300 to travel: a step of a ten-thousandth leaves it on
+    // its point. Each step tells the scroller every value again, as following playback does.
+    const struct {
+        double from, to;
+        bool knobMoves;
+    } steps[] = {{0.5, 0.5001, false}, {0.5, 0.51, true}, {0.2, 0.9, true}, {0.9, 0.2, true}};
+    test::PaintLog log;
+    scroller.installEventFilter(&log);
+    for (const auto& step : steps) {
+        SCOPED_TRACE(step.to);
+        model.setScrollPosition(step.from);
+        QCoreApplication::processEvents();
+        const QRectF before = scroller.knobRect();
+        log.painted = QRegion();
+        model.setScrollPosition(step.to);
+        QCoreApplication::processEvents();
+        if (!step.knobMoves) {
+            EXPECT_TRUE(log.painted.isEmpty());
+            continue;
+        }
+        qint64 area = 0;
+        for (const QRect& rect : log.painted)
+            area += qint64(rect.width()) * rect.height();
+        for (const QRectF& knob : {before, scroller.knobRect()})
+            EXPECT_TRUE(log.painted.contains(knob.adjusted(0, -2, 0, 2).toAlignedRect()));
+        EXPECT_LE(area, 2 * (before.width() + 2) * scroller.height());
+    }
+}
+
 TEST_F(TeskScrollerTest, MarkersSitAtTheirShareOfTheSlot) {
     struct Case {
         double min, max, value;
