@@ -163,8 +163,12 @@ void TimePitchStage::setPitchCents(double cents) noexcept {
 }
 
 void TimePitchStage::reset() {
-    mStretcher->reset();
+    resetStretcher();
     resetChannelGuidance();
+    // Back to the ratios the stretcher had: a reset keeps them, and applyParameters gives them
+    // only when they change.
+    mStretcher->setPitchScale(pitchScale(mAppliedPitchCents));
+    mStretcher->setTimeRatio(stretcherTimeRatio(mAppliedRate, mAppliedPitchCents, mQuality));
     mStarted = false;
     mSourceEnded = false;
     mTailFramesLeft = 0;
@@ -194,6 +198,16 @@ void TimePitchStage::resetChannelGuidance() {
             silence, std::clamp<std::size_t>(mStretcher->getSamplesRequired(), 1, kMaxProcessSize),
             false);
     }
+    resetStretcher();
+}
+
+void TimePitchStage::resetStretcher() {
+    // The finer engine of the library's 3.1 series, reset while its ratios slow the sound down
+    // or raise its pitch, comes back with its second channel following the first: here the side
+    // following the mid, so that after a seek at half speed a stereo song plays as its sum on
+    // the left and nothing on the right. Reset with no change at all, it starts as a new one.
+    mStretcher->setTimeRatio(stretcherTimeRatio(1.0, 0.0, mQuality));
+    mStretcher->setPitchScale(1.0);
     mStretcher->reset();
 }
 

@@ -174,6 +174,39 @@ TEST(TeskExport, SpeedSetsTheLengthAndPitchTheTone) {
     EXPECT_GT(test::rms(std::span(left).subspan(88200 - 2205, 2205)), 0.25);
 }
 
+TEST(TeskExport, EachExportThroughOnePlayerKeepsItsChannelsApart) {
+    // 440 Hz on the left and 660 Hz on the right, exported again and again through one player,
+    // as a window does: the stretcher that ended the last export must start the next one clean.
+    const auto left = test::sine(440.0, 0.5, 44100 * 3);
+    const auto right = test::sine(660.0, 0.5, 44100 * 3);
+    const struct {
+        float speed;
+        double semitones;
+    } settings[] = {{1.0f, 0.0}, {0.5f, 0.0}, {1.0f, 12.0}, {0.75f, -5.0}};
+    for (const auto& setting : settings) {
+        SCOPED_TRACE(testing::Message()
+                     << "speed " << setting.speed << " pitch " << setting.semitones);
+        TeskExtendedAudioFilePlayer player(std::make_shared<MemorySong>(left, right), true);
+        player.setPlaybackSpeed(setting.speed);
+        player.setPlaybackPitchInSemitones(setting.semitones);
+        const double shift = std::pow(2.0, setting.semitones / 12.0);
+        QTemporaryDir folder;
+        for (int round = 0; round < 3; ++round) {
+            SCOPED_TRACE(round);
+            const Exported back = exportAndRead(player, {22050, 44100}, folder, "take.aif");
+            ASSERT_TRUE(back.file);
+            const auto channels = test::readChannels(*back.file);
+            const auto middle = [](const std::vector<float>& channel) {
+                return std::span(channel).subspan(channel.size() / 4, channel.size() / 2);
+            };
+            EXPECT_NEAR(test::toneAmplitude(middle(channels[0]), 440.0 * shift), 0.5, 0.05);
+            EXPECT_LT(test::toneAmplitude(middle(channels[0]), 660.0 * shift), 0.02);
+            EXPECT_NEAR(test::toneAmplitude(middle(channels[1]), 660.0 * shift), 0.5, 0.05);
+            EXPECT_LT(test::toneAmplitude(middle(channels[1]), 440.0 * shift), 0.02);
+        }
+    }
+}
+
 TEST(TeskExport, StartsOnTheRangesFirstFrameWithoutTheStretchersDelay) {
     // A burst at source frame 30000 of a range starting at 10000 lands at output frame
     // 20000 / rate, within 1 ms, with or without the vocal reduction (which keeps side-only
