@@ -776,7 +776,14 @@ void TeskDocumentWindowController::startLoopExportWithFile(const QString& path) 
         mDocument->stopFilePlaying();
     mExportProgress = new QProgressDialog(tr("Exporting “%1”…").arg(QFileInfo(path).fileName()),
                                           tr("Cancel"), 0, 1000, this);
+    mExportName = QFileInfo(path).fileName();
     mExportProgress->setWindowModality(Qt::WindowModal);
+    // Cancel takes a click or Escape: Space, the key that plays, and a Return held from the
+    // save dialog would otherwise stop a long export by chance.
+    auto* cancel = new QPushButton(tr("Cancel"), mExportProgress);
+    cancel->setFocusPolicy(Qt::NoFocus);
+    cancel->setAutoDefault(false);
+    mExportProgress->setCancelButton(cancel);
     mExportProgress->setAutoClose(false);
     mExportProgress->setAutoReset(false);
     mExportProgress->setMinimumDuration(0);
@@ -883,6 +890,24 @@ void TeskDocumentWindowController::closeEvent(QCloseEvent* event) {
         event->accept();
         return;
     }
+    // Its progress shows only in this window: closing it (Quit from another window does) would
+    // stop the export out of sight. The export stops only once the window is sure to close.
+    if (mDocument->isExporting() && mExportProgress) {
+        const bool stop =
+            mServices.askStopExport
+                ? mServices.askStopExport(this, mExportName)
+                : QMessageBox::question(
+                      this, tr("Stop export?"),
+                      tr("“%1” is still being exported. Do you want to stop the export and "
+                         "close the window?")
+                          .arg(mExportName),
+                      QMessageBox::Yes | QMessageBox::Cancel,
+                      QMessageBox::Cancel) == QMessageBox::Yes;
+        if (!stop) {
+            event->ignore();
+            return;
+        }
+    }
     // A song's document is asked about even when the song has gone since, or its reference
     // to the song could not be read: its markers and loop are the musician's work. The empty
     // window has nothing to save.
@@ -930,6 +955,12 @@ void TeskDocumentWindowController::closeWithoutAsking() {
         mDocument->setPlaybackDelegate(nullptr);
     if (mDocument->metadataDelegate() == this)
         mDocument->setMetadataDelegate(nullptr);
+    if (mDocument->isExporting())
+        mDocument->cancelFileExportOperation();
+    if (mExportProgress) {
+        mExportProgress->hide();
+        mExportProgress->deleteLater();
+    }
     if (mDocument->fileExportDelegate() == this)
         mDocument->setFileExportDelegate(nullptr);
     disconnect(mDocument, nullptr, this, nullptr);

@@ -42,6 +42,9 @@ struct WindowServices {
     /// Asks whether to save a changed document before it closes: Save, Discard or Cancel
     /// (QMessageBox's buttons). A window-modal question unless a test replaces it.
     std::function<int(QWidget* window, const QString& documentName)> askSaveChanges;
+    /// Asks whether to stop an export that is still running so that its window can close:
+    /// true to stop it. A window-modal question unless a test replaces it.
+    std::function<bool(QWidget* window, const QString& exportName)> askStopExport;
     /// Asks where to save a practice document, proposing `proposedPath`; empty when cancelled.
     std::function<QString(QWidget* window, const QString& proposedPath)> askDocumentFile;
     /// Asks whether an export may replace the file at `path`; the export dialog asks nothing,
@@ -168,6 +171,7 @@ private:
     QTimer mHUDTimer;
     QTimer mWaveformTimer;
     QPointer<QProgressDialog> mExportProgress;
+    QString mExportName; // the file the running export writes, without its folder
     bool mExportingWithLoop = false;
     bool mEditingLoop = false;
     bool mClosed = false;

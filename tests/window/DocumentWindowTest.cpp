@@ -10,15 +10,18 @@
 #include "effects/TeskEQSettingsView.h"
 #include "support/AudioFiles.h"
 #include "support/Signals.h"
+#include "support/SongFiles.h"
 
 #include <QAction>
 #include <QApplication>
 #include <QCheckBox>
 #include <QComboBox>
+#include <QDir>
 #include <QMenu>
 #include <QMenuBar>
 #include <QMessageBox>
 #include <QMimeData>
+#include <QProgressDialog>
 #include <QPushButton>
 #include <QSplitter>
 #include <QTemporaryDir>
@@ -49,6 +52,10 @@ public:
             if (whileAsking)
                 std::exchange(whileAsking, nullptr)();
             return saveAnswer;
+        };
+        services.askStopExport = [this](QWidget*, const QString& name) {
+            stopExportQuestions.append(name);
+            return stopExportAnswer;
         };
         services.askDocumentFile = [this](QWidget*, const QString&) { return documentAnswer; };
         services.askReplaceFile = [this](QWidget*, const QString& path) {
@@ -88,6 +95,8 @@ public:
     QString proposedExportName;
     int saveAnswer = QMessageBox::Discard;
     int saveQuestions = 0;
+    bool stopExportAnswer = false;
+    QStringList stopExportQuestions;   // the exports asked about
     std::function<void()> whileAsking; // run once, inside the next question
 
     QString documentAnswer;
@@ -329,6 +338,42 @@ TEST(DocumentWindow, ASongHandedOverWhileQuittingAsksIsAskedAboutToo) {
     EXPECT_TRUE(app.layer->closeAll());
     EXPECT_EQ(app.saveQuestions, 2);
     EXPECT_TRUE(app.documents->documents().isEmpty());
+}
+
+TEST(DocumentWindow, AnExportStopsOnlyWhenAskedToAndItsWindowGoesWithIt) {
+    QTemporaryDir dir;
+    Practice app;
+    // A minute at half speed to M4A: seconds of work, long enough to be running throughout.
+    TeskDocument* document = app.open(writeTone(dir.filePath("long.wav"), 60.0));
+    ASSERT_NE(document, nullptr);
+    TeskDocumentWindowController* window = app.window(document);
+    document->setPlaybackSpeed(0.5);
+    app.exportAnswer = dir.filePath("long.m4a");
+    window->perform(WindowCommand::ExportSong);
+    QCoreApplication::processEvents();
+    ASSERT_TRUE(document->isExporting());
+    QProgressDialog* progress = window->exportProgressDialog();
+    ASSERT_NE(progress, nullptr);
+
+    // Space (the key that plays) and Return (held from the save dialog) stop nothing.
+    for (const int key : {Qt::Key_Space, Qt::Key_Return, Qt::Key_Enter})
+        QTest::keyClick(progress, Qt::Key(key));
+    EXPECT_FALSE(progress->wasCanceled());
+
+    // Quitting asks first; kept, the window and its export go on.
+    EXPECT_FALSE(app.layer->closeAll());
+    EXPECT_EQ(app.stopExportQuestions, QStringList{"long.m4a"});
+    EXPECT_TRUE(window->isVisible());
+    EXPECT_TRUE(document->isExporting());
+    EXPECT_TRUE(progress->isVisible());
+
+    // Stopped, the export ends with its window and its progress, leaving no file behind.
+    app.stopExportAnswer = true;
+    EXPECT_TRUE(app.layer->closeAll());
+    EXPECT_FALSE(progress && progress->isVisible());
+    EXPECT_TRUE(app.documents->documents().isEmpty());
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+    EXPECT_EQ(QDir(dir.path()).entryList(QDir::Files | QDir::Hidden), QStringList{"long.wav"});
 }
 
 TEST(DocumentWindow, APracticeOpenedWithItsEffectsShowingGivesTheKeysToTheWindow) {
