@@ -405,11 +405,13 @@ void TeskAudioFileReader::copyInto(const AudioBufferList& buffers, std::uint32_t
             moved = true;
         }
         if (mReadOffset >= block.frameCount) {
-            if (block.endOfStream)
+            // Read before the block is handed back: from then on the reader may refill it.
+            const bool endOfStream = block.endOfStream;
+            if (endOfStream)
                 mEndedGeneration.store(generation, std::memory_order_release);
             mReadOffset = 0;
             mReadCount.store(read + 1, std::memory_order_release);
-            if (block.endOfStream)
+            if (endOfStream)
                 break;
         }
     }
