@@ -17,8 +17,12 @@ RubberBandStretcher::Options optionsFor(TimePitchQuality quality) {
     const RubberBandStretcher::Options common = RubberBandStretcher::OptionProcessRealTime |
                                                 RubberBandStretcher::OptionThreadingNever |
                                                 RubberBandStretcher::OptionPitchHighConsistency;
-    // Channels stay "apart" in both: they are mid and side here, and keeping them independent
-    // is what keeps a side of exact zeros at exact zeros (see the class comment).
+    // The channels are mid and side here (see the class comment). The finer engine decides each
+    // channel's phases by its own transients unless told to keep them together, and a drum hit
+    // in the centre is only in the mid: the side's phases then drift from the mid's, and left
+    // and right no longer come back apart (a right-hand part heard on the left, at anything but
+    // rate 1 and no shift). Together, the side follows the mid across the whole band. The faster
+    // engine would turn mid and side into a mid and side of its own: it keeps them apart.
     switch (quality) {
     case TimePitchQuality::Light:
         return common | RubberBandStretcher::OptionEngineFaster;
@@ -26,7 +30,7 @@ RubberBandStretcher::Options optionsFor(TimePitchQuality quality) {
         break;
     }
     return common | RubberBandStretcher::OptionEngineFiner |
-           RubberBandStretcher::OptionWindowStandard;
+           RubberBandStretcher::OptionWindowStandard | RubberBandStretcher::OptionChannelsTogether;
 }
 
 // The library reports problems on standard error unless given somewhere else to put them; the
