@@ -372,8 +372,8 @@ TEST(TimePitchStage, AStereoPartStaysOnItsSideThroughDrumHits) {
     }
     const struct {
         double rate, cents;
-    } settings[] = {{0.25, 0.0},   {0.5, 0.0}, {0.75, 0.0}, {1.0, -500.0},
-                    {1.0, 1200.0}, {2.0, 0.0}, {0.5, 700.0}};
+    } settings[] = {{0.25, 0.0},    {0.5, 0.0},    {0.75, 0.0}, {1.0, -500.0},
+                    {1.0, -1200.0}, {1.0, 1200.0}, {2.0, 0.0},  {0.5, 700.0}};
     for (const auto& setting : settings) {
         for (const bool live : {false, true}) {
             SCOPED_TRACE(testing::Message() << setting.rate << ", " << setting.cents << " cents, "
