@@ -223,6 +223,7 @@ void TimePitchStage::applyParameters() {
     const double wholeCents = std::round(cents);
     if (rate == mAppliedRate && wholeCents == mAppliedPitchCents)
         return;
+    const double delayBefore = outputDelay();
     if (rate != mAppliedRate) {
         // The input the stretcher holds ahead of what it has analysed (its start pad's worth)
         // was counted at the old rate but comes out at the new one: without this, the position
@@ -244,6 +245,15 @@ void TimePitchStage::applyParameters() {
         mAppliedPitchCents = wholeCents;
     }
     mStretcher->setTimeRatio(stretcherTimeRatio(mAppliedRate, mAppliedPitchCents, mQuality));
+    // The stretcher's own delay depends on the ratios (twice as long an octave down): what is
+    // in it comes out that much later, or earlier, than counted.
+    if (mStarted)
+        mExpectedOutputFrames += outputDelay() - delayBefore;
+}
+
+double TimePitchStage::outputDelay() const {
+    return static_cast<double>(mStretcher->getStartDelay()) +
+           mResamplerDelay / pitchScale(mAppliedPitchCents);
 }
 
 double TimePitchStage::stretcherTimeRatio(double rate, double pitchCents,
@@ -267,9 +277,7 @@ void TimePitchStage::start() {
     // the ratios, which is why this waits for the first render after a reset.
     std::size_t pad = mStretcher->getPreferredStartPad();
     // The resampler's extra delay is counted in frames before it shifts the pitch.
-    mFramesToDrop =
-        mStretcher->getStartDelay() +
-        static_cast<std::uint64_t>(std::llround(mResamplerDelay / pitchScale(mAppliedPitchCents)));
+    mFramesToDrop = static_cast<std::uint64_t>(std::llround(outputDelay()));
     std::fill(mInputBuffer.begin(), mInputBuffer.end(), 0.0f);
     const float* silence[kChannelCount] = {mInputBuffer.data(),
                                            mInputBuffer.data() + kMaxProcessSize};

@@ -136,6 +136,9 @@ private:
     void warmUp();
     double measureResamplerDelay(double sampleRate);
     void applyParameters();
+    /// The output frames between an input frame going in and coming out, beyond the time
+    /// stretch itself, at the ratios given to the stretcher.
+    double outputDelay() const;
     void resetChannelGuidance();
     /// Resets the stretcher at rate 1 and no shift; the ratios must be given back after.
     void resetStretcher();
