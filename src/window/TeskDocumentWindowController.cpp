@@ -759,6 +759,17 @@ bool TeskDocumentWindowController::askReplaceFile(const QString& path) {
                                  QMessageBox::Cancel) == QMessageBox::Yes;
 }
 
+bool TeskDocumentWindowController::askStopExport() {
+    if (mServices.askStopExport)
+        return mServices.askStopExport(this, mExportName);
+    const QString question =
+        tr("“%1” is still being exported. Do you want to stop the export and close the window?")
+            .arg(mExportName);
+    return QMessageBox::question(this, tr("Stop export?"), question,
+                                 QMessageBox::Yes | QMessageBox::Cancel,
+                                 QMessageBox::Cancel) == QMessageBox::Yes;
+}
+
 bool TeskDocumentWindowController::askReplaceChangedFile(const QString& path) {
     if (mServices.askReplaceFile)
         return mServices.askReplaceFile(this, path);
@@ -774,9 +785,11 @@ bool TeskDocumentWindowController::askReplaceChangedFile(const QString& path) {
 void TeskDocumentWindowController::startLoopExportWithFile(const QString& path) {
     if (mDocument->isFilePlaying())
         mDocument->stopFilePlaying();
-    mExportProgress = new QProgressDialog(tr("Exporting “%1”…").arg(QFileInfo(path).fileName()),
-                                          tr("Cancel"), 0, 1000, this);
     mExportName = QFileInfo(path).fileName();
+    // Made without a button of its own: a second one would add a second Escape shortcut, and
+    // two cancel each other out.
+    mExportProgress =
+        new QProgressDialog(tr("Exporting “%1”…").arg(mExportName), QString(), 0, 1000, this);
     mExportProgress->setWindowModality(Qt::WindowModal);
     // Cancel takes a click or Escape: Space, the key that plays, and a Return held from the
     // save dialog would otherwise stop a long export by chance.
@@ -892,21 +905,9 @@ void TeskDocumentWindowController::closeEvent(QCloseEvent* event) {
     }
     // Its progress shows only in this window: closing it (Quit from another window does) would
     // stop the export out of sight. The export stops only once the window is sure to close.
-    if (mDocument->isExporting() && mExportProgress) {
-        const bool stop =
-            mServices.askStopExport
-                ? mServices.askStopExport(this, mExportName)
-                : QMessageBox::question(
-                      this, tr("Stop export?"),
-                      tr("“%1” is still being exported. Do you want to stop the export and "
-                         "close the window?")
-                          .arg(mExportName),
-                      QMessageBox::Yes | QMessageBox::Cancel,
-                      QMessageBox::Cancel) == QMessageBox::Yes;
-        if (!stop) {
-            event->ignore();
-            return;
-        }
+    if (mDocument->isExporting() && mExportProgress && !askStopExport()) {
+        event->ignore();
+        return;
     }
     // A song's document is asked about even when the song has gone since, or its reference
     // to the song could not be read: its markers and loop are the musician's work. The empty

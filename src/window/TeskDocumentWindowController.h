@@ -140,6 +140,8 @@ private:
     void startLoopExportWithFile(const QString& path);
     /// Whether to write over the document's own file, changed by someone else since.
     bool askReplaceChangedFile(const QString& path);
+    /// Whether to stop the running export so that the window can close.
+    bool askStopExport();
     bool askReplaceFile(const QString& path);
     void save(bool askForName);
     /// Asks where to save the practice document: Qt's own dialog. Empty when cancelled.

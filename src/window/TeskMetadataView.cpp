@@ -106,14 +106,13 @@ void TeskMetadataView::paintEvent(QPaintEvent*) {
             mirrored, QRectF(0, 0, mirrored.width(), reflectionHeight * ratio));
     }
 
-    const qreal textLeft = kTextLeft;
     painter.setPen(palette().color(QPalette::WindowText));
     painter.setFont(titleFont(font()));
-    painter.drawText(QPointF(textLeft, artRect.top() + 18), elided(mTitle, titleFont(font())));
+    painter.drawText(QPointF(kTextLeft, artRect.top() + 18), elided(mTitle, titleFont(font())));
     painter.setFont(otherFont(font()));
     painter.setPen(palette().color(QPalette::PlaceholderText));
-    painter.drawText(QPointF(textLeft, artRect.top() + 40), elided(mArtist, otherFont(font())));
-    painter.drawText(QPointF(textLeft, artRect.top() + 58), elided(mAlbum, otherFont(font())));
+    painter.drawText(QPointF(kTextLeft, artRect.top() + 40), elided(mArtist, otherFont(font())));
+    painter.drawText(QPointF(kTextLeft, artRect.top() + 58), elided(mAlbum, otherFont(font())));
 }
 
 } // namespace tesk

@@ -21,6 +21,7 @@
 #include <QMenuBar>
 #include <QMessageBox>
 #include <QMimeData>
+#include <QPointer>
 #include <QProgressDialog>
 #include <QPushButton>
 #include <QSplitter>
@@ -291,9 +292,9 @@ TEST(DocumentWindow, APracticeSessionFromOpeningToReopening) {
     QCoreApplication::processEvents(); // the export starts once the dialog has gone
     ASSERT_NE(window->exportProgressDialog(), nullptr);
     ASSERT_TRUE(document->isExporting());
-    auto* cancel = window->exportProgressDialog()->findChild<QPushButton*>();
-    ASSERT_NE(cancel, nullptr);
-    cancel->click();
+    ASSERT_NE(window->exportProgressDialog()->windowHandle(), nullptr);
+    QTest::keyClick(window->exportProgressDialog()->windowHandle(), Qt::Key_Escape);
+    EXPECT_TRUE(window->exportProgressDialog()->wasCanceled());
     // Progress already on its way does not bring the dialog back.
     window->updateFileExportWithProgress(0.5);
     EXPECT_FALSE(window->exportProgressDialog()->isVisible());
@@ -352,12 +353,14 @@ TEST(DocumentWindow, AnExportStopsOnlyWhenAskedToAndItsWindowGoesWithIt) {
     window->perform(WindowCommand::ExportSong);
     QCoreApplication::processEvents();
     ASSERT_TRUE(document->isExporting());
-    QProgressDialog* progress = window->exportProgressDialog();
+    const QPointer<QProgressDialog> progress = window->exportProgressDialog();
     ASSERT_NE(progress, nullptr);
+    ASSERT_NE(progress->windowHandle(), nullptr);
 
-    // Space (the key that plays) and Return (held from the save dialog) stop nothing.
+    // Space (the key that plays) and Return (held from the save dialog), typed where the
+    // dialog's keys go, stop nothing.
     for (const int key : {Qt::Key_Space, Qt::Key_Return, Qt::Key_Enter})
-        QTest::keyClick(progress, Qt::Key(key));
+        QTest::keyClick(progress->windowHandle(), Qt::Key(key));
     EXPECT_FALSE(progress->wasCanceled());
 
     // Quitting asks first; kept, the window and its export go on.
