@@ -21,8 +21,9 @@ RubberBandStretcher::Options optionsFor(TimePitchQuality quality) {
     // channel's phases by its own transients unless told to keep them together, and a drum hit
     // in the centre is only in the mid: the side's phases then drift from the mid's, and left
     // and right no longer come back apart (a right-hand part heard on the left, at anything but
-    // rate 1 and no shift). Together, the side follows the mid across the whole band. The faster
-    // engine would turn mid and side into a mid and side of its own: it keeps them apart.
+    // rate 1 and no shift). Together, the side follows the mid across the whole band; the cost
+    // is that a part on one side only comes out half a cent sharp, far below what is heard. The
+    // faster engine would turn mid and side into a mid and side of its own: it keeps them apart.
     switch (quality) {
     case TimePitchQuality::Light:
         return common | RubberBandStretcher::OptionEngineFaster;

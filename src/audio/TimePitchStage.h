@@ -31,7 +31,8 @@ enum class TimePitchQuality {
 /// reset the first output frame is the first input frame and input frame F comes out at output
 /// frame F / rate: within a millisecond for Standard on steady sound. The library itself places
 /// sharp attacks a few milliseconds early when slowing down (it keeps them short rather than
-/// stretch them), and Light's placement drifts by up to about 10 ms away from rate 1.
+/// stretch them), and Light's placement drifts by up to about 10 ms away from rate 1 (13 ms
+/// after an octave down taken while playing).
 ///
 /// The stretcher works on mid (L + R) / 2 and side (L − R) / 2 rather than on left and right:
 /// the vocal reduction after it cancels centred sound by subtracting the channels, which only

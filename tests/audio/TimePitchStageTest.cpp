@@ -353,8 +353,6 @@ TEST(TimePitchStage, LiveChangesDoNotClick) {
     }
 }
 
-} // namespace
-
 TEST(TimePitchStage, AStereoPartStaysOnItsSideThroughDrumHits) {
     // 440 Hz on the left and 660 Hz on the right, with a short noise hit in the centre every
     // half second: between the hits each tone stays on its own side, whether the stage starts
@@ -438,3 +436,5 @@ TEST(TimePitchStage, TheReportedLatencyHoldsThroughALiveChange) {
         EXPECT_NEAR((reported - heard) / change.rate, 0.0, 0.01 * kSampleRate);
     }
 }
+
+} // namespace

@@ -37,6 +37,7 @@ QByteArray takeScaleFactor(int& argc, char** argv) {
             argv[kept++] = argv[i];
     }
     argc = kept;
+    argv[argc] = nullptr;
     return factor;
 }
 
