@@ -21,9 +21,11 @@ RubberBandStretcher::Options optionsFor(TimePitchQuality quality) {
     // channel's phases by its own transients unless told to keep them together, and a drum hit
     // in the centre is only in the mid: the side's phases then drift from the mid's, and left
     // and right no longer come back apart (a right-hand part heard on the left, at anything but
-    // rate 1 and no shift). Together, the side follows the mid across the whole band; the cost
-    // is that a part on one side only comes out half a cent sharp, far below what is heard. The
-    // faster engine would turn mid and side into a mid and side of its own: it keeps them apart.
+    // rate 1 and no shift; after a reset while slowing down or shifting up, even the sum on the
+    // left and silence on the right). Together, the side follows the mid across the whole band; the
+    // cost is that a part on one side only comes out half a cent sharp, far below what is heard.
+    // The faster engine would turn mid and side into a mid and side of its own: it keeps them
+    // apart.
     switch (quality) {
     case TimePitchQuality::Light:
         return common | RubberBandStretcher::OptionEngineFaster;
@@ -168,12 +170,8 @@ void TimePitchStage::setPitchCents(double cents) noexcept {
 }
 
 void TimePitchStage::reset() {
-    resetStretcher();
+    mStretcher->reset();
     resetChannelGuidance();
-    // Back to the ratios the stretcher had: a reset keeps them, and applyParameters gives them
-    // only when they change.
-    mStretcher->setPitchScale(pitchScale(mAppliedPitchCents));
-    mStretcher->setTimeRatio(stretcherTimeRatio(mAppliedRate, mAppliedPitchCents, mQuality));
     mStarted = false;
     mSourceEnded = false;
     mTailFramesLeft = 0;
@@ -203,16 +201,6 @@ void TimePitchStage::resetChannelGuidance() {
             silence, std::clamp<std::size_t>(mStretcher->getSamplesRequired(), 1, kMaxProcessSize),
             false);
     }
-    resetStretcher();
-}
-
-void TimePitchStage::resetStretcher() {
-    // The finer engine of the library's 3.1 series, reset while its ratios slow the sound down
-    // or raise its pitch, comes back with its second channel following the first: here the side
-    // following the mid, so that after a seek at half speed a stereo song plays as its sum on
-    // the left and nothing on the right. Reset with no change at all, it starts as a new one.
-    mStretcher->setTimeRatio(stretcherTimeRatio(1.0, 0.0, mQuality));
-    mStretcher->setPitchScale(1.0);
     mStretcher->reset();
 }
 

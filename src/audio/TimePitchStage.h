@@ -141,8 +141,6 @@ private:
     /// stretch itself, at the ratios given to the stretcher.
     double outputDelay() const;
     void resetChannelGuidance();
-    /// Resets the stretcher at rate 1 and no shift; the ratios must be given back after.
-    void resetStretcher();
     /// The time ratio given to the stretcher for `rate`, which keeps the finer engine off its
     /// path for no change at all.
     static double stretcherTimeRatio(double rate, double pitchCents, TimePitchQuality quality);

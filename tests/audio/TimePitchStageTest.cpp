@@ -182,8 +182,7 @@ TEST(TimePitchStage, AfterAResetItPlaysAsANewStageWould) {
     // following the mid: the sum on the left and nothing on the right.
     const struct {
         double rate, cents;
-    } settings[] = {{1.0, 200.0}, {0.75, 0.0},   {1.0, 0.0},  {0.5, 0.0},
-                    {0.6, 0.0},   {1.0, 1200.0}, {0.5, 700.0}};
+    } settings[] = {{1.0, 200.0}, {0.75, 0.0}, {1.0, 0.0}, {0.5, 0.0}, {1.0, 1200.0}};
     for (const TimePitchQuality quality : kQualities) {
         for (const auto& setting : settings) {
             SCOPED_TRACE(testing::Message() << name(quality) << " at " << setting.rate << ", "
@@ -206,8 +205,8 @@ TEST(TimePitchStage, AfterAResetItPlaysAsANewStageWould) {
                 return std::span(channel).subspan(22050, 44100);
             };
             const double right = 660.0 * std::exp2(setting.cents / 1200.0);
-            // No more of the right's tone on the left than a new stage lets through (a little
-            // at some ratios: 26 dB below the tone at worst here).
+            // No more of the right's tone on the left than a new stage lets through (a little,
+            // at some ratios).
             EXPECT_LT(toneAmplitude(steady(again.left), right),
                       toneAmplitude(steady(fresh.left), right) + 0.005);
             EXPECT_LT(toneAmplitude(steady(fresh.left), right), 0.03);
@@ -372,11 +371,15 @@ TEST(TimePitchStage, AStereoPartStaysOnItsSideThroughDrumHits) {
         double rate, cents;
     } settings[] = {{0.25, 0.0},    {0.5, 0.0},    {0.75, 0.0}, {1.0, -500.0},
                     {1.0, -1200.0}, {1.0, 1200.0}, {2.0, 0.0},  {0.5, 700.0}};
+    // One stage for all, reset before each: a reset starts it as a new one.
+    TimePitchStage stage(kSampleRate, TimePitchQuality::Standard);
     for (const auto& setting : settings) {
         for (const bool live : {false, true}) {
             SCOPED_TRACE(testing::Message() << setting.rate << ", " << setting.cents << " cents, "
                                             << (live ? "changed while playing" : "from the start"));
-            TimePitchStage stage(kSampleRate, TimePitchQuality::Standard);
+            stage.setRate(1.0);
+            stage.setPitchCents(0.0);
+            stage.reset();
             SignalSource source(song);
             const double changedAt = live ? 1.0 : 0.0; // in the song's seconds
             if (live)
@@ -384,10 +387,10 @@ TEST(TimePitchStage, AStereoPartStaysOnItsSideThroughDrumHits) {
             stage.setRate(setting.rate);
             stage.setPitchCents(setting.cents);
             const Stereo output =
-                render(stage, source, std::size_t(2.0 / setting.rate * 44100) / kSlice * kSlice);
+                render(stage, source, std::size_t(1.5 / setting.rate * 44100) / kSlice * kSlice);
             const double shift = std::exp2(setting.cents / 1200.0);
-            // From 0.2 to 0.4 s after each of the three hits that follow, in the song's time.
-            for (double hitAt = changedAt + 0.5; hitAt < changedAt + 2.0; hitAt += 0.5) {
+            // From 0.2 to 0.4 s after each of the two hits that follow, in the song's time.
+            for (double hitAt = changedAt + 0.5; hitAt < changedAt + 1.5; hitAt += 0.5) {
                 const auto window = [&](const std::vector<float>& channel) {
                     return std::span(channel).subspan(
                         std::size_t((hitAt + 0.2 - changedAt) / setting.rate * 44100),
