@@ -611,10 +611,8 @@ void TeskDocumentWindowController::wheelEvent(QWheelEvent* event) {
 // --- Playback display -----------------------------------------------------------------------
 
 void TeskDocumentWindowController::documentDidBeginPlayingAudio(TeskDocument*) {
-    mHUDTimer.start();
-    if (const QScreen* screen = this->screen(); screen && screen->refreshRate() > 1.0)
-        mWaveformTimer.setInterval(int(std::floor(1000.0 / screen->refreshRate())));
-    mWaveformTimer.start();
+    mPlaying = true;
+    updateDisplayTimers();
     if (mViews)
         mViews->playingChanged(true, mDocument->isLooping());
     showSoundNotice();
@@ -625,10 +623,29 @@ void TeskDocumentWindowController::documentDidBeginPlayingAudio(TeskDocument*) {
 void TeskDocumentWindowController::documentDidStopPlayingAudio(TeskDocument*) {
     if (mViews)
         mViews->playingChanged(false, false);
-    mHUDTimer.stop();
-    mWaveformTimer.stop();
+    mPlaying = false;
+    updateDisplayTimers();
     updateButtonImages();
     validateMenuItems();
+}
+
+void TeskDocumentWindowController::updateDisplayTimers() {
+    // A minimised or hidden window shows nothing, so its timers would only keep the machine
+    // awake through hours of practice; it catches up with the song when it shows again.
+    const bool run = mPlaying && isVisible() && !isMinimized();
+    if (run == mHUDTimer.isActive())
+        return;
+    if (!run) {
+        mHUDTimer.stop();
+        mWaveformTimer.stop();
+        return;
+    }
+    if (const QScreen* screen = this->screen(); screen && screen->refreshRate() > 1.0)
+        mWaveformTimer.setInterval(int(std::floor(1000.0 / screen->refreshRate())));
+    mHUDTimer.start();
+    mWaveformTimer.start();
+    updateHUD();
+    updateWaveform();
 }
 
 void TeskDocumentWindowController::showSoundNotice() {
@@ -712,7 +729,19 @@ void TeskDocumentWindowController::updateButtonImages() {
 void TeskDocumentWindowController::changeEvent(QEvent* event) {
     if (event->type() == QEvent::ActivationChange)
         updateButtonImages();
+    if (event->type() == QEvent::WindowStateChange)
+        updateDisplayTimers();
     QMainWindow::changeEvent(event);
+}
+
+void TeskDocumentWindowController::showEvent(QShowEvent* event) {
+    QMainWindow::showEvent(event);
+    updateDisplayTimers();
+}
+
+void TeskDocumentWindowController::hideEvent(QHideEvent* event) {
+    QMainWindow::hideEvent(event);
+    updateDisplayTimers();
 }
 
 // --- Export ---------------------------------------------------------------------------------
@@ -950,8 +979,8 @@ void TeskDocumentWindowController::closeWithoutAsking() {
     mClosed = true;
     if (mDocument->isFilePlaying())
         mDocument->stopFilePlaying();
-    mHUDTimer.stop();
-    mWaveformTimer.stop();
+    mPlaying = false;
+    updateDisplayTimers();
     if (mDocument->playbackDelegate() == this)
         mDocument->setPlaybackDelegate(nullptr);
     if (mDocument->metadataDelegate() == this)

@@ -81,7 +81,7 @@ public:
     /// Brings every menu item's enabled state and the play item's title up to date.
     void validateMenuItems();
 
-    /// Whether the play-head and display timers run (while the song plays).
+    /// Whether the play-head and display timers run (while the song plays and can be seen).
     bool displayTimersActive() const { return mHUDTimer.isActive(); }
     /// The running export's progress dialog, if any.
     QProgressDialog* exportProgressDialog() const { return mExportProgress; }
@@ -122,6 +122,8 @@ protected:
     void wheelEvent(QWheelEvent* event) override;
     void closeEvent(QCloseEvent* event) override;
     void changeEvent(QEvent* event) override;
+    void showEvent(QShowEvent* event) override;
+    void hideEvent(QHideEvent* event) override;
 
 private:
     void buildPopulatedContent();
@@ -132,6 +134,8 @@ private:
     void unbindViews();
     void updateButtonImages();
     void showSoundNotice();
+    /// Runs the display timers while the song plays and the window can be seen.
+    void updateDisplayTimers();
     void updateHUD();
     void updateWaveform();
     void handlePlayPauseButton();
@@ -176,6 +180,7 @@ private:
     QString mExportName; // the file the running export writes, without its folder
     bool mExportingWithLoop = false;
     bool mEditingLoop = false;
+    bool mPlaying = false; // as the document last told: scrubbing does not count
     bool mClosed = false;
     bool mShowingSongProblem = false;
 };

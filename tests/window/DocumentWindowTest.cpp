@@ -150,6 +150,14 @@ TEST(DocumentWindow, APracticeSessionFromOpeningToReopening) {
     EXPECT_EQ(window->action(WindowCommand::PlayPause)->text(), "Pause\tSpace");
     const qint64 start = document->currentFrame();
     EXPECT_TRUE(QTest::qWaitFor([&] { return document->currentFrame() > start + 4410; }, 5000));
+    // Minimised or hidden it draws nothing, and shown again it draws once more.
+    for (const auto& [put, back] : {std::pair{&QWidget::showMinimized, &QWidget::showNormal},
+                                    std::pair{&QWidget::hide, &QWidget::show}}) {
+        (window->*put)();
+        EXPECT_FALSE(window->displayTimersActive());
+        (window->*back)();
+        EXPECT_TRUE(window->displayTimersActive());
+    }
     press(window, Qt::Key_Space, " ", Qt::NoModifier, true); // held: plays on
     EXPECT_TRUE(document->isFilePlaying());
     press(window, Qt::Key_Space, " ");
