@@ -182,6 +182,7 @@ void TimePitchStage::reset() {
     mStarvedInputFrames = 0.0;
     mInputFrames = 0.0;
     mOutputFrames = 0;
+    mLastRequest = 0;
     mLatencyFrames.store(0.0, std::memory_order_relaxed);
 }
 
@@ -214,12 +215,15 @@ void TimePitchStage::applyParameters() {
         return;
     const double delayBefore = outputDelay();
     if (rate != mAppliedRate) {
-        // The input the stretcher holds ahead of what it has analysed (its start pad's worth)
-        // was counted at the old rate but comes out at the new one: without this, the position
-        // would lag or lead what is heard by tens of milliseconds after each change. Of that
-        // input, the newest may be silence fed while the source was starved, counted apart,
-        // and the oldest the silence the start put in, never counted.
-        const double held = static_cast<double>(mStretcher->getPreferredStartPad());
+        // The input the stretcher holds ahead of what it has analysed was counted at the old
+        // rate but comes out at the new one: without this, the position would lag or lead what
+        // is heard by tens of milliseconds after each change. That is its start pad's worth,
+        // less the step it last asked for, which it has taken in but not yet moved past (its
+        // analysis step, which depends on the old rate: from 128 frames at a quarter speed to
+        // 337 at twice). Of the held input, the newest may be silence fed while the source was
+        // starved, counted apart, and the oldest the silence the start put in, never counted.
+        const double held = std::max(0.0, static_cast<double>(mStretcher->getPreferredStartPad()) -
+                                              static_cast<double>(mLastRequest));
         const double starved = std::min(held, mStarvedInputFrames);
         const double pulled = std::min(held - starved, mInputFrames);
         const double change = 1.0 / rate - 1.0 / mAppliedRate;
@@ -398,6 +402,8 @@ std::uint32_t TimePitchStage::renderFrames(float* const* output, std::uint32_t f
         if (mInputEnded)
             break; // nothing more will come
         const std::size_t required = mStretcher->getSamplesRequired();
+        if (required > 0)
+            mLastRequest = required;
         const auto ask =
             static_cast<std::uint32_t>(std::clamp<std::size_t>(required, 1, kMaxProcessSize));
         feed(source, ask, toEnd);
