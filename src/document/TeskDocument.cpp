@@ -176,13 +176,25 @@ void TeskDocument::setZoomLevel(double zoomLevel) {
 }
 
 void TeskDocument::setPlaybackSpeed(double speed) {
+    if (speed != mPlaybackSpeed)
+        notePracticeChanged();
     mPlaybackSpeed = speed;
     emit playbackSpeedChanged();
 }
 
 void TeskDocument::setPitchAdjustment(double semitones) {
+    if (semitones != mPitchAdjustment)
+        notePracticeChanged();
     mPitchAdjustment = semitones;
     emit pitchAdjustmentChanged();
+}
+
+void TeskDocument::notePracticeChanged() {
+    // Speed, pitch and effects are not undone one by one, but they are what the musician set up
+    // to practise with: a change is one to save, so that closing asks rather than loses it.
+    // Reading a document, or an empty window, changes nothing to keep.
+    if (mUndoRegistrationEnabled && (mAudioFileAlias || !mFileURL.isEmpty()))
+        updateChangeCount(ChangeType::Done);
 }
 
 void TeskDocument::setDocumentWindowFrame(const QRectF& frame) {
@@ -340,6 +352,16 @@ void TeskDocument::observeValueForKeyPath(const QString&, QObject*, const void* 
             player->setPlaybackLevel(float(mPlaybackVolume));
         QSettings().setValue(PlaybackVolumeSettingKey, mPlaybackVolume);
         return;
+    }
+    if (context == kVocalReductionContext || context == kPanningContext ||
+        context == kEqualizerContext) {
+        // Each key of a new settings object reports at once: only values that differ count.
+        QVariantMap effects =
+            mEffectsSettings ? mEffectsSettings->dictionaryRepresentation() : QVariantMap();
+        if (effects != mLastEffects) {
+            mLastEffects = std::move(effects);
+            notePracticeChanged();
+        }
     }
     if (!player)
         return;

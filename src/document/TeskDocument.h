@@ -264,7 +264,8 @@ public:
     /// document file's name for a saved one, "Tesk" without a song.
     QString displayName() const;
 
-    /// Unsaved changes: an undoable change since the last save, or a new song.
+    /// Unsaved changes: an undoable change since the last save, a change of speed, pitch or
+    /// effects, or a new song.
     bool isDocumentEdited() const;
     enum class ChangeType { Done, Cleared };
     void updateChangeCount(ChangeType change);
@@ -313,6 +314,8 @@ private:
     void exportDidEnd(const QString& path, std::optional<TeskError> failure);
     bool readDocumentFromURL(const QUrl& url, TeskError* error);
     void observeEffectsSettings(bool observe);
+    /// Counts a change of the practice's speed, pitch or effects as one to save.
+    void notePracticeChanged();
 
     std::optional<TeskFileReference> mAudioFileAlias;
     /// Where the song was last found, and when a search for it last failed: whether there is a
@@ -332,6 +335,7 @@ private:
     QList<quint32> mVerseMarkers;
     QList<quint32> mBridgeMarkers;
     std::unique_ptr<TeskEffectsSettings> mEffectsSettings;
+    QVariantMap mLastEffects; // the effects' values as last seen, to tell a real change
     std::unique_ptr<TeskExtendedAudioFilePlayer> mPlaybackController;
     std::unique_ptr<MetadataImporter> mMetadataImporter;
     QRectF mDocumentWindowFrame;

@@ -22,6 +22,7 @@
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
+#include <functional>
 #include <sys/stat.h>
 
 using namespace tesk;
@@ -247,6 +248,53 @@ TEST_F(DocumentTest, MarkersToggleAndUndoAsWholeArraysLikeTheLoop) {
             EXPECT_EQ(document->loopRange(), LoopRange{});
         }
     }
+}
+
+TEST_F(DocumentTest, ChangesToThePracticeAreEditsAndViewSettingsAreNot) {
+    // Speed, pitch and effects are not undone, but closing must not lose them.
+    const QString song = writeSong("song.wav", 0.5);
+    const struct {
+        const char* name;
+        std::function<void(TeskDocument&)> change;
+        bool edits;
+    } changes[] = {
+        {"speed", [](TeskDocument& d) { d.setPlaybackSpeed(0.5); }, true},
+        {"pitch", [](TeskDocument& d) { d.setPitchAdjustment(-2.0); }, true},
+        {"equalizer", [](TeskDocument& d) { d.effectsSettings()->setEqualizerEnabled(true); },
+         true},
+        {"vocal band",
+         [](TeskDocument& d) {
+             d.effectsSettings()->vocalReductionEffectSettings()->setHighFrequency(5000.0);
+         },
+         true},
+        {"pan", [](TeskDocument& d) { d.effectsSettings()->setPanAmount(0.3); }, true},
+        {"equal effects",
+         [](TeskDocument& d) {
+             d.setEffectsSettings(d.effectsSettings()->copy());
+             d.effectsSettings()->setPanningEnabled(d.effectsSettings()->isPanningEnabled());
+         },
+         false},
+        {"same speed", [](TeskDocument& d) { d.setPlaybackSpeed(d.playbackSpeed()); }, false},
+        {"volume", [](TeskDocument& d) { d.setPlaybackVolume(0.3); }, false},
+        {"zoom", [](TeskDocument& d) { d.setZoomLevel(0.3); }, false},
+        {"effects shown", [](TeskDocument& d) { d.setEffectsVisible(true); }, false},
+    };
+    auto document = openSong(song);
+    TeskError error;
+    ASSERT_TRUE(document->saveToURL(url("practice.tesk"), &error));
+    for (const auto& c : changes) {
+        SCOPED_TRACE(c.name);
+        auto saved = load("practice.tesk");
+        ASSERT_TRUE(saved);
+        EXPECT_FALSE(saved->isDocumentEdited());
+        c.change(*saved);
+        EXPECT_EQ(saved->isDocumentEdited(), c.edits);
+    }
+    // With no song there is nothing to keep.
+    TeskDocument empty;
+    empty.setPlaybackSpeed(0.5);
+    empty.effectsSettings()->setEqualizerEnabled(true);
+    EXPECT_FALSE(empty.isDocumentEdited());
 }
 
 TEST_F(DocumentTest, TheLoopRangeSteersLoopingPlayback) {

@@ -314,6 +314,9 @@ TEST(DocumentWindow, APracticeSessionFromOpeningToReopening) {
     document->setPlaybackSpeed(0.75);
     document->setPitchAdjustment(-2.0);
     document->setEffectsVisible(true);
+    document->effectsSettings()->setPanningEnabled(true);
+    document->effectsSettings()->setPanAmount(0.37);
+    document->effectsSettings()->vocalReductionEffectSettings()->setLowFrequency(333.3);
     const QRect frame(120, 90, 1100, window->height());
     window->setGeometry(frame);
     app.documentAnswer = dir.filePath("take.tesk");
@@ -331,7 +334,10 @@ TEST(DocumentWindow, APracticeSessionFromOpeningToReopening) {
     EXPECT_DOUBLE_EQ(reopened->playbackSpeed(), 0.75);
     EXPECT_DOUBLE_EQ(reopened->pitchAdjustment(), -2.0);
     EXPECT_TRUE(reopened->effectsVisible());
+    EXPECT_EQ(reopened->effectsSettings()->panAmount(), 0.37);
     EXPECT_EQ(app.window(reopened)->width(), frame.width());
+    // Its views showing what it holds is no change to save.
+    EXPECT_FALSE(reopened->isDocumentEdited());
 }
 
 TEST(DocumentWindow, ASongHandedOverWhileQuittingAsksIsAskedAboutToo) {
