@@ -20,7 +20,7 @@ QString contentTypeOfFile(const QString& path) {
     const QFileInfo info(path);
     if (!info.isFile() || !info.isReadable())
         return {};
-    if (info.suffix() == TeskDocumentExtension)
+    if (info.suffix().compare(TeskDocumentExtension, Qt::CaseInsensitive) == 0)
         return TeskDocumentType;
     const QMimeType type = QMimeDatabase().mimeTypeForFile(path, QMimeDatabase::MatchContent);
     // The database answers with its generic type when the content says nothing it knows.

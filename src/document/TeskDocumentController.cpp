@@ -74,26 +74,39 @@ void TeskDocumentController::openDocument() {
     // The open panel runs the event loop: a song handed over meanwhile may close the empty
     // window's document before the panel returns.
     const QPointer<TeskDocument> untitled = firstUntitledDocument();
-    for (const QString& path : mWindowLayer->runOpenPanel()) {
-        TeskError error;
-        if (openDocumentWithContentsOfURL(QUrl::fromLocalFile(path), true, &error))
-            continue;
-        // Picked in the dialog, a file that is no song is worth a word, as a drop is not.
-        if (error.domain().isEmpty()) {
-            const QString name = QFileInfo(path).fileName();
-            error = TeskError(
-                NSCocoaErrorDomain, kFileReadCorruptFileError,
-                {{LocalizedDescriptionKey,
-                  tr("“%1” is not a song or a practice document that Tesk opens.").arg(name)},
-                 {LocalizedRecoverySuggestionKey,
-                  tr("Tesk opens songs in MP3, AAC (M4A), WAV and AIFF files, and its own "
-                     "practice documents.")},
-                 {QStringLiteral("NSFilePath"), path}});
-        }
-        mWindowLayer->presentError(error);
-    }
+    for (const QString& path : mWindowLayer->runOpenPanel())
+        openChosenFile(QUrl::fromLocalFile(path));
     if (mDocuments.size() > count && untitled)
         closeDocument(untitled);
+}
+
+bool TeskDocumentController::openRecentDocument(const QUrl& url) {
+    TeskDocument* untitled = firstUntitledDocument();
+    TeskDocument* opened = openChosenFile(url);
+    if (opened && untitled && untitled != opened)
+        closeDocument(untitled);
+    return opened != nullptr;
+}
+
+TeskDocument* TeskDocumentController::openChosenFile(const QUrl& url) {
+    TeskError error;
+    if (TeskDocument* opened = openDocumentWithContentsOfURL(url, true, &error))
+        return opened;
+    // Chosen by the user, a file that is no song is worth a word, as a drop is not.
+    if (error.domain().isEmpty()) {
+        const QString path = url.toLocalFile();
+        const QString name = QFileInfo(path).fileName();
+        error =
+            TeskError(NSCocoaErrorDomain, kFileReadCorruptFileError,
+                      {{LocalizedDescriptionKey,
+                        tr("“%1” is not a song or a practice document that Tesk opens.").arg(name)},
+                       {LocalizedRecoverySuggestionKey,
+                        tr("Tesk opens songs in MP3, AAC (M4A), WAV and AIFF files, and its own "
+                           "practice documents.")},
+                       {QStringLiteral("NSFilePath"), path}});
+    }
+    mWindowLayer->presentError(error);
+    return nullptr;
 }
 
 TeskDocument* TeskDocumentController::openDocumentWithContentsOfURL(const QUrl& url, bool display,

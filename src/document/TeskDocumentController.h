@@ -60,6 +60,9 @@ public:
     /// The open dialog: opens what the user picks; if that added a document, the empty window
     /// goes.
     void openDocument();
+    /// An item of Open Recent: opened as `loadTeskDocumentWithURL` does, and when it can no
+    /// longer be opened (changed since, or its song gone), the user is told why.
+    bool openRecentDocument(const QUrl& url);
     /// The document for `url` (a document file or a song), opening it unless it is open
     /// already; with `display` its window comes forward. Null, with `error` set when there is
     /// something to tell, when it can't be opened.
@@ -108,6 +111,8 @@ signals:
 private:
     TeskDocument* addDocument(std::unique_ptr<TeskDocument> document);
     void showWindows(TeskDocument* document);
+    /// Opens a file the user chose, and shows why when it cannot be opened.
+    TeskDocument* openChosenFile(const QUrl& url);
 
     TeskDocumentWindowLayer* mWindowLayer;
     std::vector<std::unique_ptr<TeskDocument>> mDocuments;

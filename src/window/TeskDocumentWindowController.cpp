@@ -298,12 +298,8 @@ void TeskDocumentWindowController::buildMenus() {
             const QStringList titles = WindowRules::recentItemTitles(paths);
             for (qsizetype i = 0; i < urls.size(); ++i) {
                 const QUrl url = urls[i];
-                QAction* item = mRecentMenu->addAction(titles[i], this, [this, url] {
-                    TeskError error;
-                    if (!mServices.documents->loadTeskDocumentWithURL(url, &error) &&
-                        !error.domain().isEmpty())
-                        presentError(error);
-                });
+                QAction* item = mRecentMenu->addAction(
+                    titles[i], this, [this, url] { mServices.documents->openRecentDocument(url); });
                 item->setToolTip(paths[i]);
             }
             mRecentMenu->addSeparator();

@@ -97,6 +97,8 @@ TEST_F(DocumentControllerTest, OpensExactlyTheSupportedTypesByContent) {
         // A compressed AIFF is AIFC, a type of its own that Tesk opens too.
         {song("compressed.aif", splitArguments("-c:a pcm_alaw -f aiff")), true, "audio/x-aifc"},
         {text("practice.tesk", "{}"), true, TeskDocumentType},
+        // Saved under a name typed in capitals, as the save dialog allows.
+        {text("Practice.TESK", "{}"), true, TeskDocumentType},
         // An audiobook is MPEG-4 audio by descent only, and Ogg is no song type of Tesk's.
         {song("book.m4b", {"-f", "ipod", "-brand", "M4B "}), false, "audio/x-m4b"},
         {song("song.ogg"), false, {}},
@@ -222,6 +224,11 @@ TEST_F(DocumentControllerTest, TheOpenDialogReplacesTheEmptyWindowAndFindsSavedD
     EXPECT_EQ(mController.recentDocumentURLs().mid(0, 2), (QList<QUrl>{practiceURL, songURL}));
     ASSERT_TRUE(QFile::remove(path("song.wav")));
     EXPECT_FALSE(mController.recentDocumentURLs().contains(songURL));
+    // One offered but no longer a song or a practice (written over since) says so when chosen.
+    ASSERT_TRUE(writeFile(path("song.wav"), "practise the bridge\n"));
+    EXPECT_FALSE(mController.openRecentDocument(songURL));
+    ASSERT_EQ(mWindows.errors.size(), 2);
+    EXPECT_TRUE(mWindows.errors.last().localizedDescription().contains("song.wav"));
 }
 
 TEST_F(DocumentControllerTest, ADocumentWhoseSongIsMissingIsNotAnEmptyWindow) {
