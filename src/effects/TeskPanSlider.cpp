@@ -240,6 +240,11 @@ void TeskPanSlider::mouseReleaseEvent(QMouseEvent* event) {
 }
 
 void TeskPanSlider::keyPressEvent(QKeyEvent* event) {
+    // The keys without modifiers; Ctrl and Alt with the arrows are the window's (jumps).
+    if ((event->modifiers() & ~Qt::KeypadModifier) != Qt::NoModifier) {
+        SBindingView::keyPressEvent(event);
+        return;
+    }
     const double step = (mMaxValue - mMinValue) / 20.0;
     switch (event->key()) {
     case Qt::Key_Left:

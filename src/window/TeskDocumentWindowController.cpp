@@ -571,7 +571,11 @@ bool TeskDocumentWindowController::eventFilter(QObject* watched, QEvent* event) 
         qobject_cast<TeskPanSlider*>(widget) || qobject_cast<TeskEQSettingsView*>(widget) ||
         qobject_cast<TeskVocalRemovalSettingsView*>(widget) ||
         qobject_cast<KLTexturedSlider*>(widget);
-    if (panelControl && widget->isVisible()) {
+    // A preset menu would take a marker's letter as a search and pick a preset with it.
+    const bool letterForWindow = qobject_cast<QComboBox*>(widget) && !key->text().isEmpty() &&
+                                 key->text().at(0).isLetterOrNumber() &&
+                                 !(key->modifiers() & (Qt::ControlModifier | Qt::AltModifier));
+    if (panelControl && widget->isVisible() && !letterForWindow) {
         if (key->key() != Qt::Key_Escape)
             return false;
         if (mViews)

@@ -532,6 +532,20 @@ TEST(TeskPanSlider, EndsDetentAndWheelWriteBackAndSendTheAction) {
     QCoreApplication::sendEvent(&slider, &wheel);
     EXPECT_NEAR(settings.panAmount(), before + 1.0 / slider.width(), 1e-6);
     EXPECT_EQ(actions.count(), sent + 1);
+
+    // The plain arrows step by a twentieth; with Ctrl or Alt they are the window's (jumps).
+    settings.setPanAmount(0.5);
+    const struct {
+        Qt::Key key;
+        Qt::KeyboardModifiers modifiers;
+        double after;
+    } keys[] = {{Qt::Key_Left, Qt::NoModifier, 0.45},   {Qt::Key_Left, Qt::ControlModifier, 0.45},
+                {Qt::Key_Right, Qt::AltModifier, 0.45}, {Qt::Key_End, Qt::ControlModifier, 0.45},
+                {Qt::Key_Right, Qt::NoModifier, 0.5},   {Qt::Key_Home, Qt::NoModifier, 0.0}};
+    for (const auto& k : keys) {
+        QTest::keyClick(&slider, k.key, k.modifiers);
+        EXPECT_NEAR(settings.panAmount(), k.after, 1e-9) << k.key << " " << k.modifiers;
+    }
 }
 
 TEST(TeskPanningSpectrumEffectView, EachSideIsDrawnAtTheHeightThePanLeavesIt) {

@@ -634,6 +634,15 @@ TEST(DocumentWindow, KeysAndClicksInTheMiddleOfThingsLoseNothing) {
     QTest::keyClick(QApplication::focusWidget(), Qt::Key_Space);
     EXPECT_TRUE(document->isFilePlaying());
     document->stopFilePlaying();
+    // Given the keys, it leaves the marker letters to the window rather than search its presets
+    // with them ("m" would pick "Manual" and switch the effect on).
+    preset->setFocus(Qt::TabFocusReason);
+    const QVariantMap effectsBefore = document->effectsSettings()->dictionaryRepresentation();
+    const QList<quint32> generic = document->genericMarkers();
+    QTest::keyClick(preset, Qt::Key_M, Qt::NoModifier);
+    EXPECT_NE(document->genericMarkers(), generic);
+    EXPECT_EQ(document->effectsSettings()->dictionaryRepresentation(), effectsBefore);
+    QTest::keyClick(preset, Qt::Key_Escape);
     // So does a switch clicked with the mouse; Tab takes the keys into the panel, where Space
     // works the switch it reaches.
     auto* equalizer =
