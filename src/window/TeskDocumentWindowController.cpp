@@ -551,6 +551,11 @@ bool TeskDocumentWindowController::eventFilter(QObject* watched, QEvent* event) 
     // zoom and volume sliders and the effects panel's switches, editors and pan slider, which
     // only Tab gives the focus to.
     // Escape there gives the keys back to the window.
+    if (event->type() == QEvent::KeyRelease) {
+        const auto* released = static_cast<QKeyEvent*>(event);
+        mLastKeyRelease = {released->key(), released->timestamp()};
+        return false;
+    }
     if (event->type() != QEvent::KeyPress || mClosed)
         return false;
     auto* widget = qobject_cast<QWidget*>(watched);
@@ -587,6 +592,17 @@ bool TeskDocumentWindowController::eventFilter(QObject* watched, QEvent* event) 
     return handleKey(key);
 }
 
+bool TeskDocumentWindowController::isHeldKey(const QKeyEvent* event) const {
+    // The X server repeats a held key as a release and a press at the same instant. Qt tells
+    // them apart by looking for the press when the release arrives, which misses it when the
+    // press has not been read yet (an idle Tesk reads at once): a marker key held would drop
+    // and take away its marker over and over. No hand releases and presses a key within the
+    // same millisecond.
+    return event->isAutoRepeat() ||
+           (event->timestamp() != 0 && event->key() == mLastKeyRelease.key &&
+            event->timestamp() == mLastKeyRelease.timestamp);
+}
+
 bool TeskDocumentWindowController::handleKey(QKeyEvent* event) {
     const WindowCommandState state = commandState();
     if (!state.hasSong && !state.playing) {
@@ -596,7 +612,7 @@ bool TeskDocumentWindowController::handleKey(QKeyEvent* event) {
     const WindowCommand command =
         WindowRules::commandForKey(event->key(), event->modifiers(), event->text());
     if (command != WindowCommand::None &&
-        (!event->isAutoRepeat() || WindowRules::repeatsWhileHeld(command)))
+        (!isHeldKey(event) || WindowRules::repeatsWhileHeld(command)))
         perform(command);
     return true; // keys are consumed here, never passed on
 }

@@ -154,6 +154,8 @@ private:
     /// Shows the song's problem once it has one, and takes it away once it has none.
     void refreshSongProblem();
     bool handleKey(QKeyEvent* event);
+    /// Whether a key press repeats a key held down.
+    bool isHeldKey(const QKeyEvent* event) const;
 
     TeskDocument* mDocument;
     WindowServices mServices;
@@ -182,6 +184,10 @@ private:
     bool mEditingLoop = false;
     bool mPlaying = false; // as the document last told: scrubbing does not count
     bool mClosed = false;
+    struct {
+        int key = 0;
+        quint64 timestamp = 0;
+    } mLastKeyRelease; // to tell a held key's repeats from presses
     bool mShowingSongProblem = false;
 };
 

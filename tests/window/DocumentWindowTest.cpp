@@ -176,6 +176,22 @@ TEST(DocumentWindow, APracticeSessionFromOpeningToReopening) {
     press(window, Qt::Key_B, "b");
     // A key held down drops its marker once, and does not take it away again.
     press(window, Qt::Key_B, "b", Qt::NoModifier, true);
+    // Nor when the system sends the repeats as a release and a press at one instant, unmarked;
+    // a press a moment after the release is the hand's, and takes the marker away.
+    const auto releaseAndPress = [&](quint64 released, quint64 pressed) {
+        for (const auto& [type, time] :
+             {std::pair{QEvent::KeyRelease, released}, std::pair{QEvent::KeyPress, pressed}}) {
+            QKeyEvent event(type, Qt::Key_B, Qt::NoModifier, "b");
+            event.setTimestamp(time);
+            QCoreApplication::sendEvent(window, &event);
+        }
+    };
+    for (const quint64 time : {5000, 5033, 5066})
+        releaseAndPress(time, time);
+    EXPECT_EQ(document->bridgeMarkers(), frames({66150}));
+    releaseAndPress(6000, 6150);
+    EXPECT_TRUE(document->bridgeMarkers().isEmpty());
+    press(window, Qt::Key_B, "b");
     EXPECT_EQ(document->genericMarkers(), frames({22050}));
     EXPECT_EQ(document->chorusMarkers(), frames({44100}));
     EXPECT_EQ(document->verseMarkers(), frames({66150}));
