@@ -29,10 +29,12 @@
 #include <QMenuBar>
 #include <QMessageBox>
 #include <QProgressDialog>
+#include <QProxyStyle>
 #include <QPushButton>
 #include <QScreen>
 #include <QSettings>
 #include <QSplitter>
+#include <QStyleOptionMenuItem>
 #include <QToolButton>
 #include <QVBoxLayout>
 #include <cmath>
@@ -263,6 +265,25 @@ void TeskDocumentWindowController::unbindViews() {
 }
 
 namespace {
+/// Lights the menu bar's chosen title while the bar has the keys, as after Escape closes a
+/// menu: the desktop's style may light it only while its menu is open, and Space or a letter
+/// would then open a menu the musician cannot see is chosen.
+class MenuBarStyle : public QProxyStyle {
+public:
+    void drawControl(ControlElement element, const QStyleOption* option, QPainter* painter,
+                     const QWidget* widget) const override {
+        const auto* item = qstyleoption_cast<const QStyleOptionMenuItem*>(option);
+        if (element == CE_MenuBarItem && item && (item->state & State_Selected) && widget &&
+            widget->hasFocus()) {
+            QStyleOptionMenuItem lit(*item);
+            lit.state |= State_Sunken;
+            QProxyStyle::drawControl(element, &lit, painter, widget);
+            return;
+        }
+        QProxyStyle::drawControl(element, option, painter, widget);
+    }
+};
+
 /// A menu item's text with the window's key for it, which the menu shows where a shortcut goes.
 QString titleWithKeyHint(const QString& title, WindowCommand command) {
     const QString hint = WindowRules::keyHint(command);
@@ -281,6 +302,9 @@ void TeskDocumentWindowController::buildMenus() {
         mActions[command] = action;
         return action;
     };
+    auto* barStyle = new MenuBarStyle;
+    barStyle->setParent(menuBar());
+    menuBar()->setStyle(barStyle);
     QMenu* file = menuBar()->addMenu(tr("&File"));
     if (mServices.documents) {
         file->addAction(tr("&New"), QKeySequence::New, this,

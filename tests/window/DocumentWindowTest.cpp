@@ -629,14 +629,23 @@ TEST(DocumentWindow, KeysAndClicksInTheMiddleOfThingsLoseNothing) {
     // Escape that closes a menu leaves the keys with the menu bar, and it gets them: they
     // leave the loop and the position alone.
     QMenuBar* bar = window->menuBar();
+    // Its title stays lit while the bar has the keys, and goes out when it gives them back.
+    const QRect title = bar->actionGeometry(editMenu->menuAction());
+    const auto titleEdge = [&] {
+        const QImage picture = bar->grab().toImage();
+        const qreal ratio = picture.devicePixelRatio();
+        return picture.pixelColor(QPointF(title.left() + 2, title.center().y()).toPoint() * ratio);
+    };
+    const QColor unlit = titleEdge();
     for (const Qt::Key key : {Qt::Key_Escape, Qt::Key_Right}) {
-        QTest::mouseClick(bar, Qt::LeftButton, {},
-                          bar->actionGeometry(editMenu->menuAction()).center());
+        QTest::mouseClick(bar, Qt::LeftButton, {}, title.center());
         ASSERT_NE(QApplication::activePopupWidget(), nullptr);
         QTest::keyClick(QApplication::activePopupWidget(), Qt::Key_Escape);
+        EXPECT_EQ(titleEdge(), bar->palette().color(QPalette::Highlight));
         QTest::keyClick(bar, key);
     }
     QTest::keyClick(bar, Qt::Key_Escape);
+    EXPECT_EQ(titleEdge(), unlit);
     EXPECT_EQ(document->loopRange(), (LoopRange{kRate, kRate}));
     EXPECT_EQ(document->currentFrame(), 441);
 
