@@ -270,6 +270,10 @@ namespace {
 /// would then open a menu the musician cannot see is chosen.
 class MenuBarStyle : public QProxyStyle {
 public:
+    // Over a style of the application's own kind, not the platform's default.
+    MenuBarStyle()
+        : QProxyStyle(QApplication::style()->name()) {}
+
     void drawControl(ControlElement element, const QStyleOption* option, QPainter* painter,
                      const QWidget* widget) const override {
         const auto* item = qstyleoption_cast<const QStyleOptionMenuItem*>(option);
