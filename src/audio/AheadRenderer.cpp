@@ -101,6 +101,14 @@ std::uint64_t AheadRenderer::queuedBlocks() const {
     return mWriteCount.load(std::memory_order_acquire) - mReadCount.load(std::memory_order_acquire);
 }
 
+std::uint64_t AheadRenderer::leadBlocks() const {
+    if (renderingGeneration() != generation())
+        return 0;
+    const std::uint64_t first = mFirstBlockOfGeneration.load(std::memory_order_relaxed);
+    const std::uint64_t read = mReadCount.load(std::memory_order_acquire);
+    return mWriteCount.load(std::memory_order_acquire) - std::max(read, first);
+}
+
 void AheadRenderer::run() {
     pthread_setname_np(pthread_self(), "tesk-renderer");
     clearVectorUpperState();
@@ -111,13 +119,16 @@ void AheadRenderer::run() {
     while (!mStopping.load(std::memory_order_relaxed)) {
         const std::uint64_t wanted = mGeneration.load(std::memory_order_acquire);
         if (wanted != generation) {
-            mRenderingGeneration.store(wanted, std::memory_order_release);
             if (generation != 0)
                 mChain.reset();
             generation = wanted;
+            mFirstBlockOfGeneration.store(mWriteCount.load(std::memory_order_relaxed),
+                                          std::memory_order_relaxed);
+            mRenderingGeneration.store(wanted, std::memory_order_release);
             waitForSourceUntil = Clock::now() + kSourceWait;
         }
-        if (queuedBlocks() >= kBlockCount) {
+        // Blocks of an older stream, which the device will skip, do not count against the lead.
+        if (queuedBlocks() >= kBlockCount || leadBlocks() >= kLeadBlocks) {
             std::this_thread::sleep_for(kFullRingPause);
             continue;
         }
@@ -206,6 +217,12 @@ void AheadRenderer::renderAudio(float* left, float* right, std::uint32_t frameCo
         const std::uint32_t take = std::min(kBlockFrames - mBlockOffset, frameCount - done);
         std::copy_n(block.left.data() + mBlockOffset, take, left + done);
         std::copy_n(block.right.data() + mBlockOffset, take, right + done);
+        if (block.position.known) {
+            mHandedFrame.store(block.position.sourceFrame +
+                                   block.position.sourceStep * (mBlockOffset + take),
+                               std::memory_order_relaxed);
+            mHandedGeneration.store(generation, std::memory_order_release);
+        }
         // Silence rendered before the source supplied anything: the fade waits for the sound.
         if (block.position.known)
             fadeIn(left + done, right + done, take);

@@ -39,8 +39,12 @@ public:
     };
 
     static constexpr std::uint32_t kBlockFrames = 256;
-    /// 16 blocks: about 93 ms ahead at most.
-    static constexpr std::uint32_t kBlockCount = 16;
+    /// How far the rendering thread keeps ahead of the device: 16 blocks, about 93 ms.
+    static constexpr std::uint32_t kLeadBlocks = 16;
+    /// The ring has room past the lead for the first blocks after a seek, while it still holds
+    /// the old stream's: the device's next period then finds the new sound there rather than
+    /// nothing, and a seek leaves no gap (room for a period of 1024 frames).
+    static constexpr std::uint32_t kBlockCount = kLeadBlocks + 4;
     /// A start or a seek fades the new sound in, and a seek the old one out, over 1.5 ms: the
     /// cut and the onset would click. A ring that runs dry fades out and back in the same way.
     static constexpr std::uint32_t kSeekFadeFrames = 64;
@@ -77,6 +81,15 @@ public:
         return mHeardGeneration.load(std::memory_order_acquire) ==
                mGeneration.load(std::memory_order_acquire);
     }
+    /// The source frame the device will be handed next: where the sound would go on from if
+    /// the stream were started again now. Nothing until the device has been handed a frame of
+    /// the newest start or seek. Main thread (the one that seeks).
+    std::optional<double> nextHandedSourceFrame() const {
+        if (mHandedGeneration.load(std::memory_order_acquire) !=
+            mGeneration.load(std::memory_order_relaxed))
+            return std::nullopt;
+        return mHandedFrame.load(std::memory_order_relaxed);
+    }
     /// The newest report of what is heard, or nothing before the first one since the last start
     /// or seek. One reader only: the main thread. Never blocks.
     std::optional<HeardPosition> heardPosition();
@@ -87,6 +100,9 @@ public:
     /// Blocks rendered and not yet handed to the device: how far ahead the rendering thread
     /// is. Any thread.
     std::uint64_t queuedBlocks() const;
+    /// Blocks of the newest start or seek rendered and not yet handed to the device; blocks of
+    /// an older stream still in the ring are skipped, never heard. Any thread.
+    std::uint64_t leadBlocks() const;
     /// Blocks handed to the device since the start: its clock, in blocks. Any thread.
     std::uint64_t playedBlocks() const { return mReadCount.load(std::memory_order_acquire); }
 
@@ -122,6 +138,9 @@ private:
     std::atomic<std::uint64_t> mReadCount{0};
     std::atomic<std::uint64_t> mGeneration{0}; // raised by each flush
     std::atomic<std::uint64_t> mRenderingGeneration{0};
+    // The write count when the rendering thread took up its generation: blocks before it are
+    // of an older stream.
+    std::atomic<std::uint64_t> mFirstBlockOfGeneration{0};
     // A stop asks the callback to fade out; it says when it has.
     std::atomic<bool> mFadeOutForStop{false};
     std::atomic<bool> mFadedOutForStop{false};
@@ -153,6 +172,8 @@ private:
     LatestValue<HeardPosition> mHeardReport;
     std::atomic<double> mHeardFrame{0.0};
     std::atomic<std::uint64_t> mHeardGeneration{0}; // of the frame in mHeardFrame; 0: none
+    std::atomic<double> mHandedFrame{0.0};
+    std::atomic<std::uint64_t> mHandedGeneration{0}; // of the frame in mHandedFrame; 0: none
     std::atomic<std::uint64_t> mUnderruns{0};
 };
 

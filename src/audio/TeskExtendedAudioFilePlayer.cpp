@@ -116,21 +116,24 @@ void TeskExtendedAudioFilePlayer::setLoopRange(LoopRange range) {
         return;
     // The sound on its way from the reader to the device was read under the old loop. Where the
     // new loop would play it otherwise (its seam lies inside it, or it has already wrapped at the
-    // old seam), it is played again from what is heard, so that playback neither runs past the
-    // new seam nor jumps back from there without the seam's crossfade.
-    const qint64 heard = currentFrame();
-    if (loopChangeReplays(before, range, read, heard, mFileReader.isReverse()))
-        setCurrentFrame(heard);
+    // old seam), it is rendered again from the first frame the device has not been handed, so
+    // that playback neither runs past the new seam nor jumps back from there without the seam's
+    // crossfade. Not from what is heard: the device's last periods would be heard twice, and a
+    // loop dragged would stand still, each move going back to where the last one started.
+    const std::optional<double> handed = mOutputAudioUnit->nextHandedSourceFrame();
+    const qint64 from = handed ? qint64(std::llround(*handed)) : currentFrame();
+    if (loopChangeReplays(before, range, read, from, mFileReader.isReverse()))
+        setCurrentFrame(from);
 }
 
 bool TeskExtendedAudioFilePlayer::loopChangeReplays(LoopRange before, LoopRange after, qint64 read,
-                                                    qint64 heard, bool reverse) {
+                                                    qint64 from, bool reverse) {
     const auto seamOf = [reverse](LoopRange range) {
         return reverse ? qint64(range.location) : qint64(range.location) + range.length;
     };
     const qint64 seam = seamOf(after);
-    const bool wrapped = reverse ? read > heard : read < heard;
-    const bool seamOnItsWay = reverse ? read <= seam && seam < heard : heard < seam && seam <= read;
+    const bool wrapped = reverse ? read > from : read < from;
+    const bool seamOnItsWay = reverse ? read <= seam && seam < from : from < seam && seam <= read;
     // The crossfade runs over the frames before a seam in the direction of play.
     constexpr qint64 fade = TeskAudioFileReader::kLoopCrossfadeFrames;
     const auto inFade = [&](qint64 at) {

@@ -67,16 +67,17 @@ public:
     void setLooping(bool looping);
     bool isLooping() const;
     /// While a loop plays, a new range whose seam falls inside the sound already on its way to
-    /// the device replays that sound from what is heard (a seek).
+    /// the device renders that sound again, from the first frame the device has not yet been
+    /// handed (a seek).
     void setLoopRange(LoopRange range);
     LoopRange loopRange() const;
     /// Whether a loop changed from `before` to `after` while playing must replay the sound on its
-    /// way from the frame `heard`, the reader being at `read`: it has wrapped at the old seam, the
-    /// new seam lies inside it or behind the reader, or the reader is inside either seam's
-    /// crossfade, where frames already read were faded for the old loop and the next ones would
-    /// be for the new.
+    /// way from the frame `from` (the next the device is handed), the reader being at `read`: it
+    /// has wrapped at the old seam, the new seam lies inside it or behind the reader, or the
+    /// reader is inside either seam's crossfade, where frames already read were faded for the
+    /// old loop and the next ones would be for the new.
     /// Any thread.
-    static bool loopChangeReplays(LoopRange before, LoopRange after, qint64 read, qint64 heard,
+    static bool loopChangeReplays(LoopRange before, LoopRange after, qint64 read, qint64 from,
                                   bool reverse);
 
     void setVocalRemoval(bool enabled);

@@ -108,6 +108,11 @@ public:
 
     /// The source frame being heard now, while running; negative when not known yet.
     double heardSourceFrame() const;
+    /// While running, the source frame the device will be handed next; nothing before the
+    /// first frame handed since the start or the last flush. Main thread.
+    std::optional<double> nextHandedSourceFrame() const {
+        return mRenderer.nextHandedSourceFrame();
+    }
     /// Frames the device has played since the start, in whole blocks. Any thread.
     std::uint64_t playedFrames() const {
         return mRenderer.playedBlocks() * AheadRenderer::kBlockFrames;

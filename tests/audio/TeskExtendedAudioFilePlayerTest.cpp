@@ -45,7 +45,7 @@ struct ManualPlayer {
         constexpr std::uint64_t kBlocksPerPeriod =
             TeskSoundDevice::kDefaultBufferFrames / AheadRenderer::kBlockFrames;
         for (int i = 0; i < periods; ++i) {
-            for (int wait = 0; wait < 20000 && ahead->queuedBlocks() < kBlocksPerPeriod; ++wait)
+            for (int wait = 0; wait < 20000 && ahead->leadBlocks() < kBlocksPerPeriod; ++wait)
                 std::this_thread::sleep_for(std::chrono::microseconds(100));
             device->pull();
             positions.push_back(player.currentFrame());
@@ -143,7 +143,7 @@ TEST(AheadRenderer, ARingThatRunsDryFadesOutWhereverThePeriodStands) {
         AheadRenderer ahead(chain);
         ManualSoundDevice device(ahead);
         ahead.start(device);
-        ASSERT_TRUE(waitFor([&] { return ahead.queuedBlocks() == AheadRenderer::kBlockCount; }));
+        ASSERT_TRUE(waitFor([&] { return ahead.queuedBlocks() == AheadRenderer::kLeadBlocks; }));
         tone.stall = true;
         device.pull(AheadRenderer::kBlockFrames); // room for one more block, which stalls
         ASSERT_TRUE(waitFor([&] { return tone.held.load(); }));
@@ -331,6 +331,45 @@ TEST(TeskExtendedAudioFilePlayer, ALoopEndMovedIntoTheSoundOnItsWayIsWhereItWrap
     manual.player.stopFilePlaying();
 }
 
+TEST(TeskExtendedAudioFilePlayer, ALoopDraggedWhilePlayingGoesOnWithoutRepeatingOrStalling) {
+    // The loop's seam moved into the sound on its way, again and again as a drag moves it: the
+    // sound is rendered again from the first frame the device was not yet handed, so the heard
+    // position moves on a period for each period played. (Replayed from what was heard, the
+    // device's last two periods were heard twice on each move, and a move each period held
+    // the position still.)
+    const struct {
+        const char* name;
+        bool reverse;
+        int periodsPerMove;
+    } drags[] = {{"a move each period", false, 1},
+                 {"a move every third period", false, 3},
+                 {"backwards, a move every other period", true, 2}};
+    constexpr int kMoves = 12;
+    constexpr double kPeriod = TeskSoundDevice::kDefaultBufferFrames;
+    for (const auto& drag : drags) {
+        SCOPED_TRACE(drag.name);
+        ManualPlayer manual(MemorySong::sine(44100 * 8, 440.0, 0.5));
+        manual.player.setLooping(true);
+        manual.player.setLoopRange({0, 44100 * 8});
+        if (drag.reverse)
+            manual.player.setPlaybackSpeed(-1.0f);
+        manual.player.setCurrentFrame(44100 * 4);
+        manual.player.startFilePlaying();
+        manual.play(20);
+        const qint64 start = manual.player.currentFrame();
+        for (int move = 0; move < kMoves; ++move) {
+            // The seam 3000 frames ahead of what is heard: inside what the reader has read.
+            const qint64 heard = manual.player.currentFrame();
+            manual.player.setLoopRange(drag.reverse ? LoopRange{std::uint32_t(heard - 3000), 44100}
+                                                    : LoopRange{0, std::uint32_t(heard + 3000)});
+            manual.play(drag.periodsPerMove);
+        }
+        const double moved = double(manual.player.currentFrame() - start) * (drag.reverse ? -1 : 1);
+        EXPECT_NEAR(moved, kMoves * drag.periodsPerMove * kPeriod, 2 * kPeriod);
+        manual.player.stopFilePlaying();
+    }
+}
+
 TEST(TeskExtendedAudioFilePlayer, ASeekIsHeardFromTheFrameSought) {
     // Playing into frames still decoding, the rendering thread waits for the reader when the
     // seek comes. The frames at the new place belong to the render that starts there, not to
@@ -381,7 +420,8 @@ TEST(TeskExtendedAudioFilePlayer, AfterAStopInTheMiddleOfABlockPlaysFromWhereItS
 TEST(TeskExtendedAudioFilePlayer, StartsSeeksAndStopsWithoutAClick) {
     // A steady tone, started from silence, sought to places where its phase differs and
     // stopped: the old sound fades out and the new one in, so no sample jumps further than the
-    // tone itself does (a cut would jump by up to its amplitude).
+    // tone itself does (a cut would jump by up to its amplitude). The new sound follows at once,
+    // in the device's next period: the ring has room for it beside the old stream's blocks.
     const double toneStep = 2.0 * M_PI * 440.0 / 44100.0 * 0.5;
     for (const float speed : {1.0f, -1.0f}) {
         SCOPED_TRACE(speed);
@@ -393,16 +433,18 @@ TEST(TeskExtendedAudioFilePlayer, StartsSeeksAndStopsWithoutAClick) {
         // As in playback at the device's pace, the ring is full when a seek comes.
         const auto fillRing = [&] {
             for (int wait = 0;
-                 wait < 20000 && manual.ahead->queuedBlocks() < AheadRenderer::kBlockCount; ++wait)
+                 wait < 20000 && manual.ahead->queuedBlocks() < AheadRenderer::kLeadBlocks; ++wait)
                 std::this_thread::sleep_for(std::chrono::microseconds(100));
         };
         for (const qint64 frame : {44100 * 3 + 31, 44100 * 2 + 5, 44100 + 50}) {
             fillRing();
             manual.player.setCurrentFrame(frame);
+            const std::size_t sought = manual.device->left.size();
             manual.play(8);
+            const std::span after(manual.device->left);
+            EXPECT_GT(test::rms(after.subspan(sought + AheadRenderer::kSeekFadeFrames, 256)), 0.2);
         }
-        // Sought again before a period of the last seek's sound was heard (the first one after
-        // a seek is silence while the stale blocks go): nothing of it fades out.
+        // Sought again after a single period of the last seek's sound.
         fillRing();
         manual.player.setCurrentFrame(44100 * 3 + 25); // the tone at its peak
         manual.play(1);
