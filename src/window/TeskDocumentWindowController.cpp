@@ -237,9 +237,16 @@ void TeskDocumentWindowController::bindViews() {
         if (!visible && mEffectsParentView->isAncestorOf(QApplication::focusWidget()))
             mViews->waveformView()->setFocus();
         mEffectsParentView->setVisible(visible);
-        // The window's height follows the content: taller with the effects panel.
+        // The window's height follows the content: taller with the effects panel, and back
+        // without it. The layouts measure again first: the splitter would still count the
+        // panel just hidden.
         if (isVisible())
-            QTimer::singleShot(0, this, [this] { resize(width(), sizeHint().height()); });
+            QTimer::singleShot(0, this, [this] {
+                mSplitView->updateGeometry();
+                centralWidget()->layout()->activate();
+                layout()->activate();
+                resize(width(), sizeHint().height());
+            });
     };
     connect(mDocument, &TeskDocument::zoomLevelChanged, this, showZoom);
     connect(mDocument, &TeskDocument::playbackVolumeChanged, this, showVolume);

@@ -781,3 +781,23 @@ TEST(DocumentWindow, KeysAndClicksInTheMiddleOfThingsLoseNothing) {
     ASSERT_NE(reopened, nullptr);
     EXPECT_EQ(reopened->chorusMarkers(), frames({44100}));
 }
+
+TEST(DocumentWindow, GrowsWithTheEffectsAndShrinksBackWithout) {
+    QTemporaryDir dir;
+    Practice app;
+    TeskDocument* document = app.open(writeTake(dir));
+    ASSERT_NE(document, nullptr);
+    TeskDocumentWindowController* window = app.window(document);
+    ASSERT_NE(window, nullptr);
+    const int without = window->height();
+    std::vector<int> heights;
+    for (int round = 0; round < 2; ++round) {
+        for (const bool shown : {true, false}) {
+            document->setEffectsVisible(shown);
+            QCoreApplication::processEvents();
+            heights.push_back(window->height());
+        }
+    }
+    EXPECT_GT(heights[0], without);
+    EXPECT_EQ(heights, (std::vector<int>{heights[0], without, heights[0], without}));
+}
