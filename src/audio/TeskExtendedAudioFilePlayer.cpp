@@ -73,11 +73,12 @@ void TeskExtendedAudioFilePlayer::setPlaybackSpeed(float speed) {
     TESK_PARAMETER_ASSERT(speed > 0.0 || speed < 0.0);
     const bool reverse = speed < 0.0f;
     if (reverse != mFileReader.isReverse()) {
-        // Turn round at the frame being heard, not at where the reader has got to ahead of it.
-        const qint64 heard = currentFrame();
+        // Turn round where the sound the device holds ends, not where the reader has got to
+        // ahead of it, nor at what is heard, which would go back over what the device plays.
+        const qint64 turn = nextHandedFrame();
         mFileReader.setReverse(reverse);
         if (isFilePlaying())
-            seek(heard);
+            seek(turn);
     }
     mOutputAudioUnit->setPlaybackRate(std::fabs(speed));
 }
@@ -120,8 +121,7 @@ void TeskExtendedAudioFilePlayer::setLoopRange(LoopRange range) {
     // that playback neither runs past the new seam nor jumps back from there without the seam's
     // crossfade. Not from what is heard: the device's last periods would be heard twice, and a
     // loop dragged would stand still, each move going back to where the last one started.
-    const std::optional<double> handed = mOutputAudioUnit->nextHandedSourceFrame();
-    const qint64 from = handed ? qint64(std::llround(*handed)) : currentFrame();
+    const qint64 from = nextHandedFrame();
     if (loopChangeReplays(before, range, read, from, mFileReader.isReverse()))
         setCurrentFrame(from);
 }
@@ -208,6 +208,12 @@ qint64 TeskExtendedAudioFilePlayer::currentFrame() const {
             mCurrentFrame = qint64(std::llround(heard));
     }
     return mCurrentFrame;
+}
+
+qint64 TeskExtendedAudioFilePlayer::nextHandedFrame() const {
+    const std::optional<double> handed =
+        isFilePlaying() ? mOutputAudioUnit->nextHandedSourceFrame() : std::nullopt;
+    return handed ? qint64(std::llround(*handed)) : currentFrame();
 }
 
 std::optional<AheadRenderer::HeardPosition> TeskExtendedAudioFilePlayer::heardPosition() const {

@@ -103,6 +103,9 @@ public:
     /// a view can place the play position for the moment it draws; nothing when stopped, or
     /// until the first report after a start or a seek. Main thread.
     std::optional<AheadRenderer::HeardPosition> heardPosition() const;
+    /// The source frame the device will be handed next while playing (where the sound goes on
+    /// from if the stream is made again), else the position. Main thread.
+    qint64 nextHandedFrame() const;
     /// Clamped to the song (a value of exactly the length is kept); a seek while playing.
     void setCurrentFrame(qint64 frame);
     /// Milliseconds.

@@ -370,6 +370,28 @@ TEST(TeskExtendedAudioFilePlayer, ALoopDraggedWhilePlayingGoesOnWithoutRepeating
     }
 }
 
+TEST(TeskExtendedAudioFilePlayer, TurnedRoundWhilePlayingItGoesBackFromWhereTheSoundHadGot) {
+    // The device holds two periods when the speed turns round: the sound plays on through them
+    // and turns at their end, as a tape would, rather than going back over them.
+    constexpr double kPeriod = TeskSoundDevice::kDefaultBufferFrames;
+    for (const float before : {1.0f, -1.0f}) {
+        SCOPED_TRACE(before);
+        ManualPlayer manual(MemorySong::sine(44100 * 8, 440.0, 0.5));
+        manual.player.setPlaybackSpeed(before);
+        manual.player.setCurrentFrame(44100 * 4);
+        manual.player.startFilePlaying();
+        manual.playUntilReported();
+        manual.play(4);
+        const double heard = manual.reports.back().value().sourceFrame;
+        manual.player.setPlaybackSpeed(-before);
+        const auto turned = manual.playUntilReported();
+        ASSERT_TRUE(turned);
+        EXPECT_NEAR(turned->sourceFrame, heard + 2 * kPeriod * before, 8.0);
+        EXPECT_EQ(turned->sourceStep, -before);
+        manual.player.stopFilePlaying();
+    }
+}
+
 TEST(TeskExtendedAudioFilePlayer, ASeekIsHeardFromTheFrameSought) {
     // Playing into frames still decoding, the rendering thread waits for the reader when the
     // seek comes. The frames at the new place belong to the render that starts there, not to
