@@ -229,7 +229,9 @@ RenderCommandLine parseRenderCommandLine(const QStringList& arguments) {
 
     if (saving) {
         options.saveDocumentPath = parser.value(saveDocumentOption);
-        if (QFileInfo(options.saveDocumentPath).suffix() != TeskDocumentExtension)
+        if (QFileInfo(options.saveDocumentPath)
+                .suffix()
+                .compare(TeskDocumentExtension, Qt::CaseInsensitive) != 0)
             return badUsage(QStringLiteral("--save-document takes a file ending in .%1: %2")
                                 .arg(TeskDocumentExtension, options.saveDocumentPath));
         if (options.info)

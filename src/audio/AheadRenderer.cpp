@@ -235,6 +235,17 @@ void AheadRenderer::renderAudio(float* left, float* right, std::uint32_t frameCo
             mReadCount.store(read + 1, std::memory_order_release);
         }
     }
+    // A block's position is traced at its first frame only, and a loop may wrap inside it: where
+    // the next block is already rendered, its own first frame says exactly where the device
+    // goes on from.
+    if (mBlockOffset == 0 && mHandedGeneration.load(std::memory_order_relaxed) == generation) {
+        const std::uint64_t read = mReadCount.load(std::memory_order_relaxed);
+        if (read != mWriteCount.load(std::memory_order_acquire)) {
+            const Block& next = mBlocks[read % kBlockCount];
+            if (next.generation == generation && next.position.known)
+                mHandedFrame.store(next.position.sourceFrame, std::memory_order_relaxed);
+        }
+    }
     std::fill(left + done, left + frameCount, 0.0f);
     std::fill(right + done, right + frameCount, 0.0f);
     if (holdLastFrame) {

@@ -4,6 +4,7 @@
 #include "diagnostics/TeskAssert.h"
 
 #include <QMetaObject>
+#include <algorithm>
 #include <chrono>
 #include <cmath>
 #include <limits>
@@ -112,6 +113,7 @@ bool TeskExtendedAudioFilePlayer::isLooping() const {
 void TeskExtendedAudioFilePlayer::setLoopRange(LoopRange range) {
     const LoopRange before = mFileReader.loopRange();
     const qint64 read = mFileReader.currentFrame();
+    const qint64 from = nextHandedFrame(); // under the old loop, which the device's sound is of
     mFileReader.setLoopRange(range);
     if (!isFilePlaying() || !mFileReader.isLooping() || range == before || range.length == 0)
         return;
@@ -121,7 +123,6 @@ void TeskExtendedAudioFilePlayer::setLoopRange(LoopRange range) {
     // that playback neither runs past the new seam nor jumps back from there without the seam's
     // crossfade. Not from what is heard: the device's last periods would be heard twice, and a
     // loop dragged would stand still, each move going back to where the last one started.
-    const qint64 from = nextHandedFrame();
     if (loopChangeReplays(before, range, read, from, mFileReader.isReverse()))
         setCurrentFrame(from);
 }
@@ -213,7 +214,21 @@ qint64 TeskExtendedAudioFilePlayer::currentFrame() const {
 qint64 TeskExtendedAudioFilePlayer::nextHandedFrame() const {
     const std::optional<double> handed =
         isFilePlaying() ? mOutputAudioUnit->nextHandedSourceFrame() : std::nullopt;
-    return handed ? qint64(std::llround(*handed)) : currentFrame();
+    if (!handed)
+        return currentFrame();
+    qint64 frame = qint64(std::llround(*handed));
+    // Counted on from a block's first frame, the frame may lie past a seam the loop wrapped at
+    // inside that block: it is as far into the loop's other end.
+    const LoopRange loop = mFileReader.loopRange();
+    const qint64 start = loop.location;
+    const qint64 end = std::min(start + qint64(loop.length), totalFrames());
+    if (mFileReader.isLooping() && end > start) {
+        if (!mFileReader.isReverse() && frame >= end)
+            frame = start + (frame - end) % (end - start);
+        else if (mFileReader.isReverse() && frame < start)
+            frame = end - (start - frame) % (end - start);
+    }
+    return std::clamp<qint64>(frame, 0, std::max<qint64>(totalFrames() - 1, 0));
 }
 
 std::optional<AheadRenderer::HeardPosition> TeskExtendedAudioFilePlayer::heardPosition() const {

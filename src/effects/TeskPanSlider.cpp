@@ -241,7 +241,7 @@ void TeskPanSlider::mouseReleaseEvent(QMouseEvent* event) {
 
 void TeskPanSlider::keyPressEvent(QKeyEvent* event) {
     // The keys without modifiers; Ctrl and Alt with the arrows are the window's (jumps).
-    if ((event->modifiers() & ~Qt::KeypadModifier) != Qt::NoModifier) {
+    if (event->modifiers() & (Qt::ControlModifier | Qt::AltModifier)) {
         SBindingView::keyPressEvent(event);
         return;
     }

@@ -160,6 +160,10 @@ TEST(TeskRenderCommandLine, BadUsageIsOneLineSaidBeforeAnythingIsRead) {
         }
     }
 
+    // A practice's name in capitals is still one, as Tesk opens it.
+    EXPECT_NE(parseRenderCommandLine({"tesk-render", "in.wav", "--save-document", "D.TESK"}).action,
+              RenderCommandLine::Action::BadUsage);
+
     // As the program: exit code 1, one line that names it, and no file written.
     QTemporaryDir folder;
     const QString input = writeTone(folder.filePath("in.wav"), 0.2);

@@ -370,6 +370,25 @@ TEST(TeskExtendedAudioFilePlayer, ALoopDraggedWhilePlayingGoesOnWithoutRepeating
     }
 }
 
+TEST(TeskExtendedAudioFilePlayer, WhereTheSoundGoesOnFromIsInsideAShortLoopAfterEveryPeriod) {
+    // A loop of 1000 frames wraps inside the device's blocks: the frame the device is handed
+    // next is where the loop has got to, never past its end where a block's start would say.
+    constexpr qint64 kStart = 44100, kLength = 1000;
+    ManualPlayer manual(MemorySong::sine(44100 * 4, 440.0, 0.5));
+    manual.player.setLooping(true);
+    manual.player.setLoopRange({std::uint32_t(kStart), std::uint32_t(kLength)});
+    manual.player.setCurrentFrame(kStart);
+    manual.player.startFilePlaying();
+    manual.playUntilReported();
+    for (int period = 0; period < 24; ++period) {
+        manual.play(1);
+        const qint64 next = manual.player.nextHandedFrame();
+        const auto handed = qint64(manual.device->left.size());
+        EXPECT_NEAR(next, kStart + handed % kLength, 2) << period;
+    }
+    manual.player.stopFilePlaying();
+}
+
 TEST(TeskExtendedAudioFilePlayer, TurnedRoundWhilePlayingItGoesBackFromWhereTheSoundHadGot) {
     // The device holds two periods when the speed turns round: the sound plays on through them
     // and turns at their end, as a tape would, rather than going back over them.
@@ -515,7 +534,7 @@ TEST(TeskExtendedAudioFilePlayer, TellsTheEndOfTheSongOnceAndPlaysSilenceAfterIt
     EXPECT_LE(*std::max_element(manual.positions.begin(), manual.positions.end()), 20000);
     // Long after the end nothing is on its way: at most the ring ahead and the device's buffer.
     EXPECT_LE(manual.player.outputAudioUnit()->framesUntilHeard(),
-              AheadRenderer::kBlockCount * AheadRenderer::kBlockFrames +
+              AheadRenderer::kLeadBlocks * AheadRenderer::kBlockFrames +
                   TeskSoundDevice::kDefaultBufferFrames);
 
     manual.player.stopFilePlaying();

@@ -541,7 +541,8 @@ TEST(TeskPanSlider, EndsDetentAndWheelWriteBackAndSendTheAction) {
         double after;
     } keys[] = {{Qt::Key_Left, Qt::NoModifier, 0.45},   {Qt::Key_Left, Qt::ControlModifier, 0.45},
                 {Qt::Key_Right, Qt::AltModifier, 0.45}, {Qt::Key_End, Qt::ControlModifier, 0.45},
-                {Qt::Key_Right, Qt::NoModifier, 0.5},   {Qt::Key_Home, Qt::NoModifier, 0.0}};
+                {Qt::Key_Right, Qt::NoModifier, 0.5},   {Qt::Key_Left, Qt::ShiftModifier, 0.45},
+                {Qt::Key_Home, Qt::NoModifier, 0.0}};
     for (const auto& k : keys) {
         QTest::keyClick(&slider, k.key, k.modifiers);
         EXPECT_NEAR(settings.panAmount(), k.after, 1e-9) << k.key << " " << k.modifiers;
