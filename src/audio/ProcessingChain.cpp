@@ -7,6 +7,14 @@
 #include <cmath>
 
 namespace tesk {
+namespace {
+
+// The remover holds a block and a half (3,072 frames) at the most, and a slice comes on top.
+constexpr std::uint64_t kDelayCapacity = 8192;
+// What the stretcher renders at a time while it runs ahead for the vocal remover.
+constexpr std::uint32_t kRunAheadFrames = 256;
+
+} // namespace
 
 ProcessingChain::ProcessingChain(double sampleRate, TimePitchQuality quality)
     : mSampleRate(sampleRate)
@@ -16,10 +24,12 @@ ProcessingChain::ProcessingChain(double sampleRate, TimePitchQuality quality)
     , mSpectrumAnalyzer(AudioStreamDescription{sampleRate, 2, false})
     , mPanLeft(kMaxSliceFrames)
     , mPanRight(kMaxSliceFrames)
+    , mDelayedLeft(kDelayCapacity)
+    , mDelayedRight(kDelayCapacity)
     , mDryLeft(kMaxSliceFrames)
     , mDryRight(kMaxSliceFrames)
-    , mExportLeft(kMaxSliceFrames)
-    , mExportRight(kMaxSliceFrames) {
+    , mStretchedLeft(kMaxSliceFrames)
+    , mStretchedRight(kMaxSliceFrames) {
     mEqualizer.setBypassed(true);
 }
 
@@ -108,8 +118,12 @@ void ProcessingChain::reset() {
     mEqualizer.reset();
     mTimePitch.reset();
     // The vocal remover starts empty, so that nothing of the place played before is heard after
-    // a seek or a start; it stays silent until its first block is out.
+    // a seek or a start, and at full level, as the plain sound does: the device fades a new
+    // stream in.
     mVocalRemover.clear();
+    mVocalRemover.startAtFullLevel();
+    mDelayedLeft.advance(mDelayedLeft.used());
+    mDelayedRight.advance(mDelayedRight.used());
     mRemovingVocals = mRemoveVocals.load(std::memory_order_relaxed);
     mVocalDelayFrames.store(0, std::memory_order_relaxed);
     mInputFrames = 0;
@@ -130,9 +144,15 @@ void ProcessingChain::render(float* left, float* right, std::uint32_t frameCount
     frameCount = std::min(frameCount, kMaxSliceFrames);
     clearVectorUpperState(); // see renderForExport
     applyParameters();
-    float* output[2] = {left, right};
-    mTimePitch.render(output, frameCount, *this);
-    processAfterStretch(left, right, frameCount);
+    const bool removeVocals = mRemoveVocals.load(std::memory_order_relaxed);
+    if (removeVocals || mRemovingVocals || mDelayedLeft.used() > 0) {
+        renderDelayed(left, right, frameCount, removeVocals);
+    } else {
+        float* output[2] = {left, right};
+        mTimePitch.render(output, frameCount, *this);
+    }
+    mVocalDelayFrames.store(std::uint32_t(mDelayedLeft.used()), std::memory_order_relaxed);
+    processAfterVocalReduction(left, right, frameCount);
 
     if (position) {
         // The stretcher and the vocal reduction hold back `latencyFrames` output frames' worth
@@ -151,8 +171,6 @@ void ProcessingChain::render(float* left, float* right, std::uint32_t frameCount
 
 void ProcessingChain::beginExport() {
     reset();
-    mVocalRemover.clear();
-    mVocalRemover.startAtFullLevel();
     mExportFlushFrames = 0;
     mExportStretchEnded = false;
 }
@@ -186,21 +204,19 @@ std::uint32_t ProcessingChain::renderForExport(float* left, float* right,
         }
         std::uint32_t produced = 0;
         if (!mExportStretchEnded) {
-            float* output[2] = {mExportLeft.data(), mExportRight.data()};
+            float* output[2] = {mStretchedLeft.data(), mStretchedRight.data()};
             produced = mTimePitch.renderToEnd(output, kMaxSliceFrames, *this);
             mExportStretchEnded = produced < kMaxSliceFrames;
         }
         if (produced == 0) {
             if (mExportFlushFrames >= kTailFrames)
                 return 0;
-            std::fill(mExportLeft.begin(), mExportLeft.end(), 0.0f);
-            std::fill(mExportRight.begin(), mExportRight.end(), 0.0f);
+            std::fill(mStretchedLeft.begin(), mStretchedLeft.end(), 0.0f);
+            std::fill(mStretchedRight.begin(), mStretchedRight.end(), 0.0f);
             produced = kMaxSliceFrames;
             mExportFlushFrames += produced;
         }
-        mVocalRemover.addInput(0, mExportLeft.data(), produced);
-        mVocalRemover.addInput(1, mExportRight.data(), produced);
-        mVocalRemover.process();
+        feedVocalRemover(produced);
     }
 }
 
@@ -259,46 +275,67 @@ ProcessingChain::TracedFrame ProcessingChain::traceInputFrame(double inputFrame)
     return {0.0, 1};
 }
 
-void ProcessingChain::processAfterStretch(float* left, float* right, std::uint32_t frameCount) {
-    if (frameCount == 0)
-        return;
-    const bool removeVocals = mRemoveVocals.load(std::memory_order_relaxed);
-    if (removeVocals || mRemovingVocals)
-        removeVocalsFrom(left, right, frameCount, removeVocals);
-    mVocalDelayFrames.store(mRemovingVocals ? mVocalRemover.heldFrames() : 0,
-                            std::memory_order_relaxed);
-    processAfterVocalReduction(left, right, frameCount);
-}
-
-void ProcessingChain::removeVocalsFrom(float* left, float* right, std::uint32_t frameCount,
-                                       bool removeVocals) {
-    // The remover's output lags its input by a block and a half and is silent until its first
-    // block is out, so a switch cannot simply go from one sound to the other: switched on, the
-    // sound fades out across the slice and comes back, faded in by the remover's first block,
-    // from where it was switched on; switched off, the two fade into each other across the
-    // slice, skipping what the remover still held.
+void ProcessingChain::renderDelayed(float* left, float* right, std::uint32_t frameCount,
+                                    bool removeVocals) {
     applyVocalBand();
-    if (removeVocals && !mRemovingVocals)
-        mVocalRemover.clear(); // nothing of what it held when switched off
-    std::copy_n(left, frameCount, mDryLeft.begin());
-    std::copy_n(right, frameCount, mDryRight.begin());
-    mVocalRemover.addInput(0, left, frameCount);
-    mVocalRemover.addInput(1, right, frameCount);
-    mVocalRemover.process();
+    const bool switched = removeVocals != mRemovingVocals;
+    if (removeVocals && switched) {
+        // Afresh from the oldest frame not yet played, so that its output lines up with the
+        // plain sound; its first hop at full level, since the plain sound fades into it.
+        mVocalRemover.clear();
+        mVocalRemover.startAtFullLevel();
+        for (std::uint64_t fed = 0; fed < mDelayedLeft.used();) {
+            const auto count =
+                std::uint32_t(std::min<std::uint64_t>(kMaxSliceFrames, mDelayedLeft.used() - fed));
+            mDelayedLeft.read(mStretchedLeft.data(), count, fed);
+            mDelayedRight.read(mStretchedRight.data(), count, fed);
+            feedVocalRemover(count);
+            fed += count;
+        }
+    }
+    const bool throughRemover = removeVocals || mRemovingVocals;
+    stretchIntoDelay(frameCount, throughRemover);
+    while (removeVocals && mVocalRemover.processedFrames() < frameCount)
+        stretchIntoDelay(kRunAheadFrames, true);
+
+    mDelayedLeft.read(mDryLeft.data(), frameCount);
+    mDelayedRight.read(mDryRight.data(), frameCount);
+    mDelayedLeft.advance(frameCount);
+    mDelayedRight.advance(frameCount);
+    mRemovingVocals = removeVocals;
+    if (!throughRemover) {
+        std::copy_n(mDryLeft.data(), frameCount, left);
+        std::copy_n(mDryRight.data(), frameCount, right);
+        return;
+    }
+    // Only switched off right after a start can the remover have less than a slice to give.
     const std::uint32_t taken = mVocalRemover.getOutput(0, left, frameCount);
     mVocalRemover.getOutput(1, right, taken);
     std::fill(left + taken, left + frameCount, 0.0f);
     std::fill(right + taken, right + frameCount, 0.0f);
-    if (removeVocals != mRemovingVocals) {
-        for (std::uint32_t i = 0; i < frameCount; ++i) {
-            const float dry = removeVocals ? 1.0f - float(i + 1) / float(frameCount)
-                                           : float(i + 1) / float(frameCount);
-            const float wet = removeVocals ? 0.0f : 1.0f - dry;
-            left[i] = left[i] * wet + mDryLeft[i] * dry;
-            right[i] = right[i] * wet + mDryRight[i] * dry;
-        }
+    if (!switched)
+        return;
+    for (std::uint32_t i = 0; i < frameCount; ++i) {
+        const float rising = float(i + 1) / float(frameCount);
+        const float wet = removeVocals ? rising : 1.0f - rising;
+        left[i] = left[i] * wet + mDryLeft[i] * (1.0f - wet);
+        right[i] = right[i] * wet + mDryRight[i] * (1.0f - wet);
     }
-    mRemovingVocals = removeVocals;
+}
+
+void ProcessingChain::stretchIntoDelay(std::uint32_t frameCount, bool feedRemover) {
+    float* output[2] = {mStretchedLeft.data(), mStretchedRight.data()};
+    mTimePitch.render(output, frameCount, *this);
+    mDelayedLeft.append(mStretchedLeft.data(), frameCount);
+    mDelayedRight.append(mStretchedRight.data(), frameCount);
+    if (feedRemover)
+        feedVocalRemover(frameCount);
+}
+
+void ProcessingChain::feedVocalRemover(std::uint32_t frameCount) {
+    mVocalRemover.addInput(0, mStretchedLeft.data(), frameCount);
+    mVocalRemover.addInput(1, mStretchedRight.data(), frameCount);
+    mVocalRemover.process();
 }
 
 void ProcessingChain::processAfterVocalReduction(float* left, float* right,

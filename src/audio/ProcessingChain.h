@@ -5,6 +5,7 @@
 #include "audio/TeskAudioFileReader.h"
 #include "audio/TimePitchStage.h"
 #include "audio/dsp/AudioBufferList.h"
+#include "audio/dsp/BufferQueue.h"
 #include "audio/dsp/GraphicEqualizer.h"
 #include "audio/dsp/LatestValue.h"
 #include "audio/dsp/SVocalRemover.h"
@@ -76,7 +77,8 @@ public:
 
     TimePitchQuality timePitchQuality() const { return mTimePitch.quality(); }
     /// Output frames still to be rendered before the last frame pulled from the source comes
-    /// out: the stretcher's latency, and the vocal reduction's block delay while it plays.
+    /// out: the stretcher's latency, and the frames held for the vocal reduction (from when it
+    /// is first switched on until the next reset).
     /// Any thread.
     double latencyFrames() const noexcept {
         return mTimePitch.latencyFrames() + mVocalDelayFrames.load(std::memory_order_relaxed);
@@ -153,7 +155,6 @@ private:
     std::uint32_t pull(float* const* input, std::uint32_t frameCount) override;
     std::uint32_t pullPastEnd(float* const* input, std::uint32_t frameCount) override;
     void applyParameters();
-    void processAfterStretch(float* left, float* right, std::uint32_t frameCount);
     /// The stages after the vocal reduction: spectrum, pan mix, level.
     void processAfterVocalReduction(float* left, float* right, std::uint32_t frameCount);
     /// The source frame that the chain's input frame `inputFrame` came from, and which way the
@@ -197,8 +198,8 @@ private:
     std::atomic<double> mPanAmount{0.5};
     std::atomic<bool> mOutOfPhase{false};
 
-    /// Output frames the vocal reduction held back in the last slice: its block delay while it
-    /// is on, none while it is off. Written on the rendering thread.
+    /// How many frames `mDelayedLeft` holds after the last slice. Written on the rendering
+    /// thread.
     std::atomic<std::uint32_t> mVocalDelayFrames{0};
 
     // Rendering thread only.
@@ -213,19 +214,31 @@ private:
     PanSettings panSettings() const noexcept;
     void applyPan(float* left, float* right, std::uint32_t frameCount);
     PanSettings mAppliedPan;
-    /// Runs a slice through the vocal remover, or fades between it and the plain sound when
-    /// `removeVocals` differs from the last slice's.
-    void removeVocalsFrom(float* left, float* right, std::uint32_t frameCount, bool removeVocals);
+    /// Renders a slice from the oldest delayed frames: through the vocal remover while it is
+    /// on, plain while it is off, faded from one to the other in the slice it is switched.
+    void renderDelayed(float* left, float* right, std::uint32_t frameCount, bool removeVocals);
+    /// Stretches `frameCount` more frames onto the delay, and into the vocal remover too when
+    /// `feedRemover`.
+    void stretchIntoDelay(std::uint32_t frameCount, bool feedRemover);
+    /// Gives the remover the first `frameCount` frames of `mStretchedLeft` and `mStretchedRight`.
+    void feedVocalRemover(std::uint32_t frameCount);
     std::vector<float> mPanLeft; // a slice as the old mix leaves it
     std::vector<float> mPanRight;
     /// Whether the last slice went through the vocal remover: a switch fades between the two.
     bool mRemovingVocals = false;
-    std::vector<float> mDryLeft; // a slice as it came to the vocal remover
+    /// Stretched frames not yet played. The remover gives a frame back only once a block and a
+    /// half has come in after it, so when it is switched on the stretcher runs that far ahead at
+    /// once and the sound goes on without a pause; the remover is fed the same frames, so its
+    /// output lines up with the oldest held. Switched off, the plain sound goes on from the
+    /// held frames, so nothing is skipped; the delay then stays until the next reset.
+    BufferQueue<float> mDelayedLeft;
+    BufferQueue<float> mDelayedRight;
+    std::vector<float> mDryLeft; // a slice of the delayed frames, plain
     std::vector<float> mDryRight;
+    std::vector<float> mStretchedLeft; // a slice straight from the stretcher
+    std::vector<float> mStretchedRight;
     std::uint32_t mExportFlushFrames = 0; // silence fed to the vocal remover after the end
     bool mExportStretchEnded = false;
-    std::vector<float> mExportLeft;
-    std::vector<float> mExportRight;
     std::uint64_t mInputFrames = 0;   // frames fed to the stretcher since the last reset
     std::uint64_t mStarvedFrames = 0; // silence fed in place of the source since it last supplied
     /// Where runs of the chain's input came from, newest last, so a heard frame can be traced

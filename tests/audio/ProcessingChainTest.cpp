@@ -2,6 +2,7 @@
 
 #include "support/Signals.h"
 
+#include <algorithm>
 #include <cmath>
 #include <gtest/gtest.h>
 #include <limits>
@@ -400,4 +401,65 @@ TEST(ProcessingChain, VocalReductionSwitchesAndSeeksNeitherClickNorBringBackOldS
     const Rendered after = render(chain, 8192);
     EXPECT_LT(test::toneAmplitude(std::span(after.left).first(4096), 90.0), 0.01);
     EXPECT_NEAR(test::toneAmplitude(std::span(after.left).last(4096), 8000.0), 0.5, 0.05);
+}
+
+TEST(ProcessingChain, VocalReductionSwitchedWhilePlayingNeitherPausesNorSkips) {
+    // The 90 Hz tone passes the remover whole, so with it switched on or off at any moment the
+    // sound must stay what it is without: no pause while the remover fills up, no skip when
+    // it lets go of what it held, no lag left behind. After a seek with it on, the sound comes
+    // within the remover's first hop, as it does without.
+    constexpr std::size_t kSlice = 256; // the player renders blocks of this size
+    constexpr std::size_t kLength = kSlice * 172;
+    const auto low = test::sine(90.0, 0.5, kFrames);
+    struct Case {
+        const char* name;
+        float rate;
+        bool startOn;
+        std::vector<std::size_t> switchesAt;
+    };
+    const Case cases[] = {
+        {"on", 1.0f, false, {8192}},
+        {"on and off", 1.0f, false, {8192, 16384}},
+        {"off", 1.0f, true, {8192}},
+        {"off and on", 1.0f, true, {8192, 12800}},
+        {"quickly back and forth", 1.0f, false, {8192, 8448, 8704, 9216, 20480}},
+        {"on at half speed", 0.5f, false, {8192, 24576}},
+        {"off at twice the speed", 2.0f, true, {10240}},
+    };
+    const auto play = [&](float rate, bool startOn, const std::vector<std::size_t>& switchesAt) {
+        ProcessingChain chain(44100.0, TimePitchQuality::Standard);
+        VectorSource source(low, low);
+        chain.setSource(&source);
+        chain.setRate(rate);
+        chain.setRemoveVocals(startOn);
+        chain.reset();
+        std::vector<float> heard(kLength);
+        bool on = startOn;
+        for (std::size_t done = 0; done < kLength; done += kSlice) {
+            if (std::find(switchesAt.begin(), switchesAt.end(), done) != switchesAt.end())
+                chain.setRemoveVocals(on = !on);
+            std::vector<float> right(kSlice);
+            chain.render(heard.data() + done, right.data(), kSlice);
+        }
+        return heard;
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        const std::vector<float> plain = play(c.rate, false, {});
+        const std::vector<float> heard = play(c.rate, c.startOn, c.switchesAt);
+        // Past the first hop, which fades in after a start with the remover on.
+        double largestDifference = 0.0;
+        std::size_t where = 0;
+        for (std::size_t i = 2048; i < kLength; ++i) {
+            if (std::fabs(heard[i] - plain[i]) > largestDifference)
+                largestDifference = std::fabs(heard[i] - plain[i]), where = i;
+        }
+        EXPECT_LT(largestDifference, 0.05) << "at frame " << where;
+        if (c.startOn) {
+            const auto firstHop = [](const std::vector<float>& out) {
+                return test::toneAmplitude(std::span(out).subspan(1024, 2048), 90.0);
+            };
+            EXPECT_NEAR(firstHop(heard), firstHop(plain), 0.05);
+        }
+    }
 }

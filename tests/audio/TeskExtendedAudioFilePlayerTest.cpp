@@ -462,12 +462,16 @@ TEST(TeskExtendedAudioFilePlayer, StartsSeeksAndStopsWithoutAClick) {
     // A steady tone, started from silence, sought to places where its phase differs and
     // stopped: the old sound fades out and the new one in, so no sample jumps further than the
     // tone itself does (a cut would jump by up to its amplitude). The new sound follows at once,
-    // in the device's next period: the ring has room for it beside the old stream's blocks.
+    // in the device's next period: the ring has room for it beside the old stream's blocks, and
+    // the vocal reduction does not wait to fill up. The tone is on the side, which it keeps
+    // whole on the left.
     const double toneStep = 2.0 * M_PI * 440.0 / 44100.0 * 0.5;
-    for (const float speed : {1.0f, -1.0f}) {
-        SCOPED_TRACE(speed);
-        ManualPlayer manual(MemorySong::sine(44100 * 4, 440.0, 0.5));
+    const auto tone = test::Stereo::side(test::sine(440.0, 0.5, 44100 * 4));
+    for (const auto& [speed, vocals] : {std::pair{1.0f, false}, {-1.0f, false}, {1.0f, true}}) {
+        SCOPED_TRACE(testing::Message() << "speed " << speed << " vocals " << vocals);
+        ManualPlayer manual(std::make_shared<MemorySong>(tone.left, tone.right));
         manual.player.setPlaybackSpeed(speed);
+        manual.player.setVocalRemoval(vocals);
         manual.player.setCurrentFrame(44100 + 17);
         manual.player.startFilePlaying();
         manual.play(8);

@@ -41,15 +41,16 @@ public:
         mUsed += length;
     }
 
-    /// Copies the `length` oldest samples into `dest` without consuming them, so a block can
-    /// be read again by the next, overlapping block.
+    /// Copies `length` samples, from the `skip`-th oldest on, into `dest` without consuming
+    /// them, so a block can be read again by the next, overlapping block.
     /// Rendering thread (or the export thread). Never allocates or locks.
-    void read(T* dest, std::uint64_t length) const {
+    void read(T* dest, std::uint64_t length, std::uint64_t skip = 0) const {
         TESK_ASSERT(dest);
         TESK_ASSERT(length <= mLength);
-        TESK_ASSERT(length <= mUsed);
-        const std::uint64_t beforeEnd = std::min(length, mLength - mReadPosition);
-        std::copy_n(mBuffer.get() + mReadPosition, beforeEnd, dest);
+        TESK_ASSERT(skip + length <= mUsed);
+        const std::uint64_t start = (mReadPosition + skip) % mLength;
+        const std::uint64_t beforeEnd = std::min(length, mLength - start);
+        std::copy_n(mBuffer.get() + start, beforeEnd, dest);
         std::copy_n(mBuffer.get(), length - beforeEnd, dest + beforeEnd);
     }
 

@@ -154,8 +154,8 @@ std::uint32_t SVocalRemover::getOutput(std::uint32_t channel, float* destination
     return taken;
 }
 
-std::uint32_t SVocalRemover::heldFrames() const noexcept {
-    return static_cast<std::uint32_t>(inputQueues[0]->used() + outputQueues[0]->used());
+std::uint32_t SVocalRemover::processedFrames() const noexcept {
+    return static_cast<std::uint32_t>(outputQueues[0]->used());
 }
 
 void SVocalRemover::reset() noexcept {

@@ -61,10 +61,9 @@ public:
     /// Rendering thread. Never allocates or locks.
     std::uint32_t getOutput(std::uint32_t channel, float* destination, std::uint32_t frameCount);
 
-    /// Frames of channel 0 added but not yet taken back: once output has started, how far what
-    /// comes out lags behind what goes in.
+    /// Processed frames of channel 0 waiting to be taken with `getOutput`.
     /// Rendering thread. Never allocates or locks.
-    std::uint32_t heldFrames() const noexcept;
+    std::uint32_t processedFrames() const noexcept;
 
     /// Forgets the tail of the last processed block, so the next block does not overlap-add
     /// onto audio from before a stop or an export. The queued samples are kept.
@@ -72,13 +71,15 @@ public:
     void reset() noexcept;
 
     /// Forgets everything: the overlap and the queued samples, so that what comes out next
-    /// starts with the next sample added. An export starts with it, to line up with its range.
-    /// The first block then fades in over a hop, which hides the cut of a seek in playback.
+    /// starts with the next sample added. The first block then fades in over a hop, unless
+    /// `startAtFullLevel` follows.
     /// Rendering thread. Never allocates or locks.
     void clear() noexcept;
 
     /// After `clear`: the first block's first hop comes out at the level of every later hop,
-    /// instead of fading in, so that an export starts at full level on its range's first frame.
+    /// instead of fading in, so that it matches the plain sound from the first frame: an
+    /// export's range, playback after a seek (which the device fades in) or after a switch
+    /// (which fades from the plain sound).
     /// Rendering thread. Never allocates or locks.
     void startAtFullLevel() noexcept { firstHopAtFullLevel = true; }
 

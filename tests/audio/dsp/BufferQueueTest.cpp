@@ -31,6 +31,10 @@ TEST(BufferQueue, KeepsOrderAcrossTheEndOfItsStorage) {
     EXPECT_EQ(readAll(queue), ramp(6, 6));
     // Reading does not consume; advancing does.
     EXPECT_EQ(readAll(queue), ramp(6, 6));
+    // A read further in starts there, and may wrap as well.
+    std::vector<float> inside(3);
+    queue.read(inside.data(), 3, 1);
+    EXPECT_EQ(inside, ramp(7, 3));
     queue.advance(4);
     EXPECT_EQ(readAll(queue), ramp(10, 2));
     // Filling to capacity exactly is allowed, and the read position wraps too.
@@ -52,7 +56,8 @@ TEST(BufferQueue, ReportsMisuseBeforeTouchingItsState) {
     std::vector<float> destination(4097);
     EXPECT_TESK_ASSERTION(queue.read(nullptr, 1), "dest");
     EXPECT_TESK_ASSERTION(queue.read(destination.data(), 4097), "length <= mLength");
-    EXPECT_TESK_ASSERTION(queue.read(destination.data(), 4001), "length <= mUsed");
+    EXPECT_TESK_ASSERTION(queue.read(destination.data(), 4001), "skip + length <= mUsed");
+    EXPECT_TESK_ASSERTION(queue.read(destination.data(), 2, 3999), "skip + length <= mUsed");
     EXPECT_TESK_ASSERTION(queue.advance(4097), "length <= mLength");
     EXPECT_TESK_ASSERTION(queue.advance(4001), "length <= mUsed");
     EXPECT_EQ(queue.used(), 4000u);
