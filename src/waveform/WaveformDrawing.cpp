@@ -75,10 +75,7 @@ std::optional<QPainterPath> Waveform::createPathForRect(const QRectF& rect, doub
     for (qsizetype index = first; index <= last; ++index)
         mWaveformBlocks[std::size_t(index)].appendPointsWithSkip(skip, points);
 
-    // Vertices on pixel centres, so that one-pixel peaks draw sharp rather than smeared.
-    const auto viewX = [&](qint64 frame) {
-        return std::floor(pointFromSample(frame, maximumZoom, zoom)) + 0.5f;
-    };
+    const auto viewX = [&](qint64 frame) { return pointFromSample(frame, maximumZoom, zoom); };
     QPainterPath path;
     path.reserve(int(points.size()) + 2);
     // From the base line and back to it, so that the view can fill the outline.

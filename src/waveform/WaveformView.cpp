@@ -1,6 +1,7 @@
 #include "waveform/WaveformView.h"
 
 #include "observation/KeyValueObserving.h"
+#include "waveform/PeakColumns.h"
 #include "waveform/WaveformPalette.h"
 #include "widgets/DevicePixels.h"
 #include "widgets/NamedImage.h"
@@ -668,9 +669,10 @@ void WaveformView::drawWaveformStrip(QPainter& painter, const QRectF& strip, boo
         const std::optional<QPainterPath> peaks =
             mWaveform->createPathForRect(wide, mGeometry.maximumZoomLevel, mGeometry.zoomLevel);
         if (peaks) {
+            const QPainterPath columns = peakColumns(*peaks, ratio());
             const qreal m = std::floor(h * 0.5);
-            QPainterPath path = QTransform().translate(0, m).scale(1, -m).map(*peaks);
-            path.addPath(QTransform().translate(0, m).scale(1, m).map(*peaks));
+            QPainterPath path = QTransform().translate(0, m).scale(1, -m).map(columns);
+            path.addPath(QTransform().translate(0, m).scale(1, m).map(columns));
             painter.fillPath(
                 path, (selected ? palette.selectedWaveformGradient : palette.waveformGradient)
                           .over(full));

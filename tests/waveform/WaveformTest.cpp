@@ -1,4 +1,5 @@
 #include "waveform/Waveform.h"
+#include "waveform/PeakColumns.h"
 
 #include "support/AudioFiles.h"
 #include "support/MemorySong.h"
@@ -111,8 +112,9 @@ TEST(Waveform, DrawsFromBaseLineToBaseLineAtAboutOneVertexPerPoint) {
     const auto whole = waveform.createPathForRect({0, 0, 400, 100}, maximumZoom, 0.0);
     ASSERT_TRUE(whole);
     const int last = whole->elementCount() - 1;
-    EXPECT_EQ(QPointF(whole->elementAt(0)), QPointF(0.5, 0.0));
-    EXPECT_EQ(QPointF(whole->elementAt(last)), QPointF(399.5, 0.0));
+    EXPECT_EQ(QPointF(whole->elementAt(0)), QPointF(0.0, 0.0));
+    EXPECT_EQ(QPointF(whole->elementAt(last)),
+              QPointF(waveform.pointFromSample(frames - 1, maximumZoom, 0.0), 0.0));
     EXPECT_NEAR(last, 400, 20) << "one vertex a point";
     for (int i = 1; i < last; ++i)
         ASSERT_NEAR(whole->elementAt(i).y, 0.5, 0.01) << i;
@@ -127,7 +129,8 @@ TEST(Waveform, DrawsFromBaseLineToBaseLineAtAboutOneVertexPerPoint) {
     const auto tail = waveform.createPathForRect({end - 5, 0, 100, 100}, maximumZoom, 1.0);
     ASSERT_TRUE(tail);
     EXPECT_EQ(tail->elementCount(), 16 + 2);
-    EXPECT_EQ(QPointF(tail->elementAt(17)), QPointF(std::floor((frames - 1) / 50.0) + 0.5, 0.0));
+    EXPECT_EQ(QPointF(tail->elementAt(17)),
+              QPointF(waveform.pointFromSample(frames - 1, maximumZoom, 1.0), 0.0));
 }
 
 TEST(Waveform, EmptyUnreadableAndCutOffSongsBeginTheScanAndDrawOnlyWhatDecoded) {
@@ -159,7 +162,8 @@ TEST(Waveform, EmptyUnreadableAndCutOffSongsBeginTheScanAndDrawOnlyWhatDecoded) 
     EXPECT_FALSE(fromCutOff.createPathForRect({1200, 0, 100, 100}, 0.0, 1.0));
     const auto drawn = fromCutOff.createPathForRect({1000, 0, 1000, 100}, 0.0, 1.0);
     ASSERT_TRUE(drawn);
-    EXPECT_EQ(QPointF(drawn->elementAt(drawn->elementCount() - 1)), QPointF(1199.5, 0.0));
+    EXPECT_EQ(QPointF(drawn->elementAt(drawn->elementCount() - 1)),
+              QPointF(fromCutOff.pointFromSample(59999, 0.0, 1.0), 0.0));
     EXPECT_NEAR(drawn->elementAt(1).y, 0.2, 0.001);
 }
 
@@ -187,3 +191,59 @@ TEST(Waveform, StoppingEndsTheScanAtOnceAndNothingMoreArrives) {
 }
 
 } // namespace
+
+TEST(PeakColumns, EachColumnIsAsHighAsThePeaksReachAcrossIt) {
+    // Peaks from (0, 0) on, a column each 1 / ratio points: the heights expected column by
+    // column, left to right.
+    struct Case {
+        const char* name;
+        std::vector<QPointF> peaks;
+        qreal ratio;
+        std::vector<qreal> heights;
+    };
+    const Case cases[] = {
+        {"a spike inside one column",
+         {{0, 0}, {1.2, 0}, {1.3, 0.8}, {1.4, 0}, {3, 0}},
+         1,
+         {0, 0.8, 0}},
+        {"a spike straight up inside one column",
+         {{0, 0}, {1.5, 0}, {1.5, 0.9}, {3, 0}},
+         1,
+         {0, 0.9, 0.6}},
+        {"a spike on a column's edge reaches both",
+         {{0, 0}, {2, 0.5}, {2, 0}, {3, 0}},
+         1,
+         {0.25, 0.5, 0.5}},
+        {"a ramp, highest at each column's right edge", {{0, 0}, {4, 1}}, 1, {0.25, 0.5, 0.75, 1}},
+        {"the same ramp at ratio 2", {{0, 0}, {2, 1}}, 2, {0.25, 0.5, 0.75, 1}},
+        {"a spike between two pixels at ratio 1.25",
+         {{0, 0}, {0.7, 0}, {0.75, 0.6}, {0.85, 0}, {1.6, 0}},
+         1.25,
+         {0.6, 0.3}},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        QPainterPath peaks(c.peaks.front());
+        for (std::size_t i = 1; i < c.peaks.size(); ++i)
+            peaks.lineTo(c.peaks[i]);
+        const QPainterPath outline = peakColumns(peaks, c.ratio);
+        // The outline's height at each column's middle, from its corners.
+        std::vector<qreal> heights;
+        for (std::size_t column = 0; column < c.heights.size(); ++column) {
+            const qreal middle = (qreal(column) + 0.5) / c.ratio;
+            qreal height = -1;
+            for (int i = 0; i + 1 < outline.elementCount(); ++i) {
+                const QPointF a = outline.elementAt(i), b = outline.elementAt(i + 1);
+                if (a.y() == b.y() && a.x() < middle && middle < b.x())
+                    height = a.y();
+            }
+            heights.push_back(height);
+        }
+        for (std::size_t i = 0; i < heights.size(); ++i)
+            EXPECT_NEAR(heights[i], c.heights[i], 1e-9) << "column " << i;
+        // From the base line and back to it, at the last column's right edge.
+        EXPECT_EQ(QPointF(outline.elementAt(0)), QPointF(0, 0));
+        EXPECT_EQ(QPointF(outline.elementAt(outline.elementCount() - 2)),
+                  QPointF(qreal(c.heights.size()) / c.ratio, 0));
+    }
+}

@@ -754,6 +754,50 @@ TEST(WaveformViewScan, FramesScannedIntoTheVisibleRectAreDrawnAsTheyArrive) {
     EXPECT_LT(test::pixelAt(image, 400, peakY).red(), 150) << "the rest is drawn once scanned";
 }
 
+TEST(WaveformViewPeaks, EveryShortPeakIsDrawnToItsHeightAtEveryZoom) {
+    // Clicks of 10 ms every half second: narrower than a point when zoomed out, they must
+    // still reach their height in the upper and the lower half, wherever they fall between
+    // pixels.
+    constexpr qint64 kClickFrames = 441;
+    constexpr qint64 kSpacing = 22050;
+    std::vector<float> clicks(kSongFrames, 0.0f);
+    for (qint64 start = 5000; start + kClickFrames < kSongFrames; start += kSpacing)
+        for (qint64 i = 0; i < kClickFrames; ++i)
+            clicks[std::size_t(start + i)] = float(0.8 * std::sin(2.0 * M_PI * 1000.0 * i / 44100));
+    WaveformView view;
+    view.resize(740, 200); // zoomed out, not quite 12 bins of peaks a point
+    view.setDecodedSong(std::make_shared<test::MemorySong>(clicks, clicks),
+                        QUrl("file:///clicks.wav"));
+    ASSERT_TRUE(QTest::qWaitFor([&] { return !view.waveform()->isScanning(); }, 20000));
+    view.show();
+    ASSERT_TRUE(QTest::qWaitForWindowExposed(&view));
+    const QRectF band = view.waveformRect();
+    const qreal middle = band.top() + std::floor(band.height() * 0.5);
+    const qreal reach = std::floor(band.height() * 0.5) * 0.7; // short of the 0.8 drawn
+    for (const double zoom : {0.0, 0.2, 0.45, 0.7}) {
+        view.setZoomLevel(zoom);
+        const QImage image = test::grabImage(view);
+        const WaveformGeometry geometry = view.geometryValues();
+        const qreal step = 1.0 / image.devicePixelRatio();
+        int seen = 0;
+        for (qint64 start = 5000; start + kClickFrames < kSongFrames; start += kSpacing) {
+            const qreal left = geometry.pointFromSample(start) - view.shift();
+            const qreal right = geometry.pointFromSample(start + kClickFrames) - view.shift();
+            if (left < 2 || right > view.width() - 2)
+                continue;
+            ++seen;
+            for (const qreal y : {middle - reach, middle + reach}) {
+                bool drawn = false;
+                for (qreal x = std::floor(left) - 1; x <= right + 1 && !drawn; x += step)
+                    drawn = test::pixelAt(image, x, y).red() < 150;
+                EXPECT_TRUE(drawn) << "zoom " << zoom << ", the click at frame " << start
+                                   << (y < middle ? " above" : " below") << " the midline";
+            }
+        }
+        EXPECT_GE(seen, 3) << "zoom " << zoom;
+    }
+}
+
 TEST_F(WaveformViewTest, ScreenReadersReadThePlayPositionAndTheLoop) {
     QAccessibleInterface* accessible = QAccessible::queryAccessibleInterface(&view);
     ASSERT_NE(accessible, nullptr);
