@@ -85,9 +85,9 @@ public:
     qsizetype blockIndexForPoint(float point, double maximumZoom, double zoom) const;
     /// An outline of the peaks of the blocks under `rect`'s horizontal range (in view
     /// points from the song's start): it starts and ends on the base line (y 0), has about one
-    /// vertex per point, puts every vertex on a pixel centre (x + 0.5) and leaves y as the
-    /// peak amplitude for the view to scale. Nothing when `rect` begins past the scanned part;
-    /// a rect that ends past it is drawn up to the last block.
+    /// vertex per point and leaves y as the peak amplitude for the view to scale. Nothing when
+    /// `rect` begins past the scanned part; a rect that ends past it is drawn up to the last
+    /// block. Main thread.
     std::optional<QPainterPath> createPathForRect(const QRectF& rect, double maximumZoom,
                                                   double zoom) const;
 
@@ -105,7 +105,14 @@ private:
     void scanningStarted(qint64 totalFrameCount);
     void addBlock(const WaveformBlock& block);
 
+    /// Block `index`'s points thinned by `skip`, kept while the skip stays the same: a long
+    /// song seen whole is drawn again as each block arrives, and thinning every block each
+    /// time would make loading it slower the longer it is. Main thread.
+    const WaveformPointBuffer& thinnedPoints(std::size_t index, std::uint32_t skip) const;
+
     std::vector<WaveformBlock> mWaveformBlocks;
+    mutable std::vector<std::shared_ptr<const WaveformPointBuffer>> mThinnedPoints;
+    mutable std::uint32_t mThinnedSkip = 0;
     QUrl mFileURL;
     const std::uint32_t mSamplesPerBin = kSamplesPerBin;
     qint64 mTotalFrameCount = 0;

@@ -52,32 +52,21 @@ WaveformBlock::WaveformBlock(const AudioBufferList& buffers, qint64 startFrame,
 std::shared_ptr<const WaveformPointBuffer>
 WaveformBlock::pointBufferWithSkip(std::uint32_t skip) const {
     TESK_PARAMETER_ASSERT(skip >= 1);
-    if (skip == 1)
-        return mPointBuffer;
-    auto reduced = std::make_shared<WaveformPointBuffer>();
-    reduced->reserve((mPointBuffer->size() + skip - 1) / skip);
-    appendPointsWithSkip(skip, *reduced);
-    return reduced;
-}
-
-void WaveformBlock::appendPointsWithSkip(std::uint32_t skip, WaveformPointBuffer& points) const {
-    TESK_PARAMETER_ASSERT(skip >= 1);
     const WaveformPointBuffer& all = *mPointBuffer;
-    if (all.empty())
-        return;
-    if (skip == 1) {
-        points.insert(points.end(), all.begin(), all.end());
-        return;
-    }
+    if (skip == 1 || all.empty())
+        return mPointBuffer;
     // A skip at or past the point count leaves one run, which is the single-point case.
     const std::size_t run = std::min<std::size_t>(skip, all.size());
+    auto reduced = std::make_shared<WaveformPointBuffer>();
+    reduced->reserve((all.size() + run - 1) / run);
     for (std::size_t first = 0; first < all.size(); first += run) {
         const std::size_t end = std::min(first + run, all.size());
         float peak = all[first].y;
         for (std::size_t i = first + 1; i < end; ++i)
             peak = std::max(peak, all[i].y);
-        points.push_back({all[first].x, peak});
+        reduced->push_back({all[first].x, peak});
     }
+    return reduced;
 }
 
 } // namespace tesk

@@ -42,10 +42,6 @@ public:
     /// 0 is a programming error.
     std::shared_ptr<const WaveformPointBuffer> pointBufferWithSkip(std::uint32_t skip) const;
 
-    /// Appends what `pointBufferWithSkip(skip)` holds to `points`, without making a buffer:
-    /// a path over many blocks gathers them into one list.
-    void appendPointsWithSkip(std::uint32_t skip, WaveformPointBuffer& points) const;
-
 private:
     qint64 mStartFrame;
     qint64 mFrameCount;

@@ -40,6 +40,19 @@ qsizetype Waveform::blockIndexForPoint(float point, double maximumZoom, double z
     return qsizetype(after - mWaveformBlocks.begin()) - 1;
 }
 
+const WaveformPointBuffer& Waveform::thinnedPoints(std::size_t index, std::uint32_t skip) const {
+    if (skip != mThinnedSkip) {
+        mThinnedPoints.clear();
+        mThinnedSkip = skip;
+    }
+    if (mThinnedPoints.size() < mWaveformBlocks.size())
+        mThinnedPoints.resize(mWaveformBlocks.size());
+    std::shared_ptr<const WaveformPointBuffer>& thinned = mThinnedPoints[index];
+    if (!thinned)
+        thinned = mWaveformBlocks[index].pointBufferWithSkip(skip);
+    return *thinned;
+}
+
 std::optional<QPainterPath> Waveform::createPathForRect(const QRectF& rect, double maximumZoom,
                                                         double zoom) const {
     const QRectF bounds = rect.normalized();
@@ -72,8 +85,10 @@ std::optional<QPainterPath> Waveform::createPathForRect(const QRectF& rect, doub
         pointCount += mWaveformBlocks[std::size_t(index)].pointBuffer()->size() / skip + 1;
     WaveformPointBuffer points;
     points.reserve(pointCount);
-    for (qsizetype index = first; index <= last; ++index)
-        mWaveformBlocks[std::size_t(index)].appendPointsWithSkip(skip, points);
+    for (qsizetype index = first; index <= last; ++index) {
+        const WaveformPointBuffer& thinned = thinnedPoints(std::size_t(index), skip);
+        points.insert(points.end(), thinned.begin(), thinned.end());
+    }
 
     const auto viewX = [&](qint64 frame) { return pointFromSample(frame, maximumZoom, zoom); };
     QPainterPath path;

@@ -129,6 +129,8 @@ TEST(Waveform, DrawsFromBaseLineToBaseLineAtAboutOneVertexPerPoint) {
     const auto tail = waveform.createPathForRect({end - 5, 0, 100, 100}, maximumZoom, 1.0);
     ASSERT_TRUE(tail);
     EXPECT_EQ(tail->elementCount(), 16 + 2);
+    // Drawn again at the first zoom after the others, the whole song is the same outline.
+    EXPECT_EQ(waveform.createPathForRect({0, 0, 400, 100}, maximumZoom, 0.0), whole);
     EXPECT_EQ(QPointF(tail->elementAt(17)),
               QPointF(waveform.pointFromSample(frames - 1, maximumZoom, 1.0), 0.0));
 }
