@@ -295,7 +295,8 @@ void ProcessingChain::renderDelayed(float* left, float* right, std::uint32_t fra
     }
     const bool throughRemover = removeVocals || mRemovingVocals;
     stretchIntoDelay(frameCount, throughRemover);
-    while (removeVocals && mVocalRemover.processedFrames() < frameCount)
+    // Also in the slice it is switched off in, which still fades out of its sound.
+    while (throughRemover && mVocalRemover.processedFrames() < frameCount)
         stretchIntoDelay(kRunAheadFrames, true);
 
     mDelayedLeft.read(mDryLeft.data(), frameCount);
@@ -308,7 +309,6 @@ void ProcessingChain::renderDelayed(float* left, float* right, std::uint32_t fra
         std::copy_n(mDryRight.data(), frameCount, right);
         return;
     }
-    // Only switched off right after a start can the remover have less than a slice to give.
     const std::uint32_t taken = mVocalRemover.getOutput(0, left, frameCount);
     mVocalRemover.getOutput(1, right, taken);
     std::fill(left + taken, left + frameCount, 0.0f);

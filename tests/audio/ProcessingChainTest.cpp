@@ -408,25 +408,30 @@ TEST(ProcessingChain, VocalReductionSwitchedWhilePlayingNeitherPausesNorSkips) {
     // sound must stay what it is without: no pause while the remover fills up, no skip when
     // it lets go of what it held, no lag left behind. After a seek with it on, the sound comes
     // within the remover's first hop, as it does without.
-    constexpr std::size_t kSlice = 256; // the player renders blocks of this size
-    constexpr std::size_t kLength = kSlice * 172;
+    constexpr std::size_t kLength = 44100;
     const auto low = test::sine(90.0, 0.5, kFrames);
+    // Switches come at the first slice that starts at or after each frame given.
     struct Case {
         const char* name;
         float rate;
         bool startOn;
         std::vector<std::size_t> switchesAt;
+        std::size_t slice; // the player renders 256 frames at a time
     };
     const Case cases[] = {
-        {"on", 1.0f, false, {8192}},
-        {"on and off", 1.0f, false, {8192, 16384}},
-        {"off", 1.0f, true, {8192}},
-        {"off and on", 1.0f, true, {8192, 12800}},
-        {"quickly back and forth", 1.0f, false, {8192, 8448, 8704, 9216, 20480}},
-        {"on at half speed", 0.5f, false, {8192, 24576}},
-        {"off at twice the speed", 2.0f, true, {10240}},
+        {"on", 1.0f, false, {8192}, 256},
+        {"on and off", 1.0f, false, {8192, 16384}, 256},
+        {"off", 1.0f, true, {8192}, 256},
+        {"off and on", 1.0f, true, {8192, 12800}, 256},
+        {"quickly back and forth", 1.0f, false, {8192, 8448, 8704, 9216, 20480}, 256},
+        {"on at half speed", 0.5f, false, {8192, 24576}, 256},
+        {"off at twice the speed", 2.0f, true, {10240}, 256},
+        {"on and off in slices of 600", 1.0f, false, {8192, 8700}, 600},
+        {"on and off in slices of 1000", 1.0f, false, {8192, 18000}, 1000},
+        {"on and off in slices of 441 at half speed", 0.5f, false, {8192, 9900}, 441},
     };
-    const auto play = [&](float rate, bool startOn, const std::vector<std::size_t>& switchesAt) {
+    const auto play = [&](float rate, bool startOn, const std::vector<std::size_t>& switchesAt,
+                          std::size_t slice) {
         ProcessingChain chain(44100.0, TimePitchQuality::Standard);
         VectorSource source(low, low);
         chain.setSource(&source);
@@ -435,18 +440,22 @@ TEST(ProcessingChain, VocalReductionSwitchedWhilePlayingNeitherPausesNorSkips) {
         chain.reset();
         std::vector<float> heard(kLength);
         bool on = startOn;
-        for (std::size_t done = 0; done < kLength; done += kSlice) {
-            if (std::find(switchesAt.begin(), switchesAt.end(), done) != switchesAt.end())
+        std::size_t switches = 0;
+        for (std::size_t done = 0; done < kLength; done += slice) {
+            if (switches < switchesAt.size() && done >= switchesAt[switches]) {
                 chain.setRemoveVocals(on = !on);
-            std::vector<float> right(kSlice);
-            chain.render(heard.data() + done, right.data(), kSlice);
+                ++switches;
+            }
+            const std::size_t frames = std::min(slice, kLength - done);
+            std::vector<float> right(frames);
+            chain.render(heard.data() + done, right.data(), std::uint32_t(frames));
         }
         return heard;
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
-        const std::vector<float> plain = play(c.rate, false, {});
-        const std::vector<float> heard = play(c.rate, c.startOn, c.switchesAt);
+        const std::vector<float> plain = play(c.rate, false, {}, 256);
+        const std::vector<float> heard = play(c.rate, c.startOn, c.switchesAt, c.slice);
         // Past the first hop, which fades in after a start with the remover on.
         double largestDifference = 0.0;
         std::size_t where = 0;
