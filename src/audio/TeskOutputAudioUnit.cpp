@@ -353,6 +353,13 @@ double TeskOutputAudioUnit::heardSourceFrame() const {
     return mRenderer.hasHeardPosition() ? mRenderer.heardSourceFrame() : -1.0;
 }
 
+std::unique_ptr<ProcessingChain> TeskOutputAudioUnit::takeExportChain(ChainSource* source) const {
+    std::unique_ptr<ProcessingChain> chain = ProcessingChainPool::take(mChain->timePitchQuality());
+    chain->copyParametersFrom(*mChain);
+    chain->setSource(source);
+    return chain;
+}
+
 TeskOutputAudioUnit::ExportOutcome TeskOutputAudioUnit::writeSamples(qint64 sourceFrameCount,
                                                                      const QString& path,
                                                                      const SongMetadata& metadata) {
@@ -363,8 +370,9 @@ TeskOutputAudioUnit::ExportOutcome TeskOutputAudioUnit::writeSamples(qint64 sour
     const auto writer = createExportWriter(path, *format, metadata);
     std::optional<TeskError> error;
 
-    mChain->beginExport();
-    const auto totalFrames = std::int64_t(std::llrint(double(sourceFrameCount) / mChain->rate()));
+    const std::unique_ptr<ProcessingChain> chain = takeExportChain(mPlaybackSource);
+    chain->beginExport();
+    const auto totalFrames = std::int64_t(std::llrint(double(sourceFrameCount) / chain->rate()));
     std::vector<float> left(kExportSliceFrames);
     std::vector<float> right(kExportSliceFrames);
     std::int64_t sampleTime = 0;
@@ -372,7 +380,7 @@ TeskOutputAudioUnit::ExportOutcome TeskOutputAudioUnit::writeSamples(qint64 sour
     bool cancelled = mCancelExport.load();
     while (!cancelled && totalFrames > sampleTime) {
         // Whole slices: a short end is silence.
-        renderExportSlice(*mChain, left.data(), right.data(), kExportSliceFrames);
+        renderExportSlice(*chain, left.data(), right.data(), kExportSliceFrames);
         sampleTime += kExportSliceFrames;
         if (!writer->write(left.data(), right.data(), kExportSliceFrames, &error))
             throw NSXError(*error);
@@ -422,22 +430,13 @@ TeskOutputAudioUnit::writeSamplesInTwoParts(const DecodedFrames& frames, qint64 
     const std::int64_t joinStart = std::int64_t(std::llrint(double(half) / rate)) - kCrossfade / 2;
     const std::int64_t joinEnd = joinStart + kCrossfade;
 
-    std::unique_ptr<ProcessingChain> second = ProcessingChainPool::take(mChain->timePitchQuality());
-    second->copyParametersFrom(*mChain);
     FrameRangeSource firstSource(frames, location, sourceFrameCount);
     // The second half goes on past the range's end by as much as the join may move it on.
     const auto joinReach = std::int64_t(std::ceil(double(ExportJoin::kMaxLag) * rate)) + 1;
     FrameRangeSource secondSource(frames, location + secondStart,
                                   sourceFrameCount - secondStart + joinReach);
-    mChain->setSource(&firstSource);
-    second->setSource(&secondSource);
-    struct RestoreSource {
-        ProcessingChain& chain;
-        ChainSource* source;
-        ~RestoreSource() { chain.setSource(source); }
-    } restoreSource{*mChain, mPlaybackSource};
-    mChain->beginExport();
-    second->beginExport();
+    const std::unique_ptr<ProcessingChain> first = takeExportChain(&firstSource);
+    first->beginExport();
 
     // The second half goes to a temporary file (gone when closed) until the first is written;
     // from then on it is copied to the export while it is still being rendered, so the
@@ -455,8 +454,14 @@ TeskOutputAudioUnit::writeSamplesInTwoParts(const DecodedFrames& frames, qint64 
     std::atomic<bool> secondDone{false};
     std::atomic<int> secondFailure{0}; // the errno of a failed write
     std::atomic<bool> abandon{false};
-    std::thread secondThread([&, chain = second.get()] {
+    std::thread secondThread([&] {
         clearVectorUpperState();
+        // Taken here, so that building it does not hold up the first half.
+        const std::unique_ptr<ProcessingChain> chain =
+            ProcessingChainPool::take(first->timePitchQuality());
+        chain->copyParametersFrom(*first);
+        chain->setSource(&secondSource);
+        chain->beginExport();
         std::vector<float> left(kExportSliceFrames), right(kExportSliceFrames);
         std::vector<float> interleaved(2 * kExportSliceFrames);
         std::int64_t output = secondOffset;
@@ -511,7 +516,7 @@ TeskOutputAudioUnit::writeSamplesInTwoParts(const DecodedFrames& frames, qint64 
     std::int64_t output = 0;
     bool cancelled = false;
     while (output < joinEnd && !(cancelled = mCancelExport.load())) {
-        renderExportSlice(*mChain, left.data(), right.data(), kExportSliceFrames);
+        renderExportSlice(*first, left.data(), right.data(), kExportSliceFrames);
         const std::int64_t direct =
             std::clamp<std::int64_t>(joinStart - output, 0, kExportSliceFrames);
         if (direct > 0 && !writer->write(left.data(), right.data(), std::uint32_t(direct), &error))

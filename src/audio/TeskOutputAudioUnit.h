@@ -143,6 +143,11 @@ public:
     /// export leaves what it wrote. Playback must not run meanwhile.
     /// Export thread (neither the main thread nor the rendering thread). Throws NSXError when the
     /// file cannot be written.
+    /// A chain that has never played, set as the playing one is, reading `source`: the
+    /// stretcher keeps traces of what it played through a reset, and an export must come out
+    /// the same every time, as `tesk-render` makes it. The export thread; takes the spare chain
+    /// (waiting for it if it is being built) or builds one, in about 70 ms.
+    std::unique_ptr<ProcessingChain> takeExportChain(ChainSource* source) const;
     ExportOutcome writeSamples(qint64 sourceFrameCount, const QString& path,
                                const SongMetadata& metadata = {});
     /// As `writeSamples`, for `sourceFrameCount` frames of `frames` from `location`, played
