@@ -26,10 +26,12 @@ ProcessingChain::ProcessingChain(double sampleRate, TimePitchQuality quality)
     , mPanRight(kMaxSliceFrames)
     , mDelayedLeft(kDelayCapacity)
     , mDelayedRight(kDelayCapacity)
+    , mDelayedRates(kDelayCapacity)
     , mDryLeft(kMaxSliceFrames)
     , mDryRight(kMaxSliceFrames)
     , mStretchedLeft(kMaxSliceFrames)
-    , mStretchedRight(kMaxSliceFrames) {
+    , mStretchedRight(kMaxSliceFrames)
+    , mRates(kMaxSliceFrames) {
     mEqualizer.setBypassed(true);
 }
 
@@ -124,6 +126,8 @@ void ProcessingChain::reset() {
     mVocalRemover.startAtFullLevel();
     mDelayedLeft.advance(mDelayedLeft.used());
     mDelayedRight.advance(mDelayedRight.used());
+    mDelayedRates.advance(mDelayedRates.used());
+    mDelayedSourceFrames = 0.0;
     mRemovingVocals = mRemoveVocals.load(std::memory_order_relaxed);
     mVocalDelayFrames.store(0, std::memory_order_relaxed);
     mInputFrames = 0;
@@ -150,18 +154,20 @@ void ProcessingChain::render(float* left, float* right, std::uint32_t frameCount
     } else {
         float* output[2] = {left, right};
         mTimePitch.render(output, frameCount, *this);
+        mSliceSourceFrames = frameCount * mTimePitch.appliedRate();
     }
     mVocalDelayFrames.store(std::uint32_t(mDelayedLeft.used()), std::memory_order_relaxed);
     processAfterVocalReduction(left, right, frameCount);
 
     if (position) {
-        // The stretcher and the vocal reduction hold back `latencyFrames` output frames' worth
-        // of input: the frame after this slice plays input frame (pulled − latency × rate).
-        // Once only silence is left in the stretcher its latency dips below zero; no slice
-        // plays input that was never fed.
+        // The stretcher holds back its latency's worth of input at the rate it plays, and the
+        // delay the source frames it holds, each stretched at its own rate: the frame after
+        // this slice plays input frame (pulled − both). Once only silence is left in the
+        // stretcher its latency dips below zero; no slice plays input that was never fed.
         const double rate = mTimePitch.appliedRate();
-        const double next = double(mInputFrames) - std::max(0.0, latencyFrames()) * rate;
-        const double first = std::max(0.0, next - frameCount * rate);
+        const double next = double(mInputFrames) -
+                            std::max(0.0, mTimePitch.latencyFrames() * rate + mDelayedSourceFrames);
+        const double first = std::max(0.0, next - mSliceSourceFrames);
         const TracedFrame traced = traceInputFrame(first);
         position->known = mInputRunsWritten > 0;
         position->sourceFrame = traced.sourceFrame;
@@ -301,8 +307,16 @@ void ProcessingChain::renderDelayed(float* left, float* right, std::uint32_t fra
 
     mDelayedLeft.read(mDryLeft.data(), frameCount);
     mDelayedRight.read(mDryRight.data(), frameCount);
+    mDelayedRates.read(mRates.data(), frameCount);
     mDelayedLeft.advance(frameCount);
     mDelayedRight.advance(frameCount);
+    mDelayedRates.advance(frameCount);
+    mSliceSourceFrames = 0.0;
+    for (std::uint32_t i = 0; i < frameCount; ++i)
+        mSliceSourceFrames += mRates[i];
+    // Recounted while the delay empties, so that sums of many slices do not drift from it.
+    mDelayedSourceFrames =
+        mDelayedRates.used() == 0 ? 0.0 : mDelayedSourceFrames - mSliceSourceFrames;
     mRemovingVocals = removeVocals;
     if (!throughRemover) {
         std::copy_n(mDryLeft.data(), frameCount, left);
@@ -328,6 +342,10 @@ void ProcessingChain::stretchIntoDelay(std::uint32_t frameCount, bool feedRemove
     mTimePitch.render(output, frameCount, *this);
     mDelayedLeft.append(mStretchedLeft.data(), frameCount);
     mDelayedRight.append(mStretchedRight.data(), frameCount);
+    const auto rate = float(mTimePitch.appliedRate());
+    std::fill_n(mRates.data(), frameCount, rate);
+    mDelayedRates.append(mRates.data(), frameCount);
+    mDelayedSourceFrames += double(rate) * frameCount;
     if (feedRemover)
         feedVocalRemover(frameCount);
 }

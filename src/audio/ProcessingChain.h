@@ -233,10 +233,16 @@ private:
     /// held frames, so nothing is skipped; the delay then stays until the next reset.
     BufferQueue<float> mDelayedLeft;
     BufferQueue<float> mDelayedRight;
-    std::vector<float> mDryLeft; // a slice of the delayed frames, plain
+    /// For each delayed frame, the rate it was stretched at, and their sum: how many source
+    /// frames the delay holds, which the play position counts back across a speed change.
+    BufferQueue<float> mDelayedRates;
+    double mDelayedSourceFrames = 0.0;
+    double mSliceSourceFrames = 0.0; // the source frames the last slice played
+    std::vector<float> mDryLeft;     // a slice of the delayed frames, plain
     std::vector<float> mDryRight;
     std::vector<float> mStretchedLeft; // a slice straight from the stretcher
     std::vector<float> mStretchedRight;
+    std::vector<float> mRates;            // a slice's rates, on their way into or out of the delay
     std::uint32_t mExportFlushFrames = 0; // silence fed to the vocal remover after the end
     bool mExportStretchEnded = false;
     std::uint64_t mInputFrames = 0;   // frames fed to the stretcher since the last reset

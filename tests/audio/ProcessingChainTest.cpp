@@ -472,3 +472,48 @@ TEST(ProcessingChain, VocalReductionSwitchedWhilePlayingNeitherPausesNorSkips) {
         }
     }
 }
+
+TEST(ProcessingChain, FramesHeldForTheVocalReductionKeepThePositionThroughASpeedChange) {
+    // Frames held for the vocal reduction were stretched at the speed of their time: after a
+    // change the position neither jumps by them nor counts them at the new speed.
+    const auto tone = test::sine(90.0, 0.5, kFrames);
+    constexpr std::uint32_t kSlice = 256;
+    const auto steps = [&](float from, float to, bool held) {
+        ProcessingChain chain(44100.0, TimePitchQuality::Standard);
+        VectorSource source(tone, tone);
+        chain.setSource(&source);
+        chain.setRate(from);
+        chain.setRemoveVocals(held);
+        chain.reset();
+        std::vector<float> left(kSlice), right(kSlice);
+        std::vector<double> positions;
+        for (int slice = 0; slice < 60; ++slice) {
+            if (slice == 10)
+                chain.setRemoveVocals(false); // the delay stays
+            if (slice == 40)
+                chain.setRate(to);
+            SlicePosition position;
+            chain.render(left.data(), right.data(), kSlice, &position);
+            positions.push_back(position.sourceFrame);
+        }
+        std::vector<double> steps;
+        for (std::size_t i = 39; i + 1 < positions.size(); ++i)
+            steps.push_back(positions[i + 1] - positions[i]);
+        return steps;
+    };
+    for (const auto& [from, to] : {std::pair{1.0f, 2.0f}, {2.0f, 0.5f}, {0.5f, 1.0f}}) {
+        SCOPED_TRACE(testing::Message() << "from " << from << " to " << to);
+        const std::vector<double> plain = steps(from, to, false);
+        const std::vector<double> held = steps(from, to, true);
+        // The step into the slice the speed changes in, where the stretcher's own latency
+        // is counted again at the new speed, is the same; then the held frames play at the
+        // speed they were stretched at, and the rest at the new one.
+        EXPECT_NEAR(held.front(), plain.front(), 64.0);
+        for (std::size_t i = 1; i < held.size(); ++i) {
+            EXPECT_TRUE(std::fabs(held[i] - kSlice * from) < 1 ||
+                        std::fabs(held[i] - kSlice * to) < 1)
+                << "slice " << 40 + i << " moved on " << held[i];
+        }
+        EXPECT_NEAR(held.back(), kSlice * to, 1.0);
+    }
+}
