@@ -80,6 +80,13 @@ private:
 
 /// Fills `frameCount` frames of an export from `chain`; what is left after its end is silence.
 /// Returns the frames the chain gave.
+/// Starts building a spare chain as it goes: an export takes the spare that the next song
+/// opened would play on, and builds it again once its own chains are freed.
+struct SpareAfterwards {
+    TimePitchQuality quality;
+    ~SpareAfterwards() { ProcessingChainPool::prepare(quality); }
+};
+
 std::uint32_t renderExportSlice(ProcessingChain& chain, float* left, float* right,
                                 std::uint32_t frameCount) {
     std::uint32_t filled = 0;
@@ -370,6 +377,7 @@ TeskOutputAudioUnit::ExportOutcome TeskOutputAudioUnit::writeSamples(qint64 sour
     const auto writer = createExportWriter(path, *format, metadata);
     std::optional<TeskError> error;
 
+    const SpareAfterwards spare{mChain->timePitchQuality()};
     const std::unique_ptr<ProcessingChain> chain = takeExportChain(mPlaybackSource);
     chain->beginExport();
     const auto totalFrames = std::int64_t(std::llrint(double(sourceFrameCount) / chain->rate()));
@@ -435,6 +443,7 @@ TeskOutputAudioUnit::writeSamplesInTwoParts(const DecodedFrames& frames, qint64 
     const auto joinReach = std::int64_t(std::ceil(double(ExportJoin::kMaxLag) * rate)) + 1;
     FrameRangeSource secondSource(frames, location + secondStart,
                                   sourceFrameCount - secondStart + joinReach);
+    const SpareAfterwards spare{mChain->timePitchQuality()};
     const std::unique_ptr<ProcessingChain> first = takeExportChain(&firstSource);
     first->beginExport();
 
