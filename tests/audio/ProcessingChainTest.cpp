@@ -65,6 +65,20 @@ float peak(const Rendered& out) {
 
 constexpr std::size_t kFrames = 44100 * 2;
 
+/// A chain playing a 90 Hz tone, which passes the vocal remover whole, from its start at
+/// `rate`, with the vocal reduction on or off.
+struct LowToneChain {
+    LowToneChain(float rate, bool removeVocals)
+        : source(test::sine(90.0, 0.5, kFrames), test::sine(90.0, 0.5, kFrames)) {
+        chain.setSource(&source);
+        chain.setRate(rate);
+        chain.setRemoveVocals(removeVocals);
+        chain.reset();
+    }
+    VectorSource source;
+    ProcessingChain chain{44100.0, TimePitchQuality::Standard};
+};
+
 } // namespace
 
 TEST(ProcessingChain, PanMixComesAfterTheSpectrumAndLevelLast) {
@@ -409,7 +423,6 @@ TEST(ProcessingChain, VocalReductionSwitchedWhilePlayingNeitherPausesNorSkips) {
     // it lets go of what it held, no lag left behind. After a seek with it on, the sound comes
     // within the remover's first hop, as it does without.
     constexpr std::size_t kLength = 44100;
-    const auto low = test::sine(90.0, 0.5, kFrames);
     // Switches come at the first slice that starts at or after each frame given.
     struct Case {
         const char* name;
@@ -432,12 +445,8 @@ TEST(ProcessingChain, VocalReductionSwitchedWhilePlayingNeitherPausesNorSkips) {
     };
     const auto play = [&](float rate, bool startOn, const std::vector<std::size_t>& switchesAt,
                           std::size_t slice) {
-        ProcessingChain chain(44100.0, TimePitchQuality::Standard);
-        VectorSource source(low, low);
-        chain.setSource(&source);
-        chain.setRate(rate);
-        chain.setRemoveVocals(startOn);
-        chain.reset();
+        LowToneChain playing(rate, startOn);
+        ProcessingChain& chain = playing.chain;
         std::vector<float> heard(kLength);
         bool on = startOn;
         std::size_t switches = 0;
@@ -476,15 +485,10 @@ TEST(ProcessingChain, VocalReductionSwitchedWhilePlayingNeitherPausesNorSkips) {
 TEST(ProcessingChain, FramesHeldForTheVocalReductionKeepThePositionThroughASpeedChange) {
     // Frames held for the vocal reduction were stretched at the speed of their time: after a
     // change the position neither jumps by them nor counts them at the new speed.
-    const auto tone = test::sine(90.0, 0.5, kFrames);
     constexpr std::uint32_t kSlice = 256;
     const auto steps = [&](float from, float to, bool held) {
-        ProcessingChain chain(44100.0, TimePitchQuality::Standard);
-        VectorSource source(tone, tone);
-        chain.setSource(&source);
-        chain.setRate(from);
-        chain.setRemoveVocals(held);
-        chain.reset();
+        LowToneChain playing(from, held);
+        ProcessingChain& chain = playing.chain;
         std::vector<float> left(kSlice), right(kSlice);
         std::vector<double> positions;
         for (int slice = 0; slice < 60; ++slice) {
