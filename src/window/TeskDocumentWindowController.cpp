@@ -232,7 +232,7 @@ void TeskDocumentWindowController::bindViews() {
         const bool visible = mDocument->effectsVisible();
         mEffectsToggleButton->setChecked(visible);
         mEffectsToggleButton->setToolTip(visible ? tr("Hide Effects") : tr("Show Effects"));
-        mShowEffectsAction->setText(visible ? tr("Hide Effects") : tr("Show Effects"));
+        mShowEffectsAction->setText(visible ? tr("Hide &Effects") : tr("Show &Effects"));
         // A switch that keeps the focus once hidden would go on taking the keys out of sight.
         if (!visible && mEffectsParentView->isAncestorOf(QApplication::focusWidget()))
             mViews->waveformView()->setFocus();
@@ -380,32 +380,32 @@ void TeskDocumentWindowController::buildMenus() {
     add(edit, C::ClearSelection, tr("&Clear Selection"));
 
     QMenu* controls = menuBar()->addMenu(tr("&Controls"));
-    add(controls, C::PlayPause, tr("Play"));
-    add(controls, C::Loop, tr("Loop"));
-    add(controls, C::Rewind, tr("Rewind"));
-    add(controls, C::FastForward, tr("Fast Forward"));
+    add(controls, C::PlayPause, tr("&Play"));
+    add(controls, C::Loop, tr("&Loop"));
+    add(controls, C::Rewind, tr("&Rewind"));
+    add(controls, C::FastForward, tr("&Fast Forward"));
     controls->addSeparator();
-    add(controls, C::JumpToBeginning, tr("Jump to Beginning"));
-    add(controls, C::JumpToEnd, tr("Jump to End"));
-    add(controls, C::JumpToNextMarker, tr("Jump to Next Marker"));
-    add(controls, C::JumpToPreviousMarker, tr("Jump to Previous Marker"));
-    add(controls, C::JumpToNextHighLevelMarker, tr("Jump to Next Section"));
-    add(controls, C::JumpToPreviousHighLevelMarker, tr("Jump to Previous Section"));
+    add(controls, C::JumpToBeginning, tr("Jump to &Beginning"));
+    add(controls, C::JumpToEnd, tr("&Jump to End"));
+    add(controls, C::JumpToNextMarker, tr("Jump to &Next Marker"));
+    add(controls, C::JumpToPreviousMarker, tr("Jump to Previous &Marker"));
+    add(controls, C::JumpToNextHighLevelMarker, tr("Jump to Next &Section"));
+    add(controls, C::JumpToPreviousHighLevelMarker, tr("Jump to Previo&us Section"));
     controls->addSeparator();
-    add(controls, C::DropGenericMarker, tr("Drop Generic Marker"));
-    add(controls, C::DropChorusMarker, tr("Drop Chorus Marker"));
-    add(controls, C::DropVerseMarker, tr("Drop Verse Marker"));
-    add(controls, C::DropBridgeMarker, tr("Drop Bridge Marker"));
+    add(controls, C::DropGenericMarker, tr("Drop &Generic Marker"));
+    add(controls, C::DropChorusMarker, tr("Drop &Chorus Marker"));
+    add(controls, C::DropVerseMarker, tr("Drop &Verse Marker"));
+    add(controls, C::DropBridgeMarker, tr("Drop Bridge Mar&ker"));
     controls->addSeparator();
-    add(controls, C::IncreaseSpeed, tr("Increase Speed"));
-    add(controls, C::DecreaseSpeed, tr("Decrease Speed"));
-    add(controls, C::IncreasePitch, tr("Increase Pitch"));
-    add(controls, C::DecreasePitch, tr("Decrease Pitch"));
-    add(controls, C::IncreasePitchFinely, tr("Increase Pitch Finely"));
-    add(controls, C::DecreasePitchFinely, tr("Decrease Pitch Finely"));
-    add(controls, C::IncreasePitchByOneOctave, tr("Increase Pitch by One Octave"));
+    add(controls, C::IncreaseSpeed, tr("&Increase Speed"));
+    add(controls, C::DecreaseSpeed, tr("Decre&ase Speed"));
+    add(controls, C::IncreasePitch, tr("Increase Pitc&h"));
+    add(controls, C::DecreasePitch, tr("&Decrease Pitch"));
+    add(controls, C::IncreasePitchFinely, tr("Increase Pitch Finel&y"));
+    add(controls, C::DecreasePitchFinely, tr("D&ecrease Pitch Finely"));
+    add(controls, C::IncreasePitchByOneOctave, tr("Increase Pitch by One &Octave"));
     add(controls, C::DecreasePitchByOneOctave, tr("Decrease Pitch by One Octave"));
-    add(controls, C::ResetPitch, tr("Reset Pitch"));
+    add(controls, C::ResetPitch, tr("Rese&t Pitch"));
 
     QMenu* view = menuBar()->addMenu(tr("&View"));
     // Ctrl+= too: Ctrl++ needs Shift on most keyboards.
@@ -416,16 +416,16 @@ void TeskDocumentWindowController::buildMenus() {
     add(view, C::ZoomOut, tr("Zoom &Out"), QKeySequence::ZoomOut);
     add(view, C::ZoomToFitLoop, tr("Zoom to &Fit Loop"));
     view->addSeparator();
-    mShowEffectsAction = view->addAction(tr("Show Effects"), this, [this] {
+    mShowEffectsAction = view->addAction(tr("Show &Effects"), this, [this] {
         mDocument->setEffectsVisible(!mDocument->effectsVisible());
     });
 
     QMenu* help = menuBar()->addMenu(tr("&Help"));
-    help->addAction(tr("Send Feedback…"), this, [this] {
+    help->addAction(tr("Send &Feedback…"), this, [this] {
         if (mServices.sendFeedback)
             mServices.sendFeedback();
     });
-    help->addAction(tr("About Tesk"), this, [this] {
+    help->addAction(tr("&About Tesk"), this, [this] {
         if (mServices.showAbout)
             mServices.showAbout();
     });
@@ -499,7 +499,7 @@ void TeskDocumentWindowController::validateMenuItems() {
     for (const auto& [command, item] : mActions)
         item->setEnabled(WindowRules::isEnabled(command, state));
     if (QAction* play = action(WindowCommand::PlayPause))
-        play->setText(titleWithKeyHint(mDocument->isFilePlaying() ? tr("Pause") : tr("Play"),
+        play->setText(titleWithKeyHint(mDocument->isFilePlaying() ? tr("&Pause") : tr("&Play"),
                                        WindowCommand::PlayPause));
     if (mShowEffectsAction)
         mShowEffectsAction->setEnabled(state.hasSong || mDocument->effectsVisible());

@@ -147,7 +147,7 @@ TEST(DocumentWindow, APracticeSessionFromOpeningToReopening) {
     press(window, Qt::Key_Space, " ");
     ASSERT_TRUE(document->isFilePlaying());
     EXPECT_TRUE(window->displayTimersActive());
-    EXPECT_EQ(window->action(WindowCommand::PlayPause)->text(), "Pause\tSpace");
+    EXPECT_EQ(window->action(WindowCommand::PlayPause)->text(), "&Pause\tSpace");
     const qint64 start = document->currentFrame();
     EXPECT_TRUE(QTest::qWaitFor([&] { return document->currentFrame() > start + 4410; }, 5000));
     // Minimised or hidden it draws nothing, and shown again it draws once more.
@@ -163,7 +163,7 @@ TEST(DocumentWindow, APracticeSessionFromOpeningToReopening) {
     press(window, Qt::Key_Space, " ");
     EXPECT_FALSE(document->isFilePlaying());
     EXPECT_FALSE(window->displayTimersActive());
-    EXPECT_EQ(window->action(WindowCommand::PlayPause)->text(), "Play\tSpace");
+    EXPECT_EQ(window->action(WindowCommand::PlayPause)->text(), "&Play\tSpace");
 
     // Markers drop at the play head, Shift allowed; Ctrl+M does nothing.
     document->setCurrentFrame(22050);
@@ -499,6 +499,71 @@ TEST(DocumentWindow, AnEmptyWindowTakesDropsOfSongsOnlyAndOffersNoSongCommands) 
     EXPECT_TRUE(app.window(opened)->action(WindowCommand::PlayPause)->isEnabled());
 }
 
+TEST(DocumentWindow, MenuItemsAnswerToLettersOfTheirOwn) {
+    // A shared letter only selects the first of its items: the others cannot be reached by it.
+    QTemporaryDir dir;
+    const QString song = dir.filePath("song.wav");
+    ASSERT_TRUE(
+        writeWav(song, {sine(440.0, 0.5, kRate, kRate), sine(440.0, 0.5, kRate, kRate)}, kRate));
+    Practice app;
+    TeskDocument* document = app.open(song);
+    ASSERT_NE(document, nullptr);
+    TeskDocumentWindowController* window = app.window(document);
+    const auto letter = [](const QString& text) {
+        const QString title = text.section(QLatin1Char('\t'), 0, 0);
+        const qsizetype at = QString(title).replace("&&", "__").indexOf(QLatin1Char('&'));
+        return at < 0 || at + 1 >= title.size() ? QChar() : title.at(at + 1).toLower();
+    };
+    const auto expectDistinct = [&](const QList<QAction*>& items, const QString& where) {
+        std::map<QChar, QString> taken;
+        for (QAction* item : items) {
+            const QChar key = letter(item->text());
+            if (key.isNull())
+                continue;
+            const auto [at, added] = taken.emplace(key, item->text());
+            EXPECT_TRUE(added) << where.toStdString() << ": " << item->text().toStdString()
+                               << " and " << at->second.toStdString();
+        }
+    };
+    for (const bool playing : {false, true}) {
+        if (playing)
+            document->startFilePlaying();
+        expectDistinct(window->menuBar()->actions(), "the menu bar");
+        for (QAction* title : window->menuBar()->actions()) {
+            emit title->menu()->aboutToShow();
+            expectDistinct(title->menu()->actions(), title->text());
+        }
+    }
+    document->stopFilePlaying();
+
+    // And a letter typed in an open menu does what its item says.
+    const auto menuNamed = [&](const QString& title) {
+        QMenu* found = nullptr;
+        for (QAction* item : window->menuBar()->actions())
+            found = item->text() == title ? item->menu() : found;
+        return found;
+    };
+    const struct {
+        const char* menu;
+        char letter;
+        std::function<bool()> done;
+    } typed[] = {
+        {"&Controls", 'k', [&] { return document->bridgeMarkers() == frames({22050}); }},
+        {"&Controls", 'o', [&] { return document->pitchAdjustment() == 12.0; }},
+        {"&View", 'e', [&] { return document->effectsVisible(); }},
+    };
+    document->setCurrentFrame(22050);
+    for (const auto& t : typed) {
+        SCOPED_TRACE(t.letter);
+        QMenu* menu = menuNamed(t.menu);
+        ASSERT_NE(menu, nullptr);
+        menu->popup(window->mapToGlobal(QPoint(0, 0)));
+        QTest::keyClick(menu, t.letter);
+        EXPECT_TRUE(t.done());
+        menu->hide();
+    }
+}
+
 TEST(DocumentWindow, KeysAndClicksInTheMiddleOfThingsLoseNothing) {
     QTemporaryDir dir;
     const QString songPath = writeTake(dir);
@@ -770,7 +835,7 @@ TEST(DocumentWindow, KeysAndClicksInTheMiddleOfThingsLoseNothing) {
     EXPECT_FALSE(document->isFilePlaying());
     window->validateMenuItems();
     auto* hideEffects =
-        childWhere<QAction>(window, [](QAction* item) { return item->text() == "Hide Effects"; });
+        childWhere<QAction>(window, [](QAction* item) { return item->text() == "Hide &Effects"; });
     ASSERT_NE(hideEffects, nullptr);
     EXPECT_TRUE(hideEffects->isEnabled());
     app.saveAnswer = QMessageBox::Save;
