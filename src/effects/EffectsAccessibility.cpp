@@ -91,7 +91,7 @@ public:
     QVariant minimumValue() const override {
         return std::min(-EQBandGeometry::kDisplayRange, view()->valueForBand(index()));
     }
-    QVariant minimumStepSize() const override { return 0.5; }
+    QVariant minimumStepSize() const override { return 1.0; } // as the arrow keys step
 };
 
 class AccessibleEdge : public AccessibleHandle {

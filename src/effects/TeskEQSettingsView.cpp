@@ -194,7 +194,10 @@ void TeskEQSettingsView::drawBackgroundContents(QPainter& painter) {
     for (int index = 0; index < kBandCount; ++index) {
         const double left = places.slotLeftForBand(index, top.width(), ratio);
         top.draw(painter, QPointF(left, slotTop));
-        const QPixmap& column = fill.pixmap(ratio);
+        // The fill is the same in every row: rendered whole device pixels high, so that no
+        // partly covered row is stretched down the slot.
+        const QPixmap& column = fill.pixmap(
+            QSizeF(fill.width(), std::ceil(fill.height() * ratio - 1e-6) / ratio), ratio);
         painter.drawPixmap(QRectF(left, slotTop + top.height(), fill.width(),
                                   slotBottom - bottom.height() - slotTop - top.height()),
                            column, QRectF(QPointF(0, 0), QSizeF(column.size())));
@@ -225,9 +228,12 @@ void TeskEQSettingsView::drawContents(QPainter& painter) {
 
 double TeskEQSettingsView::gainAfterKey(double gain, int key) {
     const double range = EQBandGeometry::kDisplayRange;
-    // Towards the editor's end and no further; a gain a drag took beyond it is left there.
-    const auto up = [&](double to) { return gain >= range ? gain : std::min(to, range); };
-    const auto down = [&](double to) { return gain <= -range ? gain : std::max(to, -range); };
+    // Towards the editor's end and no further. A gain a drag took beyond an end stays there when
+    // the key points further out, and comes back to that end in one step when it points in.
+    const auto up = [&](double to) { return gain >= range ? gain : std::clamp(to, -range, range); };
+    const auto down = [&](double to) {
+        return gain <= -range ? gain : std::clamp(to, -range, range);
+    };
     switch (key) {
     case Qt::Key_Up:
         return up(std::floor(gain + 1.0));

@@ -198,6 +198,32 @@ TEST(TeskEQSettingsView, DraggingABandWritesItsGainBackWithoutALimit) {
     EXPECT_EQ(delegate.ended, 4);
 }
 
+TEST(TeskEQSettingsView, EachSlotCoversTheGridBehindItFromEndToEnd) {
+    // At any ratio, no row of a slot lets more of the spectrum's background through than the
+    // rest: beside the slot and under it, the background is the same.
+    TeskEffectsSettings settings;
+    settings.setEqualizerEnabled(true);
+    settings.equalizerSettings()->setBands(QList<double>(10, 20.0)); // knobs out of the way
+    TeskEQSettingsView view;
+    view.resize(408, 140);
+    ASSERT_TRUE(view.bind("bands", &settings, "equalizerSettings.bands"));
+    ASSERT_TRUE(view.bind("enabled", &settings, "equalizerEnabled"));
+    const QImage picture = grabImage(view);
+    const EQBandGeometry places = view.geometry();
+    for (int band = 0; band < TeskEQSettingsView::kBandCount; ++band) {
+        const double x = places.slotLeftForBand(band, 5.0, picture.devicePixelRatio()) + 1.5;
+        double most = 0.0;
+        for (double y = places.pointForValue(12.0); y <= places.pointForValue(-19.0); y += 0.5) {
+            // The darker side, in case a grid line runs down the other.
+            const int beside = std::min(brightness(pixelAt(picture, x - 4, y)),
+                                        brightness(pixelAt(picture, x + 6, y)));
+            const int slot = brightness(pixelAt(picture, x, y));
+            most = std::max(most, double(slot) / std::max(1, beside));
+        }
+        EXPECT_LT(most, 0.7) << "band " << band; // about 0.5, and 0.9 where a slot shows through
+    }
+}
+
 TEST(TeskEQSettingsView, ReachedWithTabTheKeysPickABandAndMoveItsGain) {
     installEffectsAccessibility();
     TeskEffectsSettings settings;
@@ -276,17 +302,20 @@ TEST(TeskEQSettingsView, ReachedWithTabTheKeysPickABandAndMoveItsGain) {
     EXPECT_GT(settings.equalizerSettings()->bands().value(5), 0.0) << "the drag went on";
 }
 
-TEST(TeskEQSettingsView, KeysStepTowardsTheEditorsEndsAndNeverPastThem) {
+TEST(TeskEQSettingsView, KeysStepTowardsTheEditorsEndsAndBackInsideThemInOneStep) {
     const struct {
         double gain;
         Qt::Key key;
         double after;
     } steps[] = {
-        {0.0, Qt::Key_Up, 1.0},           {-0.3, Qt::Key_Up, 0.0},    {19.5, Qt::Key_Up, 20.0},
-        {20.0, Qt::Key_Up, 20.0},         {25.0, Qt::Key_Up, 25.0},   {25.0, Qt::Key_PageUp, 25.0},
-        {17.0, Qt::Key_PageUp, 20.0},     {25.0, Qt::Key_Down, 24.0}, {-25.0, Qt::Key_Down, -25.0},
-        {-25.0, Qt::Key_PageDown, -25.0}, {-25.0, Qt::Key_Up, -24.0}, {0.5, Qt::Key_Down, 0.0},
-        {7.5, Qt::Key_Home, 0.0},
+        {0.0, Qt::Key_Up, 1.0},         {-0.3, Qt::Key_Up, 0.0},
+        {19.5, Qt::Key_Up, 20.0},       {20.0, Qt::Key_Up, 20.0},
+        {25.0, Qt::Key_Up, 25.0},       {25.0, Qt::Key_PageUp, 25.0},
+        {17.0, Qt::Key_PageUp, 20.0},   {25.0, Qt::Key_Down, 20.0},
+        {-25.0, Qt::Key_Down, -25.0},   {-25.0, Qt::Key_PageDown, -25.0},
+        {-25.0, Qt::Key_Up, -20.0},     {0.5, Qt::Key_Down, 0.0},
+        {7.5, Qt::Key_Home, 0.0},       {200.7, Qt::Key_Down, 20.0},
+        {-90.0, Qt::Key_PageUp, -20.0}, {25.0, Qt::Key_PageDown, 20.0},
     };
     for (const auto& step : steps) {
         const double after = TeskEQSettingsView::gainAfterKey(step.gain, step.key);
