@@ -3,6 +3,7 @@
 #include "diagnostics/TeskAssert.h"
 
 #include <algorithm>
+#include <cmath>
 #include <span>
 
 namespace tesk {
@@ -17,6 +18,16 @@ std::uint32_t wholeSampleRate(double sampleRate) {
     return static_cast<std::uint32_t>(sampleRate);
 }
 
+// The gain that makes a full-scale sine's band read `level` dB. Summed over its bins (one
+// side), the power of a windowed sine of amplitude 1 is N · Σw² / 4.
+float fullScaleGain(const HammingWindow& window, float level) {
+    double energy = 0.0;
+    for (const float w : window.coefficients())
+        energy += static_cast<double>(w) * w;
+    const double sinePower = static_cast<double>(window.length()) * energy / 4.0;
+    return static_cast<float>(std::pow(10.0, level / 20.0) / std::sqrt(sinePower));
+}
+
 } // namespace
 
 SSpectrumAnalyzer::SSpectrumAnalyzer(const AudioStreamDescription& streamDescription)
@@ -25,6 +36,7 @@ SSpectrumAnalyzer::SSpectrumAnalyzer(const AudioStreamDescription& streamDescrip
     , mChannels(streamDescription.channelsPerFrame)
     , mSmoothFraction(kSmoothFraction)
     , mWindow(kFftLength)
+    , mFullScaleGain(fullScaleGain(mWindow, kFullScaleLevel))
     , mFft(kFftLength)
     , mSmoother(mSmoothFraction, wholeSampleRate(streamDescription.sampleRate), kFftLength,
                 kFirstBin, kBinCount)
@@ -78,6 +90,8 @@ void SSpectrumAnalyzer::processBuffer(Block& block) {
 
         mWindow.apply(mSamples);
         mFft.compute(mSamples, mMagnitudes);
+        for (float& magnitude : bins)
+            magnitude *= mFullScaleGain;
         convertToDecibels(bins);
 
         History& history = mSpectrumAverageArray[channel];

@@ -17,8 +17,9 @@ namespace tesk {
 ///
 /// The output chain copies each processed render slice in (`copyFromAudioBufferList`, on the
 /// rendering thread or the export thread); every full block of 2048 frames is windowed (Hamming),
-/// transformed, turned into dB (20 log10 of the raw FFT magnitude, bins 1 to 1024), smoothed
-/// to points a sixth of an octave apart and averaged with the two blocks before it. Each
+/// transformed, turned into dB (bins 1 to 1024, on a scale where a full-scale sine reads
+/// `kFullScaleLevel`), smoothed to points a sixth of an octave apart (each the power of its
+/// band) and averaged with the two blocks before it. Each
 /// channel's result crosses to the main thread through a latest-value slot, so the main thread
 /// never sees a half-written spectrum and nothing it reads is freed under it.
 ///
@@ -31,6 +32,10 @@ public:
     static constexpr std::uint32_t kFirstBin = 1;
     static constexpr std::uint32_t kBinCount = 1024;
     static constexpr std::uint32_t kHistoryLength = 3;
+    /// The level of a sine at full scale, at any frequency: the top of the scale the effects
+    /// views draw (-60 to 45), so that only a clipping song goes past it. A tone 20 dB softer
+    /// reads 25.
+    static constexpr float kFullScaleLevel = 45.0f;
 
     /// Analyses a stream of `streamDescription`'s format; its channel count is the number of
     /// spectra. Blocks of a non-interleaved format are analysed channel by channel; blocks of
@@ -80,6 +85,7 @@ private:
 
     // Analysis tables and work space, used only by processBuffer.
     HammingWindow mWindow;
+    float mFullScaleGain; // brings raw FFT magnitudes to the scale of `kFullScaleLevel`
     FftMagnitudes mFft;
     OctaveSmoother mSmoother;
     std::vector<float> mSamples;

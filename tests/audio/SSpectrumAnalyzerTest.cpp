@@ -33,11 +33,15 @@ void feed(AudioBufferQueue& queue, std::vector<std::vector<float>>& channels, st
 }
 
 // A spectrum point computed the slow way: a Hamming-windowed DFT in double precision of the
-// bins inside the point's band, the mean of their 20 log10 magnitudes.
+// bins inside the point's band, the level of their summed power against a full-scale sine's.
 double referencePoint(const std::vector<float>& block, double frequency) {
     const double n = static_cast<double>(block.size());
-    double sum = 0.0;
-    int count = 0;
+    double power = 0.0;
+    double fullScale = 0.0; // N · Σw² / 4, the power of a windowed sine of amplitude 1
+    for (std::size_t i = 0; i < block.size(); ++i) {
+        const double w = 0.54 - 0.46 * std::cos(2.0 * std::numbers::pi * double(i) / (n - 1.0));
+        fullScale += n * w * w / 4.0;
+    }
     for (std::size_t k = 1; k <= block.size() / 2; ++k) {
         const double binFrequency = static_cast<double>(k) * test::kSampleRate / n;
         if (binFrequency < frequency * std::exp2(-1.0 / 12.0) ||
@@ -51,10 +55,9 @@ double referencePoint(const std::vector<float>& block, double frequency) {
             re += w * block[i] * std::cos(2.0 * std::numbers::pi * static_cast<double>(k) * t / n);
             im -= w * block[i] * std::sin(2.0 * std::numbers::pi * static_cast<double>(k) * t / n);
         }
-        sum += 20.0 * std::log10(std::hypot(re, im));
-        ++count;
+        power += re * re + im * im;
     }
-    return sum / count;
+    return SSpectrumAnalyzer::kFullScaleLevel + 10.0 * std::log10(power / fullScale);
 }
 
 TEST(SSpectrumAnalyzer, HasNoSpectrumUntilTheFirstFullBlock) {
@@ -98,6 +101,29 @@ TEST(SSpectrumAnalyzer, AnalysesEachChannelSeparatelyAndPeaksAtItsTone) {
     ASSERT_EQ(both.size(), table.size());
     for (std::size_t p = 0; p < table.size(); ++p)
         EXPECT_NEAR(both[p], (left[p] + right[p]) / 2.0f, 1e-4f) << "point " << p;
+}
+
+TEST(SSpectrumAnalyzer, TonesOfOneLevelReadAlikeAtEveryPitch) {
+    // A tone falls in a band a few bins wide at the bottom and about eighty at the top: the
+    // band's level must not depend on how many quiet bins share it.
+    const std::vector<float> table =
+        SSpectrumAnalyzer(AudioStreamDescription::engineFormat()).frequencyTable();
+    // Below 250 Hz a band is narrower than a tone's few bins and holds only part of it.
+    for (const double hertz : {250.0, 500.0, 1000.0, 1414.2, 4000.0, 8000.0, 12700.0, 16000.0}) {
+        for (const double amplitude : {1.0, 0.1}) {
+            SCOPED_TRACE(testing::Message() << hertz << " Hz at " << amplitude);
+            SSpectrumAnalyzer analyzer(AudioStreamDescription::engineFormat());
+            std::vector<std::vector<float>> tone{sine(hertz, amplitude, kBlock),
+                                                 sine(hertz, amplitude, kBlock)};
+            feed(analyzer, tone, kBlock);
+            const std::vector<float> spectrum = analyzer.spectrumForChannel(0);
+            const auto peak = std::max_element(spectrum.begin(), spectrum.end());
+            EXPECT_NEAR(*peak, SSpectrumAnalyzer::kFullScaleLevel + 20.0 * std::log10(amplitude),
+                        0.5);
+            EXPECT_NEAR(std::log2(table[std::size_t(peak - spectrum.begin())] / hertz), 0.0,
+                        1.0 / 12.0);
+        }
+    }
 }
 
 TEST(SSpectrumAnalyzer, AveragesTheLastThreeBlocks) {

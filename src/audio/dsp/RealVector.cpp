@@ -126,10 +126,10 @@ void OctaveSmoother::smooth(std::span<const float> bins, std::span<float> points
                 (1.0f - point.weight) * bins[point.first] + point.weight * bins[point.first + 1];
             continue;
         }
-        float sum = 0.0f;
+        float power = 0.0f;
         for (std::uint32_t i = point.first; i < point.first + point.count; ++i)
-            sum += bins[i];
-        points[p] = sum / static_cast<float>(point.count);
+            power += std::pow(10.0f, bins[i] / 10.0f);
+        points[p] = 10.0f * std::log10(power);
     }
 }
 

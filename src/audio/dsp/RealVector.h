@@ -75,10 +75,12 @@ void averageOfVectors(std::span<const std::span<const float>> vectors, std::span
 ///
 /// The points are centred at 1000 · 2^(k · fraction) Hz for every integer k whose centre lies
 /// between the first bin's frequency and the Nyquist frequency, so one point is exactly 1 kHz.
-/// A point's value is the mean of the bins whose frequencies fall in
-/// [f · 2^(−fraction/2), f · 2^(fraction/2)); where no bin falls there (low frequencies, where
-/// bins are wider apart than points) it is the value interpolated linearly at f between the
-/// bins either side.
+/// The bins are levels in dB. A point's value is the level of all the power of the bins whose
+/// frequencies fall in [f · 2^(−fraction/2), f · 2^(fraction/2)), 10 log10 of the sum of
+/// 10^(bin / 10): a tone reads at the same level at any frequency, however many bins the band
+/// spreads over (a mean would sink it into the quiet bins around it, further the higher it
+/// lies). Where no bin falls in the band (low frequencies, where bins are wider apart than
+/// points) it is the level interpolated linearly at f between the bins either side.
 class OctaveSmoother {
 public:
     /// Bins `firstBin` .. `firstBin + binCount − 1` of an FFT of `fftLength` samples at
@@ -99,7 +101,7 @@ public:
     void smooth(std::span<const float> bins, std::span<float> points) const;
 
 private:
-    // Either the mean of `count` bins from `first`, or when `count` is 0 the interpolation
+    // Either the power sum of `count` bins from `first`, or when `count` is 0 the interpolation
     // (1 − weight) · bins[first] + weight · bins[first + 1].
     struct Point {
         std::uint32_t first;

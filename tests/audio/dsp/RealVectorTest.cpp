@@ -48,27 +48,30 @@ TEST(RealVector, SmoothedPointsAreASixthOfAnOctaveApartAroundOneKilohertz) {
         EXPECT_NEAR(table[p] / table[p - 1], std::exp2(1.0 / 6.0), 1e-5) << "point " << p;
     }
 
-    // Bins whose value is their own frequency: a point is the mean of the bins within its
-    // band or, where the band holds no bin, its own frequency (interpolation is exact here).
+    // A point holds the power of the bins within its band or, where the band holds no bin,
+    // the level interpolated at its own frequency.
     std::vector<float> bins(1024);
     for (std::size_t i = 0; i < bins.size(); ++i)
-        bins[i] = static_cast<float>(static_cast<double>(i + 1) * kSpacing);
+        bins[i] = static_cast<float>(40.0 * std::sin(0.37 * static_cast<double>(i)));
+    const auto binFrequency = [&](std::size_t i) { return static_cast<double>(i + 1) * kSpacing; };
     std::vector<float> points(table.size());
     smoother.smooth(bins, points);
     std::size_t interpolated = 0;
     for (std::size_t p = 0; p < table.size(); ++p) {
-        double sum = 0.0;
-        int count = 0;
-        for (const float bin : bins) {
-            if (bin >= table[p] * std::exp2(-1.0 / 12.0) &&
-                bin < table[p] * std::exp2(1.0 / 12.0)) {
-                sum += bin;
-                ++count;
-            }
+        double power = 0.0;
+        for (std::size_t i = 0; i < bins.size(); ++i) {
+            if (binFrequency(i) >= table[p] * std::exp2(-1.0 / 12.0) &&
+                binFrequency(i) < table[p] * std::exp2(1.0 / 12.0))
+                power += std::pow(10.0, bins[i] / 10.0);
         }
-        const double expected = count > 0 ? sum / count : table[p];
-        interpolated += count == 0 ? 1 : 0;
-        EXPECT_NEAR(points[p], expected, 1e-4 * expected) << "point " << p << " at " << table[p];
+        double expected = 10.0 * std::log10(power);
+        if (power == 0.0) {
+            const auto below = static_cast<std::size_t>(table[p] / kSpacing) - 1;
+            const double t = table[p] / kSpacing - static_cast<double>(below + 1);
+            expected = (1.0 - t) * bins[below] + t * bins[below + 1];
+            ++interpolated;
+        }
+        EXPECT_NEAR(points[p], expected, 1e-3) << "point " << p << " at " << table[p];
     }
     EXPECT_GT(interpolated, 5u);
 }
