@@ -644,8 +644,8 @@ bool TeskDocumentWindowController::handleKey(QKeyEvent* event) {
         refreshSongProblem(); // a song gone since its window opened says so
         return false;
     }
-    const WindowCommand command =
-        WindowRules::commandForKey(event->key(), event->modifiers(), event->text());
+    const WindowCommand command = WindowRules::commandForKey(
+        event->key(), event->modifiers(), event->text(), event->nativeScanCode());
     if (command != WindowCommand::None &&
         (!isHeldKey(event) || WindowRules::repeatsWhileHeld(command)))
         perform(command);

@@ -39,7 +39,30 @@ bool isEnabled(WindowCommand command, const WindowCommandState& state) {
     }
 }
 
-WindowCommand commandForKey(int key, Qt::KeyboardModifiers modifiers, const QString& text) {
+namespace {
+
+/// The Latin letter of the key at `scanCode` on a QWERTY keyboard, of those with commands.
+QChar qwertyLetter(quint32 scanCode) {
+    switch (scanCode) {
+    case 46:
+        return QLatin1Char('l');
+    case 54:
+        return QLatin1Char('c');
+    case 55:
+        return QLatin1Char('v');
+    case 56:
+        return QLatin1Char('b');
+    case 58:
+        return QLatin1Char('m');
+    default:
+        return {};
+    }
+}
+
+} // namespace
+
+WindowCommand commandForKey(int key, Qt::KeyboardModifiers modifiers, const QString& text,
+                            quint32 scanCode) {
     using C = WindowCommand;
     const bool command = modifiers & Qt::ControlModifier;
     const bool option = modifiers & Qt::AltModifier;
@@ -71,7 +94,12 @@ WindowCommand commandForKey(int key, Qt::KeyboardModifiers modifiers, const QStr
     }
     if (control || option || command)
         return C::None;
-    const QString characters = text.toLower();
+    QString characters = text.toLower();
+    // A letter of another script stands for the Latin letter on its key. A Latin layout's own
+    // letters (a Turkish ö where QWERTY has c) keep to what they write.
+    if (!characters.isEmpty() && characters.at(0).isLetter() &&
+        characters.at(0).script() != QChar::Script_Latin && !qwertyLetter(scanCode).isNull())
+        characters = qwertyLetter(scanCode);
     if (characters.startsWith(QLatin1Char('m')))
         return C::DropGenericMarker;
     if (characters.startsWith(QLatin1Char('c')))

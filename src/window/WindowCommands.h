@@ -70,8 +70,12 @@ bool isEnabled(WindowCommand command, const WindowCommandState& state);
 
 /// The command of a key that reached the window. Keys are never passed on: an unmatched key
 /// answers None. On this desktop Ctrl stands for the command key, Alt for the option key and
-/// Meta for the control key. `text` is the key's characters.
-WindowCommand commandForKey(int key, Qt::KeyboardModifiers modifiers, const QString& text);
+/// Meta for the control key. `text` is the key's characters, and `scanCode` the key's native
+/// scan code (on X11 and Wayland the keycode, evdev's plus 8; 0 when unknown): under a layout
+/// that writes no Latin letters (Cyrillic, Greek...) the letter commands are known by where their
+/// keys lie on a QWERTY keyboard, as most such keyboards are marked.
+WindowCommand commandForKey(int key, Qt::KeyboardModifiers modifiers, const QString& text,
+                            quint32 scanCode = 0);
 
 /// The key that gives `command` in a song's window, as menus show it beside the command's
 /// name ("Space", "M"); empty for a command without one. Menus only show it: the window's own

@@ -56,6 +56,40 @@ TEST(WindowRules, EveryKeyOfTheTableGivesItsCommandAndEveryOtherKeyIsConsumed) {
     }
 }
 
+TEST(WindowRules, UnderALayoutWithoutLatinLettersTheLetterKeysGoByWhereTheyLie) {
+    // Scan codes of the keys marked M, C, V, B, L, A and ";" on a QWERTY keyboard.
+    constexpr quint32 m = 58, c = 54, v = 55, b = 56, l = 46, a = 38, semicolon = 47;
+    const struct {
+        int key;
+        Qt::KeyboardModifiers modifiers;
+        const char* text;
+        quint32 scanCode;
+        C command;
+    } cases[] = {
+        {0x42C, Qt::NoModifier, "ь", m, C::DropGenericMarker}, // Russian
+        {0x421, Qt::NoModifier, "с", c, C::DropChorusMarker},
+        {0x41C, Qt::ShiftModifier, "М", v, C::DropVerseMarker},
+        {0x418, Qt::NoModifier, "и", b, C::DropBridgeMarker},
+        {0x414, Qt::NoModifier, "д", l, C::Loop},
+        {0x39C, Qt::NoModifier, "μ", m, C::DropGenericMarker}, // Greek
+        {0x5E6, Qt::NoModifier, "צ", m, C::DropGenericMarker}, // Hebrew
+        {0x424, Qt::NoModifier, "ф", a, C::None},              // no command on that key
+        {0x42C, Qt::ControlModifier, "\x1d", m, C::None},
+        {0x42C, Qt::AltModifier, "ь", m, C::None},
+        {0x42C, Qt::NoModifier, "ь", 0, C::None}, // where the key lies is unknown
+        {0xD6, Qt::NoModifier, "ö", c, C::None},  // Turkish F: a Latin letter of its own
+        {Qt::Key_M, Qt::NoModifier, "m", semicolon, C::DropGenericMarker}, // French AZERTY
+        {Qt::Key_Comma, Qt::NoModifier, ",", m, C::None},
+        {Qt::Key_7, Qt::NoModifier, "7", m, C::None},
+    };
+    for (const auto& k : cases) {
+        SCOPED_TRACE(k.text);
+        EXPECT_EQ(
+            WindowRules::commandForKey(k.key, k.modifiers, QString::fromUtf8(k.text), k.scanCode),
+            k.command);
+    }
+}
+
 TEST(WindowRules, TheKeyAMenuShowsGivesItsCommand) {
     int hinted = 0;
     for (int index = 0; index <= int(WindowCommand::Print); ++index) {
