@@ -556,10 +556,11 @@ qreal WaveformView::shift() const {
 
 qreal WaveformView::cursorX() const {
     // The song's last frame lies one point past the view scrolled to its end: the play head
-    // there is shown in the last column. Anywhere else past the edge it is out of sight.
+    // there is shown in the last column. Anywhere else past the edge it is out of sight. The
+    // left edge rounded to whole device pixels can put it up to half a device pixel further.
     const qreal x = std::floor(mGeometry.pointFromSample(mCurrentFrame)) + 0.5 - shift();
     const qreal lastColumn = std::floor(mGeometry.width) - 0.5;
-    const bool justPast = x > lastColumn && x <= lastColumn + 1.0;
+    const bool justPast = x > lastColumn && x <= lastColumn + 1.0 + 0.5 / ratio();
     return mCurrentFrame >= mGeometry.frameCount && justPast ? lastColumn : x;
 }
 
