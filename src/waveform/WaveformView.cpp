@@ -1051,7 +1051,11 @@ void WaveformView::finishMarkerDrag(bool cancelled) {
     const std::uint32_t kind = mDraggedKind;
     mGesture = Gesture::None;
     refreshCursor(mPointer);
-    if (cancelled) {
+    // Let go in its own column, a marker keeps its own frame rather than the column's first.
+    const qreal half = std::floor(markerImageForType(kind).width() * 0.5);
+    const bool inPlace = !mMarkerOff && item.dragX &&
+                         *item.dragX + half == std::floor(mGeometry.pointFromSample(item.frame));
+    if (cancelled || inPlace) {
         item = MarkerItem{kind, item.frame, false, std::nullopt, 1.0};
         update(markerStripRect().toAlignedRect());
         return;
@@ -1059,9 +1063,8 @@ void WaveformView::finishMarkerDrag(bool cancelled) {
     QList<quint32> markers = mMarkers[kind];
     markers.removeAt(markers.indexOf(quint32(item.frame)));
     if (!mMarkerOff) {
-        const qreal w = markerImageForType(kind).width();
-        markers.append(quint32(std::min(
-            mGeometry.sampleFromPoint(*item.dragX + std::floor(w * 0.5)), mGeometry.frameCount)));
+        markers.append(
+            quint32(std::min(mGeometry.sampleFromPoint(*item.dragX + half), mGeometry.frameCount)));
     } else {
         mPoofCentre = mPointer;
         mPoof->start();

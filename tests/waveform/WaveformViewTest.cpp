@@ -291,6 +291,19 @@ TEST_F(WaveformViewTest, MarkerGesturesHoldBeforeMovingAndDeleteWhenDraggedOff) 
             EXPECT_FALSE(item.pressed);
     }
 
+    // Held, dragged and brought back to its own column, a marker keeps its frame (not the
+    // column's first, 20000) and nothing is written.
+    model.setGenericMarkers({20030});
+    const int writesBefore = model.writes;
+    press(flag);
+    now += 250;
+    move({450, 24});
+    move(flag);
+    release(flag);
+    EXPECT_EQ(model.genericMarkers(), QList<quint32>{20030});
+    EXPECT_EQ(model.writes, writesBefore);
+    EXPECT_FALSE(view.markerItems(0).at(0).dragX.has_value());
+
     // A flag taken by its edge moves by as much as the pointer, not to its middle.
     model.setGenericMarkers({20000});
     press({394, 24});
