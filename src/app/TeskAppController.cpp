@@ -10,9 +10,12 @@
 #include <QFileDialog>
 #include <QFileInfo>
 #include <QMessageBox>
+#include <QPushButton>
 #include <QScopedValueRollback>
 #include <QSettings>
 #include <QWidget>
+
+#include <cstdio>
 
 namespace tesk {
 
@@ -98,6 +101,61 @@ void TeskAppController::openFiles(const QStringList& paths) {
         if (auto* window = mWindows->windowFor(mDocuments->documents().last()))
             window->showWindow();
     }
+}
+
+void TeskAppController::offerUnsavedPractice(const RecoveryQuestion& ask) {
+    RecoveryCopies& recovery = mDocuments->recoveryCopies();
+    const QList<RecoveryCopies::LeftBehind> copies = recovery.leftBehind();
+    if (copies.isEmpty())
+        return;
+    QStringList names;
+    for (const RecoveryCopies::LeftBehind& copy : copies)
+        names.append(copy.name);
+    switch (ask(names)) {
+    case RecoveryAnswer::Later:
+        return;
+    case RecoveryAnswer::Discard:
+        for (const RecoveryCopies::LeftBehind& copy : copies)
+            RecoveryCopies::discard(copy);
+        return;
+    case RecoveryAnswer::Reopen:
+        for (const RecoveryCopies::LeftBehind& copy : copies) {
+            TeskError error;
+            if (!mDocuments->reopenRecoveryCopy(copy, &error)) {
+                // A copy that cannot be read holds nothing to give back.
+                std::fprintf(stderr, "tesk: cannot reopen the unsaved practice of \"%s\": %s\n",
+                             qPrintable(copy.name), qPrintable(error.localizedDescription()));
+                RecoveryCopies::discard(copy);
+            }
+        }
+        return;
+    }
+}
+
+TeskAppController::RecoveryAnswer
+TeskAppController::askAboutUnsavedPractice(const QStringList& names) {
+    QMessageBox box(QMessageBox::Question, tr("Unsaved Practice"), QString());
+    if (names.size() == 1) {
+        box.setText(tr("The changes to “%1” were not saved when Tesk last ended.").arg(names[0]));
+    } else {
+        QStringList items;
+        for (const QString& name : names)
+            items.append(QStringLiteral("<li>%1</li>").arg(name.toHtmlEscaped()));
+        box.setText(tr("The changes to these were not saved when Tesk last ended:<ul>%1</ul>")
+                        .arg(items.join(QString())));
+    }
+    box.setInformativeText(names.size() == 1
+                               ? tr("Reopen it to keep its markers and settings.")
+                               : tr("Reopen them to keep their markers and settings."));
+    QPushButton* reopen = box.addButton(tr("Reopen"), QMessageBox::AcceptRole);
+    QPushButton* discard = box.addButton(tr("Discard"), QMessageBox::DestructiveRole);
+    QPushButton* later = box.addButton(tr("Not Now"), QMessageBox::RejectRole);
+    box.setDefaultButton(reopen);
+    box.setEscapeButton(later);
+    box.exec();
+    if (box.clickedButton() == discard)
+        return RecoveryAnswer::Discard;
+    return box.clickedButton() == reopen ? RecoveryAnswer::Reopen : RecoveryAnswer::Later;
 }
 
 void TeskAppController::acceptHandOvers(SingleInstance& instance) {

@@ -3,7 +3,9 @@
 #include "app/SingleInstance.h"
 
 #include <QObject>
+#include <QStringList>
 #include <QTimer>
+#include <functional>
 #include <memory>
 
 namespace tesk {
@@ -28,6 +30,16 @@ public:
     /// Opens the files as documents, or the empty window when there are none. The window of the
     /// last file opened comes forward; when none opened, the front window does.
     void openFiles(const QStringList& paths);
+    /// The musician's answer when Tesk offers back practice an earlier Tesk left unsaved:
+    /// reopen it, throw it away, or ask again at the next start.
+    enum class RecoveryAnswer { Reopen, Discard, Later };
+    using RecoveryQuestion = std::function<RecoveryAnswer(const QStringList& names)>;
+    /// Offers back the practice an earlier Tesk ended without saving, asking `ask` with the
+    /// names its windows showed (by default in a dialog). Reopened, each is a window with its
+    /// changes unsaved. Call once, at the start, before opening files.
+    void offerUnsavedPractice(const RecoveryQuestion& ask = askAboutUnsavedPractice);
+    static RecoveryAnswer askAboutUnsavedPractice(const QStringList& names);
+
     /// Listens for the files of later starts of Tesk.
     void acceptHandOvers(SingleInstance& instance);
 

@@ -87,6 +87,7 @@ int main(int argc, char** argv) {
     QObject::connect(&termination, &tesk::TerminationSignals::terminationRequested, &controller,
                      &tesk::TeskAppController::quitWhenNoDialogIsUp);
     controller.acceptHandOvers(instance);
+    controller.offerUnsavedPractice();
     controller.openFiles(files);
     return application.exec();
 }

@@ -665,6 +665,12 @@ void TeskDocument::setFileURL(const QUrl& url) {
     mFailedSongSearch.invalidate();
 }
 
+void TeskDocument::becomeRecoveredFrom(const QUrl& url) {
+    setFileURL(url);
+    mFileStamp = url.isEmpty() ? std::nullopt : fileStamp(url);
+    updateChangeCount(ChangeType::Done);
+}
+
 bool TeskDocument::readFromURL(const QUrl& url, const QString& typeName, TeskError* error) {
     if (typeName == TeskDocumentType)
         return readDocumentFromURL(url, error);

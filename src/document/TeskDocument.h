@@ -257,6 +257,9 @@ public:
     bool writeToURL(const QUrl& url, const QString& typeName, TeskError* error) const;
     /// Writes to `url` and makes it the document's file.
     bool saveToURL(const QUrl& url, TeskError* error);
+    /// The document was read from a copy kept against a crash: it is `url`'s again (untitled
+    /// when empty), as that file is now, with its changes unsaved.
+    void becomeRecoveredFrom(const QUrl& url);
     /// Whether the document's file has been changed by someone else (another Tesk, a copy
     /// synced from elsewhere) since it was read or saved here: a save would write over it.
     bool fileChangedElsewhere() const;

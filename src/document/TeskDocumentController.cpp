@@ -23,9 +23,10 @@ QString canonicalPath(const QUrl& url) {
 } // namespace
 
 TeskDocumentController::TeskDocumentController(TeskDocumentWindowLayer* windowLayer,
-                                               QObject* parent)
+                                               const QString& recoveryFolder, QObject* parent)
     : QObject(parent)
-    , mWindowLayer(windowLayer) {
+    , mWindowLayer(windowLayer)
+    , mRecovery(recoveryFolder) {
     connect(this, &TeskDocumentController::TeskFileDraggedNotification, this,
             &TeskDocumentController::handleDraggedFile);
 }
@@ -153,6 +154,7 @@ void TeskDocumentController::removeDocument(TeskDocument* document) {
                      [document](const auto& each) { return each.get() == document; });
     if (found == mDocuments.end())
         return;
+    mRecovery.forget(document);
     // Whoever is closing it may still be on the stack; it goes once they are done.
     found->release()->deleteLater();
     mDocuments.erase(found);
@@ -237,10 +239,25 @@ void TeskDocumentController::newDocumentFromiTunes(const QMimeData& data) {
     }
 }
 
-TeskDocument* TeskDocumentController::addDocument(std::unique_ptr<TeskDocument> document) {
+TeskDocument* TeskDocumentController::addDocument(std::unique_ptr<TeskDocument> document,
+                                                  const RecoveryCopies::LeftBehind* copy) {
     TeskDocument* added = document.get();
     mDocuments.push_back(std::move(document));
+    if (copy)
+        mRecovery.watchReopened(added, *copy);
+    else
+        mRecovery.watch(added);
     mWindowLayer->makeWindowControllers(added);
+    return added;
+}
+
+TeskDocument* TeskDocumentController::reopenRecoveryCopy(const RecoveryCopies::LeftBehind& copy,
+                                                         TeskError* error) {
+    std::unique_ptr<TeskDocument> document = mRecovery.reopen(copy, error);
+    if (!document)
+        return nullptr;
+    TeskDocument* added = addDocument(std::move(document), &copy);
+    showWindows(added);
     return added;
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "diagnostics/TeskError.h"
+#include "document/RecoveryCopies.h"
 #include "document/TeskDocument.h"
 
 #include <QList>
@@ -43,7 +44,9 @@ public:
     /// How an open request from outside ended, once per file.
     enum class OpenReply { Success = 0, Failure = 2 };
 
+    /// Keeps copies of unsaved practice in `recoveryFolder`.
     explicit TeskDocumentController(TeskDocumentWindowLayer* windowLayer,
+                                    const QString& recoveryFolder = RecoveryCopies::defaultFolder(),
                                     QObject* parent = nullptr);
     ~TeskDocumentController() override;
 
@@ -100,6 +103,12 @@ public:
     QList<QUrl> recentDocumentURLs() const;
     void clearRecentDocuments();
 
+    /// The copies of every open document's unsaved practice, and those an earlier Tesk left.
+    RecoveryCopies& recoveryCopies() { return mRecovery; }
+    /// Opens a copy an earlier Tesk left as the document it was, with its changes unsaved, and
+    /// shows it. Null, with `error` set, when the copy cannot be read.
+    TeskDocument* reopenRecoveryCopy(const RecoveryCopies::LeftBehind& copy, TeskError* error);
+
     /// Where the next document window is cascaded from.
     QPointF nextDocumentWindowPoint() const { return mNextDocumentWindowPoint; }
     void setNextDocumentWindowPoint(const QPointF& point) { mNextDocumentWindowPoint = point; }
@@ -109,13 +118,16 @@ signals:
     void TeskFileDraggedNotification(const QUrl& url);
 
 private:
-    TeskDocument* addDocument(std::unique_ptr<TeskDocument> document);
+    /// Adds and watches the document; one reopened from `copy` keeps that copy.
+    TeskDocument* addDocument(std::unique_ptr<TeskDocument> document,
+                              const RecoveryCopies::LeftBehind* copy = nullptr);
     void showWindows(TeskDocument* document);
     /// Opens a file the user chose, and shows why when it cannot be opened.
     TeskDocument* openChosenFile(const QUrl& url);
 
     TeskDocumentWindowLayer* mWindowLayer;
     std::vector<std::unique_ptr<TeskDocument>> mDocuments;
+    RecoveryCopies mRecovery; // after the documents: it goes first and keeps their copies
     QPointF mNextDocumentWindowPoint;
     bool mQuitting = false;
 };

@@ -60,6 +60,57 @@ TEST(TeskAppController, QuittingClosesTheLastSongWithoutOpeningAnEmptyWindow) {
     EXPECT_TRUE(app.documentController()->documents().isEmpty());
 }
 
+TEST(TeskAppController, PracticeLeftUnsavedIsOfferedBackAtTheStart) {
+    using Answer = TeskAppController::RecoveryAnswer;
+    QTemporaryDir folder;
+    const QString song = folder.filePath("scale.wav");
+    ASSERT_TRUE(test::writeWav(song, {test::sine(440.0, 0.4, 44100, 44100)}, 44100));
+    const struct {
+        Answer answer;
+        int reopened;
+        qsizetype copiesAfter;
+    } answers[] = {{Answer::Reopen, 1, 1}, {Answer::Later, 0, 1}, {Answer::Discard, 0, 0}};
+    for (const auto& a : answers) {
+        SCOPED_TRACE(int(a.answer));
+        QString copies;
+        {
+            // A Tesk ends with a marker unsaved.
+            TeskAppController ended;
+            copies = ended.documentController()->recoveryCopies().folder();
+            ASSERT_TRUE(QDir(copies).removeRecursively());
+            ended.openFiles({song});
+            ASSERT_EQ(ended.documentController()->documents().size(), 1);
+            ended.documentController()->documents().first()->dropBridgeMarker();
+            ended.documentController()->recoveryCopies().writeDueCopies();
+        }
+        QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+        {
+            TeskAppController next;
+            QStringList asked;
+            next.offerUnsavedPractice([&](const QStringList& names) {
+                asked = names;
+                return a.answer;
+            });
+            EXPECT_EQ(asked, QStringList{"scale"});
+            const QList<TeskDocument*> documents = next.documentController()->documents();
+            ASSERT_EQ(documents.size(), a.reopened);
+            EXPECT_EQ(QDir(copies).entryList({"*.tesk"}, QDir::Files).size(), a.copiesAfter);
+            if (a.reopened) {
+                EXPECT_EQ(documents.first()->bridgeMarkers(), QList<quint32>{0});
+                continue; // its copy is its own until it is saved or closed
+            }
+        }
+        // Put off, it is offered again at the next start; thrown away, it is not.
+        bool askedAgain = false;
+        TeskAppController third;
+        third.offerUnsavedPractice([&](const QStringList&) {
+            askedAgain = true;
+            return Answer::Later;
+        });
+        EXPECT_EQ(askedAgain, a.answer == Answer::Later);
+    }
+}
+
 TEST(TeskAppController, ARequestToEndWaitsForTheDialogUpAndThenQuits) {
     QTemporaryDir folder;
     const QString practice = writePractice(folder);

@@ -6,9 +6,13 @@
 #include "support/SongFiles.h"
 
 #include <QCoreApplication>
+#include <QDir>
 #include <QFile>
 #include <QFileInfo>
 #include <QTemporaryDir>
+#include <QUndoStack>
+#include <algorithm>
+#include <functional>
 #include <gtest/gtest.h>
 #include <map>
 
@@ -249,6 +253,129 @@ TEST_F(DocumentControllerTest, ADocumentWhoseSongIsMissingIsNotAnEmptyWindow) {
     // Opening another song leaves it be.
     ASSERT_TRUE(mController.openFileNamed(writeSong("other.wav"), &error));
     EXPECT_EQ(mController.documents().size(), 2);
+}
+
+/// The copies of unsaved practice in `folder`.
+int copiesIn(const QString& folder) {
+    return int(QDir(folder).entryList({QStringLiteral("*.tesk")}, QDir::Files).size());
+}
+
+TEST_F(DocumentControllerTest, UnsavedPracticeIsCopiedUntilItIsSavedOrClosed) {
+    RecoveryCopies& recovery = mController.recoveryCopies();
+    ASSERT_TRUE(QDir(recovery.folder()).removeRecursively());
+    const QUrl song = QUrl::fromLocalFile(writeSong("song.wav"));
+    const struct {
+        const char* name;
+        std::function<void(TeskDocument&)> change;
+        bool copied;
+    } changes[] = {
+        {"only opened", [](TeskDocument&) {}, false},
+        {"a marker", [](TeskDocument& d) { d.dropChorusMarker(); }, true},
+        {"a loop",
+         [](TeskDocument& d) {
+             d.setLoopRange({100, 2000});
+         },
+         true},
+        {"the speed", [](TeskDocument& d) { d.setPlaybackSpeed(0.75); }, true},
+        {"the pitch", [](TeskDocument& d) { d.setPitchAdjustment(-1.0); }, true},
+        {"an effect", [](TeskDocument& d) { d.effectsSettings()->setOutOfPhase(true); }, true},
+        {"volume and zoom",
+         [](TeskDocument& d) {
+             d.setPlaybackVolume(0.2);
+             d.setZoomLevel(0.1);
+         },
+         false},
+        {"a marker taken back",
+         [](TeskDocument& d) {
+             d.dropGenericMarker();
+             d.undoManager()->undo();
+         },
+         false},
+    };
+    for (const auto& c : changes) {
+        SCOPED_TRACE(c.name);
+        TeskError error;
+        TeskDocument* document = mController.openDocumentWithContentsOfURL(song, false, &error);
+        ASSERT_NE(document, nullptr);
+        document->setCurrentFrame(4410);
+        c.change(*document);
+        recovery.writeDueCopies();
+        EXPECT_EQ(copiesIn(recovery.folder()), c.copied ? 1 : 0);
+        EXPECT_TRUE(recovery.leftBehind().isEmpty()) << "an open document's copy is its own";
+        mController.closeDocument(document);
+        EXPECT_EQ(copiesIn(recovery.folder()), 0);
+    }
+
+    // Saved, the copy goes; changed again, it is back.
+    TeskError error;
+    TeskDocument* document = mController.openDocumentWithContentsOfURL(song, false, &error);
+    document->dropGenericMarker();
+    ASSERT_TRUE(document->saveToURL(QUrl::fromLocalFile(path("practice.tesk")), &error));
+    recovery.writeDueCopies();
+    EXPECT_EQ(copiesIn(recovery.folder()), 0);
+    document->setPitchAdjustment(2.0);
+    recovery.writeDueCopies();
+    EXPECT_EQ(copiesIn(recovery.folder()), 1);
+}
+
+TEST_F(DocumentControllerTest, PracticeLeftUnsavedByATeskThatEndedIsReopenedAsItWas) {
+    const QString folder = path("Recovery");
+    const QUrl song = QUrl::fromLocalFile(writeSong("song.wav"));
+    const QUrl practice = QUrl::fromLocalFile(path("practice.tesk"));
+    {
+        // A saved practice changed since, and a song with markers never saved; then Tesk ends
+        // without closing either.
+        FakeWindowLayer windows;
+        TeskDocumentController ended(&windows, folder);
+        TeskError error;
+        TeskDocument* saved = ended.openDocumentWithContentsOfURL(song, false, &error);
+        ASSERT_TRUE(saved->saveToURL(practice, &error));
+        saved->setCurrentFrame(1000);
+        saved->dropVerseMarker();
+        saved->setPlaybackSpeed(0.5);
+        TeskDocument* untitled = ended.openDocumentWithContentsOfURL(
+            QUrl::fromLocalFile(writeSong("other.wav")), false, &error);
+        untitled->setLoopRange({441, 4410});
+        ended.recoveryCopies().writeDueCopies();
+    }
+    ASSERT_EQ(copiesIn(folder), 2);
+
+    FakeWindowLayer windows;
+    TeskDocumentController next(&windows, folder);
+    QList<RecoveryCopies::LeftBehind> copies = next.recoveryCopies().leftBehind();
+    ASSERT_EQ(copies.size(), 2);
+    std::sort(copies.begin(), copies.end(),
+              [](const auto& a, const auto& b) { return a.name < b.name; });
+    EXPECT_EQ(copies[0].name, "other");
+    EXPECT_TRUE(copies[0].fileURL.isEmpty());
+    EXPECT_EQ(copies[1].name, "practice");
+    EXPECT_EQ(copies[1].fileURL, practice);
+
+    TeskError error;
+    TeskDocument* untitled = next.reopenRecoveryCopy(copies[0], &error);
+    TeskDocument* reopened = next.reopenRecoveryCopy(copies[1], &error);
+    ASSERT_NE(untitled, nullptr);
+    ASSERT_NE(reopened, nullptr);
+    EXPECT_EQ(untitled->loopRange(), (LoopRange{441, 4410}));
+    EXPECT_TRUE(untitled->fileURL().isEmpty());
+    EXPECT_EQ(untitled->displayName(), "other");
+    EXPECT_EQ(reopened->verseMarkers(), QList<quint32>{1000});
+    EXPECT_EQ(reopened->playbackSpeed(), 0.5);
+    EXPECT_EQ(reopened->fileURL(), practice);
+    EXPECT_EQ(reopened->audioFileURL().toLocalFile(),
+              QFileInfo(song.toLocalFile()).canonicalFilePath());
+    EXPECT_TRUE(reopened->isDocumentEdited());
+    EXPECT_FALSE(reopened->fileChangedElsewhere());
+    EXPECT_EQ(windows.shownCount(reopened), 1);
+    // Their copies are theirs again: kept until saved or closed, and offered no more.
+    EXPECT_TRUE(next.recoveryCopies().leftBehind().isEmpty());
+    next.recoveryCopies().writeDueCopies();
+    EXPECT_EQ(copiesIn(folder), 2);
+    ASSERT_TRUE(reopened->saveToURL(practice, &error));
+    next.closeDocument(untitled);
+    next.recoveryCopies().writeDueCopies();
+    EXPECT_EQ(copiesIn(folder), 0);
+    EXPECT_EQ(QDir(folder).entryList(QDir::Files), QStringList()) << "notes go with copies";
 }
 
 } // namespace

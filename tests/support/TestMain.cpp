@@ -5,6 +5,7 @@
 #include "support/Assertions.h"
 
 #include <QApplication>
+#include <QFile>
 #include <QScreen>
 #include <QSettings>
 #include <QTemporaryDir>
@@ -64,6 +65,8 @@ int main(int argc, char** argv) {
     // Settings that tests write (the last volume used...) stay out of the user's own.
     QTemporaryDir settings;
     QSettings::setPath(QSettings::NativeFormat, QSettings::UserScope, settings.path());
+    // And so do the copies of unsaved practice that documents keep.
+    qputenv("XDG_DATA_HOME", QFile::encodeName(settings.path()));
     testing::InitGoogleTest(&argc, argv);
     tesk::setAssertionHandler(&throwAssertionFailure);
     return RUN_ALL_TESTS();

@@ -1,0 +1,187 @@
+#include "document/RecoveryCopies.h"
+
+#include "audio/TeskEffectsSettings.h"
+#include "document/TeskDocument.h"
+#include "document/TeskDocumentFile.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QSaveFile>
+#include <QStandardPaths>
+#include <QTimer>
+#include <QUndoStack>
+#include <QUuid>
+
+namespace tesk {
+
+namespace {
+
+const QString kCopySuffix = QStringLiteral(".tesk");
+const QString kNoteSuffix = QStringLiteral(".json");
+
+/// Whether the document holds practice that a crash would lose. A song just opened is an
+/// unsaved document too, but with nothing of the musician's in it there is nothing to offer
+/// back.
+bool holdsUnsavedPractice(const TeskDocument& document) {
+    if (!document.isDocumentEdited())
+        return false;
+    if (!document.fileURL().isEmpty())
+        return true;
+    for (int kind = 0; kind < 4; ++kind) {
+        if (!document.markers(MarkerKind(kind)).isEmpty())
+            return true;
+    }
+    return document.loopRange().length > 0 || document.playbackSpeed() != 1.0 ||
+           document.pitchAdjustment() != 0.0 ||
+           document.effectsSettings()->dictionaryRepresentation() !=
+               TeskEffectsSettings().dictionaryRepresentation();
+}
+
+} // namespace
+
+RecoveryCopies::RecoveryCopies(const QString& folder, QObject* parent)
+    : QObject(parent)
+    , mFolder(folder) {}
+
+RecoveryCopies::~RecoveryCopies() = default;
+
+QString RecoveryCopies::defaultFolder() {
+    return QStandardPaths::writableLocation(QStandardPaths::AppDataLocation) +
+           QStringLiteral("/Recovery");
+}
+
+void RecoveryCopies::watch(TeskDocument* document) {
+    watchAs(document, QUuid::createUuid().toString(QUuid::WithoutBraces));
+}
+
+void RecoveryCopies::watchReopened(TeskDocument* document, const LeftBehind& copy) {
+    watchAs(document, QFileInfo(copy.copyPath).completeBaseName());
+}
+
+void RecoveryCopies::watchAs(TeskDocument* document, const QString& id) {
+    if (mWatched.contains(document))
+        return;
+    auto* timer = new QTimer(this);
+    timer->setSingleShot(true);
+    timer->setInterval(kWriteDelayMs);
+    connect(timer, &QTimer::timeout, this, [this, document] { writeOrRemove(document); });
+    mWatched.insert(document, {id, timer});
+    // Marker and loop edits move the undo stack; speed, pitch and effects, and saving, change
+    // whether the document is edited.
+    connect(document, &TeskDocument::documentEditedChanged, timer,
+            [this, document] { changed(document); });
+    connect(document->undoManager(), &QUndoStack::indexChanged, timer,
+            [this, document] { changed(document); });
+    // Gone without being closed (Tesk tearing down): its copy stays for the next start.
+    connect(document, &QObject::destroyed, this, [this, document] {
+        if (const auto found = mWatched.find(document); found != mWatched.end()) {
+            delete found->timer;
+            mWatched.erase(found);
+        }
+    });
+    changed(document);
+}
+
+void RecoveryCopies::changed(TeskDocument* document) {
+    const auto found = mWatched.find(document);
+    // Timed from the first change, so that a long drag is kept while it goes on.
+    if (found != mWatched.end() && !found->timer->isActive())
+        found->timer->start();
+}
+
+void RecoveryCopies::forget(TeskDocument* document) {
+    const auto found = mWatched.find(document);
+    if (found == mWatched.end())
+        return;
+    QFile::remove(copyPath(found->id));
+    QFile::remove(notePath(found->id));
+    disconnect(document, nullptr, this, nullptr);
+    delete found->timer;
+    mWatched.erase(found);
+}
+
+void RecoveryCopies::writeDueCopies() {
+    for (auto it = mWatched.begin(); it != mWatched.end(); ++it) {
+        if (it->timer->isActive()) {
+            it->timer->stop();
+            writeOrRemove(it.key());
+        }
+    }
+}
+
+void RecoveryCopies::writeOrRemove(TeskDocument* document) {
+    const Watched& watched = mWatched.value(document);
+    if (!holdsUnsavedPractice(*document)) {
+        QFile::remove(copyPath(watched.id));
+        QFile::remove(notePath(watched.id));
+        return;
+    }
+    if (!QDir().mkpath(mFolder)) {
+        qWarning("Tesk cannot make the folder for copies of unsaved practice, %s",
+                 qPrintable(mFolder));
+        return;
+    }
+    // The note first: a copy is only listed once it is whole, and then always with its note.
+    QSaveFile note(notePath(watched.id));
+    const QJsonObject fields{{QStringLiteral("file"), document->fileURL().toString()},
+                             {QStringLiteral("name"), document->displayName()}};
+    TeskError error;
+    if (!note.open(QIODevice::WriteOnly) || note.write(QJsonDocument(fields).toJson()) < 0 ||
+        !note.commit() ||
+        !document->writeToURL(QUrl::fromLocalFile(copyPath(watched.id)), TeskDocumentType,
+                              &error)) {
+        qWarning("Tesk cannot keep a copy of the unsaved practice of %s in %s",
+                 qPrintable(document->displayName()), qPrintable(mFolder));
+    }
+}
+
+QList<RecoveryCopies::LeftBehind> RecoveryCopies::leftBehind() const {
+    QStringList kept;
+    for (const Watched& watched : mWatched)
+        kept.append(watched.id);
+    QList<LeftBehind> copies;
+    const QFileInfoList files = QDir(mFolder).entryInfoList(
+        {QStringLiteral("*") + kCopySuffix}, QDir::Files, QDir::Time | QDir::Reversed);
+    for (const QFileInfo& file : files) {
+        const QString id = file.completeBaseName();
+        if (kept.contains(id))
+            continue;
+        QFile note(notePath(id));
+        const QJsonObject fields = note.open(QIODevice::ReadOnly)
+                                       ? QJsonDocument::fromJson(note.readAll()).object()
+                                       : QJsonObject();
+        const QUrl fileURL(fields.value(QStringLiteral("file")).toString());
+        const QString name = fields.value(QStringLiteral("name")).toString();
+        copies.append({file.absoluteFilePath(), fileURL.isLocalFile() ? fileURL : QUrl(),
+                       name.isEmpty() ? file.completeBaseName() : name});
+    }
+    return copies;
+}
+
+std::unique_ptr<TeskDocument> RecoveryCopies::reopen(const LeftBehind& copy,
+                                                     TeskError* error) const {
+    auto document = std::make_unique<TeskDocument>();
+    if (!document->readFromURL(QUrl::fromLocalFile(copy.copyPath), TeskDocumentType, error))
+        return nullptr;
+    document->becomeRecoveredFrom(copy.fileURL);
+    return document;
+}
+
+void RecoveryCopies::discard(const LeftBehind& copy) {
+    const QFileInfo file(copy.copyPath);
+    QFile::remove(file.absoluteFilePath());
+    QFile::remove(file.absolutePath() + QLatin1Char('/') + file.completeBaseName() + kNoteSuffix);
+}
+
+QString RecoveryCopies::copyPath(const QString& id) const {
+    return mFolder + QLatin1Char('/') + id + kCopySuffix;
+}
+
+QString RecoveryCopies::notePath(const QString& id) const {
+    return mFolder + QLatin1Char('/') + id + kNoteSuffix;
+}
+
+} // namespace tesk

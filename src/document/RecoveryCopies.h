@@ -1,0 +1,83 @@
+#pragma once
+
+#include "diagnostics/TeskError.h"
+
+#include <QHash>
+#include <QList>
+#include <QObject>
+#include <QString>
+#include <QUrl>
+#include <memory>
+
+class QTimer;
+
+namespace tesk {
+
+class TeskDocument;
+
+/// Keeps a copy of each open document's unsaved practice in a folder of its own, so that the
+/// markers and settings made since the last save outlive a crash, a killed Tesk or a session
+/// that ended under it. A copy is written a moment after a change and taken away once the
+/// document is saved or closed: the folder holds copies only when Tesk ended with practice
+/// unsaved, and the next start offers them back.
+///
+/// A copy is a practice document ("<id>.tesk") with a note beside it ("<id>.json") of the
+/// document's own file, if it had one, and the name its window showed.
+///
+/// Main thread.
+class RecoveryCopies : public QObject {
+    Q_OBJECT
+public:
+    /// How long after the first unsaved change its copy is written: changes in a row (a loop
+    /// dragged, a speed slid) make one copy.
+    static constexpr int kWriteDelayMs = 2000;
+
+    /// A copy left by a Tesk that ended without saving.
+    struct LeftBehind {
+        QString copyPath;
+        QUrl fileURL; ///< the document's own file; empty when it had none
+        QString name; ///< the name its window showed
+    };
+
+    /// Copies go in `folder`, made when the first is written.
+    explicit RecoveryCopies(const QString& folder, QObject* parent = nullptr);
+    ~RecoveryCopies() override;
+
+    /// "Recovery" in Tesk's data folder.
+    static QString defaultFolder();
+    const QString& folder() const { return mFolder; }
+
+    /// Keeps copies of `document` from now on, until `forget`.
+    void watch(TeskDocument* document);
+    /// The document closes: its copy goes, whatever it held.
+    void forget(TeskDocument* document);
+    /// Writes or takes away the copies that are due now, rather than when their time comes.
+    void writeDueCopies();
+
+    /// The copies in the folder that no document of this Tesk keeps: left by one that ended.
+    QList<LeftBehind> leftBehind() const;
+    /// Reads a copy left behind as the document it was: its own file again (or none), with
+    /// its changes unsaved. The copy stays until the document is watched and saved or closed.
+    std::unique_ptr<TeskDocument> reopen(const LeftBehind& copy, TeskError* error) const;
+    /// Watches a document reopened from `copy`, keeping its copy where it is.
+    void watchReopened(TeskDocument* document, const LeftBehind& copy);
+    /// Takes a copy left behind away.
+    static void discard(const LeftBehind& copy);
+
+private:
+    struct Watched {
+        QString id;
+        QTimer* timer = nullptr;
+    };
+
+    void watchAs(TeskDocument* document, const QString& id);
+    void changed(TeskDocument* document);
+    void writeOrRemove(TeskDocument* document);
+    QString copyPath(const QString& id) const;
+    QString notePath(const QString& id) const;
+
+    QString mFolder;
+    QHash<TeskDocument*, Watched> mWatched;
+};
+
+} // namespace tesk
