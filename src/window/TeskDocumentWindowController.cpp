@@ -445,9 +445,15 @@ void TeskDocumentWindowController::placeWindow() {
     setMinimumWidth(860);
     setMaximumWidth(8192);
     const QRectF frame = mDocument->documentWindowFrame();
-    // A frame saved on a screen that is not there now would open the window out of sight.
-    const QScreen* onScreen = QGuiApplication::screenAt(frame.topLeft().toPoint());
-    if (frame.width() <= 0 || frame.height() <= 0 || onScreen == nullptr) {
+    // A frame saved partly off the screen comes back whole; one on a screen that is not there
+    // now would open the window out of sight, and is cascaded instead.
+    QList<QRect> screens;
+    for (const QScreen* screen : QGuiApplication::screens())
+        screens.append(screen->availableGeometry());
+    const QSize savedSize(std::max(int(frame.width()), minimumWidth()), sizeHint().height());
+    const std::optional<QPoint> restored =
+        WindowRules::restoredWindowPlace(frame, savedSize, screens);
+    if (!restored) {
         resize(std::max(960, minimumWidth()), sizeHint().height());
         const QPointF next =
             mServices.documents ? mServices.documents->nextDocumentWindowPoint() : QPointF();
@@ -465,8 +471,8 @@ void TeskDocumentWindowController::placeWindow() {
             mServices.documents->setNextDocumentWindowPoint(
                 QPointF(place + QPoint(WindowRules::kCascadeStep, WindowRules::kCascadeStep)));
     } else {
-        resize(int(frame.width()), sizeHint().height());
-        move(frame.topLeft().toPoint());
+        resize(savedSize);
+        move(*restored);
     }
 }
 

@@ -229,6 +229,27 @@ QPoint cascadedWindowPlace(const QPointF& next, const QSize& windowSize, const Q
     return {fitsX(place.x()) ? place.x() : first.x(), fitsY(place.y()) ? place.y() : first.y()};
 }
 
+std::optional<QPoint> restoredWindowPlace(const QRectF& saved, const QSize& size,
+                                          const QList<QRect>& available) {
+    if (saved.width() <= 0 || saved.height() <= 0)
+        return std::nullopt;
+    const QRect frame(saved.topLeft().toPoint(), size);
+    const QRect* best = nullptr;
+    qint64 mostShown = 0;
+    for (const QRect& screen : available) {
+        const QRect shown = frame.intersected(screen);
+        const qint64 area = qint64(shown.width()) * shown.height();
+        if (shown.width() >= 100 && shown.height() >= 50 && area > mostShown)
+            best = &screen, mostShown = area;
+    }
+    if (best == nullptr)
+        return std::nullopt;
+    const int lastX = std::max(best->left(), best->right() + 1 - size.width());
+    const int lastY = std::max(best->top(), best->bottom() + 1 - size.height());
+    return QPoint(std::clamp(frame.left(), best->left(), lastX),
+                  std::clamp(frame.top(), best->top(), lastY));
+}
+
 QStringList recentItemTitles(const QStringList& paths) {
     QStringList names;
     for (const QString& path : paths)

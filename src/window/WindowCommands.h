@@ -7,6 +7,7 @@
 #include <QStringList>
 #include <Qt>
 #include <cstdint>
+#include <optional>
 
 namespace tesk {
 
@@ -120,6 +121,13 @@ QString documentPath(const QString& chosen);
 /// top, one past the right a new row at the left, so that a long session never opens windows
 /// out of sight; on a screen too small for them to step one way, they still step the other.
 QPoint cascadedWindowPlace(const QPointF& next, const QSize& windowSize, const QRect& available);
+/// Where a window of `size` opens again at the place `saved` (its frame when last saved), on
+/// the screens' `available` areas: on the screen it overlaps most, moved in just enough to show
+/// whole (its top left first, where it is larger than the screen). None when less than a
+/// corner of 100 by 50 points of it would show on any screen (one that has gone since), or the
+/// frame is empty: the window is then cascaded.
+std::optional<QPoint> restoredWindowPlace(const QRectF& saved, const QSize& size,
+                                          const QList<QRect>& available);
 /// How far each window of the cascade lies from the one before.
 inline constexpr int kCascadeStep = 24;
 

@@ -90,6 +90,30 @@ TEST(WindowRules, UnderALayoutWithoutLatinLettersTheLetterKeysGoByWhereTheyLie) 
     }
 }
 
+TEST(WindowRules, AWindowOpensAgainWhereItWasMovedInToShowWhole) {
+    const QRect left(0, 0, 1920, 1050), right(1920, 0, 1280, 1000); // two screens, side by side
+    const QSize size(1100, 500);
+    const struct {
+        const char* name;
+        QRectF saved;
+        QList<QRect> screens;
+        std::optional<QPoint> place;
+    } cases[] = {
+        {"on its screen", {400, 250, 1100, 600}, {left}, QPoint(400, 250)},
+        {"a little past the left edge", {-8, 120, 1100, 600}, {left}, QPoint(0, 120)},
+        {"past the bottom right", {1000, 900, 1100, 600}, {left}, QPoint(820, 550)},
+        {"mostly on the second screen", {1700, 100, 1100, 600}, {left, right}, QPoint(1920, 100)},
+        {"on the second screen, now gone", {2500, 100, 1100, 600}, {left}, std::nullopt},
+        {"a sliver left in sight", {1850, 100, 1100, 600}, {left}, std::nullopt},
+        {"never placed", {}, {left}, std::nullopt},
+        {"larger than the screen", {-50, -20, 1100, 600}, {QRect(0, 0, 1000, 400)}, QPoint(0, 0)},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        EXPECT_EQ(WindowRules::restoredWindowPlace(c.saved, size, c.screens), c.place);
+    }
+}
+
 TEST(WindowRules, TheKeyAMenuShowsGivesItsCommand) {
     int hinted = 0;
     for (int index = 0; index <= int(WindowCommand::Print); ++index) {
