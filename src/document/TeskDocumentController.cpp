@@ -132,10 +132,12 @@ TeskDocument* TeskDocumentController::documentForURL(const QUrl& url) const {
     const QString path = canonicalPath(url);
     if (path.isEmpty())
         return nullptr;
+    // A song is open when a practice of it is: opening the song again brings that window
+    // forward, rather than a second, blank practice that could later be saved over the first.
     for (const auto& document : mDocuments) {
         const QUrl own = document->fileURL();
-        if (!own.isEmpty() ? canonicalPath(own) == path
-                           : canonicalPath(document->audioFileURL()) == path)
+        if ((!own.isEmpty() && canonicalPath(own) == path) ||
+            canonicalPath(document->audioFileURL()) == path)
             return document.get();
     }
     return nullptr;

@@ -70,7 +70,7 @@ public:
     /// already; with `display` its window comes forward. Null, with `error` set when there is
     /// something to tell, when it can't be opened.
     TeskDocument* openDocumentWithContentsOfURL(const QUrl& url, bool display, TeskError* error);
-    /// The open document whose file, or untitled song, is `url`.
+    /// The open document whose file, or song, is `url`.
     TeskDocument* documentForURL(const QUrl& url) const;
     /// Closes the document's windows and lets it go.
     void closeDocument(TeskDocument* document);

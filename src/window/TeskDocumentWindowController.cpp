@@ -1000,14 +1000,20 @@ void TeskDocumentWindowController::closeEvent(QCloseEvent* event) {
     // window has nothing to save.
     const bool emptyWindow = !mDocument->audioFileAlias() && mDocument->fileURL().isEmpty();
     if (mDocument->isDocumentEdited() && !emptyWindow) {
+        // Quitting asks window by window: the one asked about comes forward, so the answer is
+        // given with its practice in sight. A practice whose song has gone is named by its
+        // file, not by the bare "Tesk" its title then shows.
+        showWindow();
+        const QString name = mDocument->audioFileURL().isEmpty() && !mDocument->fileURL().isEmpty()
+                                 ? QFileInfo(mDocument->fileURL().toLocalFile()).completeBaseName()
+                                 : mDocument->displayName();
         const int answer =
             mServices.askSaveChanges
-                ? mServices.askSaveChanges(this, mDocument->displayName())
-                : QMessageBox::question(this, tr("Save changes?"),
-                                        tr("Do you want to save the changes you made to “%1”?")
-                                            .arg(mDocument->displayName()),
-                                        QMessageBox::Save | QMessageBox::Discard |
-                                            QMessageBox::Cancel);
+                ? mServices.askSaveChanges(this, name)
+                : QMessageBox::question(
+                      this, tr("Save changes?"),
+                      tr("Do you want to save the changes you made to “%1”?").arg(name),
+                      QMessageBox::Save | QMessageBox::Discard | QMessageBox::Cancel);
         if (answer == QMessageBox::Cancel) {
             event->ignore();
             return;

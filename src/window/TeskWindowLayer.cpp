@@ -9,7 +9,7 @@
 #include <QTimer>
 
 #include <algorithm>
-#include <set>
+#include <vector>
 
 namespace tesk {
 
@@ -91,18 +91,28 @@ TeskDocumentWindowController* TeskWindowLayer::windowFor(TeskDocument* document)
 }
 
 bool TeskWindowLayer::closeAll() {
-    // One window at a time, looking at the map again after each: closing changes it, and a
-    // song handed over while a question is up opens a window that must be asked about too.
-    // Closed windows are deleted later, so none asked here can share an address with a new one.
-    std::set<TeskDocumentWindowController*> asked;
+    // One window at a time, looking again after each: closing changes the windows, and a song
+    // handed over while a question is up opens a window that must be asked about too. The one
+    // in front is asked about first, then the others from the newest. Windows asked about are
+    // watched, so that a new window made where a deleted one was is not taken for it.
+    std::vector<QPointer<TeskDocumentWindowController>> asked;
+    const auto wasAsked = [&](TeskDocumentWindowController* window) {
+        return std::any_of(asked.begin(), asked.end(),
+                           [window](const auto& each) { return each == window; });
+    };
     for (;;) {
-        const auto next = std::find_if(mWindows.begin(), mWindows.end(), [&](const auto& entry) {
-            return !asked.count(entry.second);
-        });
-        if (next == mWindows.end())
+        TeskDocumentWindowController* window = nullptr;
+        auto* active = qobject_cast<TeskDocumentWindowController*>(QApplication::activeWindow());
+        if (active && mMadeOrder.contains(active) && !wasAsked(active))
+            window = active;
+        for (auto made = mMadeOrder.rbegin(); window == nullptr && made != mMadeOrder.rend();
+             ++made) {
+            if (!wasAsked(*made))
+                window = *made;
+        }
+        if (window == nullptr)
             return true;
-        TeskDocumentWindowController* window = next->second;
-        asked.insert(window);
+        asked.emplace_back(window);
         if (!window->close())
             return false;
     }

@@ -205,6 +205,17 @@ TEST_F(DocumentControllerTest, TheOpenDialogReplacesTheEmptyWindowAndFindsSavedD
     EXPECT_EQ(practice->genericMarkers(), QList<quint32>{100});
     EXPECT_EQ(practice->displayName(), "practice");
     EXPECT_EQ(mController.documentForURL(QUrl::fromLocalFile(path("practice.tesk"))), practice);
+    // Its song, opened again any way, brings the practice forward rather than a blank one.
+    {
+        const int shown = mWindows.shownCount(practice);
+        TeskError error;
+        const QUrl songFile = QUrl::fromLocalFile(path("song.wav"));
+        EXPECT_EQ(mController.openDocumentWithContentsOfURL(songFile, true, &error), practice);
+        EXPECT_TRUE(mController.openFileNamed(path("song.wav"), &error));
+        EXPECT_TRUE(mController.openRecentDocument(songFile));
+        EXPECT_EQ(mController.documents(), QList<TeskDocument*>{practice});
+        EXPECT_EQ(mWindows.shownCount(practice), shown + 3);
+    }
 
     // Cancelled: nothing changes.
     mWindows.chosen.clear();
@@ -228,7 +239,9 @@ TEST_F(DocumentControllerTest, TheOpenDialogReplacesTheEmptyWindowAndFindsSavedD
     EXPECT_EQ(mController.recentDocumentURLs().mid(0, 2), (QList<QUrl>{practiceURL, songURL}));
     ASSERT_TRUE(QFile::remove(path("song.wav")));
     EXPECT_FALSE(mController.recentDocumentURLs().contains(songURL));
-    // One offered but no longer a song or a practice (written over since) says so when chosen.
+    // One offered but no longer a song or a practice (written over since) says so when chosen
+    // (with no practice of it open, which would come forward instead).
+    mController.closeDocument(practice);
     ASSERT_TRUE(writeFile(path("song.wav"), "practise the bridge\n"));
     EXPECT_FALSE(mController.openRecentDocument(songURL));
     ASSERT_EQ(mWindows.errors.size(), 2);

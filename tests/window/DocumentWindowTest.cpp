@@ -48,8 +48,10 @@ public:
             proposedExportName = proposed;
             chosen(exportAnswer, exportFormat);
         };
-        services.askSaveChanges = [this](QWidget*, const QString&) {
+        services.askSaveChanges = [this](QWidget* window, const QString& name) {
             ++saveQuestions;
+            saveAskedAbout.append(name);
+            askedInFront.append(QTest::qWaitForWindowActive(window, 1000));
             if (whileAsking)
                 std::exchange(whileAsking, nullptr)();
             return saveAnswer;
@@ -96,6 +98,8 @@ public:
     QString proposedExportName;
     int saveAnswer = QMessageBox::Discard;
     int saveQuestions = 0;
+    QStringList saveAskedAbout; // the names the questions gave
+    QList<bool> askedInFront;   // whether each window asked about was the active one
     bool stopExportAnswer = false;
     QStringList stopExportQuestions;   // the exports asked about
     std::function<void()> whileAsking; // run once, inside the next question
@@ -444,6 +448,28 @@ TEST(DocumentWindow, APracticeWhoseSongReferenceIsDamagedStillAsksToSaveItsMarke
     app.saveAnswer = QMessageBox::Cancel;
     EXPECT_FALSE(app.window(document)->close());
     EXPECT_EQ(app.saveQuestions, 1);
+    // Without its song the title is the bare "Tesk": the question names the practice's file.
+    EXPECT_EQ(app.saveAskedAbout, QStringList{"old"});
+}
+
+TEST(DocumentWindow, QuittingAsksAboutEachChangedWindowWithItInFront) {
+    QTemporaryDir dir;
+    Practice app;
+    QList<TeskDocument*> documents;
+    for (const char* name : {"a", "b", "c"}) {
+        const QString song = dir.filePath(QString::fromLatin1(name) + ".wav");
+        ASSERT_TRUE(writeWav(song, {sine(440.0, 0.5, kRate, kRate)}, kRate));
+        documents.append(app.open(song));
+        ASSERT_NE(documents.last(), nullptr);
+        documents.last()->dropGenericMarker();
+    }
+    app.window(documents[1])->showWindow();
+    ASSERT_TRUE(QTest::qWaitForWindowActive(app.window(documents[1])));
+    app.saveAnswer = QMessageBox::Discard;
+    EXPECT_TRUE(app.layer->closeAll());
+    // The one in front first, then the newest.
+    EXPECT_EQ(app.saveAskedAbout, (QStringList{"b", "c", "a"}));
+    EXPECT_EQ(app.askedInFront, (QList<bool>{true, true, true}));
 }
 
 TEST(DocumentWindow, AnEmptyWindowTakesDropsOfSongsOnlyAndOffersNoSongCommands) {
