@@ -6,7 +6,9 @@
 #include <QAccessibleValueInterface>
 #include <QAccessibleWidget>
 #include <QCoreApplication>
+#include <QStringList>
 #include <algorithm>
+#include <iterator>
 
 namespace tesk {
 
@@ -84,12 +86,23 @@ QAccessibleInterface* waveformAccessibleFactory(const QString& className, QObjec
 
 } // namespace
 
-QString spokenPlayPosition(qint64 frame, LoopRange loop) {
-    if (loop.length == 0)
-        return timeText(frame);
-    return QCoreApplication::translate("WaveformView", "%1, loop from %2 to %3")
-        .arg(timeText(frame), timeText(loop.location),
-             timeText(qint64(loop.location) + loop.length));
+QString spokenPlayPosition(qint64 frame, LoopRange loop, const QList<int>& markerKindsHere) {
+    static const char* const kMarkerWords[] = {
+        QT_TRANSLATE_NOOP("WaveformView", "at a marker"),
+        QT_TRANSLATE_NOOP("WaveformView", "at a chorus marker"),
+        QT_TRANSLATE_NOOP("WaveformView", "at a verse marker"),
+        QT_TRANSLATE_NOOP("WaveformView", "at a bridge marker")};
+    QStringList words{timeText(frame)};
+    for (const int kind : markerKindsHere) {
+        if (kind >= 0 && kind < int(std::size(kMarkerWords)))
+            words.append(QCoreApplication::translate("WaveformView", kMarkerWords[kind]));
+    }
+    if (loop.length > 0) {
+        words.append(
+            QCoreApplication::translate("WaveformView", "loop from %1 to %2")
+                .arg(timeText(loop.location), timeText(qint64(loop.location) + loop.length)));
+    }
+    return words.join(QStringLiteral(", "));
 }
 
 void installWaveformAccessibility() {

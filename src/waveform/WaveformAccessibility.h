@@ -2,6 +2,7 @@
 
 #include "audio/TeskAudioFileReader.h"
 
+#include <QList>
 #include <QString>
 
 namespace tesk {
@@ -12,9 +13,11 @@ class WaveformView;
 /// scroller (its position), by name and value. Installed once; main thread.
 void installWaveformAccessibility();
 
-/// The play position and loop as a screen reader says them, to the second: "01:05, loop from
-/// 00:30 to 01:10". Qt hands a screen reader a value only as a number, so these words are the
-/// waveform view's description.
-QString spokenPlayPosition(qint64 frame, LoopRange loop);
+/// The play position, the markers there and the loop as a screen reader says them, to the
+/// second: "01:05, at a chorus marker, loop from 00:30 to 01:10". `markerKindsHere` are the
+/// kinds (0 generic, 1 chorus, 2 verse, 3 bridge) of the markers at exactly `frame`, so that a
+/// marker dropped or taken away at the play head is heard. Qt hands a screen reader a value
+/// only as a number, so these words are the waveform view's description.
+QString spokenPlayPosition(qint64 frame, LoopRange loop, const QList<int>& markerKindsHere = {});
 
 } // namespace tesk

@@ -316,10 +316,15 @@ void WaveformView::setLoopRange(LoopRange range, bool notifyObserver) {
 
 void WaveformView::refreshSpokenValue() {
     // Told when the words change, at most once a second while playing.
-    const QString spoken = spokenPlayPosition(mCurrentFrame, mLoopRange);
+    QList<int> markersHere;
+    for (std::uint32_t kind = 0; kind < kMarkerKindCount; ++kind) {
+        if (mCurrentFrame >= 0 && mMarkers[kind].contains(quint32(mCurrentFrame)))
+            markersHere.append(int(kind));
+    }
+    const QString spoken = spokenPlayPosition(mCurrentFrame, mLoopRange, markersHere);
     if (spoken == accessibleDescription())
         return;
-    setAccessibleDescription(spoken);
+    setAccessibleDescription(spoken); // which tells of the new words
     QAccessibleValueChangeEvent event(this, mCurrentFrame);
     QAccessible::updateAccessibility(&event);
 }
@@ -402,6 +407,7 @@ void WaveformView::setMarkers(const QList<quint32>& markers, std::uint32_t kind)
     if (mGesture == Gesture::Marker && mDraggedKind == kind)
         mGesture = Gesture::None;
     updateMarkersOfType(kind);
+    refreshSpokenValue();
 }
 
 void WaveformView::updateMarkersOfType(std::uint32_t kind) {

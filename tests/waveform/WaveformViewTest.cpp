@@ -836,6 +836,28 @@ TEST_F(WaveformViewTest, ScreenReadersReadThePlayPositionAndTheLoop) {
     EXPECT_EQ(accessible->valueInterface()->maximumValue().toLongLong(), kSongFrames);
     accessible->valueInterface()->setCurrentValue(qint64(88200));
     EXPECT_EQ(model.currentFrame(), 88200) << "a value set by the reader goes to the document";
+
+    // A marker dropped or taken away at the play head changes the words (and so is told, as
+    // every change of a description is); one elsewhere does not.
+    const struct {
+        const char* name;
+        QList<quint32> chorus, generic;
+        const char* words;
+    } steps[] = {
+        {"chorus here", {88200}, {}, "00:02, at a chorus marker"},
+        {"a generic one too", {88200}, {88200, 500}, "00:02, at a marker, at a chorus marker"},
+        {"the chorus taken away", {}, {88200, 500}, "00:02, at a marker"},
+        {"the generic one moved away", {}, {88201}, "00:02"},
+        {"one elsewhere", {100}, {88201}, "00:02"},
+    };
+    model.setLoopRange({88000, 4410});
+    for (const auto& step : steps) {
+        SCOPED_TRACE(step.name);
+        model.setChorusMarkers(step.chorus);
+        model.setGenericMarkers(step.generic);
+        EXPECT_EQ(accessible->text(QAccessible::Description),
+                  QString(step.words) + ", loop from 00:01 to 00:02");
+    }
 }
 
 #include "WaveformViewTest.moc"
