@@ -14,6 +14,7 @@
 #include <QComboBox>
 #include <QGridLayout>
 #include <QHBoxLayout>
+#include <QLabel>
 #include <QVBoxLayout>
 
 namespace tesk {
@@ -29,6 +30,18 @@ void fillPresetMenu(QComboBox* menu, const QStringList& presets) {
     menu->insertSeparator(1);
     menu->addItems(presets);
 }
+
+/// Names a preset menu for screen readers. On Linux a menu's own name is the preset it shows,
+/// and what it is for comes from a label: the switch beside it is its label to the eye, and a
+/// label that is never shown is its label to a screen reader.
+void nameForScreenReaders(QComboBox* menu, const QString& name) {
+    menu->setAccessibleName(name);
+    menu->setAccessibleDescription(name);
+    auto* label = new QLabel(name, menu->parentWidget());
+    label->setBuddy(menu);
+    label->hide();
+}
+
 } // namespace
 
 TeskEffectsViewController::TeskEffectsViewController(QWidget* parent)
@@ -61,11 +74,11 @@ void TeskEffectsViewController::buildPanel() {
     mEqualizerSwitch = new QCheckBox(tr("Equalizer"), this);
     mEqualizerPresetsPopUp = new QComboBox(this);
     fillPresetMenu(mEqualizerPresetsPopUp, {tr("Flat"), tr("Isolate Bass"), tr("Isolate Mids")});
-    mEqualizerPresetsPopUp->setAccessibleName(tr("Equalizer preset"));
+    nameForScreenReaders(mEqualizerPresetsPopUp, tr("Equalizer preset"));
     mVocalReductionSwitch = new QCheckBox(tr("Vocal Reduction"), this);
     mVocalReductionPresetsPopUp = new QComboBox(this);
     fillPresetMenu(mVocalReductionPresetsPopUp, {tr("Male Vocals"), tr("Female Vocals")});
-    mVocalReductionPresetsPopUp->setAccessibleName(tr("Vocal reduction preset"));
+    nameForScreenReaders(mVocalReductionPresetsPopUp, tr("Vocal reduction preset"));
     mPanningSwitch = new QCheckBox(tr("Pan"), this);
     mOutOfPhaseSwitch = new QCheckBox(tr("Out of Phase"), this);
     // Reached with Tab, the panel's controls take the keys; picked with the mouse, they leave
@@ -311,6 +324,10 @@ void TeskEffectsViewController::refreshFrequencyDisplays() {
              mEQSettingsView, mVocalRemovalSettingsView, mPanSpectrumView})
         if (view->isEffectEnabled())
             view->update();
+}
+
+QWidget* TeskEffectsViewController::firstTabStop() const {
+    return mEqualizerSwitch;
 }
 
 } // namespace tesk

@@ -45,6 +45,9 @@ public:
     explicit TeskEffectsViewController(QWidget* parent = nullptr);
     ~TeskEffectsViewController() override;
 
+    /// Where Tab enters the panel: the first effect's switch.
+    QWidget* firstTabStop() const;
+
     /// The settings shown and edited; null shows nothing and disables the panel. Not owned;
     /// set it to null before the settings go.
     void setRepresentedObject(TeskEffectsSettings* settings);

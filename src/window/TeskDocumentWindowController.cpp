@@ -4,6 +4,7 @@
 #include "audio/TeskOutputAudioUnit.h"
 #include "document/TeskDocumentController.h"
 #include "effects/TeskEQSettingsView.h"
+#include "effects/TeskEffectsViewController.h"
 #include "effects/TeskPanSlider.h"
 #include "effects/TeskVocalRemovalSettingsView.h"
 #include "waveform/WaveformView.h"
@@ -210,6 +211,10 @@ void TeskDocumentWindowController::buildPopulatedContent() {
 
     mEffectsParentView = mViews->effectsPanel();
     mEffectsParentView->setParent(mSplitView);
+    // Tab goes down the window as it is laid out: the waveform, the bar's sliders, the effects.
+    setTabOrder(mViews->waveformView(), mZoomSlider);
+    setTabOrder(mZoomSlider, mVolumeSlider);
+    setTabOrder(mVolumeSlider, mViews->effectsController()->firstTabStop());
     mSplitView->addWidget(songArea);
     mSplitView->addWidget(mEffectsParentView);
     // Neither part collapses under the handle: the effects toggle alone hides the panel, and a
@@ -621,7 +626,12 @@ bool TeskDocumentWindowController::eventFilter(QObject* watched, QEvent* event) 
     const bool letterForWindow = qobject_cast<QComboBox*>(widget) && !key->text().isEmpty() &&
                                  key->text().at(0).isLetterOrNumber() &&
                                  !(key->modifiers() & (Qt::ControlModifier | Qt::AltModifier));
-    if (panelControl && widget->isVisible() && !letterForWindow) {
+    // A switch or button takes only the keys that press it: with the arrows it would move the
+    // focus on, out of the panel to a slider the next arrow then moves.
+    const bool keyForWindow = qobject_cast<QAbstractButton*>(widget) &&
+                              key->key() != Qt::Key_Space && key->key() != Qt::Key_Return &&
+                              key->key() != Qt::Key_Enter && key->key() != Qt::Key_Escape;
+    if (panelControl && widget->isVisible() && !letterForWindow && !keyForWindow) {
         if (key->key() != Qt::Key_Escape)
             return false;
         if (mViews)

@@ -12,6 +12,7 @@
 #include "support/Signals.h"
 #include "support/SongFiles.h"
 
+#include <QAccessible>
 #include <QAction>
 #include <QApplication>
 #include <QCheckBox>
@@ -435,6 +436,45 @@ TEST(DocumentWindow, APracticeOpenedWithItsEffectsShowingGivesTheKeysToTheWindow
     EXPECT_TRUE(practice->isFilePlaying());
     EXPECT_EQ(practice->effectsSettings()->isEqualizerEnabled(), equalizerOn);
     practice->stopFilePlaying();
+
+    // Tab goes down the window: the waveform, the bar's zoom and volume, then the effects.
+    auto* waveform = window->findChild<WaveformView*>();
+    ASSERT_NE(waveform, nullptr);
+    waveform->setFocus(Qt::TabFocusReason);
+    QStringList stops;
+    for (int tab = 0; tab < 4; ++tab) {
+        QTest::keyClick(QApplication::focusWidget(), Qt::Key_Tab);
+        stops.append(QApplication::focusWidget()->accessibleName().isEmpty()
+                         ? QApplication::focusWidget()->property("text").toString()
+                         : QApplication::focusWidget()->accessibleName());
+    }
+    EXPECT_EQ(stops, (QStringList{"Zoom", "Volume", "Equalizer", "Equalizer preset"}));
+
+    // Reached with Tab, a switch keeps Space for itself and leaves the arrows to the window:
+    // they change the speed and the focus stays.
+    for (QCheckBox* box : window->findChildren<QCheckBox*>()) {
+        SCOPED_TRACE(box->text().toStdString());
+        box->setFocus(Qt::TabFocusReason);
+        const double speed = practice->playbackSpeed();
+        QTest::keyClick(box, Qt::Key_Down);
+        EXPECT_LT(practice->playbackSpeed(), speed);
+        QTest::keyClick(box, Qt::Key_Up);
+        EXPECT_EQ(practice->playbackSpeed(), speed);
+        EXPECT_EQ(QApplication::focusWidget(), box);
+        const bool checked = box->isChecked();
+        QTest::keyClick(box, Qt::Key_Space);
+        EXPECT_NE(box->isChecked(), checked);
+        QTest::keyClick(box, Qt::Key_Space);
+    }
+    EXPECT_FALSE(practice->isFilePlaying());
+
+    // The preset menus tell a screen reader what they are for, by a label as Linux expects.
+    for (QComboBox* menu : window->findChildren<QComboBox*>()) {
+        QAccessibleInterface* accessible = QAccessible::queryAccessibleInterface(menu);
+        const auto labels = accessible->relations(QAccessible::Label);
+        ASSERT_EQ(labels.size(), 1);
+        EXPECT_TRUE(labels.first().first->text(QAccessible::Name).endsWith(" preset"));
+    }
 }
 
 TEST(DocumentWindow, APracticeWhoseSongReferenceIsDamagedStillAsksToSaveItsMarkers) {
