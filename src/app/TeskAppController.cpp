@@ -9,12 +9,14 @@
 #include <QDesktopServices>
 #include <QFileDialog>
 #include <QFileInfo>
+#include <QLocale>
 #include <QMessageBox>
 #include <QPushButton>
 #include <QScopedValueRollback>
 #include <QSettings>
 #include <QWidget>
 
+#include <algorithm>
 #include <cstdio>
 
 namespace tesk {
@@ -108,9 +110,16 @@ void TeskAppController::offerUnsavedPractice(const RecoveryQuestion& ask) {
     const QList<RecoveryCopies::LeftBehind> copies = recovery.leftBehind();
     if (copies.isEmpty())
         return;
+    // Copies of one practice (left by two Tesks that ended) are told apart by their time.
     QStringList names;
-    for (const RecoveryCopies::LeftBehind& copy : copies)
-        names.append(copy.name);
+    for (const RecoveryCopies::LeftBehind& copy : copies) {
+        const bool shared = std::count_if(copies.begin(), copies.end(), [&](const auto& other) {
+                                return other.name == copy.name;
+                            }) > 1;
+        names.append(shared ? QStringLiteral("%1 (%2)").arg(
+                                  copy.name, QLocale().toString(copy.written, QLocale::ShortFormat))
+                            : copy.name);
+    }
     switch (ask(names)) {
     case RecoveryAnswer::Later:
         return;

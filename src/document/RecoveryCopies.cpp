@@ -7,8 +7,10 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QLockFile>
 #include <QSaveFile>
 #include <QStandardPaths>
 #include <QTimer>
@@ -21,6 +23,20 @@ namespace {
 
 const QString kCopySuffix = QStringLiteral(".tesk");
 const QString kNoteSuffix = QStringLiteral(".json");
+const QString kLockSuffix = QStringLiteral(".lock");
+
+QJsonArray stampToJson(const FileStamp& stamp) {
+    return {double(stamp.seconds), double(stamp.nanoseconds), double(stamp.size),
+            double(stamp.inode)};
+}
+
+std::optional<FileStamp> stampFromJson(const QJsonValue& value) {
+    const QJsonArray fields = value.toArray();
+    if (fields.size() != 4)
+        return std::nullopt;
+    return FileStamp{qint64(fields[0].toDouble()), qint64(fields[1].toDouble()),
+                     qint64(fields[2].toDouble()), quint64(fields[3].toDouble())};
+}
 
 /// Whether the document holds practice that a crash would lose. A song just opened is an
 /// unsaved document too, but with nothing of the musician's in it there is nothing to offer
@@ -44,7 +60,19 @@ bool holdsUnsavedPractice(const TeskDocument& document) {
 
 RecoveryCopies::RecoveryCopies(const QString& folder, QObject* parent)
     : QObject(parent)
-    , mFolder(folder) {}
+    , mFolder(folder) {
+    // A Tesk that ended leaves the locks of documents that had no copy: taken, they go.
+    const QStringList locks =
+        QDir(mFolder).entryList({QStringLiteral("*") + kLockSuffix}, QDir::Files);
+    for (const QString& name : locks) {
+        const QString id = QFileInfo(name).completeBaseName();
+        if (QFile::exists(copyPath(id)))
+            continue;
+        QLockFile left(lockPath(id));
+        left.setStaleLockTime(0);
+        left.tryLock(0); // and unlocked, so removed, as it goes
+    }
+}
 
 RecoveryCopies::~RecoveryCopies() = default;
 
@@ -68,7 +96,13 @@ void RecoveryCopies::watchAs(TeskDocument* document, const QString& id) {
     timer->setSingleShot(true);
     timer->setInterval(kWriteDelayMs);
     connect(timer, &QTimer::timeout, this, [this, document] { writeOrRemove(document); });
-    mWatched.insert(document, {id, timer});
+    // Locked before any copy is written; a Tesk that ends leaves a lock whose process has gone,
+    // which the next one sees as left.
+    auto lock = std::make_shared<QLockFile>(lockPath(id));
+    lock->setStaleLockTime(0);
+    if (!QDir().mkpath(mFolder) || !lock->tryLock(0))
+        qWarning("Tesk cannot lock the copy of unsaved practice %s", qPrintable(lockPath(id)));
+    mWatched.insert(document, {id, timer, lock});
     // Marker and loop edits move the undo stack; speed, pitch and effects, and saving, change
     // whether the document is edited.
     connect(document, &TeskDocument::documentEditedChanged, timer,
@@ -87,8 +121,16 @@ void RecoveryCopies::watchAs(TeskDocument* document, const QString& id) {
 
 void RecoveryCopies::changed(TeskDocument* document) {
     const auto found = mWatched.find(document);
+    if (found == mWatched.end())
+        return;
+    // Saved, the copy goes at once: a crash just after must not offer back what was saved.
+    if (!document->isDocumentEdited()) {
+        found->timer->stop();
+        remove(*found);
+        return;
+    }
     // Timed from the first change, so that a long drag is kept while it goes on.
-    if (found != mWatched.end() && !found->timer->isActive())
+    if (!found->timer->isActive())
         found->timer->start();
 }
 
@@ -96,11 +138,16 @@ void RecoveryCopies::forget(TeskDocument* document) {
     const auto found = mWatched.find(document);
     if (found == mWatched.end())
         return;
-    QFile::remove(copyPath(found->id));
-    QFile::remove(notePath(found->id));
+    remove(*found);
+    found->lock->unlock();
     disconnect(document, nullptr, this, nullptr);
     delete found->timer;
     mWatched.erase(found);
+}
+
+void RecoveryCopies::remove(const Watched& watched) const {
+    QFile::remove(copyPath(watched.id));
+    QFile::remove(notePath(watched.id));
 }
 
 void RecoveryCopies::writeDueCopies() {
@@ -115,8 +162,7 @@ void RecoveryCopies::writeDueCopies() {
 void RecoveryCopies::writeOrRemove(TeskDocument* document) {
     const Watched& watched = mWatched.value(document);
     if (!holdsUnsavedPractice(*document)) {
-        QFile::remove(copyPath(watched.id));
-        QFile::remove(notePath(watched.id));
+        remove(watched);
         return;
     }
     if (!QDir().mkpath(mFolder)) {
@@ -126,8 +172,12 @@ void RecoveryCopies::writeOrRemove(TeskDocument* document) {
     }
     // The note first: a copy is only listed once it is whole, and then always with its note.
     QSaveFile note(notePath(watched.id));
-    const QJsonObject fields{{QStringLiteral("file"), document->fileURL().toString()},
-                             {QStringLiteral("name"), document->displayName()}};
+    QJsonObject fields{{QStringLiteral("file"), document->fileURL().toString()},
+                       {QStringLiteral("name"), document->practiceName()}};
+    // The file as this copy's changes start from, unless someone else has written it since.
+    const std::optional<FileStamp> saved = document->savedFileStamp();
+    if (saved && !document->fileChangedElsewhere())
+        fields.insert(QStringLiteral("fileStamp"), stampToJson(*saved));
     TeskError error;
     if (!note.open(QIODevice::WriteOnly) || note.write(QJsonDocument(fields).toJson()) < 0 ||
         !note.commit() ||
@@ -143,11 +193,16 @@ QList<RecoveryCopies::LeftBehind> RecoveryCopies::leftBehind() const {
     for (const Watched& watched : mWatched)
         kept.append(watched.id);
     QList<LeftBehind> copies;
-    const QFileInfoList files = QDir(mFolder).entryInfoList(
-        {QStringLiteral("*") + kCopySuffix}, QDir::Files, QDir::Time | QDir::Reversed);
+    const QFileInfoList files =
+        QDir(mFolder).entryInfoList({QStringLiteral("*") + kCopySuffix}, QDir::Files, QDir::Time);
     for (const QFileInfo& file : files) {
         const QString id = file.completeBaseName();
         if (kept.contains(id))
+            continue;
+        // Kept by a Tesk still running, in another session of the same user.
+        QLockFile owner(lockPath(id));
+        owner.setStaleLockTime(0);
+        if (!owner.tryLock(0))
             continue;
         QFile note(notePath(id));
         const QJsonObject fields = note.open(QIODevice::ReadOnly)
@@ -155,25 +210,32 @@ QList<RecoveryCopies::LeftBehind> RecoveryCopies::leftBehind() const {
                                        : QJsonObject();
         const QUrl fileURL(fields.value(QStringLiteral("file")).toString());
         const QString name = fields.value(QStringLiteral("name")).toString();
-        copies.append({file.absoluteFilePath(), fileURL.isLocalFile() ? fileURL : QUrl(),
-                       name.isEmpty() ? file.completeBaseName() : name});
+        LeftBehind copy{file.absoluteFilePath(), fileURL.isLocalFile() ? fileURL : QUrl(),
+                        name.isEmpty() ? id : name, file.lastModified(), false};
+        if (!copy.fileURL.isEmpty()) {
+            const std::optional<FileStamp> then =
+                stampFromJson(fields.value(QStringLiteral("fileStamp")));
+            copy.fileChangedSince = !then || fileStampOf(copy.fileURL) != then;
+        }
+        copies.append(copy);
     }
     return copies;
 }
 
-std::unique_ptr<TeskDocument> RecoveryCopies::reopen(const LeftBehind& copy,
-                                                     TeskError* error) const {
+std::unique_ptr<TeskDocument> RecoveryCopies::reopen(const LeftBehind& copy, bool untitled,
+                                                     TeskError* error) {
     auto document = std::make_unique<TeskDocument>();
     if (!document->readFromURL(QUrl::fromLocalFile(copy.copyPath), TeskDocumentType, error))
         return nullptr;
-    document->becomeRecoveredFrom(copy.fileURL);
+    document->becomeRecoveredFrom(untitled ? QUrl() : copy.fileURL);
     return document;
 }
 
 void RecoveryCopies::discard(const LeftBehind& copy) {
     const QFileInfo file(copy.copyPath);
-    QFile::remove(file.absoluteFilePath());
-    QFile::remove(file.absolutePath() + QLatin1Char('/') + file.completeBaseName() + kNoteSuffix);
+    const QString stem = file.absolutePath() + QLatin1Char('/') + file.completeBaseName();
+    for (const QString& suffix : {kCopySuffix, kNoteSuffix, kLockSuffix})
+        QFile::remove(stem + suffix);
 }
 
 QString RecoveryCopies::copyPath(const QString& id) const {
@@ -182,6 +244,10 @@ QString RecoveryCopies::copyPath(const QString& id) const {
 
 QString RecoveryCopies::notePath(const QString& id) const {
     return mFolder + QLatin1Char('/') + id + kNoteSuffix;
+}
+
+QString RecoveryCopies::lockPath(const QString& id) const {
+    return mFolder + QLatin1Char('/') + id + kLockSuffix;
 }
 
 } // namespace tesk

@@ -2,6 +2,7 @@
 
 #include "diagnostics/TeskError.h"
 
+#include <QDateTime>
 #include <QHash>
 #include <QList>
 #include <QObject>
@@ -9,6 +10,7 @@
 #include <QUrl>
 #include <memory>
 
+class QLockFile;
 class QTimer;
 
 namespace tesk {
@@ -22,7 +24,9 @@ class TeskDocument;
 /// unsaved, and the next start offers them back.
 ///
 /// A copy is a practice document ("<id>.tesk") with a note beside it ("<id>.json") of the
-/// document's own file, if it had one, and the name its window showed.
+/// document's own file, if it had one, that file as it was, and the practice's name. While a
+/// Tesk keeps a copy it holds a lock beside it ("<id>.lock"), so that another Tesk of the same
+/// user (in another session) never takes a copy still kept for its offer.
 ///
 /// Main thread.
 class RecoveryCopies : public QObject {
@@ -36,7 +40,11 @@ public:
     struct LeftBehind {
         QString copyPath;
         QUrl fileURL; ///< the document's own file; empty when it had none
-        QString name; ///< the name its window showed
+        QString name; ///< the practice's name
+        QDateTime written;
+        /// Whether the document's file has changed since the copy was written (saved later,
+        /// from another copy or another Tesk): then the copy is not that file's any more.
+        bool fileChangedSince = false;
     };
 
     /// Copies go in `folder`, made when the first is written.
@@ -54,11 +62,14 @@ public:
     /// Writes or takes away the copies that are due now, rather than when their time comes.
     void writeDueCopies();
 
-    /// The copies in the folder that no document of this Tesk keeps: left by one that ended.
+    /// The copies in the folder that no running Tesk keeps: left by one that ended. Newest
+    /// first.
     QList<LeftBehind> leftBehind() const;
-    /// Reads a copy left behind as the document it was: its own file again (or none), with
-    /// its changes unsaved. The copy stays until the document is watched and saved or closed.
-    std::unique_ptr<TeskDocument> reopen(const LeftBehind& copy, TeskError* error) const;
+    /// Reads a copy left behind as the document it was, with its changes unsaved: its own file
+    /// again, or untitled when `untitled` (its file has changed since, or is open already).
+    /// The copy stays until the document is watched and saved or closed.
+    static std::unique_ptr<TeskDocument> reopen(const LeftBehind& copy, bool untitled,
+                                                TeskError* error);
     /// Watches a document reopened from `copy`, keeping its copy where it is.
     void watchReopened(TeskDocument* document, const LeftBehind& copy);
     /// Takes a copy left behind away.
@@ -68,13 +79,16 @@ private:
     struct Watched {
         QString id;
         QTimer* timer = nullptr;
+        std::shared_ptr<QLockFile> lock; // held while this Tesk keeps the copy
     };
 
     void watchAs(TeskDocument* document, const QString& id);
     void changed(TeskDocument* document);
     void writeOrRemove(TeskDocument* document);
+    void remove(const Watched& watched) const;
     QString copyPath(const QString& id) const;
     QString notePath(const QString& id) const;
+    QString lockPath(const QString& id) const;
 
     QString mFolder;
     QHash<TeskDocument*, Watched> mWatched;

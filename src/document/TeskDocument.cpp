@@ -92,14 +92,6 @@ TeskError fileError(qint64 code, const QString& description, const QString& path
 /// The file at `url` as a writer leaves it: when it was modified (to the nanosecond), its size
 /// and its inode, which a writer that saves by renaming a new file into place changes even
 /// within one tick of a coarse clock. None when there is no file.
-std::optional<FileStamp> fileStamp(const QUrl& url) {
-    struct stat info = {};
-    if (::stat(QFile::encodeName(url.toLocalFile()).constData(), &info) != 0)
-        return std::nullopt;
-    return FileStamp{qint64(info.st_mtim.tv_sec), qint64(info.st_mtim.tv_nsec),
-                     qint64(info.st_size), quint64(info.st_ino)};
-}
-
 TeskError badAudioFileError(const std::optional<TeskError>& cause) {
     QVariantMap userInfo{
         {LocalizedDescriptionKey, QCoreApplication::translate("TeskDocument", "Bad Audio File")},
@@ -132,6 +124,14 @@ private:
     std::function<void()> mRedo;
     std::function<void()> mUndo;
 };
+
+std::optional<FileStamp> fileStampOf(const QUrl& url) {
+    struct stat info = {};
+    if (::stat(QFile::encodeName(url.toLocalFile()).constData(), &info) != 0)
+        return std::nullopt;
+    return FileStamp{qint64(info.st_mtim.tv_sec), qint64(info.st_mtim.tv_nsec),
+                     qint64(info.st_size), quint64(info.st_ino)};
+}
 
 TeskDocument::TeskDocument(QObject* parent)
     : QObject(parent) {
@@ -667,7 +667,7 @@ void TeskDocument::setFileURL(const QUrl& url) {
 
 void TeskDocument::becomeRecoveredFrom(const QUrl& url) {
     setFileURL(url);
-    mFileStamp = url.isEmpty() ? std::nullopt : fileStamp(url);
+    mFileStamp = url.isEmpty() ? std::nullopt : fileStampOf(url);
     updateChangeCount(ChangeType::Done);
 }
 
@@ -708,7 +708,7 @@ bool TeskDocument::readDocumentFromURL(const QUrl& url, TeskError* error) {
 
     // The song is found relative to this file, so it has to be known first.
     setFileURL(url);
-    mFileStamp = fileStamp(url);
+    mFileStamp = fileStampOf(url);
     mUndoRegistrationEnabled = false;
     // The song first: the settings that follow reach its player through observation.
     if (contents->audioFileAlias) {
@@ -791,7 +791,7 @@ bool TeskDocument::saveToURL(const QUrl& url, TeskError* error) {
     if (!writeToURL(url, TeskDocumentType, error))
         return false;
     setFileURL(url);
-    mFileStamp = fileStamp(url);
+    mFileStamp = fileStampOf(url);
     updateChangeCount(ChangeType::Cleared);
     return true;
 }
@@ -799,7 +799,7 @@ bool TeskDocument::saveToURL(const QUrl& url, TeskError* error) {
 bool TeskDocument::fileChangedElsewhere() const {
     if (mFileURL.isEmpty() || !mFileStamp)
         return false;
-    const auto now = fileStamp(mFileURL);
+    const auto now = fileStampOf(mFileURL);
     return now && *now != *mFileStamp; // a file deleted since is simply written again
 }
 
@@ -814,6 +814,14 @@ QString TeskDocument::displayName() const {
     if (song.isEmpty())
         return QStringLiteral("Tesk");
     return QFileInfo(mFileURL.toLocalFile()).completeBaseName();
+}
+
+QString TeskDocument::practiceName() const {
+    if (!mFileURL.isEmpty())
+        return QFileInfo(mFileURL.toLocalFile()).completeBaseName();
+    if (audioFileURL().isEmpty() && mAudioFileAlias)
+        return QFileInfo(mAudioFileAlias->fileName()).completeBaseName();
+    return displayName();
 }
 
 bool TeskDocument::isDocumentEdited() const {

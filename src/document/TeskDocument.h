@@ -74,6 +74,9 @@ struct FileStamp {
     bool operator==(const FileStamp&) const = default;
 };
 
+/// The file at `url` as it is now; none when there is no such file.
+std::optional<FileStamp> fileStampOf(const QUrl& url);
+
 class TeskDocument : public QObject,
                      private KeyValueObserver,
                      private TeskExtendedAudioFilePlayerDelegate,
@@ -266,6 +269,11 @@ public:
     /// The name windows show: the song's title or file name for an untitled document, the
     /// document file's name for a saved one, "Tesk" without a song.
     QString displayName() const;
+    /// The name the musician knows the practice by, for questions about it: as `displayName`,
+    /// but a practice whose song has gone keeps its own name (its file's, or its song's).
+    QString practiceName() const;
+    /// The document file as it was when last read or saved here; none for an untitled one.
+    std::optional<FileStamp> savedFileStamp() const { return mFileStamp; }
 
     /// Unsaved changes: an undoable change since the last save, a change of speed, pitch or
     /// effects, or a new song.

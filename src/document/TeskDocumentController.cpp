@@ -255,7 +255,11 @@ TeskDocument* TeskDocumentController::addDocument(std::unique_ptr<TeskDocument> 
 
 TeskDocument* TeskDocumentController::reopenRecoveryCopy(const RecoveryCopies::LeftBehind& copy,
                                                          TeskError* error) {
-    std::unique_ptr<TeskDocument> document = mRecovery.reopen(copy, error);
+    // A file saved since the copy, or open already, keeps what it holds: the copy's changes
+    // come back untitled beside it, and saving them asks where.
+    const bool untitled =
+        !copy.fileURL.isEmpty() && (copy.fileChangedSince || documentForURL(copy.fileURL));
+    std::unique_ptr<TeskDocument> document = RecoveryCopies::reopen(copy, untitled, error);
     if (!document)
         return nullptr;
     TeskDocument* added = addDocument(std::move(document), &copy);

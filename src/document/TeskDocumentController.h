@@ -106,7 +106,8 @@ public:
     /// The copies of every open document's unsaved practice, and those an earlier Tesk left.
     RecoveryCopies& recoveryCopies() { return mRecovery; }
     /// Opens a copy an earlier Tesk left as the document it was, with its changes unsaved, and
-    /// shows it. Null, with `error` set, when the copy cannot be read.
+    /// shows it: untitled when its file has changed since or is open already. Null, with
+    /// `error` set, when the copy cannot be read.
     TeskDocument* reopenRecoveryCopy(const RecoveryCopies::LeftBehind& copy, TeskError* error);
 
     /// Where the next document window is cascaded from.

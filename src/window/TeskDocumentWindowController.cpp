@@ -1011,12 +1011,10 @@ void TeskDocumentWindowController::closeEvent(QCloseEvent* event) {
     const bool emptyWindow = !mDocument->audioFileAlias() && mDocument->fileURL().isEmpty();
     if (mDocument->isDocumentEdited() && !emptyWindow) {
         // Quitting asks window by window: the one asked about comes forward, so the answer is
-        // given with its practice in sight. A practice whose song has gone is named by its
-        // file, not by the bare "Tesk" its title then shows.
+        // given with its practice in sight. A practice whose song has gone is named by its own
+        // name, not by the bare "Tesk" its title then shows.
         showWindow();
-        const QString name = mDocument->audioFileURL().isEmpty() && !mDocument->fileURL().isEmpty()
-                                 ? QFileInfo(mDocument->fileURL().toLocalFile()).completeBaseName()
-                                 : mDocument->displayName();
+        const QString name = mDocument->practiceName();
         const int answer =
             mServices.askSaveChanges
                 ? mServices.askSaveChanges(this, name)

@@ -109,6 +109,24 @@ TEST(TeskAppController, PracticeLeftUnsavedIsOfferedBackAtTheStart) {
         });
         EXPECT_EQ(askedAgain, a.answer == Answer::Later);
     }
+
+    // Two Tesks that ended with the same song unsaved: the offer tells the copies apart.
+    for (int ended = 0; ended < 2; ++ended) {
+        TeskAppController app;
+        app.openFiles({song});
+        app.documentController()->documents().first()->dropVerseMarker();
+        app.documentController()->recoveryCopies().writeDueCopies();
+    }
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+    TeskAppController next;
+    QStringList asked;
+    next.offerUnsavedPractice([&](const QStringList& names) {
+        asked = names;
+        return Answer::Discard;
+    });
+    ASSERT_EQ(asked.size(), 2);
+    EXPECT_TRUE(asked[0].startsWith("scale (") && asked[1].startsWith("scale ("))
+        << asked.join(", ").toStdString();
 }
 
 TEST(TeskAppController, ARequestToEndWaitsForTheDialogUpAndThenQuits) {

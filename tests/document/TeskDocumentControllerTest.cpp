@@ -10,6 +10,7 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QTemporaryDir>
+#include <QTest>
 #include <QUndoStack>
 #include <algorithm>
 #include <functional>
@@ -385,10 +386,84 @@ TEST_F(DocumentControllerTest, PracticeLeftUnsavedByATeskThatEndedIsReopenedAsIt
     next.recoveryCopies().writeDueCopies();
     EXPECT_EQ(copiesIn(folder), 2);
     ASSERT_TRUE(reopened->saveToURL(practice, &error));
+    EXPECT_EQ(copiesIn(folder), 1) << "saved, its copy goes at once";
     next.closeDocument(untitled);
-    next.recoveryCopies().writeDueCopies();
     EXPECT_EQ(copiesIn(folder), 0);
-    EXPECT_EQ(QDir(folder).entryList(QDir::Files), QStringList()) << "notes go with copies";
+    next.closeDocument(reopened);
+    EXPECT_EQ(QDir(folder).entryList({"*.tesk", "*.json"}, QDir::Files), QStringList())
+        << "notes go with their copies";
+}
+
+TEST_F(DocumentControllerTest, ACopyIsOfferedOnlyWhenNoTeskKeepsItAndNeverOverItsFile) {
+    const QString folder = path("Recovery");
+    const QUrl song = QUrl::fromLocalFile(writeSong("song.wav"));
+    const QUrl practice = QUrl::fromLocalFile(path("practice.tesk"));
+    TeskError error;
+    {
+        TeskDocument saved;
+        saved.setAudioFileURL(song);
+        ASSERT_TRUE(saved.saveToURL(practice, &error));
+    }
+    // Two Tesks end in turn, each with changes to the practice unsaved.
+    const auto endWithChange = [&](const std::function<void(TeskDocument&)>& change) {
+        FakeWindowLayer windows;
+        TeskDocumentController ended(&windows, folder);
+        TeskDocument* document = ended.openDocumentWithContentsOfURL(practice, false, &error);
+        ASSERT_NE(document, nullptr);
+        change(*document);
+        ended.recoveryCopies().writeDueCopies();
+        // While it runs, another Tesk (another session of the same user) is offered only the
+        // copies of Tesks that ended, not this one's.
+        FakeWindowLayer otherWindows;
+        TeskDocumentController other(&otherWindows, folder);
+        EXPECT_EQ(other.recoveryCopies().leftBehind().size(), copiesIn(folder) - 1);
+    };
+    endWithChange([](TeskDocument& d) { d.setChorusMarkers({100}); });
+    QTest::qWait(20); // the copies' times tell them apart
+    endWithChange([](TeskDocument& d) { d.setBridgeMarkers({200}); });
+
+    FakeWindowLayer windows;
+    TeskDocumentController next(&windows, folder);
+    const QList<RecoveryCopies::LeftBehind> copies = next.recoveryCopies().leftBehind();
+    ASSERT_EQ(copies.size(), 2);
+    EXPECT_EQ(copies[0].name, "practice");
+    EXPECT_GE(copies[0].written, copies[1].written) << "newest first";
+    // The newest takes the file; the other, whose file is then open, comes back beside it.
+    TeskDocument* newest = next.reopenRecoveryCopy(copies[0], &error);
+    TeskDocument* older = next.reopenRecoveryCopy(copies[1], &error);
+    ASSERT_TRUE(newest && older);
+    EXPECT_EQ(newest->fileURL(), practice);
+    EXPECT_EQ(newest->bridgeMarkers(), QList<quint32>{200});
+    EXPECT_TRUE(older->fileURL().isEmpty());
+    EXPECT_EQ(older->chorusMarkers(), QList<quint32>{100});
+
+    next.closeDocument(newest);
+    next.closeDocument(older);
+    ASSERT_EQ(copiesIn(folder), 0);
+
+    // A practice saved after its copy was written is not the copy's any more: the copy comes
+    // back untitled. And a song gone while its copy is written keeps its name.
+    endWithChange([&](TeskDocument& d) {
+        d.setVerseMarkers({300});
+        ASSERT_TRUE(QFile::remove(path("song.wav")));
+    });
+    {
+        TeskDocument elsewhere;
+        ASSERT_TRUE(elsewhere.readFromURL(practice, TeskDocumentType, &error));
+        elsewhere.setGenericMarkers({5});
+        ASSERT_TRUE(elsewhere.saveToURL(practice, &error));
+    }
+    FakeWindowLayer laterWindows;
+    TeskDocumentController later(&laterWindows, folder);
+    const QList<RecoveryCopies::LeftBehind> left = later.recoveryCopies().leftBehind();
+    ASSERT_EQ(left.size(), 1);
+    EXPECT_EQ(left[0].name, "practice");
+    EXPECT_TRUE(left[0].fileChangedSince);
+    TeskDocument* recovered = later.reopenRecoveryCopy(left[0], &error);
+    ASSERT_NE(recovered, nullptr);
+    EXPECT_TRUE(recovered->fileURL().isEmpty());
+    EXPECT_EQ(recovered->verseMarkers(), QList<quint32>{300});
+    EXPECT_EQ(recovered->practiceName(), "song") << "not the bare \"Tesk\" of a song gone";
 }
 
 } // namespace
