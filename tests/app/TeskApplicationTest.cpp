@@ -65,6 +65,27 @@ TEST(TeskAppController, PracticeLeftUnsavedIsOfferedBackAtTheStart) {
     QTemporaryDir folder;
     const QString song = folder.filePath("scale.wav");
     ASSERT_TRUE(test::writeWav(song, {test::sine(440.0, 0.4, 44100, 44100)}, 44100));
+    // A Tesk that ends with a marker unsaved.
+    const auto endWithAMarker = [&] {
+        {
+            TeskAppController ended;
+            ended.openFiles({song});
+            ASSERT_EQ(ended.documentController()->documents().size(), 1);
+            ended.documentController()->documents().first()->dropBridgeMarker();
+            ended.documentController()->recoveryCopies().writeDueCopies();
+        }
+        QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+    };
+    // A start's offer, answered `answer`: the names it gave.
+    const auto offer = [](TeskAppController& app, Answer answer) {
+        QStringList asked;
+        app.offerUnsavedPractice([&](const QStringList& names) {
+            asked = names;
+            return answer;
+        });
+        return asked;
+    };
+    const QString copies = TeskAppController().documentController()->recoveryCopies().folder();
     const struct {
         Answer answer;
         int reopened;
@@ -72,26 +93,11 @@ TEST(TeskAppController, PracticeLeftUnsavedIsOfferedBackAtTheStart) {
     } answers[] = {{Answer::Reopen, 1, 1}, {Answer::Later, 0, 1}, {Answer::Discard, 0, 0}};
     for (const auto& a : answers) {
         SCOPED_TRACE(int(a.answer));
-        QString copies;
-        {
-            // A Tesk ends with a marker unsaved.
-            TeskAppController ended;
-            copies = ended.documentController()->recoveryCopies().folder();
-            ASSERT_TRUE(QDir(copies).removeRecursively());
-            ended.openFiles({song});
-            ASSERT_EQ(ended.documentController()->documents().size(), 1);
-            ended.documentController()->documents().first()->dropBridgeMarker();
-            ended.documentController()->recoveryCopies().writeDueCopies();
-        }
-        QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+        ASSERT_TRUE(QDir(copies).removeRecursively());
+        endWithAMarker();
         {
             TeskAppController next;
-            QStringList asked;
-            next.offerUnsavedPractice([&](const QStringList& names) {
-                asked = names;
-                return a.answer;
-            });
-            EXPECT_EQ(asked, QStringList{"scale"});
+            EXPECT_EQ(offer(next, a.answer), QStringList{"scale"});
             const QList<TeskDocument*> documents = next.documentController()->documents();
             ASSERT_EQ(documents.size(), a.reopened);
             EXPECT_EQ(QDir(copies).entryList({"*.tesk"}, QDir::Files).size(), a.copiesAfter);
@@ -101,29 +107,16 @@ TEST(TeskAppController, PracticeLeftUnsavedIsOfferedBackAtTheStart) {
             }
         }
         // Put off, it is offered again at the next start; thrown away, it is not.
-        bool askedAgain = false;
         TeskAppController third;
-        third.offerUnsavedPractice([&](const QStringList&) {
-            askedAgain = true;
-            return Answer::Later;
-        });
-        EXPECT_EQ(askedAgain, a.answer == Answer::Later);
+        EXPECT_EQ(offer(third, Answer::Later).isEmpty(), a.answer == Answer::Discard);
     }
 
     // Two Tesks that ended with the same song unsaved: the offer tells the copies apart.
-    for (int ended = 0; ended < 2; ++ended) {
-        TeskAppController app;
-        app.openFiles({song});
-        app.documentController()->documents().first()->dropVerseMarker();
-        app.documentController()->recoveryCopies().writeDueCopies();
-    }
-    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+    ASSERT_TRUE(QDir(copies).removeRecursively());
+    endWithAMarker();
+    endWithAMarker();
     TeskAppController next;
-    QStringList asked;
-    next.offerUnsavedPractice([&](const QStringList& names) {
-        asked = names;
-        return Answer::Discard;
-    });
+    const QStringList asked = offer(next, Answer::Discard);
     ASSERT_EQ(asked.size(), 2);
     EXPECT_TRUE(asked[0].startsWith("scale (") && asked[1].startsWith("scale ("))
         << asked.join(", ").toStdString();
