@@ -92,7 +92,6 @@ void SSpectrumAnalyzer::processBuffer(Block& block) {
         mFft.compute(mSamples, mMagnitudes);
         for (float& magnitude : bins)
             magnitude *= mFullScaleGain;
-        convertToDecibels(bins);
 
         History& history = mSpectrumAverageArray[channel];
         mSmoother.smooth(bins, history.spectra[history.next]);

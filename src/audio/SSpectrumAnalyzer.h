@@ -17,9 +17,9 @@ namespace tesk {
 ///
 /// The output chain copies each processed render slice in (`copyFromAudioBufferList`, on the
 /// rendering thread or the export thread); every full block of 2048 frames is windowed (Hamming),
-/// transformed, turned into dB (bins 1 to 1024, on a scale where a full-scale sine reads
-/// `kFullScaleLevel`), smoothed to points a sixth of an octave apart (each the power of its
-/// band) and averaged with the two blocks before it. Each
+/// transformed (bins 1 to 1024, scaled so that a full-scale sine reads `kFullScaleLevel`),
+/// reduced to points a sixth of an octave apart (each the level in dB of its band's power) and
+/// averaged with the two blocks before it. Each
 /// channel's result crosses to the main thread through a latest-value slot, so the main thread
 /// never sees a half-written spectrum and nothing it reads is freed under it.
 ///

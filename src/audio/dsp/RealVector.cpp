@@ -119,17 +119,23 @@ OctaveSmoother::OctaveSmoother(float fraction, std::uint32_t sampleRate, std::si
 void OctaveSmoother::smooth(std::span<const float> bins, std::span<float> points) const {
     TESK_PARAMETER_ASSERT(bins.size() == mBinCount);
     TESK_PARAMETER_ASSERT(points.size() == mPoints.size());
+    const auto level = [](float magnitude) {
+        convertToDecibels(std::span(&magnitude, 1));
+        return magnitude;
+    };
+    // Below this power 10 log10 would fall under the floor, as a magnitude does.
+    const float floorPower = std::pow(10.0f, kDecibelFloor / 10.0f);
     for (std::size_t p = 0; p < mPoints.size(); ++p) {
         const Point& point = mPoints[p];
         if (point.count == 0) {
-            points[p] =
-                (1.0f - point.weight) * bins[point.first] + point.weight * bins[point.first + 1];
+            points[p] = (1.0f - point.weight) * level(bins[point.first]) +
+                        point.weight * level(bins[point.first + 1]);
             continue;
         }
         float power = 0.0f;
         for (std::uint32_t i = point.first; i < point.first + point.count; ++i)
-            power += std::pow(10.0f, bins[i] / 10.0f);
-        points[p] = 10.0f * std::log10(power);
+            power += bins[i] * bins[i];
+        points[p] = power > floorPower ? 10.0f * std::log10(power) : kDecibelFloor;
     }
 }
 

@@ -75,12 +75,13 @@ void averageOfVectors(std::span<const std::span<const float>> vectors, std::span
 ///
 /// The points are centred at 1000 · 2^(k · fraction) Hz for every integer k whose centre lies
 /// between the first bin's frequency and the Nyquist frequency, so one point is exactly 1 kHz.
-/// The bins are levels in dB. A point's value is the level of all the power of the bins whose
-/// frequencies fall in [f · 2^(−fraction/2), f · 2^(fraction/2)), 10 log10 of the sum of
-/// 10^(bin / 10): a tone reads at the same level at any frequency, however many bins the band
-/// spreads over (a mean would sink it into the quiet bins around it, further the higher it
-/// lies). Where no bin falls in the band (low frequencies, where bins are wider apart than
-/// points) it is the level interpolated linearly at f between the bins either side.
+/// The bins are magnitudes, the points levels in dB (as `convertToDecibels`). A point's value
+/// is the level of all the power of the bins whose frequencies fall in
+/// [f · 2^(−fraction/2), f · 2^(fraction/2)), 10 log10 of the sum of their squares: a tone reads
+/// at the same level at any frequency, however many bins the band spreads over (a mean would
+/// sink it into the quiet bins around it, further the higher it lies). Where no bin falls in
+/// the band (low frequencies, where bins are wider apart than points) it is the level
+/// interpolated linearly at f between the levels of the bins either side.
 class OctaveSmoother {
 public:
     /// Bins `firstBin` .. `firstBin + binCount − 1` of an FFT of `fftLength` samples at
@@ -95,8 +96,8 @@ public:
     /// The centre frequency of each point in Hz, increasing.
     std::span<const float> frequencyTable() const { return mFrequencyTable; }
 
-    /// Writes the points (exactly `pointCount()`) for `bins` (exactly `binCount()` values,
-    /// starting at `firstBin`).
+    /// Writes the points (exactly `pointCount()`, in dB) for the magnitudes `bins` (exactly
+    /// `binCount()` values, starting at `firstBin`).
     /// Any thread. Never allocates.
     void smooth(std::span<const float> bins, std::span<float> points) const;
 

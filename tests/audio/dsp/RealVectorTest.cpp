@@ -48,14 +48,17 @@ TEST(RealVector, SmoothedPointsAreASixthOfAnOctaveApartAroundOneKilohertz) {
         EXPECT_NEAR(table[p] / table[p - 1], std::exp2(1.0 / 6.0), 1e-5) << "point " << p;
     }
 
-    // A point holds the power of the bins within its band or, where the band holds no bin,
-    // the level interpolated at its own frequency.
+    // Bins of these levels: a point holds the power of the bins within its band or, where the
+    // band holds no bin, the level interpolated at its own frequency.
     std::vector<float> bins(1024);
     for (std::size_t i = 0; i < bins.size(); ++i)
         bins[i] = static_cast<float>(40.0 * std::sin(0.37 * static_cast<double>(i)));
     const auto binFrequency = [&](std::size_t i) { return static_cast<double>(i + 1) * kSpacing; };
+    std::vector<float> magnitudes(bins.size());
+    for (std::size_t i = 0; i < bins.size(); ++i)
+        magnitudes[i] = static_cast<float>(std::pow(10.0, bins[i] / 20.0));
     std::vector<float> points(table.size());
-    smoother.smooth(bins, points);
+    smoother.smooth(magnitudes, points);
     std::size_t interpolated = 0;
     for (std::size_t p = 0; p < table.size(); ++p) {
         double power = 0.0;
