@@ -49,6 +49,7 @@ void AheadRenderer::start(TeskSoundDevice& device) {
     mChain.reset();
     // The ring starts empty; the callback's state follows when it sees the new generation.
     mReadCount.store(mWriteCount.load());
+    mSeekGoesOnFrom.store(0);
     mRenderingGeneration.store(mGeneration.fetch_add(1) + 1, std::memory_order_release);
     mStopping = false;
     // The device is paused: the callback's state can be set here. Nothing of the sound before
@@ -86,7 +87,27 @@ void AheadRenderer::stop() {
 }
 
 void AheadRenderer::flush() {
+    mSeekGoesOnFrom.store(0, std::memory_order_relaxed);
     mGeneration.fetch_add(1, std::memory_order_acq_rel);
+}
+
+void AheadRenderer::flush(HandedMark mark) {
+    mSeekGoesOnFrom.store(kGoesOn | mark.handedFrames, std::memory_order_relaxed);
+    mGeneration.fetch_add(1, std::memory_order_acq_rel);
+}
+
+std::optional<AheadRenderer::HandedMark> AheadRenderer::nextHandedMark() const {
+    if (mHandedGeneration.load(std::memory_order_acquire) !=
+        mGeneration.load(std::memory_order_relaxed))
+        return std::nullopt;
+    const std::uint64_t packed = mHandedMark.load(std::memory_order_relaxed);
+    return HandedMark{std::int64_t(packed >> 32), std::uint32_t(packed)};
+}
+
+void AheadRenderer::publishHandedFrame(double sourceFrame, std::uint64_t generation) {
+    const auto frame = std::uint32_t(std::clamp(std::llround(sourceFrame), 0LL, 0xffffffffLL));
+    mHandedMark.store(std::uint64_t(frame) << 32 | mHandedFrames, std::memory_order_relaxed);
+    mHandedGeneration.store(generation, std::memory_order_release);
 }
 
 std::optional<AheadRenderer::HeardPosition> AheadRenderer::heardPosition() {
@@ -170,6 +191,11 @@ void AheadRenderer::renderAudio(float* left, float* right, std::uint32_t frameCo
         mFadeOutPending = mSoundAtPeriodEnd;
         mFadeOutFrom = fadeInGain(mFadedIn);
         mFadedIn = 0;
+        // A seek that goes on from a mark skips what was handed since: more than the ring
+        // holds is no slip but a mark from long ago, and nothing is skipped.
+        const std::uint64_t goesOn = mSeekGoesOnFrom.load(std::memory_order_relaxed);
+        const std::uint32_t slipped = mHandedFrames - std::uint32_t(goesOn);
+        mSkipFrames = (goesOn & kGoesOn) && slipped <= kBlockCount * kBlockFrames ? slipped : 0;
     }
 
     std::uint32_t done = 0;
@@ -201,8 +227,22 @@ void AheadRenderer::renderAudio(float* left, float* right, std::uint32_t frameCo
             continue;
         }
         mFadeOutPending = false;
-        if (mAwaitingFirstBlock)
+        if (mAwaitingFirstBlock) {
             mBlockOffset = 0; // nothing of an earlier stream is left to finish
+            // Begun with less than a period rendered, the new sound would run dry at once and
+            // stutter: it waits for a period's worth (the device plays the old one's fade).
+            const std::uint64_t ready =
+                (mWriteCount.load(std::memory_order_acquire) - read) * kBlockFrames;
+            if (ready <
+                std::min<std::uint64_t>(frameCount + mSkipFrames, kLeadBlocks * kBlockFrames))
+                break;
+            if (mSkipFrames > 0) {
+                if (!skipFramesHandedBeforeTheSeek())
+                    break; // the sound that follows comes in a later period, as after any seek
+                mAwaitingFirstBlock = false;
+                continue;
+            }
+        }
         mAwaitingFirstBlock = false;
         mPlayedGeneration = generation;
         // The period's first block says what is heard as the period starts; one from before
@@ -217,12 +257,11 @@ void AheadRenderer::renderAudio(float* left, float* right, std::uint32_t frameCo
         const std::uint32_t take = std::min(kBlockFrames - mBlockOffset, frameCount - done);
         std::copy_n(block.left.data() + mBlockOffset, take, left + done);
         std::copy_n(block.right.data() + mBlockOffset, take, right + done);
-        if (block.position.known) {
-            mHandedFrame.store(block.position.sourceFrame +
+        mHandedFrames += take;
+        if (block.position.known)
+            publishHandedFrame(block.position.sourceFrame +
                                    block.position.sourceStep * (mBlockOffset + take),
-                               std::memory_order_relaxed);
-            mHandedGeneration.store(generation, std::memory_order_release);
-        }
+                               generation);
         // Silence rendered before the source supplied anything: the fade waits for the sound.
         if (block.position.known)
             fadeIn(left + done, right + done, take);
@@ -243,7 +282,7 @@ void AheadRenderer::renderAudio(float* left, float* right, std::uint32_t frameCo
         if (read != mWriteCount.load(std::memory_order_acquire)) {
             const Block& next = mBlocks[read % kBlockCount];
             if (next.generation == generation && next.position.known)
-                mHandedFrame.store(next.position.sourceFrame, std::memory_order_relaxed);
+                publishHandedFrame(next.position.sourceFrame, generation);
         }
     }
     std::fill(left + done, left + frameCount, 0.0f);
@@ -278,6 +317,30 @@ void AheadRenderer::renderAudio(float* left, float* right, std::uint32_t frameCo
     if (frameCount > 0) {
         mLastLeft = left[frameCount - 1];
         mLastRight = right[frameCount - 1];
+    }
+}
+
+bool AheadRenderer::skipFramesHandedBeforeTheSeek() {
+    // Whole blocks first: a skip the ring cannot finish yet leaves the offset at a block's start,
+    // where the next period takes it up again.
+    const std::uint64_t generation = mSeenGeneration;
+    for (;;) {
+        const std::uint64_t read = mReadCount.load(std::memory_order_relaxed);
+        if (read == mWriteCount.load(std::memory_order_acquire))
+            return false;
+        const Block& block = mBlocks[read % kBlockCount];
+        // Silence from before the source supplied anything names no frame to go on from.
+        if (mSkipFrames == 0 || block.generation != generation || !block.position.known) {
+            mSkipFrames = 0;
+            return true;
+        }
+        if (mSkipFrames < kBlockFrames) {
+            mBlockOffset = mSkipFrames;
+            mSkipFrames = 0;
+            return true;
+        }
+        mSkipFrames -= kBlockFrames;
+        mReadCount.store(read + 1, std::memory_order_release);
     }
 }
 

@@ -61,9 +61,20 @@ public:
     void stop();
     bool isRunning() const { return mThread.joinable(); }
 
+    /// Where the sound the device is handed next comes from, and how many frames of sound the
+    /// device had been handed when it got there.
+    struct HandedMark {
+        std::int64_t sourceFrame = 0;
+        std::uint32_t handedFrames = 0; // counted on round from 2^32
+    };
+
     /// Drops what is queued and restarts the chain from the source's next frames: a seek.
     /// Main thread.
     void flush();
+    /// A seek that renders the sound on its way again from `mark`, with the source moved to its
+    /// frame: what the device was handed after the mark was taken, before the seek reached it,
+    /// is not handed again (a period can slip in between the two). Main thread.
+    void flush(HandedMark mark);
     /// The newest generation, raised by each start and seek (`flush`). Main thread, which alone
     /// raises it.
     std::uint64_t generation() const { return mGeneration.load(std::memory_order_relaxed); }
@@ -84,12 +95,7 @@ public:
     /// The source frame the device will be handed next: where the sound would go on from if
     /// the stream were started again now. Nothing until the device has been handed a frame of
     /// the newest start or seek. Main thread (the one that seeks).
-    std::optional<double> nextHandedSourceFrame() const {
-        if (mHandedGeneration.load(std::memory_order_acquire) !=
-            mGeneration.load(std::memory_order_relaxed))
-            return std::nullopt;
-        return mHandedFrame.load(std::memory_order_relaxed);
-    }
+    std::optional<HandedMark> nextHandedMark() const;
     /// The newest report of what is heard, or nothing before the first one since the last start
     /// or seek. One reader only: the main thread. Never blocks.
     std::optional<HeardPosition> heardPosition();
@@ -128,6 +134,10 @@ private:
     static float fadeInGain(std::uint32_t fadedIn);
     void fadeIn(float* left, float* right, std::uint32_t frameCount);
     void mixFadeOut(float* left, float* right, std::uint32_t frameCount);
+    /// Passes over the first frames of the new stream that the device was handed from the old
+    /// one after a seek's mark; whether a frame to play follows in the ring.
+    bool skipFramesHandedBeforeTheSeek();
+    void publishHandedFrame(double sourceFrame, std::uint64_t generation);
 
     ProcessingChain& mChain;
     TeskSoundDevice* mDevice = nullptr;
@@ -172,8 +182,17 @@ private:
     LatestValue<HeardPosition> mHeardReport;
     std::atomic<double> mHeardFrame{0.0};
     std::atomic<std::uint64_t> mHeardGeneration{0}; // of the frame in mHeardFrame; 0: none
-    std::atomic<double> mHandedFrame{0.0};
-    std::atomic<std::uint64_t> mHandedGeneration{0}; // of the frame in mHandedFrame; 0: none
+    // The frames of sound handed to the device, and how many of the new stream's first frames
+    // it had already been handed from the old one. Device callback only.
+    std::uint32_t mHandedFrames = 0;
+    std::uint32_t mSkipFrames = 0;
+    // The source frame handed next (high half, rounded) and mHandedFrames (low half), so the
+    // two are read together.
+    std::atomic<std::uint64_t> mHandedMark{0};
+    std::atomic<std::uint64_t> mHandedGeneration{0}; // of mHandedMark; 0: none
+    // The mark a seek goes on from, with kGoesOn set; 0 for a seek elsewhere.
+    static constexpr std::uint64_t kGoesOn = std::uint64_t(1) << 32;
+    std::atomic<std::uint64_t> mSeekGoesOnFrom{0};
     std::atomic<std::uint64_t> mUnderruns{0};
 };
 

@@ -113,7 +113,9 @@ bool TeskExtendedAudioFilePlayer::isLooping() const {
 void TeskExtendedAudioFilePlayer::setLoopRange(LoopRange range) {
     const LoopRange before = mFileReader.loopRange();
     const qint64 read = mFileReader.currentFrame();
-    const qint64 from = nextHandedFrame(); // under the old loop, which the device's sound is of
+    // Under the old loop, which the device's sound is of.
+    const std::optional<AheadRenderer::HandedMark> mark = nextHandedMark();
+    const qint64 from = mark ? qint64(mark->sourceFrame) : currentFrame();
     mFileReader.setLoopRange(range);
     if (!isFilePlaying() || !mFileReader.isLooping() || range == before || range.length == 0)
         return;
@@ -124,7 +126,7 @@ void TeskExtendedAudioFilePlayer::setLoopRange(LoopRange range) {
     // crossfade. Not from what is heard: the device's last periods would be heard twice, and a
     // loop dragged would stand still, each move going back to where the last one started.
     if (loopChangeReplays(before, range, read, from, mFileReader.isReverse()))
-        setCurrentFrame(from);
+        seek(from, mark);
 }
 
 bool TeskExtendedAudioFilePlayer::loopChangeReplays(LoopRange before, LoopRange after, qint64 read,
@@ -212,11 +214,16 @@ qint64 TeskExtendedAudioFilePlayer::currentFrame() const {
 }
 
 qint64 TeskExtendedAudioFilePlayer::nextHandedFrame() const {
-    const std::optional<double> handed =
-        isFilePlaying() ? mOutputAudioUnit->nextHandedSourceFrame() : std::nullopt;
-    if (!handed)
-        return currentFrame();
-    qint64 frame = qint64(std::llround(*handed));
+    const std::optional<AheadRenderer::HandedMark> mark = nextHandedMark();
+    return mark ? qint64(mark->sourceFrame) : currentFrame();
+}
+
+std::optional<AheadRenderer::HandedMark> TeskExtendedAudioFilePlayer::nextHandedMark() const {
+    std::optional<AheadRenderer::HandedMark> mark =
+        isFilePlaying() ? mOutputAudioUnit->nextHandedMark() : std::nullopt;
+    if (!mark)
+        return std::nullopt;
+    qint64 frame = mark->sourceFrame;
     // Counted on from a block's first frame, the frame may lie past a seam the loop wrapped at
     // inside that block: it is as far into the loop's other end.
     const LoopRange loop = mFileReader.loopRange();
@@ -228,7 +235,8 @@ qint64 TeskExtendedAudioFilePlayer::nextHandedFrame() const {
         else if (mFileReader.isReverse() && frame < start)
             frame = end - (start - frame) % (end - start);
     }
-    return std::clamp<qint64>(frame, 0, std::max<qint64>(totalFrames() - 1, 0));
+    mark->sourceFrame = std::clamp<qint64>(frame, 0, std::max<qint64>(totalFrames() - 1, 0));
+    return mark;
 }
 
 std::optional<AheadRenderer::HeardPosition> TeskExtendedAudioFilePlayer::heardPosition() const {
@@ -248,7 +256,8 @@ void TeskExtendedAudioFilePlayer::setCurrentFrame(qint64 frame) {
         seek(frame);
 }
 
-void TeskExtendedAudioFilePlayer::seek(qint64 frame) {
+void TeskExtendedAudioFilePlayer::seek(qint64 frame,
+                                       std::optional<AheadRenderer::HandedMark> mark) {
     mCurrentFrame = frame;
     // Before the reader moves, so that no frame from the new place goes to the old render.
     mSeekGeneration.store(mOutputAudioUnit->nextGeneration(), std::memory_order_release);
@@ -256,7 +265,10 @@ void TeskExtendedAudioFilePlayer::seek(qint64 frame) {
     mDone = false;
     mEndReported = false;
     mEndHeardAt.reset();
-    mOutputAudioUnit->flush();
+    if (mark)
+        mOutputAudioUnit->flush(*mark);
+    else
+        mOutputAudioUnit->flush();
 }
 
 float TeskExtendedAudioFilePlayer::currentTime() const {

@@ -165,7 +165,11 @@ private:
     }
     double sampleRate() const;
     /// Moves the reader to `frame` and has the output drop what it holds.
-    void seek(qint64 frame);
+    /// A seek; one that renders again the sound on its way goes on from `mark`, where the frame
+    /// is, so that nothing handed to the device meanwhile is handed again.
+    void seek(qint64 frame, std::optional<AheadRenderer::HandedMark> mark = std::nullopt);
+    /// The device's next frame as `nextHandedFrame` says it, with the device's count then.
+    std::optional<AheadRenderer::HandedMark> nextHandedMark() const;
 
     std::shared_ptr<const DecodedFrames> mAudioFile;
     std::unique_ptr<TeskOutputAudioUnit> mOutputAudioUnit;

@@ -250,10 +250,6 @@ bool TeskOutputAudioUnit::isRunning() const {
     return mRenderer.isRunning();
 }
 
-void TeskOutputAudioUnit::flush() {
-    mRenderer.flush();
-}
-
 void TeskOutputAudioUnit::checkDevice() {
     if (!mDevice || !mDevice->isLost())
         return;

@@ -59,7 +59,10 @@ public:
 
     /// Drops what is queued for the device and restarts the chain from the source's next
     /// frames, so a seek is heard at once.
-    void flush();
+    void flush() { mRenderer.flush(); }
+    /// As `flush`, for a seek to `mark`'s frame that renders again the sound on its way: what the
+    /// device was handed since the mark is not handed again.
+    void flush(AheadRenderer::HandedMark mark) { mRenderer.flush(mark); }
     /// The generation the next flush makes, and the one the rendering thread renders for:
     /// see AheadRenderer.
     std::uint64_t nextGeneration() const { return mRenderer.generation() + 1; }
@@ -110,8 +113,8 @@ public:
     double heardSourceFrame() const;
     /// While running, the source frame the device will be handed next; nothing before the
     /// first frame handed since the start or the last flush. Main thread.
-    std::optional<double> nextHandedSourceFrame() const {
-        return mRenderer.nextHandedSourceFrame();
+    std::optional<AheadRenderer::HandedMark> nextHandedMark() const {
+        return mRenderer.nextHandedMark();
     }
     /// Frames the device has played since the start, in whole blocks. Any thread.
     std::uint64_t playedFrames() const {

@@ -10,6 +10,7 @@
 #include <cmath>
 #include <functional>
 #include <gtest/gtest.h>
+#include <limits>
 #include <optional>
 #include <thread>
 
@@ -95,14 +96,31 @@ std::vector<double> burstCentres(const std::vector<float>& samples) {
     return centres;
 }
 /// A 110 Hz tone at half scale whose frames stop coming once `stall` is set, holding the
-/// rendering thread as a machine too busy to render would, until `resume`.
+/// rendering thread as a machine too busy to render would, until `resume`. Sought, it goes on
+/// from the frame given once the renderer renders for the seek, as a player's reader does.
 class StallingTone : public ChainSource {
 public:
+    explicit StallingTone(const AheadRenderer& ahead)
+        : mAhead(ahead) {}
+
+    /// Main thread: from `frame` for the seek the renderer's next flush makes.
+    void seek(std::int64_t frame) {
+        mSeekFrame = frame;
+        mSeekGeneration = mAhead.generation() + 1;
+    }
+
     std::uint32_t supplyFrames(const AudioBufferList& buffers, std::uint32_t frameCount,
                                SourceRuns& runs) noexcept override {
-        while (stall.load() && !resume.load()) {
+        while ((stall.load() || mAhead.leadBlocks() >= stallAtLead.load()) && !resume.load()) {
             held = true;
             std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
+        const std::uint64_t sought = mSeekGeneration.load();
+        if (mAhead.renderingGeneration() < sought)
+            return 0; // for a render the seek made stale
+        if (sought != mSoughtGeneration) {
+            mSoughtGeneration = sought;
+            mSupplied = mSeekFrame.load();
         }
         for (std::uint32_t i = 0; i < frameCount; ++i) {
             const auto value = float(0.5 * std::sin(kStep * double(mSupplied + i)));
@@ -117,10 +135,16 @@ public:
 
     static constexpr double kStep = 2.0 * M_PI * 110.0 / 44100.0;
     std::atomic<bool> stall{false};
+    /// Stalls once the renderer is this many blocks ahead.
+    std::atomic<std::uint64_t> stallAtLead{std::numeric_limits<std::uint64_t>::max()};
     std::atomic<bool> held{false}; // the rendering thread waits in here
     std::atomic<bool> resume{false};
 
 private:
+    const AheadRenderer& mAhead;
+    std::atomic<std::int64_t> mSeekFrame{0};
+    std::atomic<std::uint64_t> mSeekGeneration{0};
+    std::uint64_t mSoughtGeneration = 0;
     std::int64_t mSupplied = 0;
 };
 
@@ -138,9 +162,9 @@ TEST(AheadRenderer, ARingThatRunsDryFadesOutWhereverThePeriodStands) {
     for (const std::uint32_t into : {0u, 8u}) {
         SCOPED_TRACE(into);
         ProcessingChain chain(44100.0, TimePitchQuality::Standard);
-        StallingTone tone;
-        chain.setSource(&tone);
         AheadRenderer ahead(chain);
+        StallingTone tone(ahead);
+        chain.setSource(&tone);
         ManualSoundDevice device(ahead);
         ahead.start(device);
         ASSERT_TRUE(waitFor([&] { return ahead.queuedBlocks() == AheadRenderer::kLeadBlocks; }));
@@ -158,6 +182,85 @@ TEST(AheadRenderer, ARingThatRunsDryFadesOutWhereverThePeriodStands) {
         EXPECT_LT(test::largestStep(std::span(device.left).subspan(128)),
                   1.5 * 0.5 * StallingTone::kStep);
     }
+}
+
+/// A tone played by hand through a renderer, period by period.
+struct ManualRenderer {
+    ManualRenderer() {
+        chain.setSource(&tone);
+        ahead.start(device);
+    }
+    ~ManualRenderer() {
+        tone.resume = true; // a test that ends early leaves no rendering thread held
+        ahead.stop();
+    }
+
+    /// Pulls a period once the renderer is `blocks` ahead.
+    void pullWhenAhead(std::uint64_t blocks = kPeriod / AheadRenderer::kBlockFrames) {
+        EXPECT_TRUE(waitFor([&] { return ahead.leadBlocks() >= blocks; }));
+        device.pull();
+    }
+    /// After a seek: pulls periods, each once the renderer has filled what room it has, until
+    /// the device reports what it started to play.
+    std::optional<AheadRenderer::HeardPosition> pullUntilHeard() {
+        for (int period = 0; period < 20 && !ahead.heardPosition(); ++period) {
+            EXPECT_TRUE(waitFor([&] {
+                return ahead.queuedBlocks() == AheadRenderer::kBlockCount ||
+                       ahead.leadBlocks() == AheadRenderer::kLeadBlocks;
+            }));
+            device.pull();
+        }
+        return ahead.heardPosition();
+    }
+
+    static constexpr std::uint32_t kPeriod = TeskSoundDevice::kDefaultBufferFrames;
+    ProcessingChain chain{44100.0, TimePitchQuality::Standard};
+    AheadRenderer ahead{chain};
+    StallingTone tone{ahead};
+    ManualSoundDevice device{ahead};
+};
+
+TEST(AheadRenderer, ASeekFromTheDevicesNextFrameSkipsWhatItWasHandedMeanwhile) {
+    // A loop changed while playing renders the sound on its way again from the frame the device
+    // is handed next. A period the device takes between that mark and the seek is not handed a
+    // second time: the new stream goes on after it.
+    for (const std::uint32_t slipped : {0u, 1u, 2u}) {
+        SCOPED_TRACE(slipped);
+        ManualRenderer manual;
+        for (int period = 0; period < 4; ++period)
+            manual.pullWhenAhead();
+        const std::optional<AheadRenderer::HandedMark> mark = manual.ahead.nextHandedMark();
+        ASSERT_TRUE(mark);
+        EXPECT_EQ(mark->sourceFrame, 4 * ManualRenderer::kPeriod);
+        for (std::uint32_t period = 0; period < slipped; ++period)
+            manual.pullWhenAhead();
+        manual.tone.seek(mark->sourceFrame);
+        manual.ahead.flush(*mark);
+        const std::optional<AheadRenderer::HeardPosition> heard = manual.pullUntilHeard();
+        ASSERT_TRUE(heard);
+        EXPECT_NEAR(heard->sourceFrame,
+                    double(mark->sourceFrame + slipped * ManualRenderer::kPeriod), 1.0);
+    }
+}
+
+TEST(AheadRenderer, ASeekIsHeardOnceAWholePeriodOfItIsReady) {
+    // The device's period comes when the rendering thread has rendered only one block after a
+    // seek: played at once, the new sound would run dry half-way through the period and stutter.
+    ManualRenderer manual;
+    for (int period = 0; period < 4; ++period)
+        manual.pullWhenAhead();
+    constexpr std::int64_t kSought = 44100;
+    manual.tone.seek(kSought);
+    manual.tone.stallAtLead = 1;
+    manual.ahead.flush();
+    ASSERT_TRUE(waitFor([&] { return manual.tone.held.load() && manual.ahead.leadBlocks() > 0; }));
+    ASSERT_LT(manual.ahead.leadBlocks() * AheadRenderer::kBlockFrames, ManualRenderer::kPeriod);
+    manual.device.pull();
+    manual.tone.resume = true;
+    const std::optional<AheadRenderer::HeardPosition> heard = manual.pullUntilHeard();
+    ASSERT_TRUE(heard);
+    EXPECT_NEAR(heard->sourceFrame, double(kSought), 1.0);
+    EXPECT_EQ(manual.ahead.underrunCount(), 0u);
 }
 
 TEST(TeskExtendedAudioFilePlayer, ALoopChangedNearASeamReplaysWhatIsOnItsWay) {
