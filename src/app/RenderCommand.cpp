@@ -99,8 +99,9 @@ void RenderCommand::installInterruptHandlers() {
     sigemptyset(&action.sa_mask);
     // One request to stop is a polite one; the second is not waited on (see the handler).
     action.sa_flags = SA_RESTART;
-    sigaction(SIGINT, &action, nullptr);
-    sigaction(SIGTERM, &action, nullptr);
+    // A closed terminal or a dropped connection ends a render as Ctrl-C does.
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP})
+        sigaction(signal, &action, nullptr);
 }
 
 int RenderCommand::exec() {
@@ -404,8 +405,10 @@ std::optional<std::pair<qint64, qint64>> RenderCommand::framesToPlay(qint64 tota
             mOptions.range ? QStringLiteral("--range")
                            : QStringLiteral("the loop range of %1").arg(mOptions.documentPath);
         // One arg() for both: a "%1" in a document's path must stay as it is.
-        *error = QStringLiteral("%1 starts after the end of the song (%2 s)")
-                     .arg(what, QString::number(double(totalFrames) / kEngineRate, 'f', 3));
+        *error = first < totalFrames
+                     ? QStringLiteral("%1 is shorter than one frame").arg(what)
+                     : QStringLiteral("%1 starts after the end of the song (%2 s)")
+                           .arg(what, QString::number(double(totalFrames) / kEngineRate, 'f', 3));
         return std::nullopt;
     }
     return std::pair{first, end};

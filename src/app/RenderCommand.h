@@ -36,7 +36,7 @@ public:
     explicit RenderCommand(RenderOptions options, QObject* parent = nullptr);
     ~RenderCommand() override;
 
-    /// Makes SIGINT and SIGTERM ask the running command to stop (a second SIGINT ends the
+    /// Makes SIGINT, SIGTERM and SIGHUP ask the running command to stop (a second SIGINT ends the
     /// program at once). Call once, before `exec`.
     static void installInterruptHandlers();
 

@@ -57,8 +57,8 @@ or FILE.tesk is only replaced once the new file is complete. Without a sound dev
 goes on silently (with a warning) so that the status line still runs.
 
 Exit codes: 0 done, 1 bad usage, 2 INPUT or the document unreadable (or its song not found),
-3 OUTPUT or FILE.tesk cannot be written, 130 interrupted (Ctrl-C or SIGTERM; a second Ctrl-C
-stops at once).
+3 OUTPUT or FILE.tesk cannot be written, 130 interrupted (Ctrl-C, SIGTERM or SIGHUP; a second
+Ctrl-C stops at once).
 )";
 
 constexpr double kMinimumPitch = -24.0;

@@ -20,6 +20,7 @@
 #include <QRegularExpression>
 #include <QTemporaryDir>
 #include <csignal>
+#include <cstring>
 #include <filesystem>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
@@ -280,11 +281,17 @@ TEST(TeskRender, RangeExportsThatPartInEitherDirection) {
         EXPECT_NEAR(toneAmplitude(part, 660.0), 0.5, 0.05) << speed.toStdString();
         EXPECT_LT(toneAmplitude(part, 440.0) + toneAmplitude(part, 880.0), 0.02);
     }
-    // An end past the song stops at its end; a start past it is bad usage.
+    // An end past the song stops at its end; a start past it, or a range too short to hold a
+    // frame, is bad usage.
     const auto file = render({"--range", "2.5-60", input}, folder.filePath("tail.m4a"));
     ASSERT_TRUE(file);
     EXPECT_NEAR(double(file->frameCount()), 22050.0, 1100.0);
-    EXPECT_EQ(runRender({"--range", "4-5", input, folder.filePath("none.aif")}).exitCode, 1);
+    for (const auto& [range, said] : {std::pair{"4-5", "--range starts after the end of the song"},
+                                      {"1-1.00001", "--range is shorter than one frame"}}) {
+        const RenderRun run = runRender({"--range", range, input, folder.filePath("none.aif")});
+        EXPECT_EQ(run.exitCode, 1);
+        EXPECT_TRUE(run.err.contains(said)) << run.err.toStdString();
+    }
     EXPECT_EQ(filesIn(folder.path()), (QStringList{"in.wav", "part.aif", "tail.m4a"}));
 }
 
@@ -497,9 +504,10 @@ TEST(TeskRender, DocumentWhoseSongIsGoneOrWhoseFileIsDamagedExitsTwo) {
 }
 
 TEST(TeskRender, InterruptedExportKeepsTheOriginalAndLeavesNoPartialFile) {
-    // Ctrl-C once: stopped at the next slice, and said so; twice at once: not waited on.
-    for (const int interrupts : {1, 2}) {
-        SCOPED_TRACE(interrupts);
+    // Ctrl-C once: stopped at the next slice, and said so; twice at once: not waited on. A
+    // closed terminal (SIGHUP) stops it as Ctrl-C does.
+    for (const auto& [signal, interrupts] : {std::pair{SIGINT, 1}, {SIGINT, 2}, {SIGHUP, 1}}) {
+        SCOPED_TRACE(testing::Message() << strsignal(signal) << " x" << interrupts);
         QTemporaryDir folder;
         const QString input = writeTone(folder.filePath("long.wav"), 20.0);
         const QString output = folder.filePath("out.m4a");
@@ -515,13 +523,13 @@ TEST(TeskRender, InterruptedExportKeepsTheOriginalAndLeavesNoPartialFile) {
             // Apart, or the system delivers the two as one.
             if (i > 0)
                 std::this_thread::sleep_for(std::chrono::milliseconds(5));
-            ::kill(pid_t(process.processId()), SIGINT);
+            ::kill(pid_t(process.processId()), signal);
         }
         ASSERT_TRUE(process.waitForFinished(kTimeoutMilliseconds));
         err += QString::fromUtf8(process.readAllStandardError());
         // The second may come after the first has already stopped the export.
         if (interrupts == 2 && process.exitStatus() == QProcess::CrashExit) {
-            EXPECT_EQ(process.exitCode(), SIGINT) << "ended by the signal";
+            EXPECT_EQ(process.exitCode(), signal) << "ended by the signal";
         } else {
             EXPECT_EQ(process.exitStatus(), QProcess::NormalExit);
             EXPECT_EQ(process.exitCode(), 130);
