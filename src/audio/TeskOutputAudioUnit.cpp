@@ -136,6 +136,12 @@ struct SpillFile {
     int descriptor = -1;
 };
 
+/// The second half is kept beside the export, on its disk: a failure to keep it is the
+/// export's own, told as one (a full disk with its remedy), the system's reason as the detail.
+TeskError spillError(AudioExportErrorCode code, int failure, const QString& exportPath) {
+    return audioExportError(code, exportPath, QString::fromLocal8Bit(std::strerror(failure)));
+}
+
 /// Writes all `size` bytes at `offset`, as many calls as it takes; 0, or the errno of the
 /// call that failed.
 int writeAllAt(int descriptor, const void* data, std::size_t size, off_t offset) {
@@ -447,11 +453,8 @@ TeskOutputAudioUnit::writeSamplesInTwoParts(const DecodedFrames& frames, qint64 
     // from then on it is copied to the export while it is still being rendered, so the
     // encoder does not have to wait for the whole of it.
     const SpillFile spill(path);
-    if (spill.descriptor < 0) {
-        throw NSXError(TeskError(NSPOSIXErrorDomain, errno,
-                                 {{LocalizedDescriptionKey,
-                                   tr("Tesk could not make a temporary file for the export.")}}));
-    }
+    if (spill.descriptor < 0)
+        throw NSXError(spillError(AudioExportErrorCode::CannotCreate, errno, path));
     const int spillFile = spill.descriptor;
     constexpr std::int64_t kSpillFrameBytes = 2 * sizeof(float);
     std::atomic<std::int64_t> secondRendered{0}; // output frames rendered, preroll included
@@ -542,11 +545,10 @@ TeskOutputAudioUnit::writeSamplesInTwoParts(const DecodedFrames& frames, qint64 
         // `frames` of them or has ended.
         for (;;) {
             if (const int failure = secondFailure.load()) {
-                throw NSXError(
-                    TeskError(NSPOSIXErrorDomain, failure,
-                              {{LocalizedDescriptionKey,
-                                tr("Tesk could not write the temporary file of the export: %1.")
-                                    .arg(QString::fromLocal8Bit(std::strerror(failure)))}}));
+                const bool full = failure == ENOSPC || failure == EDQUOT;
+                throw NSXError(spillError(full ? AudioExportErrorCode::DiskFull
+                                               : AudioExportErrorCode::CannotWrite,
+                                          failure, path));
             }
             const bool done = secondDone.load(std::memory_order_acquire);
             const std::int64_t spilled = secondSpilled.load(std::memory_order_acquire);

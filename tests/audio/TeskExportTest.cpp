@@ -1,4 +1,5 @@
 #include "audio/ExportTemporaryFile.h"
+#include "audio/TeskAudioFileWriter.h"
 #include "audio/TeskExtendedAudioFile.h"
 #include "audio/TeskExtendedAudioFilePlayer.h"
 
@@ -14,6 +15,7 @@
 #include <QTemporaryDir>
 #include <QThread>
 #include <cmath>
+#include <cstring>
 #include <gtest/gtest.h>
 #include <thread>
 
@@ -332,7 +334,13 @@ TEST(TeskExport, ASecondHalfThatCannotBeKeptSaysWhy) {
         result = exportOnWorker(player, {0, frames}, folder.filePath("full.m4a"));
     }
     ASSERT_TRUE(result.error.has_value());
-    EXPECT_EQ(result.error->code(), EFBIG) << "the system's own reason, not a general one";
+    EXPECT_EQ(result.error->domain(), AudioExportErrorDomain);
+    EXPECT_EQ(result.error->code(), qint64(AudioExportErrorCode::CannotWrite));
+    EXPECT_TRUE(result.error->localizedDescription().contains("full.m4a"))
+        << result.error->localizedDescription().toStdString();
+    EXPECT_EQ(result.error->userInfo().value(AudioExportDetailKey).toString(),
+              QString::fromLocal8Bit(std::strerror(EFBIG)))
+        << "the system's own reason";
 }
 
 TEST(TeskExport, AnUnwritableFileRaisesOnTheExportThread) {
