@@ -22,9 +22,18 @@ QString contentTypeOfFile(const QString& path) {
         return {};
     if (info.suffix().compare(TeskDocumentExtension, Qt::CaseInsensitive) == 0)
         return TeskDocumentType;
-    const QMimeType type = QMimeDatabase().mimeTypeForFile(path, QMimeDatabase::MatchContent);
+    const QMimeDatabase database;
+    const QMimeType type = database.mimeTypeForFile(path, QMimeDatabase::MatchContent);
     // The database answers with its generic type when the content says nothing it knows.
-    return type.isDefault() ? QString() : type.name();
+    if (type.isDefault())
+        return {};
+    // An MPEG-4 file tells sound from film only by a brand that most encoders leave generic
+    // ("isom", "mp42"), which reads as video: named .m4a, it is MPEG-4 audio.
+    const QString mpeg4Audio = QStringLiteral("audio/mp4");
+    if (type.name() == QLatin1String("video/mp4") &&
+        database.mimeTypeForFile(path, QMimeDatabase::MatchExtension).name() == mpeg4Audio)
+        return mpeg4Audio;
+    return type.name();
 }
 
 bool canOpenFile(const QUrl& url, QString* type) {

@@ -93,6 +93,10 @@ TEST_F(DocumentControllerTest, OpensExactlyTheSupportedTypesByContent) {
     } cases[] = {
         {song("song.mp3"), true, "audio/mpeg"},
         {song("song.m4a"), true, "audio/mp4"},
+        // Most encoders give MPEG-4 a generic brand, which reads as video: the name says sound.
+        {song("isom.m4a", {"-f", "mp4"}), true, "audio/mp4"},
+        {song("mp42.m4a", {"-f", "mp4", "-brand", "mp42"}), true, "audio/mp4"},
+        {song("film.mp4", {"-f", "mp4"}), false, "video/mp4"},
         {song("song.aiff"), true, "audio/x-aiff"},
         {song("song.aifc", splitArguments("-c:a pcm_s16be -f aiff -write_id3v2 0")), true,
          "audio/x-aiff"},
