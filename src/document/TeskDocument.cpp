@@ -456,6 +456,14 @@ std::optional<TeskError> TeskDocument::songError() const {
     return songNotFoundError(mAudioFileAlias->fileName());
 }
 
+std::optional<TeskError> TeskDocument::songDamage() const {
+    const auto* song =
+        mPlaybackController
+            ? dynamic_cast<const TeskExtendedAudioFile*>(mPlaybackController->audioFile().get())
+            : nullptr;
+    return song ? song->decodingError() : std::nullopt;
+}
+
 QUrl TeskDocument::audioFileURL() const {
     if (!mAudioFileAlias)
         return {};

@@ -113,11 +113,18 @@ void Waveform::scanFile(std::shared_ptr<const DecodedFrames> frames, const QStri
             startFrame += read;
         }
         const qint64 exactFrameCount = frames->frameCount();
-        if (going && frames->isDecodingFinished() && exactFrameCount != totalFrameCount)
-            performOnMainThreadAndWait([this, exactFrameCount] {
+        const bool finished = going && frames->isDecodingFinished();
+        if (finished && exactFrameCount != totalFrameCount)
+            going = performOnMainThreadAndWait([this, exactFrameCount] {
                 mTotalFrameCount = exactFrameCount;
                 if (mDelegate)
                     mDelegate->waveformDidLearnFrameCount(this);
+            });
+        // A hand-over of its own: the message before may have closed the song.
+        if (finished && going)
+            performOnMainThreadAndWait([this] {
+                if (mDelegate)
+                    mDelegate->waveformDidFinishScanning(this);
             });
     }
     // A song the worker opened itself closes here, off the main thread.

@@ -26,6 +26,8 @@ public:
     /// Decoding has ended with another length than the one the scan began with (a guess from
     /// the file's header): `totalFrameCount` is now exact.
     virtual void waveformDidLearnFrameCount(Waveform*) {}
+    /// Decoding has ended and every frame it gave has been summarised.
+    virtual void waveformDidFinishScanning(Waveform*) {}
 };
 
 } // namespace tesk

@@ -204,6 +204,11 @@ void WaveformView::waveformDidLearnFrameCount(Waveform* waveform) {
     waveformDidBeginScanningFile(waveform);
 }
 
+void WaveformView::waveformDidFinishScanning(Waveform*) {
+    if (mDelegate)
+        mDelegate->waveformViewDidReadWholeSong(this);
+}
+
 void WaveformView::waveformHasAvailableFrames(Waveform*, FrameRange frames) {
     const double left = mGeometry.pointFromSample(frames.location);
     const double right = mGeometry.pointFromSample(frames.location + frames.length);

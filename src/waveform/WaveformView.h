@@ -215,6 +215,7 @@ private:
     void waveformDidBeginScanningFile(Waveform* waveform) override;
     void waveformHasAvailableFrames(Waveform* waveform, FrameRange frames) override;
     void waveformDidLearnFrameCount(Waveform* waveform) override;
+    void waveformDidFinishScanning(Waveform* waveform) override;
     void replaceWaveform(std::unique_ptr<Waveform> waveform);
 
     void geometryDidChange(); // zoom or size: everything is redrawn

@@ -726,6 +726,17 @@ void TeskDocumentWindowController::showSoundNotice() {
     mNoticeLabel->setVisible(true);
 }
 
+void TeskDocumentWindowController::waveformViewDidReadWholeSong(WaveformView*) {
+    const std::optional<TeskError> damage = mDocument->songDamage();
+    // A missing song or a silent device is told already, and matters more.
+    if (!damage || !mNoticeLabel || !mNoticeLabel->isHidden())
+        return;
+    mNoticeLabel->setText(QStringLiteral("<b>%1</b> %2")
+                              .arg(damage->localizedDescription().toHtmlEscaped(),
+                                   damage->localizedRecoverySuggestion().toHtmlEscaped()));
+    mNoticeLabel->setVisible(true);
+}
+
 void TeskDocumentWindowController::updateHUD() {
     if (mViews)
         mViews->updateHUD();

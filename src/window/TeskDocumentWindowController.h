@@ -116,6 +116,8 @@ public:
     void waveformViewDidEndScrubbing(WaveformView*) override;
     void waveformViewDidBeginEditingLoop(WaveformView*) override;
     void waveformViewDidEndEditingLoop(WaveformView*) override;
+    /// A song that ended early, its file damaged or cut short, is told on the window.
+    void waveformViewDidReadWholeSong(WaveformView*) override;
 
 protected:
     bool eventFilter(QObject* watched, QEvent* event) override;

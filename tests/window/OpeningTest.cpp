@@ -1,5 +1,6 @@
 #include "document/TeskDocumentController.h"
 #include "observation/KeyValueObserving.h"
+#include "waveform/WaveformView.h"
 #include "window/TeskDocumentWindowController.h"
 #include "window/TeskDropView.h"
 #include "window/TeskWindowLayer.h"
@@ -255,6 +256,28 @@ TEST(Opening, ASongThatCannotBeDecodedIsToldOnTheWindowAsAWindowModalMessage) {
     EXPECT_EQ(message->text(), "Bad Audio File");
     EXPECT_FALSE(message->informativeText().isEmpty());
     EXPECT_EQ(message->windowModality(), Qt::WindowModal);
+}
+
+TEST(Opening, ASongCutShortIsToldOnceReadAndPlaysWhatCouldBeRead) {
+    QTemporaryDir dir;
+    const QString whole = writeSong(dir.filePath("whole.wav"));
+    const QString cut = writeSong(dir.filePath("cut.wav"));
+    ASSERT_TRUE(QFile(cut).resize(QFileInfo(cut).size() / 2)); // an interrupted download
+    Opening app;
+    for (const auto& [path, damaged] : {std::pair{whole, false}, {cut, true}}) {
+        SCOPED_TRACE(path.toStdString());
+        TeskError error;
+        TeskDocument* document =
+            app.documents->openDocumentWithContentsOfURL(QUrl::fromLocalFile(path), true, &error);
+        ASSERT_NE(document, nullptr);
+        TeskDocumentWindowController* window = app.window(document);
+        const auto* view = window->findChild<WaveformView*>();
+        ASSERT_NE(view, nullptr);
+        ASSERT_TRUE(QTest::qWaitFor([&] { return !view->waveform()->isScanning(); }, 5000));
+        EXPECT_EQ(window->noticeText().contains("“cut.wav” is damaged or incomplete"), damaged)
+            << window->noticeText().toStdString();
+        EXPECT_TRUE(window->action(WindowCommand::PlayPause)->isEnabled());
+    }
 }
 
 TEST(Opening, ClosingASongsWindowLeavesNothingOfItObservingTheDocument) {
