@@ -187,25 +187,26 @@ void AheadRenderer::renderAudio(float* left, float* right, std::uint32_t frameCo
         mSeenGeneration = generation;
         mAwaitingFirstBlock = true;
         mHasPendingHeard = false;
-        // Only sound that was playing fades out, from the level it had got to.
-        mFadeOutPending = mSoundAtPeriodEnd;
-        mFadeOutFrom = fadeInGain(mFadedIn);
-        mFadedIn = 0;
-        // A seek that goes on from a mark skips what was handed since: more than the ring
-        // holds is no slip but a mark from long ago, and nothing is skipped.
+        // The sound playing goes on until enough of the new one is ready, then fades out under
+        // it (letGoOfOldStream).
+        mOldStreamPlaying = true;
         const std::uint64_t goesOn = mSeekGoesOnFrom.load(std::memory_order_relaxed);
-        const std::uint32_t slipped = mHandedFrames - std::uint32_t(goesOn);
-        mSkipFrames = (goesOn & kGoesOn) && slipped <= kBlockCount * kBlockFrames ? slipped : 0;
+        mSeekGoesOn = (goesOn & kGoesOn) != 0;
+        mSeekMark = std::uint32_t(goesOn);
     }
 
     std::uint32_t done = 0;
+    std::uint32_t tailFrom = 0; // where this period's fade-out tail starts
     bool positioned = false;
     bool holdLastFrame = false;
     while (done < frameCount) {
         const std::uint64_t read = mReadCount.load(std::memory_order_relaxed);
         if (read == mWriteCount.load(std::memory_order_acquire)) {
-            if (!mAwaitingFirstBlock) {
+            const bool soundStops =
+                !mAwaitingFirstBlock || (mOldStreamPlaying && (done > 0 || mSoundAtPeriodEnd));
+            if (!mAwaitingFirstBlock)
                 mUnderruns.fetch_add(1, std::memory_order_relaxed);
+            if (soundStops) {
                 // The ring ran dry: the sound fades out, and back in once it comes. With too
                 // little of it left to fade, its last frame is held and faded instead.
                 if (done >= kSeekFadeFrames)
@@ -219,22 +220,26 @@ void AheadRenderer::renderAudio(float* left, float* right, std::uint32_t frameCo
         }
         const Block& block = mBlocks[read % kBlockCount];
         if (block.generation != generation) {
-            if (mFadeOutPending)
-                takeFadeOut(read);
-            mFadeOutPending = false;
+            // Until a period of the new sound is ready (and what a seek that goes on from a mark
+            // passes over), the old one plays on: a seek leaves no silence.
+            if (mOldStreamPlaying && block.generation == mPlayedGeneration &&
+                !newStreamReady(read, generation, frameCount, framesToSkip())) {
+                playBlock(block, read, left + done, right + done, frameCount - done, done, false);
+                continue;
+            }
+            if (mOldStreamPlaying)
+                letGoOfOldStream(read, left, right, done, tailFrom);
             mBlockOffset = 0;
             mReadCount.store(read + 1, std::memory_order_release);
             continue;
         }
-        mFadeOutPending = false;
+        if (mOldStreamPlaying)
+            letGoOfOldStream(read, left, right, done, tailFrom);
         if (mAwaitingFirstBlock) {
             mBlockOffset = 0; // nothing of an earlier stream is left to finish
             // Begun with less than a period rendered, the new sound would run dry at once and
-            // stutter: it waits for a period's worth (the device plays the old one's fade).
-            const std::uint64_t ready =
-                (mWriteCount.load(std::memory_order_acquire) - read) * kBlockFrames;
-            if (ready <
-                std::min<std::uint64_t>(frameCount + mSkipFrames, kLeadBlocks * kBlockFrames))
+            // stutter: it waits for a period's worth (the old one's fade plays meanwhile).
+            if (!newStreamReady(read, generation, frameCount, mSkipFrames))
                 break;
             if (mSkipFrames > 0) {
                 if (!skipFramesHandedBeforeTheSeek())
@@ -244,35 +249,8 @@ void AheadRenderer::renderAudio(float* left, float* right, std::uint32_t frameCo
             }
         }
         mAwaitingFirstBlock = false;
-        mPlayedGeneration = generation;
-        // The period's first block says what is heard as the period starts; one from before
-        // the source supplied anything names no frame, and the position stays where it was.
-        if (!positioned) {
-            mPendingHeard = block.position.sourceFrame + block.position.sourceStep * mBlockOffset;
-            mPendingStep = block.position.sourceStep;
-            mPendingPeriod = frameCount;
-            mHasPendingHeard = block.position.known;
-            positioned = true;
-        }
-        const std::uint32_t take = std::min(kBlockFrames - mBlockOffset, frameCount - done);
-        std::copy_n(block.left.data() + mBlockOffset, take, left + done);
-        std::copy_n(block.right.data() + mBlockOffset, take, right + done);
-        mHandedFrames += take;
-        if (block.position.known)
-            publishHandedFrame(block.position.sourceFrame +
-                                   block.position.sourceStep * (mBlockOffset + take),
-                               generation);
-        // Silence rendered before the source supplied anything: the fade waits for the sound.
-        if (block.position.known)
-            fadeIn(left + done, right + done, take);
-        else
-            mFadedIn = 0;
-        done += take;
-        mBlockOffset += take;
-        if (mBlockOffset == kBlockFrames) {
-            mBlockOffset = 0;
-            mReadCount.store(read + 1, std::memory_order_release);
-        }
+        playBlock(block, read, left + done, right + done, frameCount - done, done, !positioned);
+        positioned = true;
     }
     // A block's position is traced at its first frame only, and a loop may wrap inside it: where
     // the next block is already rendered, its own first frame says exactly where the device
@@ -295,8 +273,7 @@ void AheadRenderer::renderAudio(float* left, float* right, std::uint32_t frameCo
         std::fill_n(right + done, frames, lastRight);
         fadeOut(left + done, right + done, frames, 1.0f);
     }
-    mixFadeOut(left, right, frameCount);
-    mFadeOutPending = false; // a stale block that comes later follows on from nothing heard
+    mixFadeOut(left + tailFrom, right + tailFrom, frameCount - tailFrom);
     mSoundAtPeriodEnd = done == frameCount;
 
     if (mFadeOutForStop.load(std::memory_order_acquire)) {
@@ -318,6 +295,72 @@ void AheadRenderer::renderAudio(float* left, float* right, std::uint32_t frameCo
         mLastLeft = left[frameCount - 1];
         mLastRight = right[frameCount - 1];
     }
+}
+
+void AheadRenderer::playBlock(const Block& block, std::uint64_t read, float* left, float* right,
+                              std::uint32_t room, std::uint32_t& done, bool reportHeard) {
+    mPlayedGeneration = block.generation;
+    // The period's first block of the new stream says what is heard as the period starts; one
+    // from before the source supplied anything names no frame, and the position stays put.
+    if (reportHeard) {
+        mPendingHeard = block.position.sourceFrame + block.position.sourceStep * mBlockOffset;
+        mPendingStep = block.position.sourceStep;
+        mPendingPeriod = done + room;
+        mHasPendingHeard = block.position.known;
+    }
+    const std::uint32_t take = std::min(kBlockFrames - mBlockOffset, room);
+    std::copy_n(block.left.data() + mBlockOffset, take, left);
+    std::copy_n(block.right.data() + mBlockOffset, take, right);
+    mHandedFrames += take;
+    if (block.position.known)
+        publishHandedFrame(block.position.sourceFrame +
+                               block.position.sourceStep * (mBlockOffset + take),
+                           block.generation);
+    // Silence rendered before the source supplied anything: the fade waits for the sound.
+    if (block.position.known)
+        fadeIn(left, right, take);
+    else
+        mFadedIn = 0;
+    done += take;
+    mBlockOffset += take;
+    if (mBlockOffset == kBlockFrames) {
+        mBlockOffset = 0;
+        mReadCount.store(read + 1, std::memory_order_release);
+    }
+}
+
+bool AheadRenderer::newStreamReady(std::uint64_t read, std::uint64_t generation, std::uint32_t room,
+                                   std::uint32_t skip) const {
+    std::uint64_t blocks = 0;
+    const std::uint64_t written = mWriteCount.load(std::memory_order_acquire);
+    for (std::uint64_t i = read; i != written; ++i)
+        blocks += mBlocks[i % kBlockCount].generation == generation ? 1 : 0;
+    const std::uint64_t wanted = std::uint64_t(room) + skip;
+    return blocks * kBlockFrames >= std::min<std::uint64_t>(wanted, kLeadBlocks * kBlockFrames);
+}
+
+std::uint32_t AheadRenderer::framesToSkip() const {
+    // More than the ring holds is no slip but a mark from long ago: nothing is skipped.
+    const std::uint32_t slipped = mHandedFrames - mSeekMark;
+    return mSeekGoesOn && slipped <= kBlockCount * kBlockFrames ? slipped : 0;
+}
+
+void AheadRenderer::letGoOfOldStream(std::uint64_t read, float* left, float* right,
+                                     std::uint32_t done, std::uint32_t& tailFrom) {
+    // A tail still fading from an earlier seek has played under this period up to here; the
+    // new tail, with what is left of it, starts here.
+    mixFadeOut(left + tailFrom, right + tailFrom, done - tailFrom);
+    tailFrom = done;
+    // Only sound that was playing fades out, from the level it had got to.
+    mFadeOutFrom = fadeInGain(mFadedIn);
+    if (done > 0 || mSoundAtPeriodEnd)
+        takeFadeOut(read, done > 0 ? left[done - 1] : mLastLeft,
+                    done > 0 ? right[done - 1] : mLastRight);
+    mFadedIn = 0;
+    // A seek that goes on from a mark passes over what was handed since, the old sound's last
+    // periods included.
+    mSkipFrames = framesToSkip();
+    mOldStreamPlaying = false;
 }
 
 bool AheadRenderer::skipFramesHandedBeforeTheSeek() {
@@ -344,7 +387,7 @@ bool AheadRenderer::skipFramesHandedBeforeTheSeek() {
     }
 }
 
-void AheadRenderer::takeFadeOut(std::uint64_t read) {
+void AheadRenderer::takeFadeOut(std::uint64_t read, float lastLeft, float lastRight) {
     // The blocks between the read and the write counts stay as they are while the callback
     // holds them; those of the stream last played follow on from its last frame.
     const std::uint64_t written = mWriteCount.load(std::memory_order_acquire);
@@ -363,7 +406,16 @@ void AheadRenderer::takeFadeOut(std::uint64_t read) {
         offset = 0;
         ++read;
     }
-    fadeOut(tailLeft.data(), tailRight.data(), frames, mFadeOutFrom);
+    // A stream with less left than the fade (the old one played on to its last block) holds its
+    // last frame: the fade never starts from a cut. The last frame handed is already at the
+    // level the stream had got to.
+    const float from = frames > 0 ? mFadeOutFrom : 1.0f;
+    const float holdLeft = frames > 0 ? tailLeft[frames - 1] : lastLeft;
+    const float holdRight = frames > 0 ? tailRight[frames - 1] : lastRight;
+    std::fill(tailLeft.begin() + frames, tailLeft.end(), holdLeft);
+    std::fill(tailRight.begin() + frames, tailRight.end(), holdRight);
+    frames = kSeekFadeFrames;
+    fadeOut(tailLeft.data(), tailRight.data(), frames, from);
     // A tail still fading from an earlier seek goes on under the new one.
     const std::uint32_t remaining = mFadeOutFrames - mFadeOutMixed;
     for (std::uint32_t i = 0; i < remaining; ++i) {

@@ -41,10 +41,10 @@ public:
     static constexpr std::uint32_t kBlockFrames = 256;
     /// How far the rendering thread keeps ahead of the device: 16 blocks, about 93 ms.
     static constexpr std::uint32_t kLeadBlocks = 16;
-    /// The ring has room past the lead for the first blocks after a seek, while it still holds
-    /// the old stream's: the device's next period then finds the new sound there rather than
-    /// nothing, and a seek leaves no gap (room for a period of 1024 frames).
-    static constexpr std::uint32_t kBlockCount = kLeadBlocks + 4;
+    /// The ring has room past the lead for a whole lead of the new stream after a seek, while it
+    /// still holds the old stream's, which plays on until enough of the new one is ready: a seek
+    /// leaves no gap.
+    static constexpr std::uint32_t kBlockCount = 2 * kLeadBlocks;
     /// A start or a seek fades the new sound in, and a seek the old one out, over 1.5 ms: the
     /// cut and the onset would click. A ring that runs dry fades out and back in the same way.
     static constexpr std::uint32_t kSeekFadeFrames = 64;
@@ -126,8 +126,10 @@ private:
 
     void run();
     // Device callback.
-    /// Keeps, faded out, the sound last played as it would have gone on from the block `read`.
-    void takeFadeOut(std::uint64_t read);
+    /// Keeps, faded out, the sound last played as it would have gone on from the block `read`;
+    /// with less of it left than the fade, its last frame held (`lastLeft` and `lastRight`, the
+    /// last handed, when nothing is left).
+    void takeFadeOut(std::uint64_t read, float lastLeft, float lastRight);
     /// Fades `frames` from `from` (the level they start at) down towards silence.
     static void fadeOut(float* left, float* right, std::uint32_t frames, float from);
     /// The gain of the fade-in's frame `fadedIn` (1 to kSeekFadeFrames), or 1 past its end.
@@ -137,6 +139,19 @@ private:
     /// Passes over the first frames of the new stream that the device was handed from the old
     /// one after a seek's mark; whether a frame to play follows in the ring.
     bool skipFramesHandedBeforeTheSeek();
+    /// Copies what is left of the block at `read` into `left` and `right`, at most `room` frames,
+    /// and adds them to `done`; `reportHeard` takes the block's place as what the period plays.
+    void playBlock(const Block& block, std::uint64_t read, float* left, float* right,
+                   std::uint32_t room, std::uint32_t& done, bool reportHeard);
+    /// Whether the ring from `read` on holds enough of `generation` for `room` frames (a period)
+    /// and the `skip` frames a seek that goes on from a mark passes over.
+    bool newStreamReady(std::uint64_t read, std::uint64_t generation, std::uint32_t room,
+                        std::uint32_t skip) const;
+    std::uint32_t framesToSkip() const;
+    /// Takes the old sound's fade-out tail from `read` on, to play from `done` in this period,
+    /// and starts the new sound's fade-in.
+    void letGoOfOldStream(std::uint64_t read, float* left, float* right, std::uint32_t done,
+                          std::uint32_t& tailFrom);
     void publishHandedFrame(double sourceFrame, std::uint64_t generation);
 
     ProcessingChain& mChain;
@@ -170,7 +185,6 @@ private:
     bool mSoundAtPeriodEnd = false;      // the last period ended with sound from the ring
     float mLastLeft = 0.0f;              // the last frame handed to the device
     float mLastRight = 0.0f;
-    bool mFadeOutPending = false;
     float mFadeOutFrom = 1.0f; // the level the sound had reached when the seek came
     std::array<float, kSeekFadeFrames> mFadeOutLeft{};
     std::array<float, kSeekFadeFrames> mFadeOutRight{};
@@ -186,6 +200,10 @@ private:
     // it had already been handed from the old one. Device callback only.
     std::uint32_t mHandedFrames = 0;
     std::uint32_t mSkipFrames = 0;
+    // Since a seek: the old sound still plays; the seek goes on from a mark, and the mark's count.
+    bool mOldStreamPlaying = false;
+    bool mSeekGoesOn = false;
+    std::uint32_t mSeekMark = 0;
     // The source frame handed next (high half, rounded) and mHandedFrames (low half), so the
     // two are read together.
     std::atomic<std::uint64_t> mHandedMark{0};

@@ -243,9 +243,11 @@ TEST(AheadRenderer, ASeekFromTheDevicesNextFrameSkipsWhatItWasHandedMeanwhile) {
     }
 }
 
-TEST(AheadRenderer, ASeekIsHeardOnceAWholePeriodOfItIsReady) {
-    // The device's period comes when the rendering thread has rendered only one block after a
-    // seek: played at once, the new sound would run dry half-way through the period and stutter.
+TEST(AheadRenderer, TheOldSoundPlaysOnUntilAPeriodOfTheSoughtOneIsReady) {
+    // The device's period comes when the rendering thread has rendered only one block since a
+    // seek. Played at once, the new sound would run dry half-way through the period; faded out
+    // at once, the old one would leave silence until the next period. The old tone goes on
+    // instead, and the new one follows from the frame sought once it is ready.
     ManualRenderer manual;
     for (int period = 0; period < 4; ++period)
         manual.pullWhenAhead();
@@ -255,12 +257,45 @@ TEST(AheadRenderer, ASeekIsHeardOnceAWholePeriodOfItIsReady) {
     manual.ahead.flush();
     ASSERT_TRUE(waitFor([&] { return manual.tone.held.load() && manual.ahead.leadBlocks() > 0; }));
     ASSERT_LT(manual.ahead.leadBlocks() * AheadRenderer::kBlockFrames, ManualRenderer::kPeriod);
+    const std::size_t waited = manual.device.left.size();
     manual.device.pull();
+    // The tone crosses zero in a few frames; silence would stay there.
+    std::size_t quiet = 0;
+    std::size_t longestQuiet = 0;
+    for (std::size_t i = waited; i < manual.device.left.size(); ++i) {
+        quiet = std::fabs(manual.device.left[i]) < 0.01f ? quiet + 1 : 0;
+        longestQuiet = std::max(longestQuiet, quiet);
+    }
+    EXPECT_LT(longestQuiet, 8u) << "the old tone, without a gap";
     manual.tone.resume = true;
     const std::optional<AheadRenderer::HeardPosition> heard = manual.pullUntilHeard();
     ASSERT_TRUE(heard);
     EXPECT_NEAR(heard->sourceFrame, double(kSought), 1.0);
     EXPECT_EQ(manual.ahead.underrunCount(), 0u);
+}
+
+TEST(AheadRenderer, AnOldSoundThatEndsBeforeTheSoughtOneIsReadyFadesOut) {
+    // A seek soon after another: the old sound has only a few blocks rendered, and they run out
+    // before a period of the new one is ready. The old sound fades from its last frame rather
+    // than stopping dead.
+    ManualRenderer manual;
+    for (int period = 0; period < 4; ++period)
+        manual.pullWhenAhead();
+    ASSERT_TRUE(waitFor([&] { return manual.ahead.leadBlocks() == AheadRenderer::kLeadBlocks; }));
+    manual.tone.stall = true;
+    manual.device.pull(AheadRenderer::kBlockFrames); // room for a block, which stalls
+    ASSERT_TRUE(waitFor([&] { return manual.tone.held.load(); }));
+    const auto queued = std::uint32_t(manual.ahead.queuedBlocks());
+    manual.device.pull((queued - 2) * AheadRenderer::kBlockFrames);
+    manual.tone.seek(44100);
+    manual.tone.stallAtLead = 1;
+    manual.ahead.flush();
+    manual.tone.stall = false; // the old block it holds ends, then one block of the new sound
+    ASSERT_TRUE(waitFor([&] { return manual.ahead.leadBlocks() == 1 && manual.tone.held.load(); }));
+    const std::size_t before = manual.device.left.size();
+    manual.device.pull(1024);
+    EXPECT_LT(test::largestStep(std::span(manual.device.left).subspan(before - 1)),
+              1.5 * 0.5 * StallingTone::kStep);
 }
 
 TEST(TeskExtendedAudioFilePlayer, ALoopChangedNearASeamReplaysWhatIsOnItsWay) {
