@@ -221,9 +221,13 @@ void AheadRenderer::renderAudio(float* left, float* right, std::uint32_t frameCo
         const Block& block = mBlocks[read % kBlockCount];
         if (block.generation != generation) {
             // Until a period of the new sound is ready (and what a seek that goes on from a mark
-            // passes over), the old one plays on: a seek leaves no silence.
-            if (mOldStreamPlaying && block.generation == mPlayedGeneration &&
+            // passes over), the old one plays on: a seek leaves no silence. Where it runs out, a
+            // stream sought since and left before it was heard (a play head dragged along)
+            // follows it in the ring, and plays on in its place, crossfaded as after a seek.
+            if (mOldStreamPlaying &&
                 !newStreamReady(read, generation, frameCount, framesToSkip())) {
+                if (block.generation != mPlayedGeneration)
+                    fadeOutWhatPlayed(read, left, right, done, tailFrom);
                 playBlock(block, read, left + done, right + done, frameCount - done, done, false);
                 continue;
             }
@@ -345,8 +349,8 @@ std::uint32_t AheadRenderer::framesToSkip() const {
     return mSeekGoesOn && slipped <= kBlockCount * kBlockFrames ? slipped : 0;
 }
 
-void AheadRenderer::letGoOfOldStream(std::uint64_t read, float* left, float* right,
-                                     std::uint32_t done, std::uint32_t& tailFrom) {
+void AheadRenderer::fadeOutWhatPlayed(std::uint64_t read, float* left, float* right,
+                                      std::uint32_t done, std::uint32_t& tailFrom) {
     // A tail still fading from an earlier seek has played under this period up to here; the
     // new tail, with what is left of it, starts here.
     mixFadeOut(left + tailFrom, right + tailFrom, done - tailFrom);
@@ -357,6 +361,11 @@ void AheadRenderer::letGoOfOldStream(std::uint64_t read, float* left, float* rig
         takeFadeOut(read, done > 0 ? left[done - 1] : mLastLeft,
                     done > 0 ? right[done - 1] : mLastRight);
     mFadedIn = 0;
+}
+
+void AheadRenderer::letGoOfOldStream(std::uint64_t read, float* left, float* right,
+                                     std::uint32_t done, std::uint32_t& tailFrom) {
+    fadeOutWhatPlayed(read, left, right, done, tailFrom);
     // A seek that goes on from a mark passes over what was handed since, the old sound's last
     // periods included.
     mSkipFrames = framesToSkip();

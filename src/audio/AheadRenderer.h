@@ -148,8 +148,11 @@ private:
     bool newStreamReady(std::uint64_t read, std::uint64_t generation, std::uint32_t room,
                         std::uint32_t skip) const;
     std::uint32_t framesToSkip() const;
-    /// Takes the old sound's fade-out tail from `read` on, to play from `done` in this period,
-    /// and starts the new sound's fade-in.
+    /// Takes the fade-out tail of the sound played, from `read` on, to play from `done` in this
+    /// period, and starts the fade-in of what follows.
+    void fadeOutWhatPlayed(std::uint64_t read, float* left, float* right, std::uint32_t done,
+                           std::uint32_t& tailFrom);
+    /// As `fadeOutWhatPlayed`, for the new sound, which plays from here on.
     void letGoOfOldStream(std::uint64_t read, float* left, float* right, std::uint32_t done,
                           std::uint32_t& tailFrom);
     void publishHandedFrame(double sourceFrame, std::uint64_t generation);

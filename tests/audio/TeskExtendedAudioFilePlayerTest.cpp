@@ -251,6 +251,9 @@ TEST(AheadRenderer, TheOldSoundPlaysOnUntilAPeriodOfTheSoughtOneIsReady) {
     ManualRenderer manual;
     for (int period = 0; period < 4; ++period)
         manual.pullWhenAhead();
+    // The old sound's lead whole, and no block of it being rendered as the seek comes (one
+    // would be cut short by it).
+    ASSERT_TRUE(waitFor([&] { return manual.ahead.leadBlocks() == AheadRenderer::kLeadBlocks; }));
     constexpr std::int64_t kSought = 44100;
     manual.tone.seek(kSought);
     manual.tone.stallAtLead = 1;
@@ -274,28 +277,51 @@ TEST(AheadRenderer, TheOldSoundPlaysOnUntilAPeriodOfTheSoughtOneIsReady) {
     EXPECT_EQ(manual.ahead.underrunCount(), 0u);
 }
 
-TEST(AheadRenderer, AnOldSoundThatEndsBeforeTheSoughtOneIsReadyFadesOut) {
-    // A seek soon after another: the old sound has only a few blocks rendered, and they run out
-    // before a period of the new one is ready. The old sound fades from its last frame rather
-    // than stopping dead.
-    ManualRenderer manual;
-    for (int period = 0; period < 4; ++period)
-        manual.pullWhenAhead();
-    ASSERT_TRUE(waitFor([&] { return manual.ahead.leadBlocks() == AheadRenderer::kLeadBlocks; }));
-    manual.tone.stall = true;
-    manual.device.pull(AheadRenderer::kBlockFrames); // room for a block, which stalls
-    ASSERT_TRUE(waitFor([&] { return manual.tone.held.load(); }));
-    const auto queued = std::uint32_t(manual.ahead.queuedBlocks());
-    manual.device.pull((queued - 2) * AheadRenderer::kBlockFrames);
-    manual.tone.seek(44100);
-    manual.tone.stallAtLead = 1;
-    manual.ahead.flush();
-    manual.tone.stall = false; // the old block it holds ends, then one block of the new sound
-    ASSERT_TRUE(waitFor([&] { return manual.ahead.leadBlocks() == 1 && manual.tone.held.load(); }));
-    const std::size_t before = manual.device.left.size();
-    manual.device.pull(1024);
-    EXPECT_LT(test::largestStep(std::span(manual.device.left).subspan(before - 1)),
-              1.5 * 0.5 * StallingTone::kStep);
+TEST(AheadRenderer, AnOldSoundThatEndsBeforeTheSoughtOneIsReadyFadesOutOrHandsOver) {
+    // Seeks soon after one another: the sound playing has only a few blocks rendered, and they
+    // run out before a period of the newest is ready. It fades from its last frame rather than
+    // stopping dead; where a seek in between (a play head dragged along) left blocks that were
+    // never heard, they play on in its place rather than silence.
+    for (const bool between : {false, true}) {
+        SCOPED_TRACE(between ? "a seek in between" : "one seek");
+        ManualRenderer manual;
+        for (int period = 0; period < 4; ++period)
+            manual.pullWhenAhead();
+        ASSERT_TRUE(
+            waitFor([&] { return manual.ahead.leadBlocks() == AheadRenderer::kLeadBlocks; }));
+        manual.tone.stall = true;
+        manual.device.pull(AheadRenderer::kBlockFrames); // room for a block, which stalls
+        ASSERT_TRUE(waitFor([&] { return manual.tone.held.load(); }));
+        const auto queued = std::uint32_t(manual.ahead.queuedBlocks());
+        manual.device.pull((queued - 2) * AheadRenderer::kBlockFrames);
+        if (between) {
+            manual.tone.seek(88200);
+            manual.tone.stallAtLead = 3;
+            manual.ahead.flush();
+            manual.tone.stall = false;
+            ASSERT_TRUE(waitFor([&] { return manual.ahead.leadBlocks() == 3; }));
+        }
+        manual.tone.seek(44100);
+        manual.tone.stallAtLead = 1;
+        manual.ahead.flush();
+        manual.tone.stall = false; // the block it holds ends, then one block of the newest sound
+        ASSERT_TRUE(waitFor([&] { return manual.ahead.leadBlocks() == 1; }));
+        const std::size_t before = manual.device.left.size();
+        manual.device.pull(1024);
+        const std::span<const float> heard = std::span(manual.device.left).subspan(before - 1);
+        // A cut jumps by up to half scale; a fade moves by the tone's own step, a crossfade of
+        // the tone at two phases by the steps of both at once.
+        EXPECT_LT(test::largestStep(heard), (between ? 2.5 : 1.5) * 0.5 * StallingTone::kStep);
+        if (between) {
+            std::size_t quiet = 0;
+            std::size_t longestQuiet = 0;
+            for (const float sample : heard) {
+                quiet = std::fabs(sample) < 0.01f ? quiet + 1 : 0;
+                longestQuiet = std::max(longestQuiet, quiet);
+            }
+            EXPECT_LT(longestQuiet, 16u) << "the sound sought in between plays on";
+        }
+    }
 }
 
 TEST(TeskExtendedAudioFilePlayer, ALoopChangedNearASeamReplaysWhatIsOnItsWay) {
