@@ -49,6 +49,8 @@ inline const QString OriginKey = QStringLiteral("origin");
 inline const QString LocalizedDescriptionKey = QStringLiteral("NSLocalizedDescription");
 inline const QString LocalizedRecoverySuggestionKey =
     QStringLiteral("NSLocalizedRecoverySuggestion");
+/// The error that caused this one, as a TeskError in a QVariant.
+inline const QString UnderlyingErrorKey = QStringLiteral("NSUnderlyingError");
 
 } // namespace tesk
 

@@ -99,7 +99,7 @@ TeskError badAudioFileError(const std::optional<TeskError>& cause) {
          QCoreApplication::translate("TeskDocument",
                                      "There was an error while loading the audio file.")}};
     if (cause)
-        userInfo.insert(QStringLiteral("NSUnderlyingError"), QVariant::fromValue(*cause));
+        userInfo.insert(UnderlyingErrorKey, QVariant::fromValue(*cause));
     return TeskError(ZORBTeskErrorDomain, 0, userInfo);
 }
 

@@ -1160,12 +1160,24 @@ QString TeskDocumentWindowController::noticeText() const {
 }
 
 void TeskDocumentWindowController::presentError(const TeskError& error) {
-    presentMessage(error.localizedDescription(), error.localizedRecoverySuggestion());
+    // A general error ("Bad Audio File") keeps its cause, which names the file and says why: it
+    // is there for whoever asks for the details (a drop of several files tells which one).
+    QString details;
+    const QVariant cause = error.userInfo().value(UnderlyingErrorKey);
+    if (cause.canConvert<TeskError>()) {
+        const TeskError underlying = cause.value<TeskError>();
+        details = QStringLiteral("%1 %2").arg(underlying.localizedDescription(),
+                                              underlying.localizedRecoverySuggestion());
+    }
+    presentMessage(error.localizedDescription(), error.localizedRecoverySuggestion(),
+                   details.trimmed());
 }
 
-void TeskDocumentWindowController::presentMessage(const QString& text, const QString& more) {
+void TeskDocumentWindowController::presentMessage(const QString& text, const QString& more,
+                                                  const QString& details) {
     auto* box = new QMessageBox(QMessageBox::Warning, tr("Tesk"), text, QMessageBox::Ok, this);
     box->setInformativeText(more);
+    box->setDetailedText(details);
     box->setWindowModality(Qt::WindowModal);
     box->setAttribute(Qt::WA_DeleteOnClose);
     box->open();

@@ -92,8 +92,9 @@ public:
     void locateSong();
     /// Shows `error` as a message on this window, without blocking the window's owner.
     void presentError(const TeskError& error);
-    /// A warning on this window that does not wait for its answer.
-    void presentMessage(const QString& text, const QString& more = {});
+    /// A warning on this window that does not wait for its answer; `details`, when given, behind
+    /// its Show Details button.
+    void presentMessage(const QString& text, const QString& more = {}, const QString& details = {});
 
     /// Closes without asking: the document is going away.
     void closeWithoutAsking();

@@ -255,6 +255,7 @@ TEST(Opening, ASongThatCannotBeDecodedIsToldOnTheWindowAsAWindowModalMessage) {
     ASSERT_NE(message, nullptr);
     EXPECT_EQ(message->text(), "Bad Audio File");
     EXPECT_FALSE(message->informativeText().isEmpty());
+    EXPECT_TRUE(message->detailedText().contains("“broken.mp3”")) << "which file, and why";
     EXPECT_EQ(message->windowModality(), Qt::WindowModal);
 }
 
