@@ -183,6 +183,9 @@ void TimePitchStage::reset() {
     mInputFrames = 0.0;
     mOutputFrames = 0;
     mLastRequest = 0;
+    mLastPulledLeft = 0.0f;
+    mLastPulledRight = 0.0f;
+    mStarvedFaded = kStarvedFadeFrames;
     mLatencyFrames.store(0.0, std::memory_order_relaxed);
 }
 
@@ -286,9 +289,15 @@ void TimePitchStage::feed(Source& source, std::uint32_t frameCount, bool toEnd) 
     float* left = mInputBuffer.data();
     float* right = mInputBuffer.data() + kMaxProcessSize;
     std::uint32_t pulled = 0;
+    std::uint32_t faded = 0;
     if (!mSourceEnded) {
         float* input[kChannelCount] = {left, right};
         pulled = std::min(source.pull(input, frameCount), frameCount);
+        if (!toEnd) {
+            std::fill(left + pulled, left + frameCount, 0.0f);
+            std::fill(right + pulled, right + frameCount, 0.0f);
+            faded = smoothStarvation(left, right, pulled, frameCount);
+        }
         // Silence fed while the source was starved comes out ahead of the input that follows
         // it, so it counts once such input arrives; after the last input it never does.
         if (pulled > 0) {
@@ -323,12 +332,12 @@ void TimePitchStage::feed(Source& source, std::uint32_t frameCount, bool toEnd) 
         float* rest[kChannelCount] = {left + pulled, right + pulled};
         pastEnd = std::min(source.pullPastEnd(rest, frameCount - pulled), frameCount - pulled);
     }
-    std::fill(left + pulled + pastEnd, left + frameCount, 0.0f);
-    std::fill(right + pulled + pastEnd, right + frameCount, 0.0f);
+    std::fill(left + pulled + pastEnd + faded, left + frameCount, 0.0f);
+    std::fill(right + pulled + pastEnd + faded, right + frameCount, 0.0f);
 
     // Halving and doubling are exact in floating point, so identical channels give a mid equal
     // to either and a side of exact zeros.
-    for (std::uint32_t i = 0; i < pulled + pastEnd; ++i) {
+    for (std::uint32_t i = 0; i < pulled + pastEnd + faded; ++i) {
         const float l = left[i];
         const float r = right[i];
         left[i] = (l + r) * 0.5f;
@@ -344,6 +353,33 @@ void TimePitchStage::feed(Source& source, std::uint32_t frameCount, bool toEnd) 
     const float* const constInput[kChannelCount] = {left, right};
     mStretcher->process(constInput, frameCount, last);
     mInputEnded = last;
+}
+
+std::uint32_t TimePitchStage::smoothStarvation(float* left, float* right, std::uint32_t pulled,
+                                               std::uint32_t frames) {
+    // Frames after silence fed for a starved source: they come in from silence.
+    if (pulled > 0 && mStarvedInputFrames > 0.0) {
+        const std::uint32_t fadeIn = std::min(pulled, kStarvedFadeFrames);
+        for (std::uint32_t i = 0; i < fadeIn; ++i) {
+            const float gain = float(i + 1) / float(kStarvedFadeFrames + 1);
+            left[i] *= gain;
+            right[i] *= gain;
+        }
+    }
+    if (pulled > 0) {
+        mLastPulledLeft = left[pulled - 1];
+        mLastPulledRight = right[pulled - 1];
+        mStarvedFaded = 0;
+    }
+    const std::uint32_t fadeOut = std::min(frames - pulled, kStarvedFadeFrames - mStarvedFaded);
+    for (std::uint32_t i = 0; i < fadeOut; ++i) {
+        const float gain =
+            float(kStarvedFadeFrames - mStarvedFaded - i) / float(kStarvedFadeFrames + 1);
+        left[pulled + i] = mLastPulledLeft * gain;
+        right[pulled + i] = mLastPulledRight * gain;
+    }
+    mStarvedFaded += fadeOut;
+    return fadeOut;
 }
 
 std::uint32_t TimePitchStage::retrieve(float* const* output, std::uint32_t frameCount) {

@@ -147,6 +147,13 @@ private:
     static double stretcherTimeRatio(double rate, double pitchCents, TimePitchQuality quality);
     void start();
     void feed(Source& source, std::uint32_t frameCount, bool toEnd);
+    /// While playing, a source that runs dry and comes back would cut the sound to silence and
+    /// back, and the stretcher, which keeps the waveform, would play both cuts as clicks: the
+    /// silence fed in its place starts with the last frame pulled, faded out, and the frames
+    /// that come back fade in. `frames` of `pulled` (before it) and the silence after it, in
+    /// left and right; returns how many frames after `pulled` it filled.
+    std::uint32_t smoothStarvation(float* left, float* right, std::uint32_t pulled,
+                                   std::uint32_t frames);
     std::uint32_t retrieve(float* const* output, std::uint32_t frameCount);
 
     TimePitchQuality mQuality;
@@ -170,8 +177,13 @@ private:
     double mInputFrames = 0.0;          // the input pulled since the last reset
     std::uint64_t mOutputFrames = 0;    // delivered since the last reset
     std::size_t mLastRequest = 0;       // the input the stretcher last asked for: its step
-    std::vector<float> mInputBuffer;    // kChannelCount × kMaxProcessSize, pulled into
-    std::vector<float> mOutputBuffer;   // kChannelCount × kMaxProcessSize, retrieved into
+    /// A starved source's fades (see smoothStarvation): 1.5 ms, as the device's.
+    static constexpr std::uint32_t kStarvedFadeFrames = 64;
+    float mLastPulledLeft = 0.0f; // the last frame pulled
+    float mLastPulledRight = 0.0f;
+    std::uint32_t mStarvedFaded = kStarvedFadeFrames; // frames of the fade-out fed since
+    std::vector<float> mInputBuffer;  // kChannelCount × kMaxProcessSize, pulled into
+    std::vector<float> mOutputBuffer; // kChannelCount × kMaxProcessSize, retrieved into
 };
 
 } // namespace tesk

@@ -79,6 +79,41 @@ struct LowToneChain {
     ProcessingChain chain{44100.0, TimePitchQuality::Standard};
 };
 
+/// A 110 Hz tone at half scale that gives nothing for `dryFrames` asked for from `dryFrom` on,
+/// then goes on where it stopped.
+class RunningDry : public ChainSource {
+public:
+    RunningDry(std::int64_t dryFrom, std::int64_t dryFrames)
+        : mDryFrom(dryFrom)
+        , mDryFrames(dryFrames) {}
+    std::uint32_t supplyFrames(const AudioBufferList& buffers, std::uint32_t frameCount,
+                               SourceRuns& runs) noexcept override {
+        if (mPosition >= mDryFrom && mRefused < mDryFrames) {
+            mRefused += frameCount;
+            return 0;
+        }
+        const auto frames = std::uint32_t(
+            mPosition < mDryFrom ? std::min<std::int64_t>(frameCount, mDryFrom - mPosition)
+                                 : frameCount);
+        for (std::uint32_t i = 0; i < frames; ++i) {
+            const auto value = float(0.5 * std::sin(kStep * double(mPosition + i)));
+            buffers.buffers[0].data[i] = value;
+            buffers.buffers[1].data[i] = value;
+        }
+        runs.count = 1;
+        runs.runs[0] = {0, mPosition, 1};
+        mPosition += frames;
+        return frames;
+    }
+    static constexpr double kStep = 2.0 * M_PI * 110.0 / 44100.0;
+
+private:
+    std::int64_t mDryFrom;
+    std::int64_t mDryFrames;
+    std::int64_t mPosition = 0;
+    std::int64_t mRefused = 0;
+};
+
 } // namespace
 
 TEST(ProcessingChain, PanMixComesAfterTheSpectrumAndLevelLast) {
@@ -233,6 +268,34 @@ TEST(ProcessingChain, PanSwitchesAndMovesGlideWithoutAClick) {
                                            test::largestStep(std::span(*is).subspan(22050, 4410)));
             EXPECT_LT(test::largestStep(joined), steady * 1.2);
         }
+    }
+}
+
+TEST(ProcessingChain, ASourceThatRunsDryAndComesBackFadesOutAndInWithoutAClick) {
+    // A reader late after a seek, or on a machine too busy to read: the source gives nothing for
+    // a while. The stretcher keeps the waveform, so silence fed in its place would come out as a
+    // cut to silence and a cut back, both clicks; and a stream that runs dry soon after its
+    // start (a fresh seek) plays its cut within a few blocks.
+    const struct {
+        std::int64_t dryFrom, dryFrames;
+    } cases[] = {{1000, 3000}, {30000, 5000}, {30000, 40}};
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.dryFrom);
+        RunningDry source(c.dryFrom, c.dryFrames);
+        ProcessingChain chain(44100.0, TimePitchQuality::Standard);
+        chain.setSource(&source);
+        const Rendered out = render(chain, kFrames);
+        // After the chain's start-up, no step larger than the tone's own (a fade moves by
+        // about as much); a cut jumps by up to half scale.
+        EXPECT_LT(test::largestStep(std::span(out.left).subspan(256)),
+                  1.5 * 0.5 * RunningDry::kStep);
+        std::size_t quiet = 0;
+        std::size_t longestQuiet = 0;
+        for (const float sample : std::span(out.left).subspan(256)) {
+            quiet = std::fabs(sample) < 0.01f ? quiet + 1 : 0;
+            longestQuiet = std::max(longestQuiet, quiet);
+        }
+        EXPECT_GE(longestQuiet, std::size_t(c.dryFrames / 2)) << "the source ran dry";
     }
 }
 
