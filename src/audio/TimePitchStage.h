@@ -64,8 +64,8 @@ public:
         virtual ~Source() = default;
         /// Fills up to `frameCount` frames of the two non-interleaved channels `input` and
         /// returns how many it filled. Fewer means there is no more: `render` feeds silence in
-        /// their place (a starved source, whose later frames follow that silence),
-        /// `renderToEnd` ends the output there.
+        /// their place, faded in from the last frame and out into the next (a starved source,
+        /// whose later frames follow that silence), `renderToEnd` ends the output there.
         /// Called on the rendering thread, from inside `render` or `renderToEnd`.
         virtual std::uint32_t pull(float* const* input, std::uint32_t frameCount) = 0;
         /// After a short pull in `renderToEnd`: fills up to `frameCount` frames with what follows
