@@ -1,6 +1,7 @@
 #include "document/TeskFileReference.h"
 
 #include "support/AudioFiles.h"
+#include "support/Environment.h"
 
 #include <QDateTime>
 #include <QDir>
@@ -111,22 +112,10 @@ TEST_F(FileReferenceTest, FindsTheFileBesideTheDocumentAndMovedWithIt) {
 
 TEST_F(FileReferenceTest, FindsTheFileInTheMusicFolder) {
     // Qt reads the music folder from the XDG user directories on every call.
-    const QByteArray savedConfigHome = qgetenv("XDG_CONFIG_HOME");
-    const QString config = path("config");
     const QString music = path("Music");
     ASSERT_TRUE(QDir().mkpath(music));
     makeFile("config/user-dirs.dirs", "XDG_MUSIC_DIR=\"" + music.toUtf8() + "\"\n");
-    qputenv("XDG_CONFIG_HOME", config.toUtf8());
-    struct Restore {
-        QByteArray value;
-        ~Restore() {
-            if (value.isEmpty()) {
-                qunsetenv("XDG_CONFIG_HOME");
-            } else {
-                qputenv("XDG_CONFIG_HOME", value);
-            }
-        }
-    } restore{savedConfigHome};
+    const test::ScopedEnvironment config("XDG_CONFIG_HOME", path("config").toUtf8());
     ASSERT_EQ(QStandardPaths::writableLocation(QStandardPaths::MusicLocation), music);
 
     const QString song = makeFile("downloads/" + unique("song.wav"));
