@@ -15,7 +15,6 @@
 #include <QDir>
 #include <QElapsedTimer>
 #include <QFile>
-#include <QMap>
 #include <QProcess>
 #include <QRegularExpression>
 #include <QTemporaryDir>
@@ -66,14 +65,6 @@ std::unique_ptr<TeskExtendedAudioFile> render(const QStringList& arguments, cons
     EXPECT_EQ(run.exitCode, 0) << run.err.toStdString();
     EXPECT_FALSE(run.err.contains(QRegularExpression("\\d%"))) << run.err.toStdString();
     return openDecoded(output);
-}
-
-/// The "name: value" lines that --info printed.
-QMap<QString, QString> infoFields(const RenderRun& run) {
-    QMap<QString, QString> fields;
-    for (const QString& line : run.out.split('\n', Qt::SkipEmptyParts))
-        fields.insert(line.section(": ", 0, 0), line.section(": ", 1));
-    return fields;
 }
 
 std::optional<TeskDocumentContents> readDocument(const QString& path) {
@@ -299,16 +290,10 @@ TEST(TeskRender, InfoPrintsWhatTeskReadsFromTheFile) {
     const RenderRun run = runRender({"--info", input});
     ASSERT_EQ(run.exitCode, 0) << run.err.toStdString();
     EXPECT_TRUE(run.err.isEmpty()) << run.err.toStdString();
-    // 1.5 s at 44100 Hz; untagged, every line is there all the same.
-    EXPECT_EQ(infoFields(run), (QMap<QString, QString>{{"frames", "66150"},
-                                                       {"duration", "1.500 s"},
-                                                       {"sample rate", "48000 Hz"},
-                                                       {"channels", "1"},
-                                                       {"codec", "pcm_s16le"},
-                                                       {"title", "(none)"},
-                                                       {"artist", "(none)"},
-                                                       {"album", "(none)"},
-                                                       {"cover", "(none)"}}));
+    // 1.5 s at 44100 Hz; untagged, every line is there all the same, for a script to read.
+    EXPECT_EQ(run.out, "frames: 66150\nduration: 1.500 s\nsample rate: 48000 Hz\nchannels: 1\n"
+                       "codec: pcm_s16le\ntitle: (none)\nartist: (none)\nalbum: (none)\n"
+                       "cover: (none)\n");
 
     // An MP3 with ID3 tags and a PNG cover, copied in as it is.
     const QString cover = folder.filePath("cover.png");
@@ -321,12 +306,11 @@ TEST(TeskRender, InfoPrintsWhatTeskReadsFromTheFile) {
                                       "artist=The Practisers", tagged}));
     const RenderRun mp3 = runRender({"--info", tagged});
     ASSERT_EQ(mp3.exitCode, 0) << mp3.err.toStdString();
-    const QMap<QString, QString> tags = infoFields(mp3);
-    EXPECT_EQ(tags.value("codec"), "mp3");
-    EXPECT_EQ(tags.value("title"), "Étude in Blue");
-    EXPECT_EQ(tags.value("artist"), "The Practisers");
-    EXPECT_EQ(tags.value("album"), "(none)");
-    EXPECT_EQ(tags.value("cover"), QString("image/png, %1 bytes").arg(QFileInfo(cover).size()));
+    EXPECT_TRUE(
+        mp3.out.endsWith(QString("codec: mp3\ntitle: Étude in Blue\nartist: The Practisers\n"
+                                 "album: (none)\ncover: image/png, %1 bytes\n")
+                             .arg(QFileInfo(cover).size())))
+        << mp3.out.toStdString();
 }
 
 TEST(TeskRender, SavesAPracticeDocumentWithTheSettingsLoopAndMarkersGiven) {
