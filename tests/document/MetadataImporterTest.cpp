@@ -5,6 +5,7 @@
 
 #include "support/AudioFiles.h"
 #include "support/SongFiles.h"
+#include "support/ViewTesting.h"
 
 #include <QCoreApplication>
 #include <QImage>
@@ -14,8 +15,6 @@
 #include <QThread>
 #include <QThreadPool>
 #include <gtest/gtest.h>
-
-#include <cstdlib>
 
 namespace tesk {
 namespace {
@@ -60,12 +59,6 @@ QString writeTaggedSong(const QTemporaryDir& folder, const QString& cover = {},
 
 bool waitUntilFinished(const MetadataImporter& importer) {
     return QTest::qWaitFor([&] { return importer.isFinished(); }, 20000);
-}
-
-bool isNear(QColor actual, QColor expected) {
-    return std::abs(actual.red() - expected.red()) <= 12 &&
-           std::abs(actual.green() - expected.green()) <= 12 &&
-           std::abs(actual.blue() - expected.blue()) <= 12 && actual.alpha() == 255;
 }
 
 TEST(MetadataImporter, BringsUtf16TagsToTheDelegateOnTheMainThread) {
@@ -127,7 +120,7 @@ TEST(MetadataImporter, CoversFillTheArtworkCroppedToTheirCentre) {
         for (const QPoint point :
              {QPoint(256, 256), QPoint(2, 256), QPoint(509, 256), QPoint(256, 2), QPoint(256, 509),
               QPoint(2, 2), QPoint(509, 509)}) {
-            EXPECT_TRUE(isNear(art.pixelColor(point), Qt::red))
+            EXPECT_TRUE(test::coloursClose(art.pixelColor(point), Qt::red, 12))
                 << point.x() << "," << point.y() << " is "
                 << art.pixelColor(point).name().toStdString();
         }
@@ -145,7 +138,7 @@ TEST(MetadataImporter, AHugeCoverIsShrunkNotRefused) {
         << log.toStdString();
     const QImage art = MetadataImporter::albumArtworkFromCover(test::readFile(path));
     ASSERT_EQ(art.size(), QSize(512, 512));
-    EXPECT_TRUE(isNear(art.pixelColor(256, 256), Qt::red));
+    EXPECT_TRUE(test::coloursClose(art.pixelColor(256, 256), Qt::red, 12));
 }
 
 TEST(MetadataImporter, LateResultsGoNowhereOnceTheDelegateIsClearedOrTheImporterIsGone) {
