@@ -57,11 +57,10 @@ public:
 
 class FakeWindow : public TeskDocumentWindow {
 public:
-    void showWindow() override { ++shown; }
+    void showWindow() override {}
     void synchronizeWindowTitleWithDocumentName() override { ++titleSyncs; }
     QRectF windowFrame() const override { return frame; }
 
-    int shown = 0;
     int titleSyncs = 0;
     QRectF frame{120.5, 80.42949296, 900, 640};
 };

@@ -192,9 +192,8 @@ TEST_F(FileReferenceTest, BytesRoundTripAndDamagedBytesAreRefused) {
     move(song, renamed);
     EXPECT_EQ(read->resolvedPath(document), renamed);
 
-    for (qsizetype length = 0; length < bytes.size(); ++length) {
+    for (qsizetype length = 0; length < bytes.size(); ++length)
         EXPECT_FALSE(TeskFileReference::fromBytes(bytes.first(length))) << "length " << length;
-    }
     EXPECT_FALSE(TeskFileReference::fromBytes(bytes + QByteArray(1, '\0')));
     for (qsizetype bit = 0; bit < bytes.size() * 8; ++bit) {
         QByteArray flipped = bytes;
@@ -205,13 +204,11 @@ TEST_F(FileReferenceTest, BytesRoundTripAndDamagedBytesAreRefused) {
     std::mt19937 random(20261122);
     for (int round = 0; round < 2000; ++round) {
         QByteArray garbage(qsizetype(random() % 200), Qt::Uninitialized);
-        for (char& byte : garbage) {
+        for (char& byte : garbage)
             byte = char(random());
-        }
         // Half of them look like ours at first sight, so the reading goes past the header.
-        if (round % 2 == 0) {
+        if (round % 2 == 0)
             garbage = bytes.first(qsizetype(random() % bytes.size())) + garbage;
-        }
         EXPECT_FALSE(TeskFileReference::fromBytes(garbage)) << "round " << round;
     }
 }
