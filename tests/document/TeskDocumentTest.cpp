@@ -625,15 +625,6 @@ TEST_F(DocumentTest, ASongFileGivesAnUntitledDocumentNamedAfterTheSong) {
     EXPECT_EQ(document.player()->songMetadata().title, "Été");
 }
 
-TEST_F(DocumentTest, AFileThatIsNoSongIsRefusedWithoutAnError) {
-    ASSERT_TRUE(writeFile(path("notes.wav"), "these are my practice notes\n"));
-    TeskDocument text;
-    TeskError error;
-    EXPECT_FALSE(text.readFromURL(url("notes.wav"), "audio/x-wav", &error));
-    EXPECT_TRUE(error.domain().isEmpty());
-    // One that looks like a song but does not load: see the document controller's test.
-}
-
 TEST_F(DocumentTest, ExportsTheLoopInTheBackgroundAndReportsOnTheMainThread) {
     auto document = openSong(writeSong("song.wav", 2.0));
     RecordingDelegate delegate;
