@@ -56,13 +56,6 @@ struct Puller {
         right.insert(right.end(), r.begin(), r.begin() + total);
         return total;
     }
-
-    /// Forgets what was pulled, to start counting afresh after a seek.
-    void forget() {
-        left.clear();
-        right.clear();
-        runs.clear();
-    }
 };
 
 /// A renderer that copies from `reader`, 64 frames at a time, as fast as it can until it is
@@ -111,7 +104,8 @@ TEST(TeskAudioFileReader, ReadsForwardsAndBackwardsWithTheirSourcesToTheSongsEnd
     puller.reader.setReverse(true);
     puller.reader.setCurrentFrame(600);
     puller.reader.start();
-    puller.forget();
+    puller.left.clear(); // counted afresh from the seek
+    puller.runs.clear();
     EXPECT_EQ(puller.pull(1000), 600u);
     EXPECT_TRUE(puller.reader.endOfStream());
     for (std::size_t i = 0; i < 600; ++i)
