@@ -15,7 +15,6 @@
 #include <QDir>
 #include <QElapsedTimer>
 #include <QFile>
-#include <QMap>
 #include <QProcess>
 #include <QRegularExpression>
 #include <QTemporaryDir>
@@ -66,14 +65,6 @@ std::unique_ptr<TeskExtendedAudioFile> render(const QStringList& arguments, cons
     EXPECT_EQ(run.exitCode, 0) << run.err.toStdString();
     EXPECT_FALSE(run.err.contains(QRegularExpression("\\d%"))) << run.err.toStdString();
     return openDecoded(output);
-}
-
-/// The "name: value" lines that --info printed.
-QMap<QString, QString> infoFields(const RenderRun& run) {
-    QMap<QString, QString> fields;
-    for (const QString& line : run.out.split('\n', Qt::SkipEmptyParts))
-        fields.insert(line.section(": ", 0, 0), line.section(": ", 1));
-    return fields;
 }
 
 std::optional<TeskDocumentContents> readDocument(const QString& path) {
@@ -226,18 +217,15 @@ TEST(TeskRender, ExportsAifAndM4aOfTheSongsLengthOverTheSpeedWithItsTags) {
                           QFile::ReadOwner | QFile::WriteOwner | QFile::ReadGroup);
     for (const Case& c : {Case{"out.aif", {}, 1.0}, Case{"out.m4a", {"--speed", "2"}, 2.0},
                           Case{"slow.aif", {"--speed", "-0.5", "--quality", "light"}, 0.5}}) {
+        SCOPED_TRACE(c.name.toStdString());
         const QString output = folder.filePath(c.name);
         const auto file = render(c.options + QStringList{input}, output);
-        ASSERT_TRUE(file) << c.name.toStdString();
+        ASSERT_TRUE(file);
         // Whole slices of 1024 frames, and whatever the AAC decoder trims or pads at the ends.
-        EXPECT_NEAR(double(file->frameCount()), double(sourceFrames) / c.speed, 1100.0)
-            << c.name.toStdString();
+        EXPECT_NEAR(double(file->frameCount()), double(sourceFrames) / c.speed, 1100.0);
         const auto middle = readChannels(*file, file->frameCount() / 4, 8820)[0];
-        EXPECT_NEAR(toneAmplitude(middle, 440.0), 0.5, 0.1) << c.name.toStdString();
-        SongMetadata expected;
-        expected.title = "Practice Tune";
-        expected.artist = "Tesk";
-        EXPECT_EQ(readSongMetadata(output), expected) << c.name.toStdString();
+        EXPECT_NEAR(toneAmplitude(middle, 440.0), 0.5, 0.1);
+        EXPECT_EQ(readSongMetadata(output), (SongMetadata{"Practice Tune", "Tesk", {}, {}, {}}));
     }
     using std::filesystem::perms;
     EXPECT_EQ(std::filesystem::status(folder.filePath("out.aif").toStdString()).permissions(),
@@ -302,15 +290,10 @@ TEST(TeskRender, InfoPrintsWhatTeskReadsFromTheFile) {
     const RenderRun run = runRender({"--info", input});
     ASSERT_EQ(run.exitCode, 0) << run.err.toStdString();
     EXPECT_TRUE(run.err.isEmpty()) << run.err.toStdString();
-    const QMap<QString, QString> fields = infoFields(run);
-    EXPECT_EQ(fields.value("frames"), "66150"); // 1.5 s at 44100 Hz
-    EXPECT_EQ(fields.value("duration"), "1.500 s");
-    EXPECT_EQ(fields.value("sample rate"), "48000 Hz");
-    EXPECT_EQ(fields.value("channels"), "1");
-    EXPECT_EQ(fields.value("codec"), "pcm_s16le");
-    // Untagged: every line is there all the same.
-    for (const char* key : {"title", "artist", "album", "cover"})
-        EXPECT_EQ(fields.value(key), "(none)") << key;
+    // 1.5 s at 44100 Hz; untagged, every line is there all the same, for a script to read.
+    EXPECT_EQ(run.out, "frames: 66150\nduration: 1.500 s\nsample rate: 48000 Hz\nchannels: 1\n"
+                       "codec: pcm_s16le\ntitle: (none)\nartist: (none)\nalbum: (none)\n"
+                       "cover: (none)\n");
 
     // An MP3 with ID3 tags and a PNG cover, copied in as it is.
     const QString cover = folder.filePath("cover.png");
@@ -323,12 +306,11 @@ TEST(TeskRender, InfoPrintsWhatTeskReadsFromTheFile) {
                                       "artist=The Practisers", tagged}));
     const RenderRun mp3 = runRender({"--info", tagged});
     ASSERT_EQ(mp3.exitCode, 0) << mp3.err.toStdString();
-    const QMap<QString, QString> tags = infoFields(mp3);
-    EXPECT_EQ(tags.value("codec"), "mp3");
-    EXPECT_EQ(tags.value("title"), "Étude in Blue");
-    EXPECT_EQ(tags.value("artist"), "The Practisers");
-    EXPECT_EQ(tags.value("album"), "(none)");
-    EXPECT_EQ(tags.value("cover"), QString("image/png, %1 bytes").arg(QFileInfo(cover).size()));
+    EXPECT_TRUE(
+        mp3.out.endsWith(QString("codec: mp3\ntitle: Étude in Blue\nartist: The Practisers\n"
+                                 "album: (none)\ncover: image/png, %1 bytes\n")
+                             .arg(QFileInfo(cover).size())))
+        << mp3.out.toStdString();
 }
 
 TEST(TeskRender, SavesAPracticeDocumentWithTheSettingsLoopAndMarkersGiven) {
@@ -366,23 +348,22 @@ TEST(TeskRender, SavesAPracticeDocumentWithTheSettingsLoopAndMarkersGiven) {
         TeskVocalReductionEffectSettings::femaleVocalPreset().get());
     effects.setPanningEnabled(true);
     effects.setOutOfPhase(true);
-    TeskDocumentContents expected;
-    expected.audioFileAlias = document->audioFileAlias;
-    expected.playbackSpeed = -0.5;
-    expected.pitchAdjustment = 3.0;
-    expected.playbackVolume = 0.7;
-    expected.zoomLevel = 0.9;
-    expected.loopLocation = 22050;
-    expected.loopLength = 33075;
-    // Each kind in the order given, the song's very end included.
-    expected.chorusMarkers = QList<quint32>{22050, 11025};
-    expected.genericMarkers = QList<quint32>{44100};
-    expected.verseMarkers = QList<quint32>{88200};
-    expected.bridgeMarkers = QList<quint32>{66150};
-    expected.effectsSettings = effects.dictionaryRepresentation();
-    // Every key is written, those of the window too.
-    expected.documentWindowFrame = QRectF();
-    expected.effectsVisible = false;
+    // Each kind of marker in the order given, the song's very end included; every key is
+    // written, those of the window too.
+    const TeskDocumentContents expected{.audioFileAlias = document->audioFileAlias,
+                                        .genericMarkers = QList<quint32>{44100},
+                                        .chorusMarkers = QList<quint32>{22050, 11025},
+                                        .verseMarkers = QList<quint32>{88200},
+                                        .bridgeMarkers = QList<quint32>{66150},
+                                        .effectsSettings = effects.dictionaryRepresentation(),
+                                        .zoomLevel = 0.9,
+                                        .playbackVolume = 0.7,
+                                        .loopLocation = 22050,
+                                        .loopLength = 33075,
+                                        .playbackSpeed = -0.5,
+                                        .pitchAdjustment = 3.0,
+                                        .documentWindowFrame = QRectF(),
+                                        .effectsVisible = false};
     EXPECT_EQ(*document, expected);
 
     // Nothing given: a new document's settings, over an older file at the same place.
@@ -396,8 +377,7 @@ TEST(TeskRender, SavesAPracticeDocumentWithTheSettingsLoopAndMarkersGiven) {
     EXPECT_EQ(fresh->loopLocation, 0u);
     EXPECT_EQ(fresh->loopLength, 0u);
     EXPECT_EQ(fresh->chorusMarkers, QList<quint32>{});
-    const TeskEffectsSettings defaults;
-    EXPECT_EQ(fresh->effectsSettings, defaults.dictionaryRepresentation());
+    EXPECT_EQ(fresh->effectsSettings, TeskEffectsSettings().dictionaryRepresentation());
 
     // A marker or a loop past the song's end: no document, and the one already there stays as
     // it was.

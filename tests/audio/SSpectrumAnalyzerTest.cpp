@@ -38,9 +38,10 @@ double referencePoint(const std::vector<float>& block, double frequency) {
     const double n = static_cast<double>(block.size());
     double power = 0.0;
     double fullScale = 0.0; // N · Σw² / 4, the power of a windowed sine of amplitude 1
+    std::vector<double> window(block.size());
     for (std::size_t i = 0; i < block.size(); ++i) {
-        const double w = 0.54 - 0.46 * std::cos(2.0 * std::numbers::pi * double(i) / (n - 1.0));
-        fullScale += n * w * w / 4.0;
+        window[i] = 0.54 - 0.46 * std::cos(2.0 * std::numbers::pi * double(i) / (n - 1.0));
+        fullScale += n * window[i] * window[i] / 4.0;
     }
     for (std::size_t k = 1; k <= block.size() / 2; ++k) {
         const double binFrequency = static_cast<double>(k) * test::kSampleRate / n;
@@ -50,10 +51,9 @@ double referencePoint(const std::vector<float>& block, double frequency) {
         double re = 0.0;
         double im = 0.0;
         for (std::size_t i = 0; i < block.size(); ++i) {
-            const double t = static_cast<double>(i);
-            const double w = 0.54 - 0.46 * std::cos(2.0 * std::numbers::pi * t / (n - 1.0));
-            re += w * block[i] * std::cos(2.0 * std::numbers::pi * static_cast<double>(k) * t / n);
-            im -= w * block[i] * std::sin(2.0 * std::numbers::pi * static_cast<double>(k) * t / n);
+            const double phase = 2.0 * std::numbers::pi * double(k) * double(i) / n;
+            re += window[i] * block[i] * std::cos(phase);
+            im -= window[i] * block[i] * std::sin(phase);
         }
         power += re * re + im * im;
     }

@@ -13,12 +13,6 @@
 namespace tesk {
 namespace {
 
-const QString kTitle = "Ünïcødé — 日本語";
-const QString kArtist = "Björk Guðmundsdóttir";
-const QString kAlbum = "Ágætis byrjun ♪";
-const QStringList kTagArguments{"-metadata",         "title=" + kTitle, "-metadata",
-                                "artist=" + kArtist, "-metadata",       "album=" + kAlbum};
-
 TEST(SongMetadataReader, ReadsTheTagsAndCoverWhereEachFormatKeepsThem) {
     struct Case {
         const char* name;
@@ -61,11 +55,11 @@ TEST(SongMetadataReader, ReadsTheTagsAndCoverWhereEachFormatKeepsThem) {
                                               "-id3v2_version 3");
         }
         QString log;
-        ASSERT_TRUE(
-            test::runFfmpeg(arguments + c.options + kTagArguments + QStringList{path}, &log))
+        ASSERT_TRUE(test::runFfmpeg(
+            arguments + c.options + test::tagArguments(test::threeScriptTags()) + QStringList{path},
+            &log))
             << log.toStdString();
-        EXPECT_EQ(readSongMetadata(path),
-                  (SongMetadata{kTitle, kArtist, kAlbum, picture, c.mimeType}));
+        EXPECT_EQ(readSongMetadata(path), test::threeScriptTags(picture, c.mimeType));
     }
     // The title frame really is UTF-16 (text encoding byte 1 after the ten-byte frame header),
     // so the reader is tested on the encoding it must convert.

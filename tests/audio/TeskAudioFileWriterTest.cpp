@@ -5,6 +5,7 @@
 #include "audio/SongMetadataReader.h"
 #include "support/AudioFiles.h"
 #include "support/Signals.h"
+#include "support/SongFiles.h"
 
 #include <QDir>
 #include <QFile>
@@ -32,11 +33,6 @@ using test::Channels;
 const std::uint32_t kAwkwardSlices[] = {4096, 1, 4095, 4097, 10000, 333};
 
 const SongMetadata kNoMetadata;
-
-/// Tags in three scripts, with `cover` of type `mimeType`.
-SongMetadata tagged(const QByteArray& cover = {}, const QString& mimeType = {}) {
-    return {"Ünïcødé — 日本語", "Sigur Rós", "Ágætis byrjun ♪", cover, mimeType};
-}
 
 /// The format for `path`'s extension.
 ExportFormat formatOf(const QString& path) {
@@ -115,7 +111,7 @@ TEST(TeskAudioFileWriter, EachFormatHoldsTheFramesWrittenAtTheirPlaceWithTagsAnd
         SCOPED_TRACE(c.name);
         const QString path = folder.filePath(c.name);
         const SongMetadata metadata =
-            tagged(test::writePicture(folder.filePath(c.cover)), c.mimeType);
+            test::threeScriptTags(test::writePicture(folder.filePath(c.cover)), c.mimeType);
         ASSERT_FALSE(metadata.coverImage.isEmpty());
         auto writer = createWriter(path, metadata);
         ASSERT_TRUE(writer);
@@ -174,10 +170,11 @@ TEST(TeskAudioFileWriter, ACoverThatIsNeitherJpegNorPngIsLeftOut) {
         SCOPED_TRACE(name);
         const QString path = folder.filePath(name);
         auto writer = createWriter(
-            path, tagged("GIF89a, or anything else that is neither JPEG nor PNG", "image/jpeg"));
+            path, test::threeScriptTags("GIF89a, or anything else that is neither JPEG nor PNG",
+                                        "image/jpeg"));
         ASSERT_TRUE(writer);
         ASSERT_TRUE(writeAndFinish(*writer, tone));
-        EXPECT_EQ(readSongMetadata(path), tagged());
+        EXPECT_EQ(readSongMetadata(path), test::threeScriptTags());
         const std::optional<Channels> file = test::decodeWithFfmpeg(path);
         ASSERT_TRUE(file);
         EXPECT_GE((*file)[0].size(), 44100u);

@@ -21,15 +21,13 @@ QVariantMap throughJson(const QVariantMap& dictionary) {
     return QJsonDocument::fromJson(json).object().toVariantMap();
 }
 
-QList<double> flatBands() {
-    return QList<double>(10, 0.0);
-}
+const QList<double> kFlatBands(10, 0.0);
 
 } // namespace
 
 TEST(TeskEqualizerSettings, PresetsCopiesAndEquality) {
     EXPECT_EQ(TeskEqualizerSettings().name(), "Manual");
-    EXPECT_EQ(TeskEqualizerSettings().bands(), flatBands());
+    EXPECT_EQ(TeskEqualizerSettings().bands(), kFlatBands);
     EXPECT_EQ(TeskEqualizerSettings::flatPreset()->name(), "Flat");
     const auto bass = TeskEqualizerSettings::isolateBassPreset();
     EXPECT_EQ(bass->name(), "Isolate Bass");
@@ -112,7 +110,7 @@ TEST(TeskEffectsSettings, DefaultsAndNestedSettingsAreStoredAsCopies) {
 
     // Setting the object it already holds is safe.
     settings.setEqualizerSettings(settings.equalizerSettings());
-    EXPECT_EQ(settings.equalizerSettings()->bands(), flatBands());
+    EXPECT_EQ(settings.equalizerSettings()->bands(), kFlatBands);
 }
 
 TEST(TeskEffectsSettings, ChangesInsideNestedSettingsReachObserversOfTheOwnersKey) {
@@ -134,10 +132,10 @@ TEST(TeskEffectsSettings, ChangesInsideNestedSettingsReachObserversOfTheOwnersKe
     auto bass = TeskEqualizerSettings::isolateBassPreset();
     settings.setEqualizerSettings(bass.get());
     const int afterReplacement = equalizer.count;
-    bass->setBands(flatBands()); // the caller's object is not ours
+    bass->setBands(kFlatBands); // the caller's object is not ours
     EXPECT_EQ(equalizer.count, afterReplacement);
     const int bandsBefore = bands.count;
-    settings.equalizerSettings()->setBands(flatBands());
+    settings.equalizerSettings()->setBands(kFlatBands);
     EXPECT_EQ(equalizer.count, afterReplacement + 1);
     EXPECT_GT(bands.count, bandsBefore);
 
@@ -198,7 +196,7 @@ TEST(TeskEffectsSettings, DamagedDictionariesKeepDefaultsAndOddBandCountsReadAsZ
         {"PanningEnabled", 1},
     });
     EXPECT_FALSE(damaged.isEqualizerEnabled());
-    EXPECT_EQ(damaged.equalizerSettings()->bands(), flatBands());
+    EXPECT_EQ(damaged.equalizerSettings()->bands(), kFlatBands);
     EXPECT_EQ(damaged.vocalReductionEffectSettings()->lowFrequency(), 120.0);
     EXPECT_EQ(damaged.panAmount(), 0.5);
     EXPECT_TRUE(damaged.isPanningEnabled()); // a number is a fine boolean

@@ -4,6 +4,7 @@
 
 #include "audio/SongFileError.h"
 #include "support/AudioFiles.h"
+#include "support/Environment.h"
 #include "support/Signals.h"
 
 #include <QDir>
@@ -444,9 +445,8 @@ TEST(TeskExtendedAudioFile, CacheIsAnUnnamedFileInTheUserCacheFolder) {
     QTemporaryDir folder;
     const QString song = folder.filePath("song.wav");
     ASSERT_TRUE(test::writeWav(song, testSong(10000), 44100));
-    const QByteArray savedCacheHome = qgetenv("XDG_CACHE_HOME");
-
-    qputenv("XDG_CACHE_HOME", QFile::encodeName(folder.filePath("cache")));
+    const test::ScopedEnvironment cacheHome("XDG_CACHE_HOME",
+                                            QFile::encodeName(folder.filePath("cache")));
     const QString cacheFolder = QStandardPaths::writableLocation(QStandardPaths::CacheLocation);
     ASSERT_TRUE(cacheFolder.startsWith(folder.path()));
     {
@@ -467,10 +467,6 @@ TEST(TeskExtendedAudioFile, CacheIsAnUnnamedFileInTheUserCacheFolder) {
         EXPECT_EQ(unnamedFilesIn(QDir::tempPath()), 1);
         EXPECT_EQ(file->frameCount(), 10000);
     }
-    if (savedCacheHome.isNull())
-        qunsetenv("XDG_CACHE_HOME");
-    else
-        qputenv("XDG_CACHE_HOME", savedCacheHome);
 }
 
 } // namespace

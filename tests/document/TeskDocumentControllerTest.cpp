@@ -64,6 +64,7 @@ protected:
     }
 
     QString path(const QString& name) const { return mDir.filePath(name); }
+    QUrl url(const QString& name) const { return QUrl::fromLocalFile(path(name)); }
 
     /// Half a second of tone, encoded by FFmpeg with `arguments` unless it is a plain WAV.
     QString writeSong(const QString& name, const QStringList& arguments = {}) {
@@ -75,6 +76,8 @@ protected:
     }
 
     QTemporaryDir mDir;
+    // Where the calls that may fail say why; the tests judge them by what they return.
+    TeskError mError;
     FakeWindowLayer mWindows;
     TeskDocumentController mController{&mWindows};
 };
@@ -112,7 +115,7 @@ TEST_F(DocumentControllerTest, OpensExactlyTheSupportedTypesByContent) {
         {song("book.m4b", {"-f", "ipod", "-brand", "M4B "}), false, "audio/x-m4b"},
         {song("song.ogg"), false, {}},
         {text("notes.mp3", "practice notes\n"), false, {}},
-        {QUrl::fromLocalFile(path("absent.mp3")), false, {}},
+        {url("absent.mp3"), false, {}},
         {QUrl("https://x/a.mp3"), false, {}},
     };
     for (const auto& c : cases) {
@@ -136,8 +139,7 @@ TEST_F(DocumentControllerTest, KeepsAtMostOneEmptyWindow) {
     EXPECT_EQ(mWindows.shownCount(empty), 2);
 
     // A song replaces the empty window.
-    TeskError error;
-    ASSERT_TRUE(mController.openFileNamed(writeSong("song.aiff"), &error));
+    ASSERT_TRUE(mController.openFileNamed(writeSong("song.aiff"), &mError));
     ASSERT_EQ(mController.documents().size(), 1);
     TeskDocument* song = mController.documents().first();
     EXPECT_NE(song, empty);
@@ -148,7 +150,7 @@ TEST_F(DocumentControllerTest, KeepsAtMostOneEmptyWindow) {
     mController.newDocument();
     EXPECT_EQ(mController.documents().size(), 2);
     mController.closeDocument(mController.firstUntitledDocument());
-    ASSERT_TRUE(mController.openFileNamed(path("song.aiff"), &error));
+    ASSERT_TRUE(mController.openFileNamed(path("song.aiff"), &mError));
     EXPECT_EQ(mController.documents(), QList<TeskDocument*>{song});
     EXPECT_EQ(mWindows.shownCount(song), 2);
 
@@ -190,16 +192,12 @@ TEST_F(DocumentControllerTest, OpensFilesFromOutsideAndAnswersForEach) {
 
 TEST_F(DocumentControllerTest, TheOpenDialogReplacesTheEmptyWindowAndFindsSavedDocuments) {
     TeskDocument* empty = mController.openUntitledDocumentAndDisplay();
-    TeskDocument* song = nullptr;
-    {
-        TeskError error;
-        song = mController.openDocumentWithContentsOfURL(QUrl::fromLocalFile(writeSong("song.wav")),
-                                                         true, &error);
-        ASSERT_TRUE(song);
-        song->setGenericMarkers({100});
-        ASSERT_TRUE(song->saveToURL(QUrl::fromLocalFile(path("practice.tesk")), &error));
-        mController.closeDocument(song);
-    }
+    TeskDocument* song = mController.openDocumentWithContentsOfURL(
+        QUrl::fromLocalFile(writeSong("song.wav")), true, &mError);
+    ASSERT_TRUE(song);
+    song->setGenericMarkers({100});
+    ASSERT_TRUE(song->saveToURL(url("practice.tesk"), &mError));
+    mController.closeDocument(song);
     EXPECT_EQ(mController.documents(), QList<TeskDocument*>{empty});
 
     mWindows.chosen = {path("practice.tesk")};
@@ -209,18 +207,14 @@ TEST_F(DocumentControllerTest, TheOpenDialogReplacesTheEmptyWindowAndFindsSavedD
     EXPECT_NE(practice, empty);
     EXPECT_EQ(practice->genericMarkers(), QList<quint32>{100});
     EXPECT_EQ(practice->displayName(), "practice");
-    EXPECT_EQ(mController.documentForURL(QUrl::fromLocalFile(path("practice.tesk"))), practice);
+    EXPECT_EQ(mController.documentForURL(url("practice.tesk")), practice);
     // Its song, opened again any way, brings the practice forward rather than a blank one.
-    {
-        const int shown = mWindows.shownCount(practice);
-        TeskError error;
-        const QUrl songFile = QUrl::fromLocalFile(path("song.wav"));
-        EXPECT_EQ(mController.openDocumentWithContentsOfURL(songFile, true, &error), practice);
-        EXPECT_TRUE(mController.openFileNamed(path("song.wav"), &error));
-        EXPECT_TRUE(mController.openRecentDocument(songFile));
-        EXPECT_EQ(mController.documents(), QList<TeskDocument*>{practice});
-        EXPECT_EQ(mWindows.shownCount(practice), shown + 3);
-    }
+    const int shown = mWindows.shownCount(practice);
+    EXPECT_EQ(mController.openDocumentWithContentsOfURL(url("song.wav"), true, &mError), practice);
+    EXPECT_TRUE(mController.openFileNamed(path("song.wav"), &mError));
+    EXPECT_TRUE(mController.openRecentDocument(url("song.wav")));
+    EXPECT_EQ(mController.documents(), QList<TeskDocument*>{practice});
+    EXPECT_EQ(mWindows.shownCount(practice), shown + 3);
 
     // Cancelled: nothing changes.
     mWindows.chosen.clear();
@@ -258,18 +252,16 @@ TEST_F(DocumentControllerTest, ADocumentWhoseSongIsMissingIsNotAnEmptyWindow) {
     {
         TeskDocument document;
         document.setAudioFileURL(QUrl::fromLocalFile(song));
-        TeskError error;
-        ASSERT_TRUE(document.saveToURL(QUrl::fromLocalFile(path("practice.tesk")), &error));
+        ASSERT_TRUE(document.saveToURL(url("practice.tesk"), &mError));
     }
     ASSERT_TRUE(QFile::remove(song));
-    TeskError error;
-    TeskDocument* lost = mController.openDocumentWithContentsOfURL(
-        QUrl::fromLocalFile(path("practice.tesk")), true, &error);
+    TeskDocument* lost =
+        mController.openDocumentWithContentsOfURL(url("practice.tesk"), true, &mError);
     ASSERT_TRUE(lost);
     EXPECT_EQ(lost->player(), nullptr);
     EXPECT_EQ(mController.firstUntitledDocument(), nullptr);
     // Opening another song leaves it be.
-    ASSERT_TRUE(mController.openFileNamed(writeSong("other.wav"), &error));
+    ASSERT_TRUE(mController.openFileNamed(writeSong("other.wav"), &mError));
     EXPECT_EQ(mController.documents().size(), 2);
 }
 
@@ -312,8 +304,7 @@ TEST_F(DocumentControllerTest, UnsavedPracticeIsCopiedUntilItIsSavedOrClosed) {
     };
     for (const auto& c : changes) {
         SCOPED_TRACE(c.name);
-        TeskError error;
-        TeskDocument* document = mController.openDocumentWithContentsOfURL(song, false, &error);
+        TeskDocument* document = mController.openDocumentWithContentsOfURL(song, false, &mError);
         ASSERT_NE(document, nullptr);
         document->setCurrentFrame(4410);
         c.change(*document);
@@ -325,10 +316,9 @@ TEST_F(DocumentControllerTest, UnsavedPracticeIsCopiedUntilItIsSavedOrClosed) {
     }
 
     // Saved, the copy goes; changed again, it is back.
-    TeskError error;
-    TeskDocument* document = mController.openDocumentWithContentsOfURL(song, false, &error);
+    TeskDocument* document = mController.openDocumentWithContentsOfURL(song, false, &mError);
     document->dropGenericMarker();
-    ASSERT_TRUE(document->saveToURL(QUrl::fromLocalFile(path("practice.tesk")), &error));
+    ASSERT_TRUE(document->saveToURL(url("practice.tesk"), &mError));
     recovery.writeDueCopies();
     EXPECT_EQ(copiesIn(recovery.folder()), 0);
     document->setPitchAdjustment(2.0);
@@ -339,20 +329,19 @@ TEST_F(DocumentControllerTest, UnsavedPracticeIsCopiedUntilItIsSavedOrClosed) {
 TEST_F(DocumentControllerTest, PracticeLeftUnsavedByATeskThatEndedIsReopenedAsItWas) {
     const QString folder = path("Recovery");
     const QUrl song = QUrl::fromLocalFile(writeSong("song.wav"));
-    const QUrl practice = QUrl::fromLocalFile(path("practice.tesk"));
+    const QUrl practice = url("practice.tesk");
     {
         // A saved practice changed since, and a song with markers never saved; then Tesk ends
         // without closing either.
         FakeWindowLayer windows;
         TeskDocumentController ended(&windows, folder);
-        TeskError error;
-        TeskDocument* saved = ended.openDocumentWithContentsOfURL(song, false, &error);
-        ASSERT_TRUE(saved->saveToURL(practice, &error));
+        TeskDocument* saved = ended.openDocumentWithContentsOfURL(song, false, &mError);
+        ASSERT_TRUE(saved->saveToURL(practice, &mError));
         saved->setCurrentFrame(1000);
         saved->dropVerseMarker();
         saved->setPlaybackSpeed(0.5);
         TeskDocument* untitled = ended.openDocumentWithContentsOfURL(
-            QUrl::fromLocalFile(writeSong("other.wav")), false, &error);
+            QUrl::fromLocalFile(writeSong("other.wav")), false, &mError);
         untitled->setLoopRange({441, 4410});
         ended.recoveryCopies().writeDueCopies();
     }
@@ -369,9 +358,8 @@ TEST_F(DocumentControllerTest, PracticeLeftUnsavedByATeskThatEndedIsReopenedAsIt
     EXPECT_EQ(copies[1].name, "practice");
     EXPECT_EQ(copies[1].fileURL, practice);
 
-    TeskError error;
-    TeskDocument* untitled = next.reopenRecoveryCopy(copies[0], &error);
-    TeskDocument* reopened = next.reopenRecoveryCopy(copies[1], &error);
+    TeskDocument* untitled = next.reopenRecoveryCopy(copies[0], &mError);
+    TeskDocument* reopened = next.reopenRecoveryCopy(copies[1], &mError);
     ASSERT_NE(untitled, nullptr);
     ASSERT_NE(reopened, nullptr);
     EXPECT_EQ(untitled->loopRange(), (LoopRange{441, 4410}));
@@ -389,7 +377,7 @@ TEST_F(DocumentControllerTest, PracticeLeftUnsavedByATeskThatEndedIsReopenedAsIt
     EXPECT_TRUE(next.recoveryCopies().leftBehind().isEmpty());
     next.recoveryCopies().writeDueCopies();
     EXPECT_EQ(copiesIn(folder), 2);
-    ASSERT_TRUE(reopened->saveToURL(practice, &error));
+    ASSERT_TRUE(reopened->saveToURL(practice, &mError));
     EXPECT_EQ(copiesIn(folder), 1) << "saved, its copy goes at once";
     next.closeDocument(untitled);
     EXPECT_EQ(copiesIn(folder), 0);
@@ -401,18 +389,17 @@ TEST_F(DocumentControllerTest, PracticeLeftUnsavedByATeskThatEndedIsReopenedAsIt
 TEST_F(DocumentControllerTest, ACopyIsOfferedOnlyWhenNoTeskKeepsItAndNeverOverItsFile) {
     const QString folder = path("Recovery");
     const QUrl song = QUrl::fromLocalFile(writeSong("song.wav"));
-    const QUrl practice = QUrl::fromLocalFile(path("practice.tesk"));
-    TeskError error;
+    const QUrl practice = url("practice.tesk");
     {
         TeskDocument saved;
         saved.setAudioFileURL(song);
-        ASSERT_TRUE(saved.saveToURL(practice, &error));
+        ASSERT_TRUE(saved.saveToURL(practice, &mError));
     }
     // Two Tesks end in turn, each with changes to the practice unsaved.
     const auto endWithChange = [&](const std::function<void(TeskDocument&)>& change) {
         FakeWindowLayer windows;
         TeskDocumentController ended(&windows, folder);
-        TeskDocument* document = ended.openDocumentWithContentsOfURL(practice, false, &error);
+        TeskDocument* document = ended.openDocumentWithContentsOfURL(practice, false, &mError);
         ASSERT_NE(document, nullptr);
         change(*document);
         ended.recoveryCopies().writeDueCopies();
@@ -433,8 +420,8 @@ TEST_F(DocumentControllerTest, ACopyIsOfferedOnlyWhenNoTeskKeepsItAndNeverOverIt
     EXPECT_EQ(copies[0].name, "practice");
     EXPECT_GE(copies[0].written, copies[1].written) << "newest first";
     // The newest takes the file; the other, whose file is then open, comes back beside it.
-    TeskDocument* newest = next.reopenRecoveryCopy(copies[0], &error);
-    TeskDocument* older = next.reopenRecoveryCopy(copies[1], &error);
+    TeskDocument* newest = next.reopenRecoveryCopy(copies[0], &mError);
+    TeskDocument* older = next.reopenRecoveryCopy(copies[1], &mError);
     ASSERT_TRUE(newest && older);
     EXPECT_EQ(newest->fileURL(), practice);
     EXPECT_EQ(newest->bridgeMarkers(), QList<quint32>{200});
@@ -453,9 +440,9 @@ TEST_F(DocumentControllerTest, ACopyIsOfferedOnlyWhenNoTeskKeepsItAndNeverOverIt
     });
     {
         TeskDocument elsewhere;
-        ASSERT_TRUE(elsewhere.readFromURL(practice, TeskDocumentType, &error));
+        ASSERT_TRUE(elsewhere.readFromURL(practice, TeskDocumentType, &mError));
         elsewhere.setGenericMarkers({5});
-        ASSERT_TRUE(elsewhere.saveToURL(practice, &error));
+        ASSERT_TRUE(elsewhere.saveToURL(practice, &mError));
     }
     FakeWindowLayer laterWindows;
     TeskDocumentController later(&laterWindows, folder);
@@ -463,7 +450,7 @@ TEST_F(DocumentControllerTest, ACopyIsOfferedOnlyWhenNoTeskKeepsItAndNeverOverIt
     ASSERT_EQ(left.size(), 1);
     EXPECT_EQ(left[0].name, "practice");
     EXPECT_TRUE(left[0].fileChangedSince);
-    TeskDocument* recovered = later.reopenRecoveryCopy(left[0], &error);
+    TeskDocument* recovered = later.reopenRecoveryCopy(left[0], &mError);
     ASSERT_NE(recovered, nullptr);
     EXPECT_TRUE(recovered->fileURL().isEmpty());
     EXPECT_EQ(recovered->verseMarkers(), QList<quint32>{300});

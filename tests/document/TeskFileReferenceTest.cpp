@@ -1,6 +1,7 @@
 #include "document/TeskFileReference.h"
 
 #include "support/AudioFiles.h"
+#include "support/Environment.h"
 
 #include <QDateTime>
 #include <QDir>
@@ -111,22 +112,10 @@ TEST_F(FileReferenceTest, FindsTheFileBesideTheDocumentAndMovedWithIt) {
 
 TEST_F(FileReferenceTest, FindsTheFileInTheMusicFolder) {
     // Qt reads the music folder from the XDG user directories on every call.
-    const QByteArray savedConfigHome = qgetenv("XDG_CONFIG_HOME");
-    const QString config = path("config");
     const QString music = path("Music");
     ASSERT_TRUE(QDir().mkpath(music));
     makeFile("config/user-dirs.dirs", "XDG_MUSIC_DIR=\"" + music.toUtf8() + "\"\n");
-    qputenv("XDG_CONFIG_HOME", config.toUtf8());
-    struct Restore {
-        QByteArray value;
-        ~Restore() {
-            if (value.isEmpty()) {
-                qunsetenv("XDG_CONFIG_HOME");
-            } else {
-                qputenv("XDG_CONFIG_HOME", value);
-            }
-        }
-    } restore{savedConfigHome};
+    const test::ScopedEnvironment config("XDG_CONFIG_HOME", path("config").toUtf8());
     ASSERT_EQ(QStandardPaths::writableLocation(QStandardPaths::MusicLocation), music);
 
     const QString song = makeFile("downloads/" + unique("song.wav"));
@@ -203,9 +192,8 @@ TEST_F(FileReferenceTest, BytesRoundTripAndDamagedBytesAreRefused) {
     move(song, renamed);
     EXPECT_EQ(read->resolvedPath(document), renamed);
 
-    for (qsizetype length = 0; length < bytes.size(); ++length) {
+    for (qsizetype length = 0; length < bytes.size(); ++length)
         EXPECT_FALSE(TeskFileReference::fromBytes(bytes.first(length))) << "length " << length;
-    }
     EXPECT_FALSE(TeskFileReference::fromBytes(bytes + QByteArray(1, '\0')));
     for (qsizetype bit = 0; bit < bytes.size() * 8; ++bit) {
         QByteArray flipped = bytes;
@@ -216,13 +204,11 @@ TEST_F(FileReferenceTest, BytesRoundTripAndDamagedBytesAreRefused) {
     std::mt19937 random(20261122);
     for (int round = 0; round < 2000; ++round) {
         QByteArray garbage(qsizetype(random() % 200), Qt::Uninitialized);
-        for (char& byte : garbage) {
+        for (char& byte : garbage)
             byte = char(random());
-        }
         // Half of them look like ours at first sight, so the reading goes past the header.
-        if (round % 2 == 0) {
+        if (round % 2 == 0)
             garbage = bytes.first(qsizetype(random() % bytes.size())) + garbage;
-        }
         EXPECT_FALSE(TeskFileReference::fromBytes(garbage)) << "round " << round;
     }
 }

@@ -28,4 +28,13 @@ QString writeTones(const QString& path, std::initializer_list<double> frequencie
     return path;
 }
 
+SongMetadata threeScriptTags(const QByteArray& cover, const QString& mimeType) {
+    return {"Ünïcødé — 日本語", "Björk Guðmundsdóttir", "Ágætis byrjun ♪", cover, mimeType};
+}
+
+QStringList tagArguments(const SongMetadata& tags) {
+    return {"-metadata", "title=" + tags.title, "-metadata", "artist=" + tags.artist,
+            "-metadata", "album=" + tags.album};
+}
+
 } // namespace tesk::test

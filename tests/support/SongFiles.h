@@ -2,6 +2,8 @@
 
 // Songs for the document and tesk-render tests: a steady tone, written as the test needs it.
 
+#include "audio/SongMetadata.h"
+
 #include <QString>
 #include <QStringList>
 
@@ -18,5 +20,12 @@ QString writeTone(const QString& path, double seconds, double frequency = 440.0,
 /// A float WAV of one second of each of `frequencies` in a row, as `writeTone` makes them, so
 /// that which part of the song a render or an export holds shows by its pitch. Returns `path`.
 QString writeTones(const QString& path, std::initializer_list<double> frequencies);
+
+/// A title, an artist and an album in three scripts, so that text read in the wrong encoding
+/// shows, with `cover` of type `mimeType`.
+SongMetadata threeScriptTags(const QByteArray& cover = {}, const QString& mimeType = {});
+
+/// ffmpeg's arguments that write the title, artist and album of `tags`.
+QStringList tagArguments(const SongMetadata& tags);
 
 } // namespace tesk::test
