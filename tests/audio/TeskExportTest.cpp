@@ -93,8 +93,13 @@ std::shared_ptr<MemorySong> burstAt(qint64 frames, qint64 centre) {
 
 /// At most one progress report per 22050 frames of work (rendering two halves is more work than
 /// the file's length), not much less often, each above the one before and the last nearly 1.
-void expectRisingProgress(const std::vector<double>& reports, std::uint32_t frames) {
-    ASSERT_GE(reports.size(), std::size_t(frames / 22050 * 8 / 10));
+/// Two halves render on two threads: where the second runs far ahead of the first (a busy
+/// machine gives one thread more time), its progress comes in jumps between the reports of the
+/// first, which alone still report every 22050 frames and a slice of their own: not much less
+/// than half as often.
+void expectRisingProgress(const std::vector<double>& reports, std::uint32_t frames,
+                          bool twoHalves = false) {
+    ASSERT_GE(reports.size(), std::size_t(frames / 22050 * (twoHalves ? 35 : 80) / 100));
     EXPECT_LE(reports.size(), std::size_t(frames / 22050 * 13 / 10));
     for (std::size_t i = 1; i < reports.size(); ++i)
         EXPECT_GT(reports[i], reports[i - 1]);
@@ -297,7 +302,7 @@ TEST(TeskExport, TwoHalvesRenderedAtOnceJoinWithoutASeam) {
         const Exported back = exportAndRead(player, {0, frames}, folder, "joined.aif");
         ASSERT_TRUE(back.file);
         if (c.speed == 1.0f) // as much work as the file's length
-            expectRisingProgress(progress.reports, frames);
+            expectRisingProgress(progress.reports, frames, true);
         const auto& left = back.left;
         const auto join = std::size_t(double(frames / 2) / double(c.speed));
         const auto crossfade = std::span(left).subspan(join - 2048, 4096);
