@@ -105,7 +105,19 @@ void TeskExtendedAudioFilePlayer::setPlaybackLevel(float level) {
 }
 
 void TeskExtendedAudioFilePlayer::setLooping(bool looping) {
+    const bool changes = looping != mFileReader.isLooping();
+    const LoopRange range = mFileReader.loopRange();
+    const qint64 read = mFileReader.currentFrame();
+    const std::optional<AheadRenderer::HandedMark> mark = nextHandedMark();
+    const qint64 from = mark ? qint64(mark->sourceFrame) : currentFrame();
     mFileReader.setLooping(looping);
+    // Switched while playing, as a new loop is: the sound on its way was read with looping as it
+    // was, and where the switch would play it otherwise (past the seam it now wraps at, or
+    // wrapped at a seam there no longer is) it is rendered again from the first frame the device
+    // has not been handed.
+    if (changes && isFilePlaying() && range.length > 0 &&
+        loopChangeReplays(range, range, read, from, mFileReader.isReverse()))
+        seek(from, mark);
 }
 bool TeskExtendedAudioFilePlayer::isLooping() const {
     return mFileReader.isLooping();

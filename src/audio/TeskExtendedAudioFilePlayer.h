@@ -64,6 +64,8 @@ public:
     /// Linear gain.
     void setPlaybackLevel(float level);
 
+    /// Switched while playing, the sound goes on without a stop, rendered again where the sound
+    /// on its way would otherwise run past the loop's seam or wrap at it (see `setLoopRange`).
     void setLooping(bool looping);
     bool isLooping() const;
     /// While a loop plays, a new range whose seam falls inside the sound already on its way to

@@ -581,11 +581,11 @@ void TeskDocumentWindowController::handlePlayPauseButton() {
 }
 
 void TeskDocumentWindowController::handleLoopButton() {
-    if (mDocument->isFilePlaying()) {
-        const bool wasLooping = mDocument->isLooping();
+    // The button stops a looping playback; a plain one goes on into the loop without a stop,
+    // whose restart of the sound would leave a gap.
+    if (mDocument->isFilePlaying() && mDocument->isLooping()) {
         mDocument->stopFilePlaying();
-        if (wasLooping)
-            return; // the button stops a looping playback
+        return;
     }
     mDocument->startFileLooping();
 }

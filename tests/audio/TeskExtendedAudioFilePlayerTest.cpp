@@ -471,28 +471,34 @@ TEST(TeskExtendedAudioFilePlayer, TheReportedPositionIsTheFrameBeingHeard) {
     }
 }
 
-TEST(TeskExtendedAudioFilePlayer, ALoopEndMovedIntoTheSoundOnItsWayIsWhereItWraps) {
+TEST(TeskExtendedAudioFilePlayer, ALoopEndPutIntoTheSoundOnItsWayIsWhereItWraps) {
     // The loop's end moved to just past what is heard, inside what the reader has already read
-    // for the old loop: playback goes no further than the new end and wraps there smoothly.
-    ManualPlayer manual(MemorySong::sine(44100 * 8, 440.0, 0.5));
-    manual.player.setLooping(true);
-    manual.player.setLoopRange({0, 44100 * 4});
-    manual.player.startFilePlaying();
-    manual.play(40);
-    const qint64 heard = manual.player.currentFrame();
-    ASSERT_GT(heard, 10000);
-    const std::size_t changed = manual.device->left.size();
-    const std::size_t reportsBefore = manual.positions.size();
-    const auto end = std::uint32_t(heard + 2000);
-    manual.player.setLoopRange({0, end});
-    manual.play(40);
-    const auto after =
-        std::vector<qint64>(manual.positions.begin() + reportsBefore, manual.positions.end());
-    EXPECT_LE(*std::max_element(after.begin(), after.end()), qint64(end));
-    EXPECT_LT(*std::min_element(after.begin(), after.end()), 10000) << "it wrapped";
-    const double sineStep = 2.0 * M_PI * 440.0 / 44100.0 * 0.5;
-    EXPECT_LT(test::largestStep(std::span(manual.device->left).subspan(changed)), 1.5 * sineStep);
-    manual.player.stopFilePlaying();
+    // for the old loop; or a loop there switched on while the song plays plain, the reader
+    // already past its end: playback goes no further than the end and wraps there smoothly.
+    for (const bool switchedOn : {false, true}) {
+        SCOPED_TRACE(switchedOn ? "looping switched on" : "the end moved");
+        ManualPlayer manual(MemorySong::sine(44100 * 8, 440.0, 0.5));
+        manual.player.setLooping(!switchedOn);
+        manual.player.setLoopRange({0, 44100 * 4});
+        manual.player.startFilePlaying();
+        manual.play(40);
+        const qint64 heard = manual.player.currentFrame();
+        ASSERT_GT(heard, 10000);
+        const std::size_t changed = manual.device->left.size();
+        const std::size_t reportsBefore = manual.positions.size();
+        const auto end = std::uint32_t(heard + 2000);
+        manual.player.setLoopRange({0, end});
+        manual.player.setLooping(true);
+        manual.play(40);
+        const auto after =
+            std::vector<qint64>(manual.positions.begin() + reportsBefore, manual.positions.end());
+        EXPECT_LE(*std::max_element(after.begin(), after.end()), qint64(end));
+        EXPECT_LT(*std::min_element(after.begin(), after.end()), 10000) << "it wrapped";
+        const double sineStep = 2.0 * M_PI * 440.0 / 44100.0 * 0.5;
+        EXPECT_LT(test::largestStep(std::span(manual.device->left).subspan(changed)),
+                  1.5 * sineStep);
+        manual.player.stopFilePlaying();
+    }
 }
 
 TEST(TeskExtendedAudioFilePlayer, ALoopDraggedWhilePlayingGoesOnWithoutRepeatingOrStalling) {

@@ -9,6 +9,7 @@
 
 #include "effects/TeskEQSettingsView.h"
 #include "support/AudioFiles.h"
+#include "support/ManualSoundDevice.h"
 #include "support/Signals.h"
 #include "support/SongFiles.h"
 
@@ -222,6 +223,30 @@ TEST(DocumentWindow, APracticeSessionFromOpeningToReopening) {
     EXPECT_LT(document->currentFrame(), 2 * kRate);
     press(window, Qt::Key_L, "l");
     EXPECT_FALSE(document->isFilePlaying());
+    // Pressed while the song plays plain, "l" goes on into the loop without a stop: the sound's
+    // restart would leave a gap.
+    struct StartCountingDevice : test::ManualSoundDevice {
+        StartCountingDevice(AudioRenderer& renderer, int& starts)
+            : ManualSoundDevice(renderer)
+            , starts(starts) {}
+        void start() override {
+            ++starts;
+            ManualSoundDevice::start();
+        }
+        int& starts;
+    };
+    int starts = 0;
+    document->player()->outputAudioUnit()->setSoundDeviceFactory([&](AudioRenderer& renderer) {
+        return std::make_unique<StartCountingDevice>(renderer, starts);
+    });
+    press(window, Qt::Key_Space, " ");
+    press(window, Qt::Key_L, "l");
+    EXPECT_TRUE(document->isFilePlaying());
+    EXPECT_TRUE(document->isLooping());
+    EXPECT_EQ(starts, 1);
+    press(window, Qt::Key_L, "l");
+    EXPECT_FALSE(document->isFilePlaying());
+    document->player()->outputAudioUnit()->useSilentDevice();
     // Escape while the loop plays clears it: playback goes on, and the view loops no more.
     press(window, Qt::Key_L, "l");
     auto* waveform = window->findChild<WaveformView*>();
