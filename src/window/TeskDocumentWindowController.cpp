@@ -436,6 +436,24 @@ void TeskDocumentWindowController::buildMenus() {
     });
     for (QMenu* menu : {file, edit, controls, view})
         connect(menu, &QMenu::aboutToShow, this, &TeskDocumentWindowController::validateMenuItems);
+    // After the menu is gone, and after whatever the menu bar does with the focus then.
+    for (QMenu* menu : {file, edit, controls, view, help})
+        connect(menu, &QMenu::aboutToHide, this, &TeskDocumentWindowController::menuClosed,
+                Qt::QueuedConnection);
+}
+
+void TeskDocumentWindowController::menuClosed() {
+    if (QApplication::activePopupWidget() != nullptr)
+        return; // another menu of the bar took its place
+    if (!std::exchange(mMenuOpenedByMouse, false))
+        return; // opened from the keyboard: Escape goes back to the bar, for the arrows
+    // The menu bar keeps the keys after Escape, where a marker's letter opens the menu it names;
+    // a command chosen may have opened a window of its own, which keeps them.
+    QWidget* focus = QApplication::focusWidget();
+    if (focus != menuBar() && focus != nullptr)
+        return;
+    if (QWidget* view = mViews ? static_cast<QWidget*>(mViews->waveformView()) : centralWidget())
+        view->setFocus(Qt::PopupFocusReason);
 }
 
 void TeskDocumentWindowController::placeWindow() {
@@ -593,10 +611,13 @@ void TeskDocumentWindowController::handleLoopButton() {
 bool TeskDocumentWindowController::eventFilter(QObject* watched, QEvent* event) {
     // Every key typed in this window reaches the window's commands, whichever view has focus,
     // except Tab, which moves the focus, and keys for the controls that need them: text
-    // fields, pop-ups, the menu bar (which keeps the keys after Escape closes a menu), and the
+    // fields, pop-ups, the menu bar (which keeps the keys after Escape closes a menu opened from
+    // the keyboard; see menuClosed), and the
     // zoom and volume sliders and the effects panel's switches, editors and pan slider, which
     // only Tab gives the focus to.
     // Escape there gives the keys back to the window.
+    if (event->type() == QEvent::MouseButtonPress && watched == menuBar())
+        mMenuOpenedByMouse = true;
     if (event->type() == QEvent::KeyRelease) {
         const auto* released = static_cast<QKeyEvent*>(event);
         mLastKeyRelease = {released->key(), released->timestamp()};

@@ -191,6 +191,10 @@ private:
         int key = 0;
         quint64 timestamp = 0;
     } mLastKeyRelease; // to tell a held key's repeats from presses
+    // A menu of the bar was opened with the mouse: Escape out of it gives the keys back to the
+    // window rather than to the menu bar, where a marker's letter would open a menu instead.
+    bool mMenuOpenedByMouse = false;
+    void menuClosed();
     bool mShowingSongProblem = false;
 };
 

@@ -502,6 +502,30 @@ TEST(DocumentWindow, APracticeOpenedWithItsEffectsShowingGivesTheKeysToTheWindow
     }
 }
 
+TEST(DocumentWindow, EscapeOutOfAMenuOpenedWithTheMouseGivesTheKeysBackAtOnce) {
+    // A menu clicked open and closed with Escape: the keys go back to the waveform, and the next
+    // letter drops its marker; left with the menu bar, "c" would open the Controls menu again.
+    QTemporaryDir dir;
+    Practice app;
+    TeskDocument* song = app.open(writeTake(dir));
+    ASSERT_NE(song, nullptr);
+    TeskDocumentWindowController* window = app.window(song);
+    window->activateWindow();
+    ASSERT_TRUE(QTest::qWaitForWindowActive(window));
+    auto* waveform = window->findChild<WaveformView*>();
+    QMenuBar* bar = window->menuBar();
+    QAction* controls =
+        childWhere<QAction>(bar, [](QAction* action) { return action->text() == "&Controls"; });
+    ASSERT_NE(controls, nullptr);
+    waveform->setFocus();
+    QTest::mouseClick(bar, Qt::LeftButton, {}, bar->actionGeometry(controls).center());
+    ASSERT_TRUE(QTest::qWaitFor([] { return QApplication::activePopupWidget() != nullptr; }));
+    QTest::keyClick(QApplication::activePopupWidget(), Qt::Key_Escape);
+    ASSERT_TRUE(QTest::qWaitFor([&] { return window->focusWidget() == waveform; }, 1000));
+    QTest::keyClick(waveform, Qt::Key_C);
+    EXPECT_EQ(song->chorusMarkers().size(), 1);
+}
+
 TEST(DocumentWindow, APracticeWhoseSongReferenceIsDamagedStillAsksToSaveItsMarkers) {
     QTemporaryDir dir;
     ASSERT_TRUE(writeFile(dir.filePath("old.tesk"),
