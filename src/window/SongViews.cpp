@@ -68,6 +68,15 @@ QWidget* SongViews::effectsPanel() const {
     return mEffectsPanel;
 }
 
+void SongViews::showControl(int switchState) {
+    // A step from the keyboard or a menu shows the control it moves, whose value and bubble
+    // then show where it went: a pitch changed under the speed control would show nowhere.
+    if (mSwitchControl->switchState() == switchState)
+        return;
+    mSwitchControl->setSwitchState(switchState);
+    controlSwitchChanged();
+}
+
 void SongViews::controlSwitchChanged() {
     // The holder shows one control at a time, filling it.
     QWidget* shown = mSwitchControl->switchState() == 0 ? static_cast<QWidget*>(mSpeedControl)
@@ -177,30 +186,39 @@ void SongViews::perform(WindowCommand command) {
         view->zoomToFitLoop();
         break;
     case C::IncreaseSpeed:
+        showControl(kSpeedShown);
         mSpeedControl->incrementPlaybackSpeed();
         break;
     case C::DecreaseSpeed:
+        showControl(kSpeedShown);
         mSpeedControl->decrementPlaybackSpeed();
         break;
     case C::IncreasePitch:
+        showControl(kPitchShown);
         mPitchControl->step(TransportRules::PitchStep::Up);
         break;
     case C::DecreasePitch:
+        showControl(kPitchShown);
         mPitchControl->step(TransportRules::PitchStep::Down);
         break;
     case C::IncreasePitchFinely:
+        showControl(kPitchShown);
         mPitchControl->step(TransportRules::PitchStep::UpFinely);
         break;
     case C::DecreasePitchFinely:
+        showControl(kPitchShown);
         mPitchControl->step(TransportRules::PitchStep::DownFinely);
         break;
     case C::IncreasePitchByOneOctave:
+        showControl(kPitchShown);
         mPitchControl->step(TransportRules::PitchStep::UpOctave);
         break;
     case C::DecreasePitchByOneOctave:
+        showControl(kPitchShown);
         mPitchControl->step(TransportRules::PitchStep::DownOctave);
         break;
     case C::ResetPitch:
+        showControl(kPitchShown);
         mPitchControl->step(TransportRules::PitchStep::Reset);
         break;
     default:

@@ -60,6 +60,10 @@ public:
     void updatePlayHead();
 
 private:
+    static constexpr int kSpeedShown = 0; // the switch's states
+    static constexpr int kPitchShown = 1;
+    /// Turns the switch to `switchState`, showing its control.
+    void showControl(int switchState);
     TeskDocument* mDocument;
     QWidget* mTransportPanel = nullptr;
     HUDTimeDisplayView* mTimeDisplay = nullptr;

@@ -3,6 +3,9 @@
 #include "window/TeskDropView.h"
 #include "window/TeskWindowLayer.h"
 
+#include "controls/HUDPitchControlView.h"
+#include "controls/HUDSpeedControlView.h"
+#include "controls/HUDSwitchControlView.h"
 #include "controls/HUDTimeDisplayView.h"
 #include "waveform/WaveformView.h"
 #include "widgets/KLTexturedSlider.h"
@@ -524,6 +527,38 @@ TEST(DocumentWindow, EscapeOutOfAMenuOpenedWithTheMouseGivesTheKeysBackAtOnce) {
     ASSERT_TRUE(QTest::qWaitFor([&] { return window->focusWidget() == waveform; }, 1000));
     QTest::keyClick(waveform, Qt::Key_C);
     EXPECT_EQ(song->chorusMarkers().size(), 1);
+}
+
+TEST(DocumentWindow, AStepOfSpeedOrPitchShowsTheControlItMoves) {
+    // Under the speed control a pitch changed from the menu would show nowhere, and the other
+    // way round: each step turns the switch to its control.
+    QTemporaryDir dir;
+    Practice app;
+    TeskDocument* song = app.open(writeTake(dir));
+    ASSERT_NE(song, nullptr);
+    TeskDocumentWindowController* window = app.window(song);
+    auto* speed = window->findChild<HUDSpeedControlView*>();
+    auto* pitch = window->findChild<HUDPitchControlView*>();
+    auto* toggle = window->findChild<HUDSwitchControlView*>();
+    ASSERT_TRUE(speed && pitch && toggle);
+    ASSERT_TRUE(speed->isVisible());
+    const struct {
+        WindowCommand command;
+        QWidget* shown;
+    } steps[] = {{WindowCommand::IncreasePitch, pitch},
+                 {WindowCommand::DecreaseSpeed, speed},
+                 {WindowCommand::ResetPitch, pitch},
+                 {WindowCommand::IncreaseSpeed, speed},
+                 {WindowCommand::DecreasePitchFinely, pitch}};
+    for (const auto& step : steps) {
+        SCOPED_TRACE(int(step.command));
+        window->perform(step.command);
+        EXPECT_TRUE(step.shown->isVisible());
+        EXPECT_NE(speed->isVisible(), pitch->isVisible());
+        EXPECT_EQ(toggle->switchState(), step.shown == pitch ? 1 : 0);
+    }
+    EXPECT_DOUBLE_EQ(song->pitchAdjustment(), -0.01);
+    EXPECT_EQ(song->playbackSpeed(), 1.0);
 }
 
 TEST(DocumentWindow, APracticeWhoseSongReferenceIsDamagedStillAsksToSaveItsMarkers) {
