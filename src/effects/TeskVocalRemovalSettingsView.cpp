@@ -6,6 +6,7 @@
 #include "widgets/TeskLook.h"
 
 #include <QAccessible>
+#include <QFontMetricsF>
 #include <QKeyEvent>
 #include <QLinearGradient>
 #include <QMouseEvent>
@@ -285,17 +286,6 @@ void TeskVocalRemovalSettingsView::drawContents(QPainter& painter) {
         rim.setAlpha(90);
         painter.fillRect(QRectF(band.left(), band.top(), band.width(), 1.0), rim);
     }
-    // The band in whole hertz, as the settings round it, in the corner above the graph.
-    QFont font = painter.font();
-    font.setPixelSize(10);
-    painter.setFont(font);
-    QColor label = look::hudLightBlue;
-    label.setAlpha(200);
-    painter.setPen(label);
-    painter.drawText(QRectF(rect()).adjusted(6, 4, -6, -4), Qt::AlignTop | Qt::AlignRight,
-                     tr("%1 – %2 Hz")
-                         .arg(std::lrint(float(mLowFrequency)))
-                         .arg(std::lrint(float(mHighFrequency))));
     const QColor handle = look::hudLightBlue;
     painter.fillRect(low, handle);
     painter.fillRect(high, handle);
@@ -307,6 +297,23 @@ void TeskVocalRemovalSettingsView::drawContents(QPainter& painter) {
         painter.setBrush(handle);
         painter.drawRoundedRect(grip, 2.0, 2.0);
     }
+    // The band in whole hertz, as the settings round it, in a top corner clear of its edges, on
+    // a plate of the panel's dark where an edge passes under it all the same.
+    QFont font = painter.font();
+    font.setPixelSize(10);
+    painter.setFont(font);
+    const QString readout = tr("%1 – %2 Hz")
+                                .arg(std::lrint(float(mLowFrequency)))
+                                .arg(std::lrint(float(mHighFrequency)));
+    const QRectF place = geometry().readoutRect(
+        QFontMetricsF(font).size(Qt::TextSingleLine, readout), mLowFrequency, mHighFrequency);
+    painter.setPen(Qt::NoPen);
+    painter.setBrush(look::hudPanel);
+    painter.drawRoundedRect(place.adjusted(-3.0, -1.0, 3.0, 1.0), 3.0, 3.0);
+    QColor label = look::hudLightBlue;
+    label.setAlpha(200);
+    painter.setPen(label);
+    painter.drawText(place, Qt::AlignTop | Qt::AlignLeft, readout);
     if (hasFocus()) {
         // Reached with Tab: a blue ring round the edge the arrow keys move, at full strength on
         // a switched-off editor too.

@@ -48,4 +48,20 @@ double VocalBandGeometry::highFrequencyForPoint(double x, double lowHertz) const
     return limited(hertz);
 }
 
+QRectF VocalBandGeometry::readoutRect(const QSizeF& text, double lowHertz, double highHertz) const {
+    constexpr double kSide = 6.0;
+    constexpr double kTop = 4.0;
+    const QRectF right(mBounds.width() - kSide - text.width(), kTop, text.width(), text.height());
+    const QRectF left(kSide, kTop, text.width(), text.height());
+    const auto crossed = [&](const QRectF& place) {
+        for (const double hertz : {lowHertz, highHertz}) {
+            const QRectF handle = edgeHitRect(hertz);
+            if (handle.right() > place.left() && handle.left() < place.right())
+                return true;
+        }
+        return false;
+    };
+    return crossed(right) && !crossed(left) ? left : right;
+}
+
 } // namespace tesk

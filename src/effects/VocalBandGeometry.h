@@ -35,6 +35,11 @@ public:
     /// The mirror of `lowFrequencyForPoint`.
     double highFrequencyForPoint(double x, double lowHertz) const;
 
+    /// Where the band's readout of `text` size goes: in the top corner, right or left, that
+    /// neither edge's handle crosses (the right one when both or neither are crossed), 6 points
+    /// in from the side and 4 from the top.
+    QRectF readoutRect(const QSizeF& text, double lowHertz, double highHertz) const;
+
 private:
     static double limited(float hertz);
 

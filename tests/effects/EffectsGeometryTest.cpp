@@ -125,6 +125,27 @@ TEST(VocalBandGeometry, EdgesKeepTheirGapAndTheAxisLimits) {
     }
     EXPECT_EQ(band.lowFrequencyForPoint(-30, 2000), 20.0) << "exactly";
     EXPECT_EQ(band.highFrequencyForPoint(300, 200), 20000.0) << "exactly";
+
+    // The readout, 80 points wide, in the top corner no edge's handle crosses: the right one
+    // lies from 214 to 294, the left one from 6 to 86.
+    const QRectF right(214, 4, 80, 12);
+    const QRectF left(6, 4, 80, 12);
+    const struct {
+        const char* what;
+        double low, high;
+        QRectF place;
+    } readouts[] = {
+        {"clear of both edges", 200, 2000, right},
+        {"the high edge under the right corner", 200, 5000, left},
+        {"the low edge under the left corner", 25, 2000, right},
+        {"an edge under each corner", 25, 5000, right},
+        {"the high edge a handle's margin from the right corner", 200, at(210), right},
+        {"the high edge touching it", 200, at(213), left},
+    };
+    for (const auto& r : readouts) {
+        SCOPED_TRACE(r.what);
+        EXPECT_EQ(band.readoutRect(QSizeF(80, 12), r.low, r.high), r.place);
+    }
 }
 
 TEST(PanRules, DetentWheelAndTheChannelsWeights) {
