@@ -293,11 +293,8 @@ void TimePitchStage::feed(Source& source, std::uint32_t frameCount, bool toEnd) 
     if (!mSourceEnded) {
         float* input[kChannelCount] = {left, right};
         pulled = std::min(source.pull(input, frameCount), frameCount);
-        if (!toEnd) {
-            std::fill(left + pulled, left + frameCount, 0.0f);
-            std::fill(right + pulled, right + frameCount, 0.0f);
+        if (!toEnd)
             faded = smoothStarvation(left, right, pulled, frameCount);
-        }
         // Silence fed while the source was starved comes out ahead of the input that follows
         // it, so it counts once such input arrives; after the last input it never does.
         if (pulled > 0) {

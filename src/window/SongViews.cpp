@@ -77,6 +77,11 @@ void SongViews::showControl(int switchState) {
     controlSwitchChanged();
 }
 
+void SongViews::stepPitch(TransportRules::PitchStep step) {
+    showControl(kPitchShown);
+    mPitchControl->step(step);
+}
+
 void SongViews::controlSwitchChanged() {
     // The holder shows one control at a time, filling it.
     QWidget* shown = mSwitchControl->switchState() == 0 ? static_cast<QWidget*>(mSpeedControl)
@@ -186,40 +191,33 @@ void SongViews::perform(WindowCommand command) {
         view->zoomToFitLoop();
         break;
     case C::IncreaseSpeed:
-        showControl(kSpeedShown);
-        mSpeedControl->incrementPlaybackSpeed();
-        break;
     case C::DecreaseSpeed:
         showControl(kSpeedShown);
-        mSpeedControl->decrementPlaybackSpeed();
+        if (command == C::IncreaseSpeed)
+            mSpeedControl->incrementPlaybackSpeed();
+        else
+            mSpeedControl->decrementPlaybackSpeed();
         break;
     case C::IncreasePitch:
-        showControl(kPitchShown);
-        mPitchControl->step(TransportRules::PitchStep::Up);
+        stepPitch(TransportRules::PitchStep::Up);
         break;
     case C::DecreasePitch:
-        showControl(kPitchShown);
-        mPitchControl->step(TransportRules::PitchStep::Down);
+        stepPitch(TransportRules::PitchStep::Down);
         break;
     case C::IncreasePitchFinely:
-        showControl(kPitchShown);
-        mPitchControl->step(TransportRules::PitchStep::UpFinely);
+        stepPitch(TransportRules::PitchStep::UpFinely);
         break;
     case C::DecreasePitchFinely:
-        showControl(kPitchShown);
-        mPitchControl->step(TransportRules::PitchStep::DownFinely);
+        stepPitch(TransportRules::PitchStep::DownFinely);
         break;
     case C::IncreasePitchByOneOctave:
-        showControl(kPitchShown);
-        mPitchControl->step(TransportRules::PitchStep::UpOctave);
+        stepPitch(TransportRules::PitchStep::UpOctave);
         break;
     case C::DecreasePitchByOneOctave:
-        showControl(kPitchShown);
-        mPitchControl->step(TransportRules::PitchStep::DownOctave);
+        stepPitch(TransportRules::PitchStep::DownOctave);
         break;
     case C::ResetPitch:
-        showControl(kPitchShown);
-        mPitchControl->step(TransportRules::PitchStep::Reset);
+        stepPitch(TransportRules::PitchStep::Reset);
         break;
     default:
         break;

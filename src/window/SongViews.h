@@ -1,5 +1,6 @@
 #pragma once
 
+#include "controls/TransportRules.h"
 #include "window/WindowCommands.h"
 
 #include <QObject>
@@ -64,6 +65,8 @@ private:
     static constexpr int kPitchShown = 1;
     /// Turns the switch to `switchState`, showing its control.
     void showControl(int switchState);
+    /// Shows the pitch control and steps it.
+    void stepPitch(TransportRules::PitchStep step);
     TeskDocument* mDocument;
     QWidget* mTransportPanel = nullptr;
     HUDTimeDisplayView* mTimeDisplay = nullptr;

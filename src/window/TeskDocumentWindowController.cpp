@@ -611,10 +611,9 @@ void TeskDocumentWindowController::handleLoopButton() {
 bool TeskDocumentWindowController::eventFilter(QObject* watched, QEvent* event) {
     // Every key typed in this window reaches the window's commands, whichever view has focus,
     // except Tab, which moves the focus, and keys for the controls that need them: text
-    // fields, pop-ups, the menu bar (which keeps the keys after Escape closes a menu opened from
-    // the keyboard; see menuClosed), and the
-    // zoom and volume sliders and the effects panel's switches, editors and pan slider, which
-    // only Tab gives the focus to.
+    // fields, pop-ups, the menu bar (which keeps the keys after Escape closes a menu opened
+    // from the keyboard; see menuClosed), and the zoom and volume sliders and the effects
+    // panel's switches, editors and pan slider, which only Tab gives the focus to.
     // Escape there gives the keys back to the window.
     if (event->type() == QEvent::MouseButtonPress && watched == menuBar())
         mMenuOpenedByMouse = true;
