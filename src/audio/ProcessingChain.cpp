@@ -269,6 +269,20 @@ std::uint32_t ProcessingChain::pullPastEnd(float* const* input, std::uint32_t fr
     return supplied;
 }
 
+std::uint32_t ProcessingChain::pullBeforeStart(float* const* input, std::uint32_t frameCount) {
+    if (!mSource)
+        return 0;
+    std::fill_n(input[0], frameCount, 0.0f);
+    std::fill_n(input[1], frameCount, 0.0f);
+    const std::uint32_t supplied =
+        std::min(mSource->supplyFramesBeforeStart(
+                     AudioBufferList::stereo(input[0], input[1], frameCount), frameCount),
+                 frameCount);
+    // Through the equalizer as well, which then plays the first frame already settled.
+    mEqualizer.process(input, supplied);
+    return supplied;
+}
+
 ProcessingChain::TracedFrame ProcessingChain::traceInputFrame(double inputFrame) const {
     const std::uint64_t kept = std::min<std::uint64_t>(mInputRunsWritten, kInputRunCount);
     for (std::uint64_t back = 1; back <= kept; ++back) {

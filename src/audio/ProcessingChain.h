@@ -41,6 +41,16 @@ public:
                                               std::uint32_t /*frameCount*/) noexcept {
         return 0;
     }
+    /// Once after the chain's reset, before `supplyFrames`: fills up to `frameCount` frames of
+    /// the zeroed `buffers` with what comes before the first frame `supplyFrames` will give, in
+    /// the order it plays (the last of them just before it), without moving on what it
+    /// supplies; returns how many, 0 where nothing precedes it or nothing is ready. The chain
+    /// only reads them ahead of the start, never plays them. The rendering thread (or the
+    /// export thread); may wait for frames on their way as `supplyFrames` does.
+    virtual std::uint32_t supplyFramesBeforeStart(const AudioBufferList& /*buffers*/,
+                                                  std::uint32_t /*frameCount*/) noexcept {
+        return 0;
+    }
     /// Whether frames are waiting, so that rendering after a seek need not begin with silence.
     /// The source may wait a little for frames that are on their way (the rendering thread runs
     /// ahead of the device), but not past the end of what it has to give.
@@ -154,6 +164,7 @@ public:
 private:
     std::uint32_t pull(float* const* input, std::uint32_t frameCount) override;
     std::uint32_t pullPastEnd(float* const* input, std::uint32_t frameCount) override;
+    std::uint32_t pullBeforeStart(float* const* input, std::uint32_t frameCount) override;
     void applyParameters();
     /// The stages after the vocal reduction: spectrum, pan mix, level.
     void processAfterVocalReduction(float* left, float* right, std::uint32_t frameCount);

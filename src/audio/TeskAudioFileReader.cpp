@@ -119,9 +119,13 @@ bool TeskAudioFileReader::hasFramesReady() noexcept {
     const std::uint64_t generation = mGeneration.load(std::memory_order_acquire);
     const std::uint64_t written = mWriteCount.load(std::memory_order_acquire);
     for (std::uint64_t read = mReadCount.load(std::memory_order_relaxed); read < written; ++read) {
-        // A block of a seek newer than the one loaded above is ready too.
-        if (mBlocks[read % mBlocks.size()].generation >= generation)
+        const Block& block = mBlocks[read % mBlocks.size()];
+        // A block of a seek newer than the one loaded above is ready too; the music before the
+        // position is not what plays.
+        if (block.generation > generation || (block.generation == generation && !block.preroll))
             return true;
+        if (block.generation == generation)
+            continue;
         // Read before the last seek: let the reader thread have the room.
         mReadOffset = 0;
         mReadCount.store(read + 1, std::memory_order_release);
@@ -142,6 +146,7 @@ void TeskAudioFileReader::replan(std::int64_t position) {
         mPlan.reverse = mReverse;
         mPlan.looping = mLooping;
         mPlan.range = loopRange();
+        mPlan.prerollFrames = engine::kStartPrerollFrames;
         mPlanChanged = true;
         // The position first: whoever sees the new generation also sees where it starts.
         mPositionWord.store(packPosition(position, mPlan.generation), std::memory_order_relaxed);
@@ -228,12 +233,15 @@ bool TeskAudioFileReader::fillBlock(Plan& plan, Block& block) {
 
     block.generation = plan.generation;
     block.endOfStream = false;
+    block.preroll = false;
     block.frameCount = 0;
 
     if (!plan.reverse) {
         block.direction = 1;
         if (looping && plan.position >= loopEnd)
             plan.position = loopStart;
+        if (plan.prerollFrames > 0)
+            return fillPrerollBlock(plan, block, finished, decoded);
         const std::int64_t end = looping && plan.position < loopEnd ? loopEnd : total;
         block.firstFrame = plan.position;
         if (plan.position >= end || (finished && plan.position >= decoded)) {
@@ -260,6 +268,8 @@ bool TeskAudioFileReader::fillBlock(Plan& plan, Block& block) {
         plan.position = loopEnd;
     if (finished)
         plan.position = std::min(plan.position, decoded);
+    if (plan.prerollFrames > 0)
+        return fillPrerollBlock(plan, block, finished, decoded);
     const std::int64_t floor = looping ? loopStart : 0;
     block.firstFrame = plan.position - 1;
     if (plan.position <= floor) {
@@ -277,6 +287,40 @@ bool TeskAudioFileReader::fillBlock(Plan& plan, Block& block) {
     plan.position = start;
     if (looping && plan.position <= loopStart)
         plan.position = loopEnd;
+    return true;
+}
+
+bool TeskAudioFileReader::fillPrerollBlock(Plan& plan, Block& block, bool finished,
+                                           std::int64_t decoded) {
+    // What plays before the position in the song, whatever the loop: forwards the frames below
+    // it, backwards those from it up (the first frame played backwards is position - 1).
+    const std::int64_t songEnd = finished ? decoded : std::numeric_limits<std::int64_t>::max();
+    const std::int64_t room = plan.reverse ? songEnd - plan.position : plan.position;
+    if (!plan.reverse && finished && plan.position >= decoded)
+        plan.prerollFrames = 0; // nothing plays from there
+    plan.prerollFrames = std::clamp<std::int64_t>(room, 0, plan.prerollFrames);
+    if (plan.prerollFrames == 0)
+        return fillBlock(plan, block);
+    // The music right up to the position is read before anything plays from it, so waiting for
+    // the decoder here keeps the first frames whole.
+    const std::int64_t reach = plan.reverse ? plan.position + plan.prerollFrames : plan.position;
+    if (reach > decoded)
+        return false;
+    const auto frames = std::uint32_t(std::min<std::int64_t>(kBlockFrames, plan.prerollFrames));
+    block.preroll = true;
+    block.frameCount = frames;
+    if (!plan.reverse) {
+        block.firstFrame = plan.position - plan.prerollFrames;
+        mFrames->readFrames(block.firstFrame, frames, block.left.data(), block.right.data());
+    } else {
+        block.firstFrame = plan.position + plan.prerollFrames - 1;
+        const std::int64_t start = block.firstFrame - frames + 1;
+        mFrames->readFrames(start, frames, mScratchLeft.data(), mScratchRight.data());
+        std::reverse_copy(mScratchLeft.begin(), mScratchLeft.begin() + frames, block.left.begin());
+        std::reverse_copy(mScratchRight.begin(), mScratchRight.begin() + frames,
+                          block.right.begin());
+    }
+    plan.prerollFrames -= frames;
     return true;
 }
 
@@ -348,6 +392,48 @@ void TeskAudioFileReader::applySeamCrossfade(const Plan& plan, std::int64_t star
     }
 }
 
+std::uint32_t TeskAudioFileReader::copyPreroll(const AudioBufferList& buffers,
+                                               std::uint32_t frameCount) noexcept {
+    if (buffers.bufferCount < 2)
+        return 0;
+    const std::uint64_t generation = mGeneration.load(std::memory_order_acquire);
+    if (generation != mRendererGeneration) {
+        mRendererGeneration = generation;
+        mReadOffset = 0;
+    }
+    const auto blockCount = std::uint64_t(mBlocks.size());
+    const std::uint64_t written = mWriteCount.load(std::memory_order_acquire);
+    std::uint64_t read = mReadCount.load(std::memory_order_relaxed);
+    for (; read < written && mBlocks[read % blockCount].generation < generation; ++read) {
+        mReadOffset = 0;
+        mReadCount.store(read + 1, std::memory_order_release);
+    }
+    // The music before the position leads this seek's blocks; only the frames nearest the
+    // position are wanted.
+    std::uint64_t end = read;
+    std::uint64_t available = 0;
+    for (; end < written; ++end) {
+        const Block& block = mBlocks[end % blockCount];
+        if (block.generation != generation || !block.preroll)
+            break;
+        available += block.frameCount;
+    }
+    std::uint64_t skip = available > frameCount ? available - frameCount : 0;
+    std::uint32_t copied = 0;
+    for (; read < end; ++read) {
+        const Block& block = mBlocks[read % blockCount];
+        const auto from = std::uint32_t(std::min<std::uint64_t>(skip, block.frameCount));
+        skip -= from;
+        std::copy_n(block.left.data() + from, block.frameCount - from,
+                    buffers.buffers[0].data + copied);
+        std::copy_n(block.right.data() + from, block.frameCount - from,
+                    buffers.buffers[1].data + copied);
+        copied += block.frameCount - from;
+        mReadCount.store(read + 1, std::memory_order_release);
+    }
+    return copied;
+}
+
 void TeskAudioFileReader::copyInto(const AudioBufferList& buffers, std::uint32_t frameCount,
                                    std::uint32_t& framesWritten, SourceRuns* runs,
                                    std::uint32_t offset) noexcept {
@@ -376,7 +462,8 @@ void TeskAudioFileReader::copyInto(const AudioBufferList& buffers, std::uint32_t
         // this copy and belongs to the next one; an older one nobody wants any more.
         if (block.generation > generation)
             break;
-        if (block.generation < generation) {
+        // Nor does anybody want the music before the position once playing began.
+        if (block.generation < generation || block.preroll) {
             mReadOffset = 0;
             mReadCount.store(read + 1, std::memory_order_release);
             continue;

@@ -86,6 +86,14 @@ public:
                   std::uint32_t& framesWritten, SourceRuns* runs = nullptr,
                   std::uint32_t offset = 0) noexcept;
 
+    /// After a seek or a start, before the first `copyInto`: copies into the first two
+    /// buffers of `buffers` up to `frameCount` frames of the music that comes before the
+    /// current position in the direction it plays (the last of them just before it), and
+    /// returns how many. Those frames are never played; the time-pitch stage reads them ahead
+    /// of the start. Returns 0 where nothing precedes the position or once copying began.
+    /// Rendering thread: never blocks, allocates or throws.
+    std::uint32_t copyPreroll(const AudioBufferList& buffers, std::uint32_t frameCount) noexcept;
+
     /// Whether the ring holds frames read from the current position on. Drops what was read
     /// before the last seek, making room for the reader thread.
     /// Rendering thread (the one that copies).
@@ -114,6 +122,7 @@ private:
         int direction = 1;
         std::uint32_t frameCount = 0;
         bool endOfStream = false;
+        bool preroll = false; // music before the position, for copyPreroll only
         std::vector<float> left;
         std::vector<float> right;
     };
@@ -125,6 +134,7 @@ private:
         bool reverse = false;
         bool looping = false;
         LoopRange range;
+        std::int64_t prerollFrames = 0; // of the music before the position, still to read
     };
 
     void run();
@@ -133,6 +143,9 @@ private:
     /// Fills one block following `plan`, which it advances; false when it must wait for frames
     /// that are not decoded yet.
     bool fillBlock(Plan& plan, Block& block);
+    /// Fills `block` with the next stretch of music before the plan's position (already moved
+    /// into the loop), farthest first; false when it must wait for the decoder.
+    bool fillPrerollBlock(Plan& plan, Block& block, bool finished, std::int64_t decoded);
     /// Reads frames [start, start + count) forwards, mixing in the loop crossfade.
     void readForwards(const Plan& plan, std::int64_t start, std::uint32_t count, float* left,
                       float* right);

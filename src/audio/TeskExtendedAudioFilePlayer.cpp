@@ -329,6 +329,25 @@ std::uint32_t TeskExtendedAudioFilePlayer::supplyFramesPastEnd(const AudioBuffer
     return copyFromReader(buffers, frameCount, runs, kExportReaderWait, ended);
 }
 
+std::uint32_t
+TeskExtendedAudioFilePlayer::supplyFramesBeforeStart(const AudioBufferList& buffers,
+                                                     std::uint32_t frameCount) noexcept {
+    // The reader hands the music before the start ahead of the start's own frames: waiting for
+    // those, as `supplyFrames` would, makes every start the same whatever the reader's pace.
+    const bool exporting = mExportFramesLeft >= 0;
+    const auto stale = [this, exporting] {
+        return !exporting && mOutputAudioUnit->renderingGeneration() <
+                                 mSeekGeneration.load(std::memory_order_acquire);
+    };
+    const Clock::time_point deadline = Clock::now() + (exporting ? kExportReaderWait : kReaderWait);
+    while (!hasFramesReady() && !stale() && Clock::now() < deadline)
+        std::this_thread::sleep_for(std::chrono::microseconds(200));
+    // A render made stale by a seek leaves the new place's music to the render of that seek.
+    if (hasEnded() || stale())
+        return 0;
+    return mFileReader.copyPreroll(buffers, frameCount);
+}
+
 std::uint32_t TeskExtendedAudioFilePlayer::copyFromReader(const AudioBufferList& buffers,
                                                           std::uint32_t frameCount,
                                                           SourceRuns& runs, Clock::duration wait,

@@ -148,6 +148,8 @@ private:
                                SourceRuns& runs) noexcept override;
     std::uint32_t supplyFramesPastEnd(const AudioBufferList& buffers,
                                       std::uint32_t frameCount) noexcept override;
+    std::uint32_t supplyFramesBeforeStart(const AudioBufferList& buffers,
+                                          std::uint32_t frameCount) noexcept override;
     /// Copies up to `frameCount` frames from the reader into `buffers`, waiting for it at most
     /// `wait` in all; fewer when a newer seek has made the render stale, the wait runs out or
     /// the song ends (`ended`).

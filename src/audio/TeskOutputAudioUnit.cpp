@@ -53,6 +53,12 @@ public:
         return copied;
     }
 
+    std::uint32_t supplyFramesBeforeStart(const AudioBufferList& buffers,
+                                          std::uint32_t frameCount) noexcept override {
+        const qint64 from = std::max<qint64>(0, mPosition - frameCount);
+        return copy(buffers, from, std::uint32_t(mPosition - from));
+    }
+
 private:
     /// Copies up to `count` frames from `from` on; fewer only where the song ends.
     std::uint32_t copy(const AudioBufferList& buffers, qint64 from, std::uint32_t count) {

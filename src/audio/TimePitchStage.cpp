@@ -11,6 +11,17 @@ namespace {
 
 using RubberBand::RubberBandStretcher;
 
+// Left and right to mid and side, in place. Halving and doubling are exact in floating point,
+// so identical channels give a mid equal to either and a side of exact zeros.
+void toMidSide(float* left, float* right, std::uint32_t frameCount) {
+    for (std::uint32_t i = 0; i < frameCount; ++i) {
+        const float l = left[i];
+        const float r = right[i];
+        left[i] = (l + r) * 0.5f;
+        right[i] = (l - r) * 0.5f;
+    }
+}
+
 RubberBandStretcher::Options optionsFor(TimePitchQuality quality) {
     // Real time; one thread, since the stage already runs on the rendering thread; a pitch method
     // that glides through live changes, including across no shift at all, without a jump.
@@ -267,21 +278,47 @@ double TimePitchStage::stretcherTimeRatio(double rate, double pitchCents,
     return timeRatio;
 }
 
-void TimePitchStage::start() {
-    // Silence ahead of the first input lets the stretcher's analysis window reach the first
-    // frame centred; its start delay is then exactly the output to throw away. Both depend on
-    // the ratios, which is why this waits for the first render after a reset.
+void TimePitchStage::start(Source& source) {
+    // Input ahead of the first frame lets the stretcher's analysis window reach the first frame
+    // centred; its start delay is then exactly the output to throw away. Both depend on the
+    // ratios, which is why this waits for the first render after a reset. The music before the
+    // first frame fills the end of that pad: with silence there, the window saw the music cut in
+    // and a start in the middle of a song rose from half its level over 20 ms.
     std::size_t pad = mStretcher->getPreferredStartPad();
     // The resampler's extra delay is counted in frames before it shifts the pitch.
     mFramesToDrop = static_cast<std::uint64_t>(std::llround(outputDelay()));
-    std::fill(mInputBuffer.begin(), mInputBuffer.end(), 0.0f);
-    const float* silence[kChannelCount] = {mInputBuffer.data(),
-                                           mInputBuffer.data() + kMaxProcessSize};
-    while (pad > 0) {
+    float* left = mInputBuffer.data();
+    float* right = mInputBuffer.data() + kMaxProcessSize;
+    const auto beforeFrames =
+        static_cast<std::uint32_t>(std::min<std::size_t>(pad, kMaxProcessSize));
+    float* before[kChannelCount] = {left, right};
+    const std::uint32_t got = std::min(source.pullBeforeStart(before, beforeFrames), beforeFrames);
+    // The last frame before the start goes in last; silence ahead of what the source had.
+    std::copy_backward(left, left + got, left + beforeFrames);
+    std::copy_backward(right, right + got, right + beforeFrames);
+    std::fill(left, left + beforeFrames - got, 0.0f);
+    std::fill(right, right + beforeFrames - got, 0.0f);
+    // Where the music was cut off, it comes in over the far quarter of the window, which the
+    // first frames heard barely see.
+    const std::uint32_t fadeFrames = beforeFrames / 4;
+    for (std::uint32_t i = 0; i < fadeFrames; ++i) {
+        const float gain = 0.5f - 0.5f * std::cos(std::numbers::pi_v<float> * float(i + 1) /
+                                                  float(fadeFrames + 1));
+        left[i] *= gain;
+        right[i] *= gain;
+    }
+    toMidSide(left, right, beforeFrames);
+
+    float* silence = mOutputBuffer.data();
+    std::fill_n(silence, kMaxProcessSize, 0.0f);
+    const float* silent[kChannelCount] = {silence, silence};
+    for (pad -= beforeFrames; pad > 0;) {
         const std::size_t chunk = std::min<std::size_t>(pad, kMaxProcessSize);
-        mStretcher->process(silence, chunk, false);
+        mStretcher->process(silent, chunk, false);
         pad -= chunk;
     }
+    const float* const music[kChannelCount] = {left, right};
+    mStretcher->process(music, beforeFrames, false);
     mStarted = true;
 }
 
@@ -332,14 +369,7 @@ void TimePitchStage::feed(Source& source, std::uint32_t frameCount, bool toEnd) 
     std::fill(left + pulled + pastEnd + faded, left + frameCount, 0.0f);
     std::fill(right + pulled + pastEnd + faded, right + frameCount, 0.0f);
 
-    // Halving and doubling are exact in floating point, so identical channels give a mid equal
-    // to either and a side of exact zeros.
-    for (std::uint32_t i = 0; i < pulled + pastEnd + faded; ++i) {
-        const float l = left[i];
-        const float r = right[i];
-        left[i] = (l + r) * 0.5f;
-        right[i] = (l - r) * 0.5f;
-    }
+    toMidSide(left, right, pulled + pastEnd + faded);
 
     bool last = false;
     if (mSourceEnded) {
@@ -396,7 +426,7 @@ std::uint32_t TimePitchStage::renderFrames(float* const* output, std::uint32_t f
                                            Source& source, bool toEnd) {
     applyParameters();
     if (!mStarted)
-        start();
+        start(source);
 
     // An export ends where the input ends, at its rate: whatever the stretcher still rings out
     // past that is not part of the range.

@@ -76,6 +76,16 @@ public:
         virtual std::uint32_t pullPastEnd(float* const* /*input*/, std::uint32_t /*frameCount*/) {
             return 0;
         }
+        /// Before the first pull after a reset: fills up to `frameCount` frames with what comes
+        /// before the first frame in the song, in the order it plays (the last of them just
+        /// before it), and returns how many (0 where nothing precedes it or nothing is ready).
+        /// The stretcher's first windows reach back over them, so a start in the middle of the
+        /// music begins at its level instead of rising from silence; none of them is heard.
+        /// Called on the rendering thread, from inside the first render after a reset.
+        virtual std::uint32_t pullBeforeStart(float* const* /*input*/,
+                                              std::uint32_t /*frameCount*/) {
+            return 0;
+        }
     };
 
     /// A stage for two channels at `sampleRate`, at rate 1 and no pitch shift, reset. Takes a
@@ -145,7 +155,9 @@ private:
     /// The time ratio given to the stretcher for `rate`, which keeps the finer engine off its
     /// path for no change at all.
     static double stretcherTimeRatio(double rate, double pitchCents, TimePitchQuality quality);
-    void start();
+    /// Feeds the stretcher its start pad: the music before the first frame, where the source
+    /// has it, after silence.
+    void start(Source& source);
     void feed(Source& source, std::uint32_t frameCount, bool toEnd);
     /// While playing, a source that runs dry and comes back would cut the sound to silence and
     /// back, and the stretcher, which keeps the waveform, would play both cuts as clicks: the
@@ -165,7 +177,7 @@ private:
     // Rendering thread only.
     double mAppliedRate = 1.0;
     double mAppliedPitchCents = 0.0;
-    bool mStarted = false;              // the start padding went in since the last reset
+    bool mStarted = false;              // the start pad went in since the last reset
     bool mSourceEnded = false;          // the source ran short (export)
     std::size_t mTailFramesLeft = 0;    // frames still to follow it into the stretcher
     bool mInputEnded = false;           // the final input went in (export)

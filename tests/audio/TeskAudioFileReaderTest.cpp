@@ -114,6 +114,60 @@ TEST(TeskAudioFileReader, ReadsForwardsAndBackwardsWithTheirSourcesToTheSongsEnd
     EXPECT_EQ(puller.runs[0].direction, -1);
 }
 
+TEST(TeskAudioFileReader, TheMusicBeforeTheStartIsHandedApartAndNeverPlayed) {
+    // Frame i of the song says i: the music before a start is what plays up to it, nearest
+    // last, in the direction of play and whatever the loop; then play begins at the start.
+    const struct {
+        const char* what;
+        std::int64_t position;
+        bool reverse;
+        LoopRange loop;
+        std::uint32_t asked;
+        float first; // the first frame handed, in playing order
+        std::uint32_t count;
+        float played; // the first frame played
+    } cases[] = {
+        {"forwards", 10000, false, {}, 2048, 7952, 2048, 10000},
+        {"the nearest only", 10000, false, {}, 1000, 9000, 1000, 10000},
+        {"near the start", 300, false, {}, 2048, 0, 300, 300},
+        {"at the start", 0, false, {}, 2048, 0, 0, 0},
+        {"backwards", 10000, true, {}, 2048, 12047, 2048, 9999},
+        {"backwards near the end", 19000, true, {}, 2048, 19999, 1000, 18999},
+        {"into a loop", 9000, false, {5000, 2000}, 2048, 2952, 2048, 5000},
+        {"backwards into a loop", 1000, true, {5000, 2000}, 2048, 9047, 2048, 6999},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.what);
+        auto song = MemorySong::counting(20000);
+        Puller puller(song, c.position, c.loop, c.reverse);
+        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(2);
+        while (!puller.reader.hasFramesReady() && std::chrono::steady_clock::now() < deadline)
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        std::vector<float> left(c.asked, -1.0f), right(c.asked, -1.0f);
+        const auto buffers = AudioBufferList::stereo(left.data(), right.data(), c.asked);
+        ASSERT_EQ(puller.reader.copyPreroll(buffers, c.asked), c.count);
+        const float step = c.reverse ? -1.0f : 1.0f;
+        for (std::uint32_t i = 0; i < c.count; ++i) {
+            ASSERT_EQ(left[i], c.first + step * float(i)) << i;
+            ASSERT_EQ(right[i], -left[i]) << i;
+        }
+        ASSERT_EQ(puller.pull(100), 100u);
+        EXPECT_EQ(puller.left[0], c.played);
+        EXPECT_EQ(puller.runs[0].sourceFrame, std::int64_t(c.played));
+        EXPECT_EQ(puller.reader.copyPreroll(buffers, c.asked), 0u) << "once playing began";
+    }
+
+    // Until the frame at the start is decoded, the music before it is no frame to play.
+    auto song = MemorySong::counting(20000);
+    song->decodeOnlyUpTo(10000);
+    Puller puller(song, 10000);
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    EXPECT_FALSE(puller.reader.hasFramesReady());
+    song->finishDecoding();
+    ASSERT_EQ(puller.pull(1), 1u);
+    EXPECT_EQ(puller.left[0], 10000.0f);
+}
+
 TEST(TeskAudioFileReader, AFullRingSleepsLongWhilePlayingAndShortWhileDrainedFast) {
     using std::chrono::microseconds;
     const microseconds longest(17000);

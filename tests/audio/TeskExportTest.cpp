@@ -14,6 +14,7 @@
 #include <QFileInfo>
 #include <QTemporaryDir>
 #include <QThread>
+#include <algorithm>
 #include <cmath>
 #include <cstring>
 #include <gtest/gtest.h>
@@ -342,32 +343,48 @@ TEST(TeskExport, AnUnwritableFileRaisesOnTheExportThread) {
     EXPECT_FALSE(result.error->localizedDescription().isEmpty());
 }
 
-TEST(TeskExport, TheRangeEndsAtItsLastFrameWhereTheSongGoesOn) {
-    // A tone that goes on past the range, two octaves down at double speed: forwards and
-    // backwards through the reader, and a range long enough for two halves rendered at once.
-    // The range's last frames keep their level, and nothing after them gets in.
+TEST(TeskExport, ARangeInTheMiddleOfTheSongKeepsItsLevelAtBothEnds) {
+    // A tone that goes on before and past the range: forwards and backwards through the reader,
+    // and a range long enough for two halves rendered at once. The range's last frames keep
+    // their level, nothing after them gets in, and its first frames come at their level too
+    // (two octaves down at double speed the stretcher still rises over 20 ms: `firstAtLeast`).
     const struct {
         float speed;
+        double semitones;
         LoopRange range;
         qint64 songFrames;
-    } cases[] = {{2.0f, {44100, 88200}, 4 * 44100},
-                 {-2.0f, {88200, 88200}, 4 * 44100},
-                 {2.0f, {44100, 20 * 44100}, 22 * 44100}};
+        double firstAtLeast; // of the steady peak, in the first 10 ms
+    } cases[] = {{2.0f, -24.0, {44100, 88200}, 4 * 44100, 0.6},
+                 {-2.0f, -24.0, {44100, 88200}, 4 * 44100, 0.6},
+                 {2.0f, -24.0, {44100, 20 * 44100}, 22 * 44100, 0.6},
+                 {1.5f, -3.0, {44100, 88200}, 4 * 44100, 0.84},
+                 {-1.5f, -3.0, {44100, 88200}, 4 * 44100, 0.84},
+                 {1.5f, -3.0, {44100, 20 * 44100}, 22 * 44100, 0.84}};
     for (const auto& c : cases) {
-        SCOPED_TRACE(testing::Message() << "speed " << c.speed << " range " << c.range.location
-                                        << "+" << c.range.length);
+        SCOPED_TRACE(testing::Message() << "speed " << c.speed << " semitones " << c.semitones
+                                        << " range " << c.range.location << "+" << c.range.length);
         QTemporaryDir folder;
         TeskExtendedAudioFilePlayer player(MemorySong::sine(c.songFrames, 440.0, 0.5), true);
         player.setPlaybackSpeed(c.speed);
-        player.setPlaybackPitchInSemitones(-24.0);
+        player.setPlaybackPitchInSemitones(c.semitones);
         const Exported back = exportAndRead(player, c.range, folder, "part.aif");
         ASSERT_TRUE(back.file);
         const auto frames = std::size_t(std::llround(double(c.range.length) / std::fabs(c.speed)));
         ASSERT_GE(back.left.size(), frames);
-        const double steadyDb = test::rmsDb(std::span(back.left).subspan(frames / 2, 4410));
-        const double endDb = test::rmsDb(std::span(back.left).subspan(frames - 4410, 4410));
-        EXPECT_GE(endDb, steadyDb - 0.25);
+        const auto part = [&](std::size_t from, std::size_t count) {
+            return std::span(back.left).subspan(from, count);
+        };
+        const double steadyDb = test::rmsDb(part(frames / 2, 4410));
+        EXPECT_GE(test::rmsDb(part(frames - 4410, 4410)), steadyDb - 0.25);
         // What fills the last slice after the range is silence, not the song going on.
         EXPECT_EQ(test::rms(std::span(back.left).subspan(frames)), 0.0);
+        const auto peak = [&](std::size_t from) {
+            const auto samples = part(from, 441);
+            return std::abs(*std::ranges::max_element(
+                samples, [](float a, float b) { return std::abs(a) < std::abs(b); }));
+        };
+        const float steadyPeak = peak(frames / 2);
+        EXPECT_GT(peak(0), c.firstAtLeast * steadyPeak);
+        EXPECT_GT(peak(441), c.firstAtLeast * steadyPeak);
     }
 }

@@ -612,6 +612,40 @@ TEST(TeskExtendedAudioFilePlayer, ASeekIsHeardFromTheFrameSought) {
     }
 }
 
+TEST(TeskExtendedAudioFilePlayer, AStartOrASeekBeginsAtTheLevelOfTheMusicThere) {
+    // A steady tone started, and then sought, in the middle: past the device's fade-in, the
+    // first 5 ms windows heard are at the tone's level, with its speed and pitch changed too
+    // (where the stretcher once heard the music cut in from silence, and rose over 15 ms).
+    constexpr std::size_t kWindow = 220;
+    const struct {
+        float speed;
+        double semitones;
+    } settings[] = {{1.5f, -3.0}, {-1.5f, -3.0}, {0.5f, 7.0}};
+    for (const auto& setting : settings) {
+        SCOPED_TRACE(testing::Message() << setting.speed << "x " << setting.semitones);
+        ManualPlayer manual(MemorySong::sine(44100 * 4, 1000.0, 0.5));
+        manual.player.setPlaybackSpeed(setting.speed);
+        manual.player.setPlaybackPitchInSemitones(setting.semitones);
+        manual.player.setCurrentFrame(44100 * 2);
+        manual.player.startFilePlaying();
+        for (const qint64 seek : {qint64(0), qint64(44100 * 3)}) {
+            const std::size_t from = manual.device->left.size();
+            if (seek > 0)
+                manual.player.setCurrentFrame(seek);
+            manual.play(8);
+            const double tone = 1000.0 * std::exp2(setting.semitones / 12.0);
+            const auto level = [&](std::size_t window) {
+                return test::toneAmplitude(
+                    std::span(manual.device->left).subspan(from + window * kWindow, kWindow), tone);
+            };
+            EXPECT_GT(level(0), 0.3) << "faded in from " << from;
+            EXPECT_GT(level(1), 0.45) << from;
+            EXPECT_GT(level(2), 0.45) << from;
+        }
+        manual.player.stopFilePlaying();
+    }
+}
+
 TEST(TeskExtendedAudioFilePlayer, AfterAStopInTheMiddleOfABlockPlaysFromWhereItStarts) {
     ManualPlayer manual(MemorySong::sine(44100 * 2, 440.0, 0.5));
     manual.player.setCurrentFrame(1000);

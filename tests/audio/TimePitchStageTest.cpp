@@ -26,13 +26,16 @@ const char* name(TimePitchQuality quality) {
     return quality == TimePitchQuality::Standard ? "Standard" : "Light";
 }
 
-// Plays a fixed signal once, then runs short; counts what it handed out. Frames from `end` on
-// are the song past the end of the range: offered only through pullPastEnd.
+// Plays a fixed signal once from `start`, then runs short; counts what it handed out. Frames
+// before `start` are the song before it, offered only through pullBeforeStart; frames from
+// `end` on are the song past the end of the range, offered only through pullPastEnd.
 class SignalSource : public TimePitchStage::Source {
 public:
-    explicit SignalSource(Stereo signal, std::size_t end = SIZE_MAX)
+    explicit SignalSource(Stereo signal, std::size_t end = SIZE_MAX, std::size_t start = 0)
         : mSignal(std::move(signal))
-        , mEnd(std::min(end, mSignal.left.size())) {}
+        , mStart(start)
+        , mEnd(std::min(end, mSignal.left.size()))
+        , mPosition(start) {}
 
     std::uint32_t pull(float* const* input, std::uint32_t frameCount) override {
         const std::uint32_t count = copy(input, frameCount, mPosition, mEnd);
@@ -46,7 +49,12 @@ public:
         return count;
     }
 
-    std::size_t pulled() const { return mPosition; }
+    std::uint32_t pullBeforeStart(float* const* input, std::uint32_t frameCount) override {
+        const std::size_t from = mStart - std::min<std::size_t>(mStart, frameCount);
+        return copy(input, frameCount, from, mStart);
+    }
+
+    std::size_t pulled() const { return mPosition - mStart; }
 
 private:
     std::uint32_t copy(float* const* input, std::uint32_t frameCount, std::size_t from,
@@ -58,8 +66,9 @@ private:
     }
 
     Stereo mSignal;
+    std::size_t mStart;
     std::size_t mEnd;
-    std::size_t mPosition = 0;
+    std::size_t mPosition;
     std::size_t mPastEnd = 0;
 };
 
@@ -211,6 +220,43 @@ TEST(TimePitchStage, AfterAResetItPlaysAsANewStageWould) {
                       toneAmplitude(steady(fresh.left), right) + 0.005);
             EXPECT_LT(toneAmplitude(steady(fresh.left), right), 0.03);
             EXPECT_NEAR(rms(steady(again.right)), rms(steady(fresh.right)), 0.01);
+        }
+    }
+}
+
+TEST(TimePitchStage, AStartInTheMiddleOfTheMusicBeginsAtItsLevel) {
+    // A second into a steady tone, louder on the left: the first 5 ms heard, and the next, come
+    // at the tone's level on each side, as after a seek in the middle of a song.
+    constexpr std::size_t kStart = 44100;
+    constexpr std::size_t kWindow = 220;
+    const Stereo song{sine(1000.0, 0.5, 3 * 44100), sine(1000.0, 0.25, 3 * 44100)};
+    const struct {
+        double rate, cents;
+    } settings[] = {{0.75, 0.0}, {1.0, 0.0}, {1.5, -300.0}, {0.5, 700.0}};
+    for (const TimePitchQuality quality : kQualities) {
+        for (const auto& setting : settings) {
+            SCOPED_TRACE(testing::Message() << name(quality) << " at " << setting.rate << ", "
+                                            << setting.cents << " cents");
+            TimePitchStage stage(kSampleRate, quality);
+            stage.setRate(setting.rate);
+            stage.setPitchCents(setting.cents);
+            SignalSource source(song, SIZE_MAX, kStart);
+            const Stereo output = render(stage, source, 40 * kWindow);
+            const double tone = 1000.0 * std::exp2(setting.cents / 1200.0);
+            for (const auto* channel : {&output.left, &output.right}) {
+                const auto level = [&](std::size_t window) {
+                    return toneAmplitude(std::span(*channel).subspan(window * kWindow, kWindow),
+                                         tone);
+                };
+                double steady = 0.0;
+                for (std::size_t window = 20; window < 40; ++window)
+                    steady += level(window) / 20.0;
+                // The faster engine comes a little louder at first, and a little softer after.
+                const double played = channel == &output.left ? 0.5 : 0.25;
+                EXPECT_NEAR(20.0 * std::log10(steady / played), 0.0, 1.5);
+                EXPECT_GT(level(0), 0.8 * steady);
+                EXPECT_GT(level(1), 0.95 * steady);
+            }
         }
     }
 }
