@@ -41,7 +41,8 @@ int main(int argc, char** argv) {
     tesk::TeskAppController controller;
     QTemporaryDir exports;
     controller.windowLayer()->services().askExportFile =
-        [&exports](QWidget*, const QString& name, std::function<void(const QString&, int)> chosen) {
+        [&exports](QWidget*, const QString&, const QString& name,
+                   std::function<void(const QString&, int)> chosen) {
             chosen(exports.filePath(name + QStringLiteral(".m4a")), 0);
         };
     controller.openFiles({file});

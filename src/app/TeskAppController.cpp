@@ -22,9 +22,9 @@
 namespace tesk {
 
 namespace {
-void askExportFile(QWidget* window, const QString& proposedPath,
+void askExportFile(QWidget* window, const QString& title, const QString& proposedPath,
                    std::function<void(const QString&, int)> chosen) {
-    auto* dialog = new QFileDialog(window, QObject::tr("Export"));
+    auto* dialog = new QFileDialog(window, title);
     dialog->setAcceptMode(QFileDialog::AcceptSave);
     const QStringList formats{QObject::tr("MPEG-4 audio (*.m4a)"), QObject::tr("AIFF (*.aif)")};
     dialog->setNameFilters(formats);

@@ -867,7 +867,8 @@ void TeskDocumentWindowController::doExportSongUsingLoop(bool loop) {
         });
     };
     if (mServices.askExportFile)
-        mServices.askExportFile(this, proposed, chosen);
+        mServices.askExportFile(this, loop ? tr("Export Loop") : tr("Export Song"), proposed,
+                                chosen);
 }
 
 bool TeskDocumentWindowController::askReplaceFile(const QString& path) {

@@ -32,11 +32,11 @@ struct WindowServices {
     std::function<void()> sendFeedback;
     std::function<void()> showAbout;
     std::function<void()> quit;
-    /// Asks where to export: the proposed path without its extension in (beside the practice,
-    /// or the song when there is none), the chosen path and format index
-    /// (0 MPEG-4 audio, 1 AIFF) out through `chosen`, or nothing when cancelled. A window-modal
-    /// file dialog unless a test replaces it.
-    std::function<void(QWidget* window, const QString& proposedPath,
+    /// Asks where to export: the dialog's title ("Export Song" or "Export Loop") and the
+    /// proposed path without its extension in (beside the practice, or the song when there is
+    /// none), the chosen path and format index (0 MPEG-4 audio, 1 AIFF) out through `chosen`, or
+    /// nothing when cancelled. A window-modal file dialog unless a test replaces it.
+    std::function<void(QWidget* window, const QString& title, const QString& proposedPath,
                        std::function<void(const QString& path, int formatIndex)> chosen)>
         askExportFile;
     /// Asks whether to save a changed document before it closes: Save, Discard or Cancel

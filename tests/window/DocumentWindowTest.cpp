@@ -49,7 +49,9 @@ class Practice {
 public:
     Practice() {
         WindowServices services;
-        services.askExportFile = [this](QWidget*, const QString& proposed, auto chosen) {
+        services.askExportFile = [this](QWidget*, const QString& title, const QString& proposed,
+                                        auto chosen) {
+            exportTitle = title;
             proposedExportName = proposed;
             chosen(exportAnswer, exportFormat);
         };
@@ -100,6 +102,7 @@ public:
     QString exportAnswer;
     int exportFormat = 0;
     QStringList replaceQuestions; // each answered No
+    QString exportTitle;
     QString proposedExportName;
     int saveAnswer = QMessageBox::Discard;
     int saveQuestions = 0;
@@ -320,6 +323,7 @@ TEST(DocumentWindow, APracticeSessionFromOpeningToReopening) {
     app.exportFormat = 0;
     window->perform(WindowCommand::ExportLoop);
     EXPECT_EQ(app.proposedExportName, dir.filePath("take")) << "beside the song";
+    EXPECT_EQ(app.exportTitle, "Export Loop");
     ASSERT_TRUE(QTest::qWaitFor([&] { return document->isExporting(); }, 2000));
     EXPECT_NE(window->exportProgressDialog(), nullptr);
     ASSERT_TRUE(QTest::qWaitFor([&] { return !document->isExporting(); }, 30000));
@@ -346,6 +350,7 @@ TEST(DocumentWindow, APracticeSessionFromOpeningToReopening) {
     app.exportAnswer = dir.filePath("cancelled.aif");
     app.exportFormat = 1;
     window->perform(WindowCommand::ExportSong);
+    EXPECT_EQ(app.exportTitle, "Export Song");
     QCoreApplication::processEvents(); // the export starts once the dialog has gone
     ASSERT_NE(window->exportProgressDialog(), nullptr);
     ASSERT_TRUE(document->isExporting());
