@@ -332,20 +332,18 @@ std::uint32_t TeskExtendedAudioFilePlayer::supplyFramesPastEnd(const AudioBuffer
 std::uint32_t
 TeskExtendedAudioFilePlayer::supplyFramesBeforeStart(const AudioBufferList& buffers,
                                                      std::uint32_t frameCount) noexcept {
-    // The reader hands the music before the start ahead of the start's own frames: waiting for
-    // those, as `supplyFrames` would, makes every start the same whatever the reader's pace.
-    const bool exporting = mExportFramesLeft >= 0;
-    const auto stale = [this, exporting] {
-        return !exporting && mOutputAudioUnit->renderingGeneration() <
-                                 mSeekGeneration.load(std::memory_order_acquire);
-    };
-    const Clock::time_point deadline = Clock::now() + (exporting ? kExportReaderWait : kReaderWait);
-    while (!hasFramesReady() && !stale() && Clock::now() < deadline)
-        std::this_thread::sleep_for(std::chrono::microseconds(200));
-    // A render made stale by a seek leaves the new place's music to the render of that seek.
-    if (hasEnded() || stale())
-        return 0;
-    return mFileReader.copyPreroll(buffers, frameCount);
+    // The reader hands the music before the start ahead of the start's own frames. Playing, the
+    // rendering thread has already waited for those; an export waits here, as `supplyFrames`
+    // would, so that it comes out the same whatever the reader's pace.
+    if (mExportFramesLeft >= 0) {
+        const Clock::time_point deadline = Clock::now() + kExportReaderWait;
+        while (!hasFramesReady() && Clock::now() < deadline)
+            std::this_thread::sleep_for(std::chrono::microseconds(200));
+    } else if (mOutputAudioUnit->renderingGeneration() <
+               mSeekGeneration.load(std::memory_order_acquire)) {
+        return 0; // a render made stale by a seek: the new place's music is for that seek's
+    }
+    return hasEnded() ? 0 : mFileReader.copyPreroll(buffers, frameCount);
 }
 
 std::uint32_t TeskExtendedAudioFilePlayer::copyFromReader(const AudioBufferList& buffers,
