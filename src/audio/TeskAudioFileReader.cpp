@@ -176,8 +176,10 @@ void TeskAudioFileReader::run() {
     for (;;) {
         if (awaitingDecoder) {
             // Woken by the decoder as soon as it gets there; the bound keeps seeks answered.
-            mFrames->waitForDecodedFrames(std::max<std::int64_t>(plan.position, 0) + kBlockFrames,
-                                          kDecoderWait);
+            // Backwards, the music before the position lies above it.
+            const std::int64_t above = plan.reverse ? plan.prerollFrames : 0;
+            mFrames->waitForDecodedFrames(
+                std::max<std::int64_t>(plan.position, 0) + above + kBlockFrames, kDecoderWait);
             awaitingDecoder = false;
         }
         {
