@@ -113,7 +113,8 @@ public:
     TimePitchQuality quality() const noexcept { return mQuality; }
 
     /// Forgets all audio inside the stretcher, so the next render starts afresh from whatever
-    /// the source delivers next, with the start compensated again.
+    /// the source delivers next (led in by what it has before that), with the start compensated
+    /// again.
     /// Rendering thread. Does not allocate.
     void reset();
 
