@@ -25,9 +25,9 @@ constexpr float kMaximumBandGainDb = 24.0f;
 
 /// The music read before the position of a start or a seek: the time-pitch stage's analysis
 /// reaches that far back from its first frame (its start pad, 2048 frames at most at any speed
-/// and pitch with Rubber Band 3), so it begins at the music's level instead of rising from
-/// silence.
-constexpr std::int64_t kStartPrerollFrames = 2048;
+/// and pitch with Rubber Band 3, and its run-in, as much again), so it begins at the music's
+/// level instead of rising from silence.
+constexpr std::int64_t kStartPrerollFrames = 4096;
 
 /// The second half of a two-part export starts this many frames early, so that its time-pitch
 /// stage has settled by the join.

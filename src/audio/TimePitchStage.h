@@ -190,6 +190,8 @@ private:
     double mInputFrames = 0.0;          // the input pulled since the last reset
     std::uint64_t mOutputFrames = 0;    // delivered since the last reset
     std::size_t mLastRequest = 0;       // the input the stretcher last asked for: its step
+    /// The most output the finer engine runs in over before a start (see start).
+    static constexpr double kRunInOutputFrames = 2048.0;
     /// A starved source's fades (see smoothStarvation): 1.5 ms, as the device's.
     static constexpr std::uint32_t kStarvedFadeFrames = 64;
     float mLastPulledLeft = 0.0f; // the last frame pulled
