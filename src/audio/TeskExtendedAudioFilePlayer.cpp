@@ -60,10 +60,17 @@ void TeskExtendedAudioFilePlayer::startFilePlaying() {
 }
 
 void TeskExtendedAudioFilePlayer::stopFilePlaying() {
-    currentFrame(); // remember where playback stopped
+    // Playback stops where the sound the device holds ends, which is still heard after the stop
+    // and fades out there: from the heard position, a device period or two behind it, playing on
+    // would repeat it. Past the end, the end is where it stopped.
+    const std::optional<AheadRenderer::HandedMark> handed =
+        hasEnded() ? std::nullopt : nextHandedMark();
+    currentFrame();
     mOutputAudioUnit->stop();
     mFileReader.stop();
     mEndWatch.stop();
+    if (handed)
+        mCurrentFrame = qint64(handed->sourceFrame);
 }
 
 bool TeskExtendedAudioFilePlayer::isFilePlaying() const {

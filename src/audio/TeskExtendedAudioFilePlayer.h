@@ -50,6 +50,8 @@ public:
     const std::shared_ptr<const DecodedFrames>& audioFile() const { return mAudioFile; }
 
     void startFilePlaying();
+    /// Stops with the position where the sound already handed to the device ends (it is still
+    /// heard, fading out), so that playing again goes on from there without repeating it.
     void stopFilePlaying();
     bool isFilePlaying() const;
 

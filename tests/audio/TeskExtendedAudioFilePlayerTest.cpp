@@ -646,6 +646,38 @@ TEST(TeskExtendedAudioFilePlayer, AStartOrASeekBeginsAtTheLevelOfTheMusicThere) 
     }
 }
 
+TEST(TeskExtendedAudioFilePlayer, PlayingOnAfterAPauseGoesOnWhereTheSoundStopped) {
+    // What the device was handed before a pause is still heard after it: the position stops at
+    // its end, a device period or two past what was heard when the pause came, and playing on
+    // starts there, repeating none of it (a device period, 23 ms, was heard twice).
+    for (const float speed : {1.0f, 0.75f, -1.0f}) {
+        SCOPED_TRACE(speed);
+        ManualPlayer manual(MemorySong::sine(44100 * 4, 440.0, 0.5));
+        manual.player.setPlaybackSpeed(speed);
+        manual.player.setCurrentFrame(44100 * 2);
+        manual.player.startFilePlaying();
+        manual.play(8);
+        const double handedEnd = 44100 * 2 + speed * double(manual.device->left.size());
+        std::thread device([&] {
+            while (manual.device->isRunning()) {
+                manual.device->pull();
+                std::this_thread::sleep_for(std::chrono::milliseconds(2));
+            }
+        });
+        manual.player.stopFilePlaying();
+        device.join();
+        const auto stoppedAt = double(manual.player.currentFrame());
+        EXPECT_NEAR(stoppedAt, handedEnd, 2.0);
+        manual.player.startFilePlaying();
+        EXPECT_NEAR(manual.playUntilReported().value_or(AheadRenderer::HeardPosition{}).sourceFrame,
+                    stoppedAt, 2.0);
+        // Paused before the device was handed anything of a seek, it stays where it was sent.
+        manual.player.setCurrentFrame(44100 * 3);
+        manual.player.stopFilePlaying();
+        EXPECT_EQ(manual.player.currentFrame(), 44100 * 3);
+    }
+}
+
 TEST(TeskExtendedAudioFilePlayer, AfterAStopInTheMiddleOfABlockPlaysFromWhereItStarts) {
     ManualPlayer manual(MemorySong::sine(44100 * 2, 440.0, 0.5));
     manual.player.setCurrentFrame(1000);
