@@ -88,12 +88,18 @@ qreal devicePixelRatioOf(const QPainter& painter) {
     return deviceRatio * (scale > 0 ? scale : 1.0);
 }
 
-void drawThreePartImage(QPainter& painter, const QRectF& target, const NamedImage& left,
+void drawThreePartImage(QPainter& painter, const QRectF& area, const NamedImage& left,
                         const NamedImage& fill, const NamedImage& right) {
-    qreal leftWidth = left.width();
-    qreal rightWidth = right.width();
+    // Every part on whole device pixels: placed between them, the ends and the fill were each
+    // rounded their own way, and met a row or a column apart.
+    const qreal ratio = devicePixelRatioOf(painter);
+    const auto snap = [ratio](qreal length) { return std::round(length * ratio) / ratio; };
+    const QRectF target(QPointF(snap(area.left()), snap(area.top())),
+                        QPointF(snap(area.right()), snap(area.bottom())));
+    qreal leftWidth = snap(left.width());
+    qreal rightWidth = snap(right.width());
     if (leftWidth + rightWidth > target.width()) {
-        leftWidth = target.width() / 2;
+        leftWidth = snap(target.width() / 2);
         rightWidth = target.width() - leftWidth;
     }
     const qreal fillWidth = target.width() - leftWidth - rightWidth;
@@ -102,7 +108,6 @@ void drawThreePartImage(QPainter& painter, const QRectF& target, const NamedImag
         // A fill is the same in every column: render it once at its own width and stretch it
         // sideways, rather than render a new picture for every width. That width is made whole
         // device pixels, so that no partly covered column is stretched into a band of its own.
-        const qreal ratio = devicePixelRatioOf(painter);
         const qreal pictureWidth = std::ceil(fill.width() * ratio - 1e-6) / ratio;
         const QPixmap& picture = fill.pixmap(QSizeF(pictureWidth, target.height()), ratio);
         painter.drawPixmap(

@@ -64,7 +64,8 @@ qreal devicePixelRatioOf(const QPainter& painter);
 
 /// Draws a horizontally stretchable picture made of three: `left` and `right` at their own
 /// widths at the two ends, `fill` stretched between them, all at `target`'s height. When the
-/// target is narrower than both ends, the ends share it half and half.
+/// target is narrower than both ends, the ends share it half and half. The target's edges and
+/// the parts' widths are rounded to whole device pixels, so the parts meet without a step.
 void drawThreePartImage(QPainter& painter, const QRectF& target, const NamedImage& left,
                         const NamedImage& fill, const NamedImage& right);
 

@@ -65,6 +65,45 @@ TEST(NamedImage, AFillOfOnePointStretchesEvenlyAtFractionalRatios) {
     }
 }
 
+TEST(NamedImage, ThePartsMeetRowForRowAndColumnForColumnWhereverTheyAreDrawn) {
+    // Drawn half a device pixel off the grid, an end and the fill were each rounded their own
+    // way: at 1.5 the ends sat a row below the middle, a step where they meet.
+    for (const qreal ratio : {1.25, 1.5, 2.0}) {
+        for (const QPointF& at :
+             {QPointF(0, 0), QPointF(1.0 / 3, 1.0 / 3), QPointF(0.4, 0.7), QPointF(1.7, 1.1)}) {
+            SCOPED_TRACE(testing::Message() << ratio << " at " << at.x() << ", " << at.y());
+            QImage canvas(QSize(int(std::ceil(50 * ratio)), int(std::ceil(10 * ratio))),
+                          QImage::Format_ARGB32_Premultiplied);
+            canvas.setDevicePixelRatio(ratio);
+            canvas.fill(Qt::white);
+            QPainter painter(&canvas);
+            const NamedImage& end = NamedImage::named("TestEnd");
+            drawThreePartImage(painter, QRectF(at, QSizeF(40, 6)), end,
+                               NamedImage::named("TestColumn"), end);
+            painter.end();
+            // The rows a column is painted in, solid or partly.
+            const auto rows = [&](int column) {
+                std::pair<int, int> span{-1, -1};
+                for (int row = 0; row < canvas.height(); ++row) {
+                    if (canvas.pixelColor(column, row) == QColor(Qt::white))
+                        continue;
+                    span.second = row;
+                    if (span.first < 0)
+                        span.first = row;
+                }
+                return span;
+            };
+            const int middle = int(20 * ratio);
+            for (const qreal x : {2.0, 38.0})
+                EXPECT_EQ(rows(int((at.x() + x) * ratio)), rows(middle)) << "end at " << x;
+            // Nor a column of white, nor one of both, between an end and the fill.
+            for (int column = int(std::ceil(at.x() * ratio)) + 1;
+                 column < int((at.x() + 40) * ratio) - 1; ++column)
+                EXPECT_EQ(rows(column), rows(middle)) << "column " << column;
+        }
+    }
+}
+
 TEST(NamedImage, AMissingPictureIsAProgrammingError) {
     EXPECT_FALSE(NamedImage::exists("NoSuchPicture"));
     EXPECT_TRUE(NamedImage::exists("TestEnd"));
