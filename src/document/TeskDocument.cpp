@@ -1,5 +1,6 @@
 #include "document/TeskDocument.h"
 
+#include "audio/EngineConstants.h"
 #include "audio/ExportTemporaryFile.h"
 #include "audio/ProcessingChainPool.h"
 #include "audio/TeskAudioFileWriter.h"
@@ -30,6 +31,24 @@ namespace {
 /// short by Tesk closing leaves whatever was at `path` as it was. Export thread.
 std::optional<TeskError> exportRange(TeskExtendedAudioFilePlayer& player,
                                      std::optional<LoopRange> part, const QString& path) {
+    if (part) {
+        // A loop drawn on a longer song (the song was replaced since) may reach past the end of
+        // this one: only what the song has goes out, and a loop wholly past it is no export.
+        const DecodedFrames& song = *player.audioFile();
+        const qint64 end = qint64(part->location) + part->length;
+        while (!song.isDecodingFinished() && song.decodedFrameCount() < end &&
+               !player.isWriteToFileCancelled())
+            song.waitForDecodedFrames(end, std::chrono::milliseconds(50));
+        const qint64 songEnd = song.isDecodingFinished() ? song.frameCount() : end;
+        if (part->location >= songEnd) {
+            return audioExportError(
+                AudioExportErrorCode::NothingWritten, path,
+                QStringLiteral("The loop starts at %1 s, after the end of the song at %2 s.")
+                    .arg(double(part->location) / engine::kSampleRateHz, 0, 'f', 3)
+                    .arg(double(songEnd) / engine::kSampleRateHz, 0, 'f', 3));
+        }
+        part->length = std::uint32_t(std::min(end, songEnd) - part->location);
+    }
     QString reason;
     const auto temporary = ExportTemporaryFile::create(path, &reason);
     if (!temporary)

@@ -1,6 +1,7 @@
 #include "document/TeskDocument.h"
 
 #include "audio/ProcessingChain.h"
+#include "audio/TeskAudioFileWriter.h"
 #include "audio/TeskEqualizerSettings.h"
 #include "audio/TeskVocalReductionEffectSettings.h"
 #include "document/TeskDocumentFile.h"
@@ -665,6 +666,25 @@ TEST_F(DocumentTest, ExportsTheLoopInTheBackgroundAndReportsOnTheMainThread) {
     EXPECT_EQ(delegate.failed, unwritable);
     EXPECT_FALSE(delegate.failure.domain().isEmpty());
     EXPECT_TRUE(delegate.failure.localizedDescription().contains("song.m4a"));
+
+    // A loop drawn on a longer song that this one replaced: what reaches past the end is left
+    // out, and a loop wholly past it exports nothing rather than a silent file.
+    delegate.finished.clear();
+    document->setLoopRange({3 * kRate / 2, kRate});
+    const QString reaching = path("reaching.aif");
+    ASSERT_TRUE(document->performLoopExportToFile(
+        {{"destinationFile", reaching}, {"exportingWithLoop", true}}));
+    document->waitForExport();
+    EXPECT_EQ(delegate.finished, reaching);
+    EXPECT_EQ(probeAudioStream(reaching, "duration_ts").toLongLong(), sliced(kRate / 2));
+    document->setLoopRange({3 * kRate, kRate / 2});
+    const QString past = path("past.aif");
+    ASSERT_TRUE(document->performLoopExportToFile(
+        {{"destinationFile", past}, {"exportingWithLoop", true}}));
+    document->waitForExport();
+    EXPECT_EQ(delegate.failed, past);
+    EXPECT_EQ(delegate.failure.code(), qint64(AudioExportErrorCode::NothingWritten));
+    EXPECT_FALSE(QFileInfo::exists(past));
 }
 
 TEST_F(DocumentTest, AnExportHoldsItsRangeWhateverLoopPlayedBefore) {
