@@ -206,8 +206,9 @@ bool SongDecoder::openFile(const QString& path, std::optional<TeskError>* error)
     mFormat->flags |= AVFMT_FLAG_CUSTOM_IO;
     mFormat->interrupt_callback = interrupt;
     status = avformat_open_input(&mFormat, url.constData(), inputFormat, nullptr);
+    // Recognised, yet it won't open: a song of a known kind, broken or cut short.
     if (status < 0)
-        return fail(SongFileErrorCode::NotAudio, ffmpegMessage(status));
+        return fail(SongFileErrorCode::Unopenable, ffmpegMessage(status));
     // Missing details of some stream are no reason to refuse a file whose sound is usable.
     avformat_find_stream_info(mFormat, nullptr);
 

@@ -44,6 +44,10 @@ Wording wordingFor(SongFileErrorCode code) {
     case SongFileErrorCode::Damaged:
         return {tr("The file “%1” is damaged or incomplete."),
                 tr("Tesk plays the part of the song that could be read.")};
+    case SongFileErrorCode::Unopenable:
+        return {tr("The file “%1” couldn’t be opened because it is damaged or incomplete."),
+                tr("Its sound can’t be found in it. If it was downloaded or copied, do that "
+                   "again.")};
     case SongFileErrorCode::CacheUnavailable:
         return {tr("The file “%1” couldn’t be decoded because there is no room for its sound "
                    "on the disk."),

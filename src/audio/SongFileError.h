@@ -25,6 +25,9 @@ enum class SongFileErrorCode : qint64 {
     UnsupportedCodec,
     /// The file opened but ends early or holds parts that couldn't be decoded.
     Damaged,
+    /// A file of a kind Tesk reads whose sound can't be found at all: cut off before the index
+    /// that says where its sound is (an M4A whose download stopped), or broken there.
+    Unopenable,
     /// No room for the decoded song: the cache couldn't be created or the disk filled up.
     CacheUnavailable,
 };

@@ -361,6 +361,10 @@ TEST(TeskExtendedAudioFile, FilesWithoutSoundFailToOpenWithAClearError) {
     QByteArray noise;
     for (float sample : test::noise(127.0, 3000, 9))
         noise.append(char(sample));
+    // An M4A keeps the index of its sound at the end: a download stopped halfway has none.
+    const QString cutM4a = folder.filePath("cut.m4a");
+    ASSERT_TRUE(test::writeEncoded(cutM4a, testSong(kSongFrames), 44100, kAac));
+    ASSERT_TRUE(QFile(cutM4a).resize(QFileInfo(cutM4a).size() / 2));
 
     const std::vector<std::pair<QString, SongFileErrorCode>> cases{
         {folder.filePath("missing.mp3"), SongFileErrorCode::NotFound},
@@ -374,6 +378,7 @@ TEST(TeskExtendedAudioFile, FilesWithoutSoundFailToOpenWithAClearError) {
          SongFileErrorCode::NoAudioStream},
         {video, SongFileErrorCode::NoAudioStream},
         {silentTrack, SongFileErrorCode::NoSound},
+        {cutM4a, SongFileErrorCode::Unopenable},
     };
     for (const auto& [path, code] : cases) {
         SCOPED_TRACE(path.toStdString());
