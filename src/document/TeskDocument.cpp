@@ -102,15 +102,15 @@ constexpr qint64 kFileReadNoSuchFileError = 260;
 constexpr qint64 kFileReadCorruptFileError = 259;
 constexpr qint64 kFileWriteUnknownError = 512;
 
-TeskError fileError(qint64 code, const QString& description, const QString& path) {
-    return TeskError(
-        NSCocoaErrorDomain, code,
-        {{LocalizedDescriptionKey, description}, {QStringLiteral("NSFilePath"), path}});
+TeskError fileError(qint64 code, const QString& description, const QString& path,
+                    const QString& suggestion = {}) {
+    QVariantMap userInfo{{LocalizedDescriptionKey, description},
+                         {QStringLiteral("NSFilePath"), path}};
+    if (!suggestion.isEmpty())
+        userInfo.insert(LocalizedRecoverySuggestionKey, suggestion);
+    return TeskError(NSCocoaErrorDomain, code, userInfo);
 }
 
-/// The file at `url` as a writer leaves it: when it was modified (to the nanosecond), its size
-/// and its inode, which a writer that saves by renaming a new file into place changes even
-/// within one tick of a coarse clock. None when there is no file.
 TeskError badAudioFileError(const std::optional<TeskError>& cause) {
     QVariantMap userInfo{
         {LocalizedDescriptionKey, QCoreApplication::translate("TeskDocument", "Bad Audio File")},
@@ -144,6 +144,9 @@ private:
     std::function<void()> mUndo;
 };
 
+/// The file at `url` as a writer leaves it: when it was modified (to the nanosecond), its size
+/// and its inode, which a writer that saves by renaming a new file into place changes even
+/// within one tick of a coarse clock. None when there is no file.
 std::optional<FileStamp> fileStampOf(const QUrl& url) {
     struct stat info = {};
     if (::stat(QFile::encodeName(url.toLocalFile()).constData(), &info) != 0)
@@ -807,10 +810,15 @@ bool TeskDocument::writeToURL(const QUrl& url, const QString& typeName, TeskErro
     QString reason;
     if (writeDocumentFile(path, contents, &reason))
         return true;
-    if (error)
-        *error = fileError(
-            kFileWriteUnknownError,
-            tr("The document %1 could not be saved. %2").arg(quotedName(path), reason), path);
+    if (error) {
+        // The system's reason ("Read-only file system", "No space left on device") as a
+        // sentence of its own, and what to do about it.
+        const QString why = reason.isEmpty() ? QString() : reason + QStringLiteral(". ");
+        *error = fileError(kFileWriteUnknownError,
+                           tr("The document %1 could not be saved.").arg(quotedName(path)), path,
+                           why + tr("Save it in another folder or on another disk, or check "
+                                    "that you have permission to write in this one."));
+    }
     return false;
 }
 

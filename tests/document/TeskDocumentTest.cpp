@@ -598,6 +598,7 @@ TEST_F(DocumentTest, AFailedSaveLeavesThePreviousDocumentWhole) {
 
     EXPECT_FALSE(written);
     EXPECT_TRUE(error.localizedDescription().contains("practice.tesk"));
+    EXPECT_TRUE(error.localizedRecoverySuggestion().contains("another folder"));
     EXPECT_EQ(readFile(path("practice.tesk")), saved);
     EXPECT_TRUE(document.isDocumentEdited());
     EXPECT_EQ(QDir(mDir.path()).entryList(QDir::Files).size(), 1) << "no temporary file left";
