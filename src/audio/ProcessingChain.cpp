@@ -256,29 +256,24 @@ std::uint32_t ProcessingChain::pull(float* const* input, std::uint32_t frameCoun
 }
 
 std::uint32_t ProcessingChain::pullPastEnd(float* const* input, std::uint32_t frameCount) {
-    if (!mSource)
-        return 0;
-    std::fill_n(input[0], frameCount, 0.0f);
-    std::fill_n(input[1], frameCount, 0.0f);
-    const std::uint32_t supplied =
-        std::min(mSource->supplyFramesPastEnd(
-                     AudioBufferList::stereo(input[0], input[1], frameCount), frameCount),
-                 frameCount);
     // Through the equalizer as well, which goes on from the range's last frame without a seam.
-    mEqualizer.process(input, supplied);
-    return supplied;
+    return pullUnheard(input, frameCount, &ChainSource::supplyFramesPastEnd);
 }
 
 std::uint32_t ProcessingChain::pullBeforeStart(float* const* input, std::uint32_t frameCount) {
+    // Through the equalizer as well, which then plays the first frame already settled.
+    return pullUnheard(input, frameCount, &ChainSource::supplyFramesBeforeStart);
+}
+
+std::uint32_t ProcessingChain::pullUnheard(float* const* input, std::uint32_t frameCount,
+                                           UnheardSupply supply) {
     if (!mSource)
         return 0;
     std::fill_n(input[0], frameCount, 0.0f);
     std::fill_n(input[1], frameCount, 0.0f);
-    const std::uint32_t supplied =
-        std::min(mSource->supplyFramesBeforeStart(
-                     AudioBufferList::stereo(input[0], input[1], frameCount), frameCount),
-                 frameCount);
-    // Through the equalizer as well, which then plays the first frame already settled.
+    const std::uint32_t supplied = std::min(
+        (mSource->*supply)(AudioBufferList::stereo(input[0], input[1], frameCount), frameCount),
+        frameCount);
     mEqualizer.process(input, supplied);
     return supplied;
 }

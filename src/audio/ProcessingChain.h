@@ -165,6 +165,10 @@ private:
     std::uint32_t pull(float* const* input, std::uint32_t frameCount) override;
     std::uint32_t pullPastEnd(float* const* input, std::uint32_t frameCount) override;
     std::uint32_t pullBeforeStart(float* const* input, std::uint32_t frameCount) override;
+    /// Frames the stretcher reads but nobody hears, from the source through the equalizer.
+    using UnheardSupply = std::uint32_t (ChainSource::*)(const AudioBufferList&,
+                                                         std::uint32_t) noexcept;
+    std::uint32_t pullUnheard(float* const* input, std::uint32_t frameCount, UnheardSupply supply);
     void applyParameters();
     /// The stages after the vocal reduction: spectrum, pan mix, level.
     void processAfterVocalReduction(float* left, float* right, std::uint32_t frameCount);

@@ -54,6 +54,19 @@ struct ManualPlayer {
         }
     }
 
+    /// Stops the player while the device goes on pulling, as a real one does while the stop
+    /// waits for its last period.
+    void stopWhileTheDevicePulls() {
+        std::thread pulling([this] {
+            while (device->isRunning()) {
+                device->pull();
+                std::this_thread::sleep_for(std::chrono::milliseconds(2));
+            }
+        });
+        player.stopFilePlaying();
+        pulling.join();
+    }
+
     /// Plays period by period until the player reports what is heard (a hundred at most).
     std::optional<AheadRenderer::HeardPosition> playUntilReported() {
         int periods = 0;
@@ -658,14 +671,7 @@ TEST(TeskExtendedAudioFilePlayer, PlayingOnAfterAPauseGoesOnWhereTheSoundStopped
         manual.player.startFilePlaying();
         manual.play(8);
         const double handedEnd = 44100 * 2 + speed * double(manual.device->left.size());
-        std::thread device([&] {
-            while (manual.device->isRunning()) {
-                manual.device->pull();
-                std::this_thread::sleep_for(std::chrono::milliseconds(2));
-            }
-        });
-        manual.player.stopFilePlaying();
-        device.join();
+        manual.stopWhileTheDevicePulls();
         const auto stoppedAt = double(manual.player.currentFrame());
         EXPECT_NEAR(stoppedAt, handedEnd, 2.0);
         manual.player.startFilePlaying();
@@ -732,16 +738,8 @@ TEST(TeskExtendedAudioFilePlayer, StartsSeeksAndStopsWithoutAClick) {
         fillRing();
         manual.player.setCurrentFrame(44100 * 2 + 77);
         manual.play(8);
-        // The device goes on pulling while the stop waits for it.
         fillRing();
-        std::thread device([&] {
-            while (manual.device->isRunning()) {
-                manual.device->pull();
-                std::this_thread::sleep_for(std::chrono::milliseconds(2));
-            }
-        });
-        manual.player.stopFilePlaying();
-        device.join();
+        manual.stopWhileTheDevicePulls();
         std::vector<float> heard{0.0f}; // the silence before the start
         heard.insert(heard.end(), manual.device->left.begin(), manual.device->left.end());
         heard.push_back(0.0f); // and after the stop
