@@ -30,13 +30,15 @@ QCoreApplication& application() {
     return app;
 }
 
-/// A settings and runtime folder of the benchmark's own, so no Tesk of the user's answers and
-/// the user's settings stay untouched; children inherit it.
+/// A settings, data and runtime folder of the benchmark's own, so no Tesk of the user's answers,
+/// the user's settings stay untouched, and the copies kept of the practice in the windows it
+/// ends are not offered back at the user's next start; children inherit it.
 const QTemporaryDir& privateSession() {
     static QTemporaryDir folder;
     static const bool set = [] {
         qputenv("XDG_RUNTIME_DIR", folder.path().toUtf8());
         qputenv("XDG_CONFIG_HOME", (folder.path() + QStringLiteral("/config")).toUtf8());
+        qputenv("XDG_DATA_HOME", (folder.path() + QStringLiteral("/data")).toUtf8());
         qputenv("XDG_SESSION_ID", QByteArray("bench-") + QByteArray::number(qint64(getpid())));
         return true;
     }();
