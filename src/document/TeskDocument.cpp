@@ -433,6 +433,8 @@ void TeskDocument::setAudioFileAlias(std::optional<TeskFileReference> alias) {
     const QString path =
         mAudioFileAlias ? mAudioFileAlias->resolvedPath(mFileURL.toLocalFile()) : QString();
     mFoundSongPath = path;
+    if (!path.isEmpty())
+        followSongTo(path);
     if (mAudioFileAlias && path.isEmpty()) {
         const QString name = mAudioFileAlias->fileName();
         mSongError = songNotFoundError(name);
@@ -498,8 +500,19 @@ QUrl TeskDocument::audioFileURL() const {
             searchedLately ? QString() : mAudioFileAlias->resolvedPath(mFileURL.toLocalFile());
         if (mFoundSongPath.isEmpty() && !searchedLately)
             mFailedSongSearch.start();
+        else if (!mFoundSongPath.isEmpty())
+            followSongTo(mFoundSongPath);
     }
     return mFoundSongPath.isEmpty() ? QUrl() : QUrl::fromLocalFile(mFoundSongPath);
+}
+
+void TeskDocument::followSongTo(const QString& path) const {
+    // A song renamed, then deleted, is missed by its last name; one renamed, then replaced,
+    // is found in its last place.
+    if (path == mAudioFileAlias->absolutePath())
+        return;
+    if (auto moved = TeskFileReference::fromPath(path, mFileURL.toLocalFile()))
+        mAudioFileAlias = std::move(moved);
 }
 
 void TeskDocument::setAudioFileURL(const QUrl& url) {

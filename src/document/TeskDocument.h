@@ -330,8 +330,13 @@ private:
     void observeEffectsSettings(bool observe);
     /// Counts a change of the practice's speed, pitch or effects as one to save.
     void notePracticeChanged();
+    /// Points the song's reference at `path`, where the song has just been found, if it has
+    /// moved there.
+    void followSongTo(const QString& path) const;
 
-    std::optional<TeskFileReference> mAudioFileAlias;
+    /// Follows the song when it is found where it has moved, so that once it is gone its last
+    /// place names it and is what a save keeps (see `audioFileURL`).
+    mutable std::optional<TeskFileReference> mAudioFileAlias;
     /// Where the song was last found, and when a search for it last failed: whether there is a
     /// song is asked on every key, and a search for one that has gone reads whole folders.
     mutable QString mFoundSongPath;

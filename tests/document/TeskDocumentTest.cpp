@@ -510,7 +510,18 @@ TEST_F(DocumentTest, ASongMovedDeletedOrPutBackWhileOpenIsFollowed) {
     EXPECT_EQ(document->audioFileURL().toLocalFile(), QFileInfo(moved).canonicalFilePath());
     ASSERT_TRUE(QFile::remove(moved));
     EXPECT_FALSE(document->canDropMarkers());
-    writeSong("song.wav", 0.5);
+    // Gone from where it was last seen: missed by that name, and saved as it was there.
+    ASSERT_TRUE(document->songError());
+    EXPECT_TRUE(document->songError()->localizedDescription().contains("moved.wav"));
+    TeskError error;
+    ASSERT_TRUE(document->saveToURL(url("practice.tesk"), &error));
+    const auto saved = readDocumentContents(readFile(path("practice.tesk")));
+    ASSERT_TRUE(saved && saved->audioFileAlias);
+    const auto reference = TeskFileReference::fromBytes(*saved->audioFileAlias);
+    ASSERT_TRUE(reference);
+    EXPECT_EQ(reference->fileName().toStdString(), "moved.wav");
+    // Put back there, a new file: found again.
+    writeSong("moved.wav", 0.5);
     EXPECT_TRUE(QTest::qWaitFor([&] { return document->canDropMarkers(); }, 5000));
 }
 
