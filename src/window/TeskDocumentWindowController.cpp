@@ -250,7 +250,7 @@ void TeskDocumentWindowController::bindViews() {
                 mSplitView->updateGeometry();
                 centralWidget()->layout()->activate();
                 layout()->activate();
-                resize(width(), sizeHint().height());
+                setFixedHeight(sizeHint().height());
             });
     };
     connect(mDocument, &TeskDocument::zoomLevelChanged, this, showZoom);
@@ -467,6 +467,8 @@ void TeskDocumentWindowController::placeWindow() {
     }
     setMinimumWidth(860);
     setMaximumWidth(8192);
+    // Only the width is the user's to choose; the height is the content's.
+    setFixedHeight(sizeHint().height());
     const QRectF frame = mDocument->documentWindowFrame();
     // A frame saved partly off the screen comes back whole; one on a screen that is not there
     // now would open the window out of sight, and is cascaded instead.

@@ -1020,4 +1020,14 @@ TEST(DocumentWindow, GrowsWithTheEffectsAndShrinksBackWithout) {
     }
     EXPECT_GT(heights[0], without);
     EXPECT_EQ(heights, (std::vector<int>{heights[0], without, heights[0], without}));
+
+    // Only the width is the user's: a taller window would not come back so from its document.
+    for (const bool shown : {true, false}) {
+        document->setEffectsVisible(shown);
+        QCoreApplication::processEvents();
+        const int width = window->width() + 40;
+        window->resize(width, window->height() + 150);
+        QCoreApplication::processEvents();
+        EXPECT_EQ(window->size(), QSize(width, shown ? heights[0] : without));
+    }
 }
