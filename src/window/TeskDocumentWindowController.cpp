@@ -982,15 +982,21 @@ QString TeskDocumentWindowController::askDocumentPath(const QString& proposed) {
     return dialog.selectedFiles().first();
 }
 
+QString TeskDocumentWindowController::proposedDocumentPath() const {
+    if (!mDocument->fileURL().isEmpty())
+        return mDocument->fileURL().toLocalFile(); // a saved practice under its own name
+    // Beside the song, where it was last seen if it has gone since.
+    const auto reference = mDocument->audioFileAlias();
+    const QString found = mDocument->audioFileURL().toLocalFile();
+    const QString song = !found.isEmpty() || !reference ? found : reference->absolutePath();
+    return QFileInfo(song).path() + QLatin1Char('/') + QFileInfo(song).completeBaseName() +
+           QStringLiteral(".tesk");
+}
+
 void TeskDocumentWindowController::save(bool askForName) {
     QUrl url = mDocument->fileURL();
     if (askForName || url.isEmpty()) {
-        // Beside the song, where it was last seen if it has gone since.
-        const auto reference = mDocument->audioFileAlias();
-        const QString found = mDocument->audioFileURL().toLocalFile();
-        const QString song = !found.isEmpty() || !reference ? found : reference->absolutePath();
-        const QString proposed = QFileInfo(song).path() + QLatin1Char('/') +
-                                 QFileInfo(song).completeBaseName() + QStringLiteral(".tesk");
+        const QString proposed = proposedDocumentPath();
         const QString path = mServices.askDocumentFile ? mServices.askDocumentFile(this, proposed)
                                                        : askDocumentPath(proposed);
         if (path.isEmpty())

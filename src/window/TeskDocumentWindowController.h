@@ -150,6 +150,8 @@ private:
     /// Whether to stop the running export so that the window can close.
     bool askStopExport();
     bool askReplaceFile(const QString& path);
+    /// Where the save dialog starts: a saved practice's own file, else a name beside the song.
+    QString proposedDocumentPath() const;
     void save(bool askForName);
     /// Asks where to save the practice document: Qt's own dialog. Empty when cancelled.
     QString askDocumentPath(const QString& proposed);

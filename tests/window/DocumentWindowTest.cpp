@@ -67,7 +67,10 @@ public:
             stopExportQuestions.append(name);
             return stopExportAnswer;
         };
-        services.askDocumentFile = [this](QWidget*, const QString&) { return documentAnswer; };
+        services.askDocumentFile = [this](QWidget*, const QString& proposed) {
+            documentProposals.append(proposed);
+            return documentAnswer;
+        };
         services.askReplaceFile = [this](QWidget*, const QString& path) {
             replaceQuestions.append(path);
             return false;
@@ -113,6 +116,7 @@ public:
     std::function<void()> whileAsking; // run once, inside the next question
 
     QString documentAnswer;
+    QStringList documentProposals; // the names the save dialogs started with
 };
 
 void press(QWidget* window, int key, const QString& text = {},
@@ -1000,6 +1004,18 @@ TEST(DocumentWindow, KeysAndClicksInTheMiddleOfThingsLoseNothing) {
     TeskDocument* reopened = app.open(dir.filePath("take.tesk"));
     ASSERT_NE(reopened, nullptr);
     EXPECT_EQ(reopened->chorusMarkers(), frames({44100}));
+}
+
+TEST(DocumentWindow, APracticeIsProposedUnderTheSongsNameUntilItHasOneOfItsOwn) {
+    QTemporaryDir dir;
+    Practice app;
+    TeskDocument* document = app.open(writeTake(dir));
+    ASSERT_NE(document, nullptr);
+    app.documentAnswer = dir.filePath("slow.tesk");
+    app.window(document)->perform(WindowCommand::Save);
+    app.window(document)->perform(WindowCommand::SaveAs);
+    EXPECT_EQ(app.documentProposals,
+              (QStringList{dir.filePath("take.tesk"), dir.filePath("slow.tesk")}));
 }
 
 TEST(DocumentWindow, GrowsWithTheEffectsAndShrinksBackWithout) {
