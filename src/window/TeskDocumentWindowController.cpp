@@ -740,23 +740,36 @@ void TeskDocumentWindowController::updateDisplayTimers() {
 void TeskDocumentWindowController::showSoundNotice() {
     const TeskOutputAudioUnit* output =
         mDocument->player() ? mDocument->player()->outputAudioUnit() : nullptr;
-    if (!output || output->hasSoundOutput() || !mNoticeLabel || mDocument->songError())
+    if (!output)
         return;
     // Not a dialog: the musician can still watch the song play, only without sound.
-    mNoticeLabel->setText(tr("<b>No sound.</b> %1 Tesk plays on silently.")
-                              .arg(output->noSoundReason().toHtmlEscaped()));
-    mNoticeLabel->setVisible(true);
+    mSoundNotice = output->hasSoundOutput() ? QString()
+                                            : tr("<b>No sound.</b> %1 Tesk plays on silently.")
+                                                  .arg(output->noSoundReason().toHtmlEscaped());
+    showNotices();
 }
 
 void TeskDocumentWindowController::waveformViewDidReadWholeSong(WaveformView*) {
     const std::optional<TeskError> damage = mDocument->songDamage();
-    // A missing song or a silent device is told already, and matters more.
-    if (!damage || !mNoticeLabel || !mNoticeLabel->isHidden())
+    if (!damage)
         return;
-    mNoticeLabel->setText(QStringLiteral("<b>%1</b> %2")
-                              .arg(damage->localizedDescription().toHtmlEscaped(),
-                                   damage->localizedRecoverySuggestion().toHtmlEscaped()));
-    mNoticeLabel->setVisible(true);
+    mDamageNotice = QStringLiteral("<b>%1</b> %2")
+                        .arg(damage->localizedDescription().toHtmlEscaped(),
+                             damage->localizedRecoverySuggestion().toHtmlEscaped());
+    showNotices();
+}
+
+void TeskDocumentWindowController::showNotices() {
+    // A missing song is all there is to tell; a silent device and a damaged song are both told.
+    if (!mNoticeLabel || mShowingSongProblem)
+        return;
+    QStringList notices;
+    for (const QString* notice : {&mSoundNotice, &mDamageNotice}) {
+        if (!notice->isEmpty())
+            notices.append(*notice);
+    }
+    mNoticeLabel->setText(notices.join(QStringLiteral("<br>")));
+    mNoticeLabel->setVisible(!notices.isEmpty());
 }
 
 void TeskDocumentWindowController::updateHUD() {
@@ -824,6 +837,15 @@ void TeskDocumentWindowController::updateButtonImages() {
     set(mRewindButton, QStringLiteral("Rewind"));
     set(mFastForwardButton, QStringLiteral("FastForward"));
     set(mMarkButton, QStringLiteral("SegmentedControlMark"));
+}
+
+bool TeskDocumentWindowController::event(QEvent* event) {
+    const bool handled = QMainWindow::event(event);
+    // Only the width is the user's: the height follows the content (a notice shown or gone, the
+    // effects panel) each time it is measured again.
+    if (event->type() == QEvent::LayoutRequest && mViews)
+        setFixedHeight(sizeHint().height());
+    return handled;
 }
 
 void TeskDocumentWindowController::changeEvent(QEvent* event) {
@@ -1142,7 +1164,7 @@ void TeskDocumentWindowController::refreshSongProblem() {
         showSongProblem();
     } else if (!problem && mShowingSongProblem) {
         mShowingSongProblem = false;
-        mNoticeLabel->setVisible(false);
+        showNotices();
     }
 }
 
@@ -1179,7 +1201,11 @@ void TeskDocumentWindowController::locateSong() {
         presentError(*error);
         return;
     }
-    mNoticeLabel->setVisible(false);
+    // Another song: what was told of the one before no longer holds.
+    mShowingSongProblem = false;
+    mSoundNotice.clear();
+    mDamageNotice.clear();
+    showNotices();
     synchronizeWindowTitleWithDocumentName();
     validateMenuItems();
 }

@@ -121,6 +121,7 @@ public:
     void waveformViewDidReadWholeSong(WaveformView*) override;
 
 protected:
+    bool event(QEvent* event) override;
     bool eventFilter(QObject* watched, QEvent* event) override;
     void wheelEvent(QWheelEvent* event) override;
     void closeEvent(QCloseEvent* event) override;
@@ -137,6 +138,8 @@ private:
     void unbindViews();
     void updateButtonImages();
     void showSoundNotice();
+    /// Shows what is to be told of the song and the sound device under the song's views.
+    void showNotices();
     /// Runs the display timers while the song plays and the window can be seen.
     void updateDisplayTimers();
     void updateHUD();
@@ -198,6 +201,8 @@ private:
     bool mMenuOpenedByMouse = false;
     void menuClosed();
     bool mShowingSongProblem = false;
+    QString mSoundNotice;  // the device gives no sound
+    QString mDamageNotice; // the song could not be read to its end
 };
 
 } // namespace tesk

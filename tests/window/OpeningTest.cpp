@@ -1,3 +1,5 @@
+#include "audio/TeskExtendedAudioFilePlayer.h"
+#include "audio/TeskOutputAudioUnit.h"
 #include "document/TeskDocumentController.h"
 #include "observation/KeyValueObserving.h"
 #include "waveform/WaveformView.h"
@@ -278,6 +280,18 @@ TEST(Opening, ASongCutShortIsToldOnceReadAndPlaysWhatCouldBeRead) {
         EXPECT_EQ(window->noticeText().contains("“cut.wav” is damaged or incomplete"), damaged)
             << window->noticeText().toStdString();
         EXPECT_TRUE(window->action(WindowCommand::PlayPause)->isEnabled());
+        // Played where there is no sound: that is told too, beside the damage.
+        document->player()->outputAudioUnit()->useSilentDevice();
+        document->startFilePlaying();
+        QCoreApplication::processEvents();
+        EXPECT_TRUE(window->noticeText().contains("No sound"));
+        EXPECT_EQ(window->noticeText().contains("damaged or incomplete"), damaged)
+            << window->noticeText().toStdString();
+        // The window grows for the notice, and the song's views keep their room.
+        QCoreApplication::processEvents();
+        EXPECT_EQ(window->height(), window->sizeHint().height());
+        EXPECT_GE(view->height(), view->minimumHeight());
+        document->stopFilePlaying();
     }
 }
 
