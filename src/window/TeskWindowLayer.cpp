@@ -60,12 +60,9 @@ QStringList TeskWindowLayer::runOpenPanel() {
 }
 
 void TeskWindowLayer::presentError(const TeskError& error) {
-    // On the window in front, as a window-modal message; at start-up the first window is not
-    // there yet, so the message waits for it.
-    if (TeskDocumentWindowController* window = frontWindow()) {
-        window->presentError(error);
-        return;
-    }
+    // On the window in front, as a window-modal message, once the files opened with this one
+    // are: a song opened after it replaces the empty window, which would take the message
+    // away with it. At start-up the first window is not there before then either.
     QTimer::singleShot(0, &mLifetime, [this, error] {
         if (TeskDocumentWindowController* window = frontWindow())
             window->presentError(error);

@@ -259,6 +259,15 @@ TEST(Opening, ASongThatCannotBeDecodedIsToldOnTheWindowAsAWindowModalMessage) {
     EXPECT_FALSE(message->informativeText().isEmpty());
     EXPECT_TRUE(message->detailedText().contains("“broken.mp3”")) << "which file, and why";
     EXPECT_EQ(message->windowModality(), Qt::WindowModal);
+    message->close();
+
+    // With a song that plays after it, whose window takes the empty one's place: the message
+    // is on the song's window, not gone with the window it would have been on.
+    app.documents->openFiles({broken, writeSong(dir.filePath("good.wav"))});
+    ASSERT_EQ(app.documents->documents().size(), 1);
+    QMessageBox* told = messageOn(app.window(app.documents->documents().first()));
+    ASSERT_NE(told, nullptr);
+    EXPECT_TRUE(told->detailedText().contains("“broken.mp3”"));
 }
 
 TEST(Opening, ASongCutShortIsToldOnceReadAndPlaysWhatCouldBeRead) {
