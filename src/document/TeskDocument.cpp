@@ -404,7 +404,18 @@ void TeskDocument::observeValueForKeyPath(const QString&, QObject*, const void* 
     }
 }
 
-void TeskDocument::setAudioFileAlias(std::optional<TeskFileReference> alias) {
+std::shared_ptr<TeskExtendedAudioFile> TeskDocument::openSongFile(const QString& path,
+                                                                  std::optional<TeskError>* error) {
+    try {
+        return TeskExtendedAudioFile::openForPlayback(path, error);
+    } catch (const NSXError& exception) {
+        *error = exception.error();
+        return nullptr;
+    }
+}
+
+void TeskDocument::setAudioFileAlias(std::optional<TeskFileReference> alias,
+                                     std::shared_ptr<TeskExtendedAudioFile> opened) {
     // The same song again changes nothing, unless it could not be opened before (it was
     // missing and is back).
     if (alias && mAudioFileAlias && mPlaybackController && alias->isEqual(*mAudioFileAlias))
@@ -421,6 +432,8 @@ void TeskDocument::setAudioFileAlias(std::optional<TeskFileReference> alias) {
         waitForExport();
     }
     if (mPlaybackController) {
+        if (isFilePlaying())
+            stopFilePlaying(); // told, so that a window stops showing it play
         mPlaybackController->setDelegate(nullptr);
         mPlaybackController->stopFilePlaying();
         mPlaybackController.reset();
@@ -440,14 +453,10 @@ void TeskDocument::setAudioFileAlias(std::optional<TeskFileReference> alias) {
         mSongError = songNotFoundError(name);
     } else if (!path.isEmpty()) {
         std::optional<TeskError> openError;
-        try {
-            std::shared_ptr<TeskExtendedAudioFile> file =
-                TeskExtendedAudioFile::openForPlayback(path, &openError);
-            if (file)
-                mPlaybackController = std::make_unique<TeskExtendedAudioFilePlayer>(file, true);
-        } catch (const NSXError& exception) {
-            openError = exception.error();
-        }
+        if (!opened)
+            opened = openSongFile(path, &openError);
+        if (opened)
+            mPlaybackController = std::make_unique<TeskExtendedAudioFilePlayer>(opened, true);
         if (mPlaybackController) {
             mPlaybackController->setPlaybackLevel(float(mPlaybackVolume));
             mPlaybackController->setPlaybackSpeed(float(mPlaybackSpeed));
@@ -528,17 +537,12 @@ std::optional<TeskError> TeskDocument::locateAudioFile(const QUrl& url) {
         const QString name = QFileInfo(url.toLocalFile()).fileName();
         return songNotFoundError(name);
     }
-    std::optional<TeskFileReference> previous = mAudioFileAlias;
-    std::optional<QByteArray> previousUnreadable = mUnreadableAudioFileAlias;
-    const std::optional<TeskError> previousError = mSongError;
-    setAudioFileAlias(std::move(found));
-    if (const std::optional<TeskError> error = mSongError) {
-        setAudioFileAlias(std::move(previous));
-        mUnreadableAudioFileAlias = std::move(previousUnreadable);
-        if (!mAudioFileAlias)
-            mSongError = previousError; // "damaged", not "none"
-        return error;
-    }
+    // Opened first: a file that does not play leaves the song there was, playing on if it was.
+    std::optional<TeskError> openError;
+    std::shared_ptr<TeskExtendedAudioFile> opened = openSongFile(url.toLocalFile(), &openError);
+    if (!opened)
+        return openError;
+    setAudioFileAlias(std::move(found), std::move(opened));
     updateChangeCount(ChangeType::Done);
     mUndoStack.clear();
     return std::nullopt;

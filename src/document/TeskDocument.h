@@ -26,6 +26,7 @@
 namespace tesk {
 
 class TeskDocument;
+class TeskExtendedAudioFile;
 class TeskDocumentWindow;
 
 /// Told when the document starts and stops its song. Main thread.
@@ -170,7 +171,12 @@ public:
     /// Makes the player and the metadata importer for the song `alias` finds, unless it finds
     /// the song already installed; an export of the old song is cancelled. A song that can't be
     /// found or decoded leaves the document without a player; `songError` says why.
-    void setAudioFileAlias(std::optional<TeskFileReference> alias);
+    /// `opened`, when given, is the song's file opened already.
+    void setAudioFileAlias(std::optional<TeskFileReference> alias,
+                           std::shared_ptr<TeskExtendedAudioFile> opened = nullptr);
+    /// The song at `path` opened for playing, or null with the reason in `error`.
+    static std::shared_ptr<TeskExtendedAudioFile> openSongFile(const QString& path,
+                                                               std::optional<TeskError>* error);
     /// Where the song is now; empty without a song or when it can't be found. A song that has
     /// gone is searched for at most once a second.
     QUrl audioFileURL() const;

@@ -525,6 +525,25 @@ TEST_F(DocumentTest, ASongMovedDeletedOrPutBackWhileOpenIsFollowed) {
     EXPECT_TRUE(QTest::qWaitFor([&] { return document->canDropMarkers(); }, 5000));
 }
 
+TEST_F(DocumentTest, ALocatedFileThatDoesNotPlayLeavesTheSongPlayingAndOneThatDoesStopsIt) {
+    // The file went while the song played on from memory, and the user locates another.
+    const QString song = writeSong("song.wav", 2.0);
+    auto document = openSong(song);
+    RecordingDelegate delegate;
+    document->setPlaybackDelegate(&delegate);
+    document->startFilePlaying();
+    ASSERT_TRUE(document->isFilePlaying());
+    ASSERT_TRUE(QFile::remove(song));
+    ASSERT_TRUE(writeFile(path("noise.wav"), QByteArray(4096, '\x5a')));
+    EXPECT_TRUE(document->locateAudioFile(url("noise.wav")).has_value());
+    EXPECT_TRUE(document->isFilePlaying());
+    EXPECT_EQ(delegate.stopped, 0);
+    writeSong("found.wav", 1.0);
+    EXPECT_FALSE(document->locateAudioFile(url("found.wav")).has_value());
+    EXPECT_FALSE(document->isFilePlaying());
+    EXPECT_EQ(delegate.stopped, 1); // so that the window stops showing it play
+}
+
 TEST_F(DocumentTest, DamagedDocumentFilesGiveAnErrorNamingTheFile) {
     const QList<std::pair<QString, QByteArray>> damaged{
         {"garbage.tesk", QByteArray("\x00\xff\x13 not json", 12)},
