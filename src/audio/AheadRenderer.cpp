@@ -67,6 +67,7 @@ void AheadRenderer::start(TeskSoundDevice& device) {
 }
 
 void AheadRenderer::stop() {
+    mStopMarkKnown.store(false); // until a period fades out for this stop
     if (mDevice) {
         // Pausing the device mid-waveform would click: its next period fades out first.
         if (mDevice->isRunning()) {
@@ -101,6 +102,13 @@ std::optional<AheadRenderer::HandedMark> AheadRenderer::nextHandedMark() const {
         mGeneration.load(std::memory_order_relaxed))
         return std::nullopt;
     const std::uint64_t packed = mHandedMark.load(std::memory_order_relaxed);
+    return HandedMark{std::int64_t(packed >> 32), std::uint32_t(packed)};
+}
+
+std::optional<AheadRenderer::HandedMark> AheadRenderer::markWhereStopFaded() const {
+    if (!mStopMarkKnown.load(std::memory_order_acquire))
+        return std::nullopt;
+    const std::uint64_t packed = mStopMark.load(std::memory_order_relaxed);
     return HandedMark{std::int64_t(packed >> 32), std::uint32_t(packed)};
 }
 
@@ -169,6 +177,9 @@ void AheadRenderer::run() {
 void AheadRenderer::renderAudio(float* left, float* right, std::uint32_t frameCount) noexcept {
     markRealtimeThread(RealtimeRole::Device);
     const std::uint64_t generation = mGeneration.load(std::memory_order_acquire);
+    // Where this period's sound begins, should it be the one that fades out for a stop.
+    const std::uint64_t markAtStart = mHandedMark.load(std::memory_order_relaxed);
+    const bool markAtStartKnown = mHandedGeneration.load(std::memory_order_relaxed) == generation;
     // What the device plays now is what it was handed one period ago.
     if (mHasPendingHeard && generation == mSeenGeneration) {
         mHeardFrame.store(mPendingHeard, std::memory_order_relaxed);
@@ -282,7 +293,12 @@ void AheadRenderer::renderAudio(float* left, float* right, std::uint32_t frameCo
 
     if (mFadeOutForStop.load(std::memory_order_acquire)) {
         // Stopping: the sound fades out, across periods if they are short, and silence follows
-        // until the device pauses.
+        // until the device pauses. What this period handed is heard only as the fade: playing
+        // on goes on from where the period began.
+        if (mStopFaded == 0) {
+            mStopMark.store(markAtStart, std::memory_order_relaxed);
+            mStopMarkKnown.store(markAtStartKnown, std::memory_order_release);
+        }
         const std::uint32_t frames = std::min(frameCount, kSeekFadeFrames - mStopFaded);
         for (std::uint32_t i = 0; i < frames; ++i) {
             const float gain = float(kSeekFadeFrames - mStopFaded - i) / float(kSeekFadeFrames + 1);

@@ -96,6 +96,10 @@ public:
     /// the stream were started again now. Nothing until the device has been handed a frame of
     /// the newest start or seek. Main thread (the one that seeks).
     std::optional<HandedMark> nextHandedMark() const;
+    /// After `stop`: where the period that faded the sound out began, which is where the sound
+    /// heard up to the stop ends (the fade's few frames aside). Nothing when no period faded it
+    /// (the device was not running) or a seek had not reached the device. Main thread.
+    std::optional<HandedMark> markWhereStopFaded() const;
     /// The newest report of what is heard, or nothing before the first one since the last start
     /// or seek. One reader only: the main thread. Never blocks.
     std::optional<HeardPosition> heardPosition();
@@ -172,6 +176,9 @@ private:
     // A stop asks the callback to fade out; it says when it has.
     std::atomic<bool> mFadeOutForStop{false};
     std::atomic<bool> mFadedOutForStop{false};
+    // The handed mark as the stop's fading period began, packed as mHandedMark.
+    std::atomic<std::uint64_t> mStopMark{0};
+    std::atomic<bool> mStopMarkKnown{false};
 
     // Device callback only.
     std::uint32_t mBlockOffset = 0;

@@ -60,15 +60,20 @@ void TeskExtendedAudioFilePlayer::startFilePlaying() {
 }
 
 void TeskExtendedAudioFilePlayer::stopFilePlaying() {
-    // Playback stops where the sound the device holds ends, which is still heard after the stop
-    // and fades out there: from the heard position, a device period or two behind it, playing on
-    // would repeat it. Past the end, the end is where it stopped.
-    const std::optional<AheadRenderer::HandedMark> handed =
-        hasEnded() ? std::nullopt : nextHandedMark();
+    // Playback stops where the sound the device was handed ends, which is still heard after
+    // the stop: from the heard position, a device period or two behind it, playing on would
+    // repeat it. The period that fades it out says where that is; one the device took while
+    // the stop was on its way is heard too. Past the end, the end is where it stopped.
+    const bool ended = hasEnded();
+    const std::optional<AheadRenderer::HandedMark> handedBefore =
+        ended ? std::nullopt : nextHandedMark();
     currentFrame();
     mOutputAudioUnit->stop();
     mFileReader.stop();
     mEndWatch.stop();
+    std::optional<AheadRenderer::HandedMark> handed = mOutputAudioUnit->markWhereStopFaded();
+    if (ended || !handed)
+        handed = handedBefore;
     if (handed)
         mCurrentFrame = qint64(handed->sourceFrame);
 }

@@ -116,6 +116,10 @@ public:
     std::optional<AheadRenderer::HandedMark> nextHandedMark() const {
         return mRenderer.nextHandedMark();
     }
+    /// After `stop`: where the sound heard up to it ends (see AheadRenderer). Main thread.
+    std::optional<AheadRenderer::HandedMark> markWhereStopFaded() const {
+        return mRenderer.markWhereStopFaded();
+    }
     /// Frames the device has played since the start, in whole blocks. Any thread.
     std::uint64_t playedFrames() const {
         return mRenderer.playedBlocks() * AheadRenderer::kBlockFrames;
