@@ -71,7 +71,8 @@ void TeskExtendedAudioFilePlayer::stopFilePlaying() {
     mOutputAudioUnit->stop();
     mFileReader.stop();
     mEndWatch.stop();
-    std::optional<AheadRenderer::HandedMark> handed = mOutputAudioUnit->markWhereStopFaded();
+    std::optional<AheadRenderer::HandedMark> handed =
+        inSong(mOutputAudioUnit->markWhereStopFaded());
     if (ended || !handed)
         handed = handedBefore;
     if (handed)
@@ -243,8 +244,11 @@ qint64 TeskExtendedAudioFilePlayer::nextHandedFrame() const {
 }
 
 std::optional<AheadRenderer::HandedMark> TeskExtendedAudioFilePlayer::nextHandedMark() const {
-    std::optional<AheadRenderer::HandedMark> mark =
-        isFilePlaying() ? mOutputAudioUnit->nextHandedMark() : std::nullopt;
+    return isFilePlaying() ? inSong(mOutputAudioUnit->nextHandedMark()) : std::nullopt;
+}
+
+std::optional<AheadRenderer::HandedMark>
+TeskExtendedAudioFilePlayer::inSong(std::optional<AheadRenderer::HandedMark> mark) const {
     if (!mark)
         return std::nullopt;
     qint64 frame = mark->sourceFrame;

@@ -176,6 +176,10 @@ private:
     void seek(qint64 frame, std::optional<AheadRenderer::HandedMark> mark = std::nullopt);
     /// The device's next frame as `nextHandedFrame` says it, with the device's count then.
     std::optional<AheadRenderer::HandedMark> nextHandedMark() const;
+    /// A mark the device counted on from a block's first frame, put back inside the loop it
+    /// may have wrapped at and inside the song.
+    std::optional<AheadRenderer::HandedMark>
+    inSong(std::optional<AheadRenderer::HandedMark> mark) const;
 
     std::shared_ptr<const DecodedFrames> mAudioFile;
     std::unique_ptr<TeskOutputAudioUnit> mOutputAudioUnit;

@@ -7,12 +7,14 @@
 
 #include <QCoreApplication>
 #include <QTest>
+#include <atomic>
 #include <cmath>
 #include <functional>
 #include <gtest/gtest.h>
 #include <limits>
 #include <optional>
 #include <thread>
+#include <utility>
 
 using namespace tesk;
 using tesk::test::ManualSoundDevice;
@@ -28,12 +30,29 @@ public:
     int stops = 0;
 };
 
+/// A device pulled by hand that, when told to, takes one more period as a stop asks whether it
+/// runs, before the stop's fade: what a device does while a busy main thread gets there.
+class LatePullingDevice : public ManualSoundDevice {
+public:
+    using ManualSoundDevice::ManualSoundDevice;
+    bool isRunning() const override {
+        auto* self = const_cast<LatePullingDevice*>(this);
+        if (pullAsAsked && std::this_thread::get_id() == mainThread) {
+            self->pull();
+            self->pullAsAsked = false;
+        }
+        return ManualSoundDevice::isRunning();
+    }
+    std::atomic<bool> pullAsAsked{false}; // the test's other pulls wait for this one
+    const std::thread::id mainThread = std::this_thread::get_id();
+};
+
 /// A player whose output goes to a device the test pulls by hand.
 struct ManualPlayer {
     explicit ManualPlayer(std::shared_ptr<DecodedFrames> song)
         : player(std::move(song), false) {
         player.outputAudioUnit()->setSoundDeviceFactory([this](AudioRenderer& renderer) {
-            auto made = std::make_unique<ManualSoundDevice>(renderer);
+            auto made = std::make_unique<LatePullingDevice>(renderer);
             device = made.get();
             ahead = dynamic_cast<AheadRenderer*>(&renderer);
             return made;
@@ -43,21 +62,28 @@ struct ManualPlayer {
     /// Pulls device periods as soon as the rendering thread has one ready: as fast as the
     /// machine renders, and never into an empty ring, however loaded the machine is.
     void play(int periods) {
-        constexpr std::uint64_t kBlocksPerPeriod =
-            TeskSoundDevice::kDefaultBufferFrames / AheadRenderer::kBlockFrames;
         for (int i = 0; i < periods; ++i) {
-            for (int wait = 0; wait < 20000 && ahead->leadBlocks() < kBlocksPerPeriod; ++wait)
-                std::this_thread::sleep_for(std::chrono::microseconds(100));
+            waitForAPeriod();
             device->pull();
             positions.push_back(player.currentFrame());
             reports.push_back(player.heardPosition());
         }
     }
 
+    /// Waits until the rendering thread has a period ready for the device.
+    void waitForAPeriod() const {
+        constexpr std::uint64_t kBlocksPerPeriod =
+            TeskSoundDevice::kDefaultBufferFrames / AheadRenderer::kBlockFrames;
+        for (int wait = 0; wait < 20000 && ahead->leadBlocks() < kBlocksPerPeriod; ++wait)
+            std::this_thread::sleep_for(std::chrono::microseconds(100));
+    }
+
     /// Stops the player while the device goes on pulling, as a real one does while the stop
     /// waits for its last period.
     void stopWhileTheDevicePulls() {
         std::thread pulling([this] {
+            for (int wait = 0; wait < 20000 && device->pullAsAsked; ++wait)
+                std::this_thread::sleep_for(std::chrono::microseconds(100));
             while (device->isRunning()) {
                 device->pull();
                 std::this_thread::sleep_for(std::chrono::milliseconds(2));
@@ -77,7 +103,7 @@ struct ManualPlayer {
     }
 
     TeskExtendedAudioFilePlayer player;
-    ManualSoundDevice* device = nullptr;
+    LatePullingDevice* device = nullptr;
     AheadRenderer* ahead = nullptr;
     std::vector<qint64> positions;                                    // after each period
     std::vector<std::optional<AheadRenderer::HeardPosition>> reports; // after each period
@@ -670,6 +696,8 @@ TEST(TeskExtendedAudioFilePlayer, PlayingOnAfterAPauseGoesOnWhereTheSoundStopped
         manual.player.setCurrentFrame(44100 * 2);
         manual.player.startFilePlaying();
         manual.play(8);
+        manual.waitForAPeriod();
+        manual.device->pullAsAsked = true;
         manual.stopWhileTheDevicePulls();
         // The last period with sound in it is the one that faded out: what came before it was
         // heard whole, however many periods the device took while the stop was on its way.
@@ -679,7 +707,7 @@ TEST(TeskExtendedAudioFilePlayer, PlayingOnAfterAPauseGoesOnWhereTheSoundStopped
         ASSERT_NE(lastSound, heard.rend());
         const std::size_t period = TeskSoundDevice::kDefaultBufferFrames;
         const std::size_t fadedFrom = std::size_t(heard.rend() - lastSound - 1) / period * period;
-        EXPECT_GE(fadedFrom, 8 * period);
+        EXPECT_GE(fadedFrom, 9 * period); // the period taken as the stop came was heard whole
         const auto stoppedAt = double(manual.player.currentFrame());
         EXPECT_NEAR(stoppedAt, 44100 * 2 + speed * double(fadedFrom), 2.0);
         manual.player.startFilePlaying();
@@ -689,6 +717,20 @@ TEST(TeskExtendedAudioFilePlayer, PlayingOnAfterAPauseGoesOnWhereTheSoundStopped
         manual.player.setCurrentFrame(44100 * 3);
         manual.player.stopFilePlaying();
         EXPECT_EQ(manual.player.currentFrame(), 44100 * 3);
+    }
+    // In a loop shorter than a block, whose end the fading period may have wrapped at: the
+    // position stays inside the loop, however far into the period the pause comes.
+    ManualPlayer manual(MemorySong::sine(44100 * 4, 440.0, 0.5));
+    manual.player.setLoopRange({44100, 1000});
+    manual.player.setLooping(true);
+    manual.player.setCurrentFrame(44100);
+    for (int periods = 1; periods <= 12; ++periods) {
+        SCOPED_TRACE(periods);
+        manual.player.startFilePlaying();
+        manual.play(periods);
+        manual.stopWhileTheDevicePulls();
+        EXPECT_GE(manual.player.currentFrame(), 44100);
+        EXPECT_LT(manual.player.currentFrame(), 44100 + 1000);
     }
 }
 
