@@ -296,8 +296,11 @@ void AheadRenderer::renderAudio(float* left, float* right, std::uint32_t frameCo
         // until the device pauses. What this period handed is heard only as the fade: playing
         // on goes on from where the period began.
         if (mStopFaded == 0) {
+            // A seek that came while this period played makes its mark the old stream's.
             mStopMark.store(markAtStart, std::memory_order_relaxed);
-            mStopMarkKnown.store(markAtStartKnown, std::memory_order_release);
+            mStopMarkKnown.store(markAtStartKnown &&
+                                     mGeneration.load(std::memory_order_acquire) == generation,
+                                 std::memory_order_release);
         }
         const std::uint32_t frames = std::min(frameCount, kSeekFadeFrames - mStopFaded);
         for (std::uint32_t i = 0; i < frames; ++i) {

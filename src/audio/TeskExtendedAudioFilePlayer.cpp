@@ -64,17 +64,19 @@ void TeskExtendedAudioFilePlayer::stopFilePlaying() {
     // the stop: from the heard position, a device period or two behind it, playing on would
     // repeat it. The period that fades it out says where that is; one the device took while
     // the stop was on its way is heard too. Past the end, the end is where it stopped.
-    const bool ended = hasEnded();
+    const bool playing = isFilePlaying();
     const std::optional<AheadRenderer::HandedMark> handedBefore =
-        ended ? std::nullopt : nextHandedMark();
+        hasEnded() ? std::nullopt : nextHandedMark();
     currentFrame();
     mOutputAudioUnit->stop();
     mFileReader.stop();
     mEndWatch.stop();
-    std::optional<AheadRenderer::HandedMark> handed =
-        inSong(mOutputAudioUnit->markWhereStopFaded());
-    if (ended || !handed)
-        handed = handedBefore;
+    const std::optional<AheadRenderer::HandedMark> faded =
+        playing ? mOutputAudioUnit->markWhereStopFaded() : std::nullopt;
+    // Once the fade lies past the song's end (it played to its end), the end is where it is.
+    const bool fadedInSong = faded && faded->sourceFrame > 0 && faded->sourceFrame < totalFrames();
+    const std::optional<AheadRenderer::HandedMark> handed =
+        fadedInSong ? inSong(faded) : handedBefore;
     if (handed)
         mCurrentFrame = qint64(handed->sourceFrame);
 }

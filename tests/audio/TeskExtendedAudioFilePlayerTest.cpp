@@ -93,6 +93,21 @@ struct ManualPlayer {
         pulling.join();
     }
 
+    /// Pauses while the device takes one more period as the stop reaches it, and returns where
+    /// in what it was handed the period that faded out began: the last one with sound in it.
+    std::size_t pauseAsTheDeviceTakesAPeriod() {
+        waitForAPeriod();
+        device->pullAsAsked = true;
+        stopWhileTheDevicePulls();
+        const std::vector<float>& heard = device->left;
+        const auto lastSound =
+            std::find_if(heard.rbegin(), heard.rend(), [](float sample) { return sample != 0.0f; });
+        const std::size_t period = TeskSoundDevice::kDefaultBufferFrames;
+        if (lastSound == heard.rend())
+            return 0;
+        return std::size_t(heard.rend() - lastSound - 1) / period * period;
+    }
+
     /// Plays period by period until the player reports what is heard (a hundred at most).
     std::optional<AheadRenderer::HeardPosition> playUntilReported() {
         int periods = 0;
@@ -689,6 +704,7 @@ TEST(TeskExtendedAudioFilePlayer, PlayingOnAfterAPauseGoesOnWhereTheSoundStopped
     // What the device was handed before a pause is still heard after it: the position stops at
     // its end, a device period or two past what was heard when the pause came, and playing on
     // starts there, repeating none of it (a device period, 23 ms, was heard twice).
+    constexpr std::size_t period = TeskSoundDevice::kDefaultBufferFrames;
     for (const float speed : {1.0f, 0.75f, -1.0f}) {
         SCOPED_TRACE(speed);
         ManualPlayer manual(MemorySong::sine(44100 * 4, 440.0, 0.5));
@@ -696,20 +712,15 @@ TEST(TeskExtendedAudioFilePlayer, PlayingOnAfterAPauseGoesOnWhereTheSoundStopped
         manual.player.setCurrentFrame(44100 * 2);
         manual.player.startFilePlaying();
         manual.play(8);
-        manual.waitForAPeriod();
-        manual.device->pullAsAsked = true;
-        manual.stopWhileTheDevicePulls();
-        // The last period with sound in it is the one that faded out: what came before it was
-        // heard whole, however many periods the device took while the stop was on its way.
-        const std::vector<float>& heard = manual.device->left;
-        const auto lastSound =
-            std::find_if(heard.rbegin(), heard.rend(), [](float sample) { return sample != 0.0f; });
-        ASSERT_NE(lastSound, heard.rend());
-        const std::size_t period = TeskSoundDevice::kDefaultBufferFrames;
-        const std::size_t fadedFrom = std::size_t(heard.rend() - lastSound - 1) / period * period;
+        const std::size_t fadedFrom = manual.pauseAsTheDeviceTakesAPeriod();
         EXPECT_GE(fadedFrom, 9 * period); // the period taken as the stop came was heard whole
         const auto stoppedAt = double(manual.player.currentFrame());
         EXPECT_NEAR(stoppedAt, 44100 * 2 + speed * double(fadedFrom), 2.0);
+        // Sent somewhere while paused, and paused again: it stays where it was sent.
+        manual.player.setCurrentFrame(44100);
+        manual.player.stopFilePlaying();
+        EXPECT_EQ(manual.player.currentFrame(), 44100);
+        manual.player.setCurrentFrame(qint64(stoppedAt));
         manual.player.startFilePlaying();
         EXPECT_NEAR(manual.playUntilReported().value_or(AheadRenderer::HeardPosition{}).sourceFrame,
                     stoppedAt, 2.0);
@@ -717,6 +728,15 @@ TEST(TeskExtendedAudioFilePlayer, PlayingOnAfterAPauseGoesOnWhereTheSoundStopped
         manual.player.setCurrentFrame(44100 * 3);
         manual.player.stopFilePlaying();
         EXPECT_EQ(manual.player.currentFrame(), 44100 * 3);
+    }
+    {
+        // Near the end, where the reader is done with the song before its end is heard.
+        ManualPlayer nearEnd(MemorySong::sine(44100, 440.0, 0.5));
+        nearEnd.player.setCurrentFrame(44100 - 8 * period);
+        nearEnd.player.startFilePlaying();
+        nearEnd.play(2);
+        const std::size_t fadedFrom = nearEnd.pauseAsTheDeviceTakesAPeriod();
+        EXPECT_EQ(nearEnd.player.currentFrame(), qint64(44100 - 8 * period + fadedFrom));
     }
     // In a loop shorter than a block, whose end the fading period may have wrapped at: the
     // position stays inside the loop, however far into the period the pause comes.
