@@ -139,14 +139,12 @@ void HUDPitchControlView::mousePressEvent(QMouseEvent* event) {
     }
 }
 
-bool HUDPitchControlView::event(QEvent* event) {
-    // A dialog that opens in the middle of a drag takes the button's release with it: the drag
-    // ends where it is, and its bubble goes.
-    if ((event->type() == QEvent::WindowDeactivate || event->type() == QEvent::Hide) && mDragging) {
-        endDrag();
-        mCallout->fadeOut();
-    }
-    return SBindingView::event(event);
+void HUDPitchControlView::abandonMouseGesture() {
+    // The drag ends where it is, and its bubble goes.
+    if (!mDragging)
+        return;
+    endDrag();
+    mCallout->fadeOut();
 }
 
 void HUDPitchControlView::endDrag() {

@@ -52,7 +52,7 @@ protected:
     void mouseMoveEvent(QMouseEvent* event) override;
     void mouseReleaseEvent(QMouseEvent* event) override;
     void wheelEvent(QWheelEvent* event) override;
-    bool event(QEvent* event) override;
+    void abandonMouseGesture() override;
     /// Escape during a drag puts back the shift it began at.
     void keyPressEvent(QKeyEvent* event) override;
 

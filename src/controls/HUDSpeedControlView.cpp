@@ -217,14 +217,12 @@ void HUDSpeedControlView::keyPressEvent(QKeyEvent* event) {
     SBindingView::keyPressEvent(event);
 }
 
-bool HUDSpeedControlView::event(QEvent* event) {
-    // A dialog that opens in the middle of a drag (a shortcut pressed while dragging) takes the
-    // button's release with it: the drag ends where it is, and gives the keys back.
-    if ((event->type() == QEvent::WindowDeactivate || event->type() == QEvent::Hide) && mDragging) {
-        endDrag();
-        mCallout->fadeOut();
-    }
-    return SBindingView::event(event);
+void HUDSpeedControlView::abandonMouseGesture() {
+    // The drag ends where it is.
+    if (!mDragging)
+        return;
+    endDrag();
+    mCallout->fadeOut();
 }
 
 void HUDSpeedControlView::wheelEvent(QWheelEvent* event) {

@@ -3,6 +3,7 @@
 #include "diagnostics/TeskAssert.h"
 
 #include <QDebug>
+#include <QEvent>
 
 namespace tesk {
 
@@ -34,6 +35,12 @@ bool SBindingView::unbind(const QString& binding) {
 void SBindingView::updateObservableObjectForBindingName(const QString& binding,
                                                         const QVariant& value) {
     mBindingsManager->updateObservableObjectForBindingName(binding, value);
+}
+
+bool SBindingView::event(QEvent* event) {
+    if (event->type() == QEvent::WindowDeactivate || event->type() == QEvent::Hide)
+        abandonMouseGesture();
+    return QWidget::event(event);
 }
 
 void SBindingView::observableObjectChangedKeyPath(QObject*, const QString&, const QString&) {

@@ -43,6 +43,14 @@ public:
     SBindingsManager& bindingsManager() { return *mBindingsManager; }
     const SBindingsManager& bindingsManager() const { return *mBindingsManager; }
 
+protected:
+    /// A dialog that opens in the middle of a mouse gesture (a shortcut pressed while dragging)
+    /// takes the button's release with it, and a hidden view hears no release either: the view
+    /// ends a gesture under way where it is, and gives the keys back. Called when the window
+    /// goes behind and when the view is hidden, whether a gesture is under way or not.
+    virtual void abandonMouseGesture() {}
+    bool event(QEvent* event) override;
+
 private:
     std::unique_ptr<SBindingsManager> mBindingsManager;
 };

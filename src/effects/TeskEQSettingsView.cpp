@@ -165,7 +165,12 @@ void TeskEQSettingsView::mouseMoveEvent(QMouseEvent* event) {
 }
 
 void TeskEQSettingsView::mouseReleaseEvent(QMouseEvent* event) {
-    if (!mDragging || event->button() != Qt::LeftButton)
+    if (event->button() == Qt::LeftButton)
+        endDrag();
+}
+
+void TeskEQSettingsView::endDrag() {
+    if (!mDragging)
         return;
     mDragging = false;
     mPressedIndex = kNoBand;

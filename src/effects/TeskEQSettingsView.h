@@ -62,8 +62,11 @@ protected:
     void mouseReleaseEvent(QMouseEvent* event) override;
     void keyPressEvent(QKeyEvent* event) override;
     void focusInEvent(QFocusEvent* event) override;
+    void abandonMouseGesture() override { endDrag(); }
 
 private:
+    /// Lets go of the knob held, which gives the keys back.
+    void endDrag();
     void announceKeyBand();
     /// Draws `bands`, telling nobody.
     void showBands(const QList<double>& bands);

@@ -12,6 +12,7 @@
 #include <QWheelEvent>
 #include <algorithm>
 #include <cmath>
+#include <utility>
 
 namespace tesk {
 
@@ -233,9 +234,13 @@ void TeskPanSlider::mouseMoveEvent(QMouseEvent* event) {
 }
 
 void TeskPanSlider::mouseReleaseEvent(QMouseEvent* event) {
-    if (event->button() != Qt::LeftButton)
+    if (event->button() == Qt::LeftButton)
+        endPress();
+}
+
+void TeskPanSlider::endPress() {
+    if (!std::exchange(mIsPressed, false))
         return;
-    mIsPressed = false;
     update();
 }
 

@@ -67,8 +67,11 @@ protected:
     void wheelEvent(QWheelEvent* event) override;
     void keyPressEvent(QKeyEvent* event) override;
     bool event(QEvent* event) override;
+    void abandonMouseGesture() override { endPress(); }
 
 private:
+    /// Lets go of the knob, which is drawn pressed while held.
+    void endPress();
     double valueForX(double x) const;
     /// Qt hands a screen reader the value only as a number: the words go in the description.
     void refreshSpokenValue();

@@ -243,12 +243,17 @@ void TeskVocalRemovalSettingsView::dragTo(double x) {
 void TeskVocalRemovalSettingsView::mouseReleaseEvent(QMouseEvent* event) {
     if (event->button() != Qt::LeftButton)
         return;
-    const bool shifted = mDrag == Drag::Shift;
+    endDrag();
+    showCursorFor(event->position());
+}
+
+void TeskVocalRemovalSettingsView::endDrag() {
+    if (!mDragging)
+        return;
+    if (mDrag == Drag::Shift)
+        unsetCursor();
     mDragging = false;
     mDrag = Drag::None;
-    if (shifted)
-        unsetCursor();
-    showCursorFor(event->position());
     tellDelegateEditingEnded();
     update();
 }

@@ -66,8 +66,11 @@ protected:
     void mouseReleaseEvent(QMouseEvent* event) override;
     void keyPressEvent(QKeyEvent* event) override;
     void focusInEvent(QFocusEvent* event) override;
+    void abandonMouseGesture() override { endDrag(); }
 
 private:
+    /// Lets go of what the mouse holds, which gives the keys back.
+    void endDrag();
     struct FrequencyAnimation {
         double mStartFrequency = 0.0;
         double mEndFrequency = 0.0;

@@ -236,11 +236,6 @@ void TeskScroller::endPress() {
     updateObservableObjectForBindingName("dragging", false);
 }
 
-void TeskScroller::hideEvent(QHideEvent* event) {
-    endPress();
-    SBindingView::hideEvent(event);
-}
-
 bool TeskScroller::event(QEvent* event) {
     // Only the window itself hears that its activation changed; the views in it hear that it
     // came to the front or went behind.

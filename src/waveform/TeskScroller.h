@@ -60,9 +60,9 @@ protected:
     void mouseMoveEvent(QMouseEvent* event) override;
     void mouseReleaseEvent(QMouseEvent* event) override;
     void wheelEvent(QWheelEvent* event) override;
-    void hideEvent(QHideEvent* event) override;
     bool event(QEvent* event) override;
     void changeEvent(QEvent* event) override;
+    void abandonMouseGesture() override { endPress(); }
 
 private:
     /// Qt hands a screen reader the value only as a number: the words go in the description,

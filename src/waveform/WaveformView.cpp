@@ -1127,16 +1127,9 @@ void WaveformView::mouseReleaseEvent(QMouseEvent* event) {
     }
 }
 
-bool WaveformView::event(QEvent* event) {
-    // A dialog that opens in the middle of a gesture (a shortcut pressed while dragging) takes
-    // the button's release with it.
-    if ((event->type() == QEvent::WindowDeactivate || event->type() == QEvent::Hide) &&
-        mGesture != Gesture::None)
-        abandonGesture();
-    return SBindingView::event(event);
-}
-
-void WaveformView::abandonGesture() {
+void WaveformView::abandonMouseGesture() {
+    // A loop drag or a scrub ends where it got to, a marker goes back where it was, a pressed
+    // button or marker is let go.
     mEdgeScrollTimer->stop();
     switch (mGesture) {
     case Gesture::None:

@@ -204,7 +204,7 @@ protected:
     void mouseReleaseEvent(QMouseEvent* event) override;
     void wheelEvent(QWheelEvent* event) override;
     void keyPressEvent(QKeyEvent* event) override;
-    bool event(QEvent* event) override;
+    void abandonMouseGesture() override;
 
 private:
     void refreshSpokenValue();
@@ -223,9 +223,6 @@ private:
     void updateCursorPosition();
     void updateMarkersOfType(std::uint32_t kind);
     void refreshCursor(const QPointF& position);
-    /// Ends a gesture whose button release will not come: a loop drag or a scrub ends where it
-    /// got to, a marker goes back where it was, a pressed button or marker is let go.
-    void abandonGesture();
     /// Ends a loop drag with the loop at `range`, sent to the document when `notifyObserver`.
     void finishLoopDrag(LoopRange range, bool notifyObserver, const QPointF& pointer);
     void jumpTo(qint64 frame, Qt::KeyboardModifiers modifiers);

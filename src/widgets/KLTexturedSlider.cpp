@@ -178,6 +178,12 @@ void KLTexturedSlider::mouseReleaseEvent(QMouseEvent* event) {
     }
 }
 
+bool KLTexturedSlider::event(QEvent* event) {
+    if (event->type() == QEvent::WindowDeactivate || event->type() == QEvent::Hide)
+        mDragging = false;
+    return QWidget::event(event);
+}
+
 void KLTexturedSlider::wheelEvent(QWheelEvent* event) {
     const int notches = mWheelNotches.take(*event);
     if (notches != 0 && isEnabled()) {

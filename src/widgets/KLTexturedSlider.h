@@ -75,6 +75,9 @@ protected:
     /// Given the focus (by Tab), Left and Down step towards the least as the end picture does,
     /// Right and Up towards the most, Home and End go to either end.
     void keyPressEvent(QKeyEvent* event) override;
+    /// A dialog that opens mid-drag (a shortcut typed) takes the button's release with it, and
+    /// a hidden slider hears none: the drag ends where it is.
+    bool event(QEvent* event) override;
 
 private:
     static constexpr int kEndWidth = 16;

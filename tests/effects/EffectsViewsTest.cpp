@@ -578,6 +578,67 @@ TEST(TeskPanSlider, EndsDetentAndWheelWriteBackAndSendTheAction) {
     }
 }
 
+TEST(EffectEditors, ADragWhoseReleaseNeverComesIsLetGoAndTheKeysWorkAgain) {
+    // A dialog that opens mid-drag (a shortcut typed) takes the button's release with it, and
+    // the window goes behind; an editor hidden mid-drag hears no release either.
+    enum class Ending { WindowBehind, Hidden };
+    for (const Ending ending : {Ending::WindowBehind, Ending::Hidden}) {
+        SCOPED_TRACE(ending == Ending::Hidden ? "hidden" : "window behind");
+        installEffectsAccessibility();
+        TeskEffectsSettings settings;
+        Recorder delegate;
+        QWidget window;
+        auto* eq = new TeskEQSettingsView(&window);
+        auto* vocal = new TeskVocalRemovalSettingsView(&window);
+        auto* pan = new TeskPanSlider(&window);
+        eq->setGeometry(0, 0, 408, 140);
+        vocal->setGeometry(0, 150, 300, 100);
+        pan->setGeometry(0, 260, 200, pan->sizeHint().height());
+        ASSERT_TRUE(eq->bind("bands", &settings, "equalizerSettings.bands"));
+        ASSERT_TRUE(
+            vocal->bind("lowFrequency", &settings, "vocalReductionEffectSettings.lowFrequency"));
+        ASSERT_TRUE(
+            vocal->bind("highFrequency", &settings, "vocalReductionEffectSettings.highFrequency"));
+        ASSERT_TRUE(pan->bind("value", &settings, "panAmount"));
+        eq->setDelegate(&delegate);
+        vocal->setDelegate(&delegate);
+        window.show();
+        window.activateWindow();
+        ASSERT_TRUE(QTest::qWaitForWindowActive(&window));
+        const auto pressAndLoseTheRelease = [&](QWidget& view, const QPointF& at) {
+            send(view, QEvent::MouseButtonPress, at);
+            if (ending == Ending::Hidden) {
+                view.hide();
+                view.show();
+            } else {
+                QEvent behind(QEvent::WindowDeactivate); // the window hands it to its views
+                QCoreApplication::sendEvent(&window, &behind);
+            }
+        };
+
+        const EQBandGeometry places = eq->geometry();
+        pressAndLoseTheRelease(*eq, {places.pointForBandIndex(5), places.pointForValue(0)});
+        EXPECT_FALSE(eq->isDragging());
+        EXPECT_EQ(eq->pressedIndex(), TeskEQSettingsView::kNoBand) << "the knob is drawn held";
+        eq->setFocus(Qt::TabFocusReason);
+        QTest::keyClick(eq, Qt::Key_Up);
+        EXPECT_EQ(settings.equalizerSettings()->bands().value(0), 1.0);
+
+        const double low = settings.vocalReductionEffectSettings()->lowFrequency();
+        pressAndLoseTheRelease(*vocal, vocal->lowFrequencyHitRect().center());
+        EXPECT_FALSE(vocal->isDragging());
+        vocal->setFocus(Qt::TabFocusReason);
+        QTest::keyClick(vocal, Qt::Key_Right);
+        EXPECT_GT(settings.vocalReductionEffectSettings()->lowFrequency(), low);
+        EXPECT_EQ(delegate.began, delegate.ended) << "an edit left open";
+
+        const QImage idle = grabImage(*pan);
+        pressAndLoseTheRelease(*pan, pan->knobRect().center());
+        EXPECT_FALSE(pan->isPressed());
+        EXPECT_EQ(grabImage(*pan), idle) << "the knob is drawn pressed";
+    }
+}
+
 TEST(TeskPanningSpectrumEffectView, EachSideIsDrawnAtTheHeightThePanLeavesIt) {
     // A flat spectrum at 25 dB: 20 points from the top of a view 105 high; the floor is -60.
     const struct {

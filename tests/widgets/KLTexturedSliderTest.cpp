@@ -142,6 +142,31 @@ TEST(KLTexturedSlider, OnlyTheUsersChangesAreSentAndTheEndsStepTowardsThemselves
     }
 }
 
+TEST(KLTexturedSlider, ADragWhoseReleaseNeverComesEndsWhereItIs) {
+    // A dialog that opens mid-drag takes the release with it (the window goes behind); a hidden
+    // slider hears none either. The end pressed next steps, and a move with it held drags nothing.
+    Shown shown(KLTexturedSlider::ZoomIndicator);
+    KLTexturedSlider& slider = shown.slider;
+    slider.setStep(0.05);
+    const double onePixel = 1.0 / (slider.knobTravelEnd() - slider.knobTravelStart());
+    for (const QEvent::Type ending : {QEvent::WindowDeactivate, QEvent::Hide}) {
+        SCOPED_TRACE(ending);
+        slider.setValue(0.5);
+        QTest::mousePress(&slider, Qt::LeftButton, {}, QPoint(int(slider.xForValue(0.4)), 11));
+        if (ending == QEvent::Hide) {
+            slider.hide();
+            slider.show();
+        } else {
+            QEvent behind(ending);
+            QCoreApplication::sendEvent(&slider, &behind);
+        }
+        QTest::mousePress(&slider, Qt::LeftButton, {}, slider.minimumEndRect().center().toPoint());
+        QTest::mouseMove(&slider, QPoint(int(slider.xForValue(0.8)), 11));
+        QTest::mouseRelease(&slider, Qt::LeftButton, {}, QPoint(int(slider.xForValue(0.8)), 11));
+        EXPECT_NEAR(slider.value(), 0.35, onePixel);
+    }
+}
+
 TEST(KLTexturedSlider, TheKnobSitsWhereItsValueSaysWithTheFilledGrooveLeftOfIt) {
     Shown shown(KLTexturedSlider::VolumeIndicator, 200);
     KLTexturedSlider& slider = shown.slider;
