@@ -173,8 +173,20 @@ void TeskAppController::acceptHandOvers(SingleInstance& instance) {
 }
 
 void TeskAppController::sendFeedback() {
-    QDesktopServices::openUrl(FeedbackMessage::mailtoURL(FeedbackMessage::versionText(),
-                                                         FeedbackMessage::systemVersion()));
+    if (QDesktopServices::openUrl(FeedbackMessage::mailtoURL(FeedbackMessage::versionText(),
+                                                             FeedbackMessage::systemVersion())))
+        return;
+    // No mail program is set up (or none that the desktop can start): the command would
+    // otherwise do nothing that can be seen.
+    auto* box = new QMessageBox(QMessageBox::Information, tr("Send Feedback"),
+                                tr("Tesk could not open a mail program."), QMessageBox::Ok,
+                                QApplication::activeWindow());
+    box->setInformativeText(tr("Please write to %1 from the mail you use; the address can be "
+                               "selected and copied here.")
+                                .arg(FeedbackMessage::SupportAddress));
+    box->setTextInteractionFlags(Qt::TextSelectableByMouse);
+    box->setAttribute(Qt::WA_DeleteOnClose);
+    box->open();
 }
 
 void TeskAppController::showAbout() {

@@ -43,7 +43,8 @@ public:
     /// Listens for the files of later starts of Tesk.
     void acceptHandOvers(SingleInstance& instance);
 
-    /// Opens a new feedback e-mail in the user's mail program.
+    /// Opens a new feedback e-mail in the user's mail program; where there is none to open it,
+    /// says so and gives the address to write to.
     void sendFeedback();
     void showAbout();
     /// Closes every window, asking about changed documents; quits unless the user cancels.

@@ -1,3 +1,4 @@
+#include "app/FeedbackMessage.h"
 #include "app/SingleInstance.h"
 #include "app/TeskAppController.h"
 #include "document/TeskDocument.h"
@@ -9,12 +10,14 @@
 #include "support/Signals.h"
 
 #include <QApplication>
+#include <QDesktopServices>
 #include <QDialog>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
 #include <QLocalSocket>
 #include <QLockFile>
+#include <QMessageBox>
 #include <QProcess>
 #include <QProcessEnvironment>
 #include <QSettings>
@@ -40,6 +43,22 @@ QString writePractice(const QTemporaryDir& folder) {
     TeskError error;
     EXPECT_TRUE(document.saveToURL(QUrl::fromLocalFile(practice), &error));
     return practice;
+}
+
+/// Takes the mailto URLs Tesk asks the desktop to open, as a mail program would.
+class MailProgram : public QObject {
+    Q_OBJECT
+public:
+    QList<QUrl> opened;
+public slots:
+    void compose(const QUrl& url) { opened.append(url); }
+};
+
+QMessageBox* messageBoxShown() {
+    for (QWidget* widget : QApplication::topLevelWidgets())
+        if (auto* box = qobject_cast<QMessageBox*>(widget); box && box->isVisible())
+            return box;
+    return nullptr;
 }
 } // namespace
 
@@ -137,6 +156,24 @@ TEST(TeskAppController, ARequestToEndWaitsForTheDialogUpAndThenQuits) {
     dialog.accept();
     EXPECT_TRUE(
         QTest::qWaitFor([&] { return app.documentController()->documents().isEmpty(); }, 5000));
+}
+
+TEST(TeskAppController, FeedbackGoesToTheMailProgramOrWithoutOneNamesTheAddress) {
+    TeskAppController app;
+    MailProgram mail;
+    QDesktopServices::setUrlHandler("mailto", &mail, "compose");
+    app.sendFeedback();
+    QDesktopServices::unsetUrlHandler("mailto");
+    ASSERT_EQ(mail.opened.size(), 1);
+    EXPECT_EQ(mail.opened[0].path(), FeedbackMessage::SupportAddress);
+    EXPECT_EQ(messageBoxShown(), nullptr);
+
+    // This test's desktop has no mail program (nothing opens documents offscreen).
+    app.sendFeedback();
+    QMessageBox* box = messageBoxShown();
+    ASSERT_NE(box, nullptr) << "the command did nothing to be seen";
+    EXPECT_TRUE(box->informativeText().contains(FeedbackMessage::SupportAddress));
+    box->accept();
 }
 
 TEST(TeskAppController, AFileHandedOverComesForwardOverTheWindowThatWasActive) {
@@ -339,3 +376,5 @@ TEST(SingleInstance, ATeskThatCannotHandItsFilesOverExitsWithOne) {
     EXPECT_EQ(tesk.exitCode(), 1);
     EXPECT_FALSE(tesk.readAllStandardError().isEmpty());
 }
+
+#include "TeskApplicationTest.moc"
