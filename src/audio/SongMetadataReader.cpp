@@ -46,13 +46,16 @@ QString tagText(const char* bytes) {
     return utf8.hasError() ? fromWindows1252(bytes) : text;
 }
 
-/// The first non-empty value of `key` (case-insensitive, as FFmpeg normalises tag names only
-/// partly) among `dictionaries`, in order.
+/// The first value of `key` (case-insensitive, as FFmpeg normalises tag names only partly)
+/// among `dictionaries`, in order, that is more than blanks. It is shown on one line: line breaks
+/// and runs of blanks read as one space.
 QString firstTag(std::initializer_list<const AVDictionary*> dictionaries, const char* key) {
     for (const AVDictionary* dictionary : dictionaries) {
         const AVDictionaryEntry* entry = av_dict_get(dictionary, key, nullptr, 0);
-        if (entry && entry->value && entry->value[0] != '\0')
-            return tagText(entry->value);
+        if (!entry || !entry->value)
+            continue;
+        if (const QString text = tagText(entry->value).simplified(); !text.isEmpty())
+            return text;
     }
     return {};
 }

@@ -99,6 +99,14 @@ TEST(SongMetadataReader, SongWithoutTagsGivesEmptyValuesAndFilesThatAreNotSongsN
     const std::optional<SongMetadata> metadata = readSongMetadata(wav);
     ASSERT_TRUE(metadata);
     EXPECT_EQ(*metadata, SongMetadata{});
+    // A tag of blanks alone is none (the window then names the file); line breaks read as spaces.
+    const QString blank = folder.filePath("blank.mp3");
+    ASSERT_TRUE(test::runFfmpeg(
+        {"-i", wav, "-metadata", "title=   ", "-metadata", "artist=Line one\r\nLine two", blank}));
+    const std::optional<SongMetadata> blankTags = readSongMetadata(blank);
+    ASSERT_TRUE(blankTags);
+    EXPECT_EQ(blankTags->title, QString());
+    EXPECT_EQ(blankTags->artist, "Line one Line two");
 
     const QString garbage = folder.filePath("garbage.mp3");
     std::mt19937 generator(7);
