@@ -186,6 +186,7 @@ void HUDPitchControlView::wheelEvent(QWheelEvent* event) {
 
 void HUDPitchControlView::paintEvent(QPaintEvent*) {
     QPainter painter(this);
+    alignToDevicePixels(painter);
     painter.setRenderHint(QPainter::SmoothPixmapTransform);
     SThreePartImage::pitchTrack().draw(painter, sliderSlotRect());
     // A tick's picture is a line one point wide in the middle of three: drawn scaled so that

@@ -4,6 +4,7 @@
 #include "controls/GlowText.h"
 #include "controls/SThreePartImage.h"
 #include "controls/TransportAccessibility.h"
+#include "widgets/DevicePixels.h"
 #include "widgets/NamedImage.h"
 
 #include <QAccessible>
@@ -247,6 +248,7 @@ void HUDSpeedControlView::leaveEvent(QEvent*) {
 
 void HUDSpeedControlView::paintEvent(QPaintEvent*) {
     QPainter painter(this);
+    alignToDevicePixels(painter);
     painter.setRenderHint(QPainter::SmoothPixmapTransform);
     const qreal ratio = devicePixelRatioOf(painter);
     const auto alphas = markOpacities();

@@ -1,6 +1,7 @@
 #include "controls/HUDSwitchControlView.h"
 
 #include "controls/TransportAccessibility.h"
+#include "widgets/DevicePixels.h"
 #include "widgets/NamedImage.h"
 #include "widgets/TeskLook.h"
 
@@ -71,6 +72,7 @@ void HUDSwitchControlView::mousePressEvent(QMouseEvent* event) {
 
 void HUDSwitchControlView::paintEvent(QPaintEvent*) {
     QPainter painter(this);
+    alignToDevicePixels(painter);
     painter.setRenderHint(QPainter::Antialiasing);
     NamedImage::named(mControlSwitchState == 0 ? QStringLiteral("SwitchState1")
                                                : QStringLiteral("SwitchState2"))

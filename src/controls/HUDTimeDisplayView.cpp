@@ -3,6 +3,7 @@
 #include "controls/GlowText.h"
 #include "controls/TransportAccessibility.h"
 #include "controls/TransportRules.h"
+#include "widgets/DevicePixels.h"
 #include "widgets/Glow.h"
 #include "widgets/NamedImage.h"
 
@@ -88,6 +89,7 @@ double HUDTimeDisplayView::secondsCaptionX(const QString& text) {
 
 void HUDTimeDisplayView::paintEvent(QPaintEvent*) {
     QPainter painter(this);
+    alignToDevicePixels(painter);
     painter.translate(kLeftRoom, 0);
     const qreal ratio = devicePixelRatioOf(painter);
     QFont caption = font();

@@ -192,21 +192,25 @@ void TeskEQSettingsView::drawBackgroundContents(QPainter& painter) {
     static const NamedImage& fill = image("EffectsEQSliderTrackFill");
     static const NamedImage& bottom = image("EffectsEQSliderTrackBottom");
     const EQBandGeometry places = geometry();
-    const double slotTop = places.pointForValue(EQBandGeometry::kDisplayRange) - top.height();
-    const double slotBottom =
-        places.pointForValue(-EQBandGeometry::kDisplayRange) + bottom.height();
+    // The ends and the fill meet on whole device pixels, without a seam or an overlap.
     const qreal ratio = devicePixelRatioOf(painter);
+    const auto snap = [ratio](double y) { return std::round(y * ratio) / ratio; };
+    const double capHeight = snap(top.height());
+    const double slotTop = snap(places.pointForValue(EQBandGeometry::kDisplayRange) - top.height());
+    const double slotBottom =
+        snap(places.pointForValue(-EQBandGeometry::kDisplayRange) + bottom.height());
+    const double bottomHeight = snap(bottom.height());
     for (int index = 0; index < kBandCount; ++index) {
         const double left = places.slotLeftForBand(index, top.width(), ratio);
-        top.draw(painter, QPointF(left, slotTop));
+        top.draw(painter, QRectF(left, slotTop, top.width(), capHeight));
         // The fill is the same in every row: rendered whole device pixels high, so that no
         // partly covered row is stretched down the slot.
         const QPixmap& column = fill.pixmap(
             QSizeF(fill.width(), std::ceil(fill.height() * ratio - 1e-6) / ratio), ratio);
-        painter.drawPixmap(QRectF(left, slotTop + top.height(), fill.width(),
-                                  slotBottom - bottom.height() - slotTop - top.height()),
+        painter.drawPixmap(QRectF(left, slotTop + capHeight, fill.width(),
+                                  slotBottom - bottomHeight - slotTop - capHeight),
                            column, QRectF(QPointF(0, 0), QSizeF(column.size())));
-        bottom.draw(painter, QPointF(left, slotBottom - bottom.height()));
+        bottom.draw(painter, QRectF(left, slotBottom - bottomHeight, bottom.width(), bottomHeight));
     }
 }
 

@@ -2,6 +2,7 @@
 
 #include "effects/EffectsAccessibility.h"
 #include "observation/KeyValueObserving.h"
+#include "widgets/DevicePixels.h"
 #include "widgets/NamedImage.h"
 
 #include <QAccessible>
@@ -36,6 +37,7 @@ public:
 protected:
     void paintEvent(QPaintEvent*) override {
         QPainter painter(this);
+        alignToDevicePixels(painter);
         image(isDown() ? "EffectsMonoChannelButtonP" : "EffectsMonoChannelButtonN")
             .draw(painter, QRectF(rect()));
         QFont font(QStringLiteral("Helvetica"));
@@ -177,6 +179,7 @@ bool TeskPanSlider::event(QEvent* event) {
 
 void TeskPanSlider::paintEvent(QPaintEvent*) {
     QPainter painter(this);
+    alignToDevicePixels(painter);
     const bool active = windowIsActive() || !isVisible() || testAttribute(Qt::WA_DontShowOnScreen);
     const NamedImage& left =
         image(active ? "EffectsMonoSliderTrackLeft" : "EffectsMonoSliderTrackLeftInactive");

@@ -1,6 +1,7 @@
 #include "effects/TeskPanningSpectrumEffectView.h"
 
 #include "observation/KeyValueObserving.h"
+#include "widgets/DevicePixels.h"
 
 #include <QPainter>
 #include <algorithm>
@@ -58,6 +59,7 @@ std::vector<float> TeskPanningSpectrumEffectView::scaledTowardsFloor(std::vector
 
 void TeskPanningSpectrumEffectView::paintEvent(QPaintEvent*) {
     QPainter painter(this);
+    alignToDevicePixels(painter);
     drawGradientImage(painter);
     if (isEffectEnabled()) {
         const float floor = float(magnitudeMapping().minValue());

@@ -3,6 +3,7 @@
 #include "diagnostics/TeskAssert.h"
 #include "effects/TeskEffectViewDelegate.h"
 #include "observation/KeyValueObserving.h"
+#include "widgets/DevicePixels.h"
 #include "widgets/NamedImage.h"
 #include "widgets/TeskLook.h"
 
@@ -119,6 +120,7 @@ void TeskSpectrumEffectView::updateMappings() const {
 
 void TeskSpectrumEffectView::paintEvent(QPaintEvent*) {
     QPainter painter(this);
+    alignToDevicePixels(painter);
     drawGradientImage(painter);
     if (mEnabled)
         drawSpectrum(painter);

@@ -3,6 +3,8 @@
 #include "effects/EffectsAccessibility.h"
 #include "effects/TeskPanSlider.h"
 #include "observation/KeyValueObserving.h"
+#include "widgets/DevicePixels.h"
+#include "widgets/NamedImage.h"
 #include "widgets/TeskLook.h"
 
 #include <QAccessible>
@@ -274,8 +276,12 @@ void TeskVocalRemovalSettingsView::showCursorFor(const QPointF& point) {
 }
 
 void TeskVocalRemovalSettingsView::drawContents(QPainter& painter) {
-    const QRectF low = lowFrequencyRect();
-    const QRectF high = highFrequencyRect();
+    // Both edges as wide, on whole device pixels.
+    const qreal ratio = devicePixelRatioOf(painter);
+    const QRectF lowRect = lowFrequencyRect();
+    const QRectF highRect = highFrequencyRect();
+    const QRectF low = hairline(lowRect.left(), lowRect.top(), lowRect.height(), ratio);
+    const QRectF high = hairline(highRect.left(), highRect.top(), highRect.height(), ratio);
     const QRectF band(low.right(), low.top(), high.left() - low.right(), low.height());
     if (band.width() > 0) {
         // The band: a light veil, brighter at the top, with a lighter rim.
@@ -289,7 +295,7 @@ void TeskVocalRemovalSettingsView::drawContents(QPainter& painter) {
         painter.fillRect(band, highlight);
         QColor rim = look::hudLightBlue;
         rim.setAlpha(90);
-        painter.fillRect(QRectF(band.left(), band.top(), band.width(), 1.0), rim);
+        painter.fillRect(rowHairline(band.top(), band.left(), band.width(), ratio), rim);
     }
     const QColor handle = look::hudLightBlue;
     painter.fillRect(low, handle);

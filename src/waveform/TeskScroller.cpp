@@ -2,6 +2,7 @@
 
 #include "diagnostics/TeskAssert.h"
 #include "observation/KeyValueObserving.h"
+#include "widgets/DevicePixels.h"
 #include "widgets/NamedImage.h"
 #include "widgets/TeskLook.h"
 
@@ -168,6 +169,7 @@ bool TeskScroller::drawsActive() const {
 
 void TeskScroller::paintEvent(QPaintEvent*) {
     QPainter painter(this);
+    alignToDevicePixels(painter);
     const bool active = drawsActive();
     image("ScrollerBarFill", active).draw(painter, QRectF(rect()));
     drawThreePartImage(painter, knobSlotRect().adjusted(0, -2, 0, 2),

@@ -637,6 +637,7 @@ void WaveformView::resizeEvent(QResizeEvent* event) {
 
 void WaveformView::paintEvent(QPaintEvent* event) {
     QPainter painter(this);
+    alignToDevicePixels(painter);
     paintView(painter, event->region(), devicePixelRatioF());
 }
 
@@ -690,10 +691,11 @@ void WaveformView::drawWaveformStrip(QPainter& painter, const QRectF& strip, boo
                           .over(full));
         }
     }
-    const qreal m = std::floor(h * 0.5);
-    painter.fillRect(QRectF(strip.left(), m - 1, strip.width(), 1),
-                     selected ? palette.darkSelectedMidlineColor : palette.darkMidlineColor);
-    painter.fillRect(QRectF(strip.left(), m, strip.width(), 1),
+    // The midline's two rows as thick as every other line, on whole device pixels.
+    const QRectF dark = rowHairline(std::floor(h * 0.5) - 1, strip.left(), strip.width(), ratio());
+    const QRectF light(dark.left(), dark.bottom(), dark.width(), dark.height());
+    painter.fillRect(dark, selected ? palette.darkSelectedMidlineColor : palette.darkMidlineColor);
+    painter.fillRect(light,
                      selected ? palette.lightSelectedMidlineColor : palette.lightMidlineColor);
 }
 
@@ -726,8 +728,9 @@ void WaveformView::paintRuler(QPainter& painter, const QRectF& clip) {
     const WaveformPalette& palette = WaveformPalette::shared();
     const QRectF ruler(clip.left(), 0, clip.width(), kRulerHeight + kMarkerStripHeight);
     fillGradient(painter, ruler, ruler, palette.backgroundGradient, ratio());
-    painter.fillRect(QRectF(clip.left(), kRulerHeight + kMarkerStripHeight - 1, clip.width(), 1),
-                     palette.timeIndicatorLineColor);
+    painter.fillRect(
+        rowHairline(kRulerHeight + kMarkerStripHeight - 1, clip.left(), clip.width(), ratio()),
+        palette.timeIndicatorLineColor);
     if (mGeometry.frameCount <= 0)
         return;
 
@@ -761,7 +764,12 @@ void WaveformView::paintLoop(QPainter& painter, const QRegion& clip) {
         return;
     const WaveformPalette& palette = WaveformPalette::shared();
     const QRectF band = waveformRect();
-    const QRectF loop = mGeometry.loopRect(mLoopRange, band.top(), band.height());
+    // Its edges begin where a line at their points would (see hairline): a second's line there
+    // lies wholly inside the loop or wholly outside it, never split by its edge.
+    const QRectF exact = mGeometry.loopRect(mLoopRange, band.top(), band.height());
+    const qreal left = hairline(exact.left(), 0, 0, ratio()).left();
+    const qreal right = hairline(exact.right(), 0, 0, ratio()).left();
+    const QRectF loop(left, exact.top(), right - left, exact.height());
     painter.save();
     painter.translate(-shift(), 0);
     // The selected waveform is drawn only where the clip asks for it: a loop edge that moves
@@ -777,8 +785,9 @@ void WaveformView::paintLoop(QPainter& painter, const QRegion& clip) {
         drawWaveformStrip(painter, strip, true);
         // The lines along the loop's top and bottom, wherever the strip's own edges are.
         const qreal top = loop.top() - band.top();
-        painter.fillRect(QRectF(strip.left(), top, strip.width(), 1), palette.loopToplineColor);
-        painter.fillRect(QRectF(strip.left(), top + loop.height() - 1, strip.width(), 1),
+        painter.fillRect(rowHairline(top, strip.left(), strip.width(), ratio()),
+                         palette.loopToplineColor);
+        painter.fillRect(rowHairline(top + loop.height() - 1, strip.left(), strip.width(), ratio()),
                          palette.loopBottomlineColor);
         painter.restore();
     }

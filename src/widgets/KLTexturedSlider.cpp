@@ -1,5 +1,7 @@
 #include "widgets/KLTexturedSlider.h"
 
+#include "widgets/DevicePixels.h"
+
 #include <QAccessible>
 #include <QAccessibleValueInterface>
 #include <QAccessibleWidget>
@@ -200,6 +202,7 @@ void KLTexturedSlider::wheelEvent(QWheelEvent* event) {
 
 void KLTexturedSlider::paintEvent(QPaintEvent*) {
     QPainter painter(this);
+    alignToDevicePixels(painter);
     painter.setRenderHint(QPainter::Antialiasing);
     painter.setOpacity(isEnabled() ? 1.0 : 0.45);
 

@@ -1,5 +1,6 @@
 #include "window/TeskDropView.h"
 
+#include "widgets/DevicePixels.h"
 #include "widgets/NamedImage.h"
 
 #include <QDragEnterEvent>
@@ -74,6 +75,7 @@ void TeskDropView::dropEvent(QDropEvent* event) {
 
 void TeskDropView::paintEvent(QPaintEvent*) {
     QPainter painter(this);
+    alignToDevicePixels(painter);
     painter.setRenderHint(QPainter::Antialiasing);
     QLinearGradient background(0, 0, 0, height());
     background.setColorAt(0, QColor(240, 241, 242));

@@ -1,5 +1,6 @@
 #include "window/TeskMetadataView.h"
 
+#include "widgets/DevicePixels.h"
 #include "widgets/NamedImage.h"
 
 #include <QEvent>
@@ -72,6 +73,7 @@ bool TeskMetadataView::event(QEvent* event) {
 
 void TeskMetadataView::paintEvent(QPaintEvent*) {
     QPainter painter(this);
+    alignToDevicePixels(painter);
     painter.setRenderHint(QPainter::SmoothPixmapTransform);
     const QRectF artRect(14, 10, kArtworkSide, kArtworkSide);
     const qreal ratio = devicePixelRatioF();
