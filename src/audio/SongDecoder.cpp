@@ -1,6 +1,7 @@
 #include "audio/SongDecoder.h"
-#include "audio/EngineConstants.h"
 
+#include "audio/EngineConstants.h"
+#include "audio/FfmpegSetup.h"
 #include "audio/SongCache.h"
 #include "audio/SongFileError.h"
 
@@ -29,6 +30,14 @@ constexpr int kEngineRate = engine::kSampleRate;
 /// rare.
 constexpr qint64 kWriteBatchFrames = 4096;
 constexpr qint64 kNoLimit = std::numeric_limits<qint64>::max();
+
+/// Sample rates that recordings use, from old game and telephone sound to the highest studio
+/// rates. A rate far outside (a damaged header: 1 Hz, a gigahertz) would make every packet
+/// tens of thousands of times larger at the engine's rate, or the resampler's filter
+/// gigabytes long.
+bool isPlausibleRate(int rate) {
+    return rate >= 1'000 && rate <= 768'000;
+}
 
 QString ffmpegMessage(int code) {
     char text[AV_ERROR_MAX_STRING_SIZE] = {};
@@ -151,6 +160,7 @@ int SongDecoder::interrupted(void* opaque) {
 }
 
 bool SongDecoder::openFile(const QString& path, std::optional<TeskError>* error) {
+    setUpFfmpeg();
     mPath = path;
     const auto fail = [&](SongFileErrorCode code, const QString& detail = {}) {
         *error = songFileError(code, path, detail);
@@ -236,6 +246,9 @@ bool SongDecoder::openFile(const QString& path, std::optional<TeskError>* error)
     const int sourceRate = mCodec->sample_rate;
     if (sourceRate <= 0 || mCodec->ch_layout.nb_channels <= 0)
         return fail(SongFileErrorCode::NotAudio);
+    if (!isPlausibleRate(sourceRate))
+        return fail(SongFileErrorCode::Unopenable,
+                    QStringLiteral("a sample rate of %1 Hz").arg(sourceRate));
 
     mInfo.sourceSampleRate = sourceRate;
     mInfo.sourceChannels = mCodec->ch_layout.nb_channels;
@@ -383,7 +396,7 @@ bool SongDecoder::startSegment(const AVFrame& frame) {
         finishSegment();
         mFirstSegment = false;
     }
-    if (frame.sample_rate <= 0 || layout.nb_channels <= 0 || frame.format < 0)
+    if (!isPlausibleRate(frame.sample_rate) || layout.nb_channels <= 0 || frame.format < 0)
         return false;
     mSegment = Segment{};
     mSegment.format = frame.format;

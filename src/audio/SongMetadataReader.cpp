@@ -1,6 +1,6 @@
 #include "audio/SongMetadataReader.h"
 
-#include "audio/FfmpegLogging.h"
+#include "audio/FfmpegSetup.h"
 
 extern "C" {
 #include <libavcodec/avcodec.h>
@@ -99,7 +99,7 @@ const AVStream* coverStream(const AVFormatContext& context) {
 } // namespace
 
 std::optional<SongMetadata> readSongMetadata(const QString& path) {
-    quietFfmpegLogging();
+    setUpFfmpeg();
     // "file:" keeps FFmpeg from reading a colon in the path as the name of a protocol.
     const QByteArray url = "file:" + QFile::encodeName(path);
     AVFormatContext* opened = nullptr;

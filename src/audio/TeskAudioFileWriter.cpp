@@ -1,6 +1,6 @@
 #include "audio/TeskAudioFileWriter.h"
 
-#include "audio/FfmpegLogging.h"
+#include "audio/FfmpegSetup.h"
 
 #include "audio/dsp/VectorUnit.h"
 #include "diagnostics/TeskAssert.h"
@@ -152,7 +152,7 @@ std::unique_ptr<TeskAudioFileWriter> TeskAudioFileWriter::create(const QString& 
                                                                  ExportFormat format,
                                                                  const SongMetadata& metadata,
                                                                  std::optional<TeskError>* error) {
-    quietFfmpegLogging();
+    setUpFfmpeg();
     std::unique_ptr<TeskAudioFileWriter> writer(new TeskAudioFileWriter(path, format));
     if (std::optional<TeskError> failure = writer->open(metadata)) {
         if (error)

@@ -1,6 +1,6 @@
 #include "audio/TeskExtendedAudioFile.h"
 
-#include "audio/FfmpegLogging.h"
+#include "audio/FfmpegSetup.h"
 
 #include "audio/SongCache.h"
 #include "audio/SongDecoder.h"
@@ -14,7 +14,7 @@ namespace tesk {
 
 std::unique_ptr<TeskExtendedAudioFile>
 TeskExtendedAudioFile::openForPlayback(const QString& path, std::optional<TeskError>* error) {
-    quietFfmpegLogging();
+    setUpFfmpeg();
     std::optional<TeskError> failure;
     std::unique_ptr<SongDecoder> decoder = SongDecoder::open(path, &failure);
     std::unique_ptr<SongCache> cache;

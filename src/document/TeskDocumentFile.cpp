@@ -10,6 +10,7 @@
 #include <QSaveFile>
 #include <cmath>
 #include <limits>
+#include <sys/stat.h>
 
 namespace tesk {
 namespace {
@@ -178,6 +179,13 @@ std::optional<TeskDocumentContents> readDocumentFile(const QString& path,
     if (!file.exists())
         return fail(DocumentFileError::Kind::NotFound,
                     QCoreApplication::translate("TeskDocument", "There is no such file."));
+    // Opening a pipe waits for something to write into it, and reading one waits for it to
+    // end: perhaps forever.
+    struct stat status {};
+    if (::stat(QFile::encodeName(path).constData(), &status) == 0 &&
+        (S_ISFIFO(status.st_mode) || S_ISSOCK(status.st_mode)))
+        return fail(DocumentFileError::Kind::NotReadable,
+                    QCoreApplication::translate("TeskDocument", "It is a pipe, not a file."));
     if (!file.open(QIODevice::ReadOnly))
         return fail(DocumentFileError::Kind::NotReadable, file.errorString());
     // Read one byte past the limit rather than trust the size: a device or a pipe has none.

@@ -365,6 +365,15 @@ TEST(TeskExtendedAudioFile, FilesWithoutSoundFailToOpenWithAClearError) {
     const QString cutM4a = folder.filePath("cut.m4a");
     ASSERT_TRUE(test::writeEncoded(cutM4a, testSong(kSongFrames), 44100, kAac));
     ASSERT_TRUE(QFile(cutM4a).resize(QFileInfo(cutM4a).size() / 2));
+    // A header that states a rate no recording uses (1 Hz, a gigahertz) is damaged; the rates
+    // recordings do use open, to their ends.
+    const auto toneAt = [&](int rate) {
+        const QString path = folder.filePath(QString("tone%1.wav").arg(rate));
+        EXPECT_TRUE(test::writeWav(path, {test::sine(440.0, 0.5, 4096, 44100)}, rate));
+        return path;
+    };
+    for (const int rate : {1'000, 768'000})
+        EXPECT_TRUE(TeskExtendedAudioFile::openForPlayback(toneAt(rate), nullptr)) << rate;
 
     const std::vector<std::pair<QString, SongFileErrorCode>> cases{
         {folder.filePath("missing.mp3"), SongFileErrorCode::NotFound},
@@ -379,6 +388,8 @@ TEST(TeskExtendedAudioFile, FilesWithoutSoundFailToOpenWithAClearError) {
         {video, SongFileErrorCode::NoAudioStream},
         {silentTrack, SongFileErrorCode::NoSound},
         {cutM4a, SongFileErrorCode::Unopenable},
+        {toneAt(1), SongFileErrorCode::Unopenable},
+        {toneAt(1'000'000'000), SongFileErrorCode::Unopenable},
     };
     for (const auto& [path, code] : cases) {
         SCOPED_TRACE(path.toStdString());

@@ -24,6 +24,7 @@
 
 #include <fcntl.h>
 #include <functional>
+#include <future>
 #include <sys/stat.h>
 
 using namespace tesk;
@@ -451,7 +452,7 @@ TEST(TeskDocumentFile, AValueOfTheWrongTypeOrOutOfRangeReadsAsMissing) {
     EXPECT_EQ(*read, expected);
 }
 
-TEST(TeskDocumentFile, AnythingFarTooLargeIsRefusedWithoutReadingItAll) {
+TEST(TeskDocumentFile, AnythingFarTooLargeOrAPipeIsRefusedWithoutReadingItAll) {
     // A sparse file of 17 MB, and a device that never ends and tells no size.
     QTemporaryDir dir;
     QFile sparse(dir.filePath("huge.tesk"));
@@ -463,6 +464,17 @@ TEST(TeskDocumentFile, AnythingFarTooLargeIsRefusedWithoutReadingItAll) {
         EXPECT_FALSE(readDocumentFile(path, &error));
         EXPECT_EQ(error.kind, DocumentFileError::Kind::Damaged);
     }
+    // A pipe is refused at once, without waiting for anything to write into it.
+    const QByteArray pipe = QFile::encodeName(dir.filePath("pipe.tesk"));
+    ASSERT_EQ(mkfifo(pipe.constData(), 0600), 0);
+    DocumentFileError error;
+    auto reading = std::async(std::launch::async, [&] { return readDocumentFile(pipe, &error); });
+    const bool answered = reading.wait_for(std::chrono::seconds(5)) == std::future_status::ready;
+    EXPECT_TRUE(answered) << "waited for a writer";
+    if (!answered) // let it go: open the pipe for writing and close it
+        QFile(pipe).open(QIODevice::WriteOnly);
+    EXPECT_FALSE(reading.get());
+    EXPECT_EQ(error.kind, DocumentFileError::Kind::NotReadable);
 }
 
 TEST_F(DocumentTest, TheSongIsFoundAfterAMoveAndAMissingSongIsNoError) {

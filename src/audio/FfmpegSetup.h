@@ -1,0 +1,19 @@
+#pragma once
+
+#include <cstddef>
+
+namespace tesk {
+
+/// The most FFmpeg may allocate in one block. A damaged file can claim a tag or a chunk of two
+/// gigabytes in a few bytes, which FFmpeg would allocate and clear before finding the file
+/// short; no part of a real song (a cover picture, an index) comes near this.
+inline constexpr std::size_t kLargestFfmpegAllocation = 128 * 1024 * 1024;
+
+/// Sets FFmpeg up for Tesk, once for the process: its own chatter (encoder statistics, probe
+/// warnings) stays off standard error, as Tesk reports what goes wrong through its error
+/// values (only errors still reach the log), and no allocation may exceed
+/// `kLargestFfmpegAllocation`.
+/// Any thread.
+void setUpFfmpeg();
+
+} // namespace tesk
