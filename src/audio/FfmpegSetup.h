@@ -4,10 +4,11 @@
 
 namespace tesk {
 
-/// The most FFmpeg may allocate in one block. A damaged file can claim a tag or a chunk of two
-/// gigabytes in a few bytes, which FFmpeg would allocate and clear before finding the file
-/// short; no part of a real song (a cover picture, an index) comes near this.
-inline constexpr std::size_t kLargestFfmpegAllocation = 128 * 1024 * 1024;
+/// The most FFmpeg may allocate in one block. A damaged file can claim a tag or a chunk of one
+/// or two gigabytes in a few bytes, which FFmpeg would allocate and clear before finding the
+/// file short. No part of a real song (a cover picture, an index) comes near this, and an
+/// M4A export's index (64 bytes a packet of 1024 frames) reaches it only past 50 hours.
+inline constexpr std::size_t kLargestFfmpegAllocation = 512 * 1024 * 1024;
 
 /// Sets FFmpeg up for Tesk, once for the process: its own chatter (encoder statistics, probe
 /// warnings) stays off standard error, as Tesk reports what goes wrong through its error

@@ -31,12 +31,12 @@ constexpr int kEngineRate = engine::kSampleRate;
 constexpr qint64 kWriteBatchFrames = 4096;
 constexpr qint64 kNoLimit = std::numeric_limits<qint64>::max();
 
-/// Sample rates that recordings use, from old game and telephone sound to the highest studio
-/// rates. A rate far outside (a damaged header: 1 Hz, a gigahertz) would make every packet
-/// tens of thousands of times larger at the engine's rate, or the resampler's filter
-/// gigabytes long.
+/// Sample rates that recordings use, from old game and telephone sound to DSD1024 (which
+/// FFmpeg decodes at an eighth of its bit rate, 6,144,000 Hz at most). A rate far outside (a
+/// damaged header: 1 Hz, a gigahertz) would make every packet tens of thousands of times
+/// larger at the engine's rate, or the resampler's filter gigabytes long.
 bool isPlausibleRate(int rate) {
-    return rate >= 1'000 && rate <= 768'000;
+    return rate >= 1'000 && rate <= 6'144'000;
 }
 
 QString ffmpegMessage(int code) {
