@@ -92,6 +92,19 @@ void feedFlatSpectrum(TeskSpectrumEffectView& view, float level, bool bothChanne
                      1);
 }
 
+/// The three effect editors in one window, one above the other, as the panel holds them.
+struct EditorsWindow {
+    EditorsWindow() {
+        eq->setGeometry(0, 0, 408, 140);
+        vocal->setGeometry(0, 150, 300, 100);
+        pan->setGeometry(0, 260, 200, pan->sizeHint().height());
+    }
+    QWidget window;
+    TeskEQSettingsView* eq = new TeskEQSettingsView(&window);
+    TeskVocalRemovalSettingsView* vocal = new TeskVocalRemovalSettingsView(&window);
+    TeskPanSlider* pan = new TeskPanSlider(&window);
+};
+
 } // namespace
 
 TEST(TeskSpectrumEffectView, TheSpectrumShowsOnlyWithBothChannelsAndTheEffectOn) {
@@ -587,13 +600,11 @@ TEST(EffectEditors, ADragWhoseReleaseNeverComesIsLetGoAndTheKeysWorkAgain) {
         installEffectsAccessibility();
         TeskEffectsSettings settings;
         Recorder delegate;
-        QWidget window;
-        auto* eq = new TeskEQSettingsView(&window);
-        auto* vocal = new TeskVocalRemovalSettingsView(&window);
-        auto* pan = new TeskPanSlider(&window);
-        eq->setGeometry(0, 0, 408, 140);
-        vocal->setGeometry(0, 150, 300, 100);
-        pan->setGeometry(0, 260, 200, pan->sizeHint().height());
+        EditorsWindow editors;
+        QWidget& window = editors.window;
+        auto* eq = editors.eq;
+        auto* vocal = editors.vocal;
+        auto* pan = editors.pan;
         ASSERT_TRUE(eq->bind("bands", &settings, "equalizerSettings.bands"));
         ASSERT_TRUE(
             vocal->bind("lowFrequency", &settings, "vocalReductionEffectSettings.lowFrequency"));
@@ -679,13 +690,11 @@ TEST(TeskPanningSpectrumEffectView, EachSideIsDrawnAtTheHeightThePanLeavesIt) {
 TEST(EffectsAccessibility, HandlesHaveNamesAndValuesAndCanBeSet) {
     installEffectsAccessibility();
     TeskEffectsSettings settings;
-    QWidget window;
-    auto* eq = new TeskEQSettingsView(&window);
-    auto* vocal = new TeskVocalRemovalSettingsView(&window);
-    auto* pan = new TeskPanSlider(&window);
-    eq->setGeometry(0, 0, 408, 140);
-    vocal->setGeometry(0, 140, 300, 100);
-    pan->setGeometry(0, 240, 200, 20);
+    EditorsWindow editors;
+    auto* eq = editors.eq;
+    auto* vocal = editors.vocal;
+    auto* pan = editors.pan;
+    QWidget& window = editors.window;
     window.show();
     QList<double> bands(10, 0.0);
     bands[2] = 3.0;
