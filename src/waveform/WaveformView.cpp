@@ -764,11 +764,9 @@ void WaveformView::paintLoop(QPainter& painter, const QRegion& clip) {
         return;
     const WaveformPalette& palette = WaveformPalette::shared();
     const QRectF band = waveformRect();
-    // Its edges begin where a line at their points would (see hairline): a second's line there
-    // lies wholly inside the loop or wholly outside it, never split by its edge.
     const QRectF exact = mGeometry.loopRect(mLoopRange, band.top(), band.height());
-    const qreal left = hairline(exact.left(), 0, 0, ratio()).left();
-    const qreal right = hairline(exact.right(), 0, 0, ratio()).left();
+    const qreal left = loopEdgeX(exact.left());
+    const qreal right = loopEdgeX(exact.right());
     const QRectF loop(left, exact.top(), right - left, exact.height());
     painter.save();
     painter.translate(-shift(), 0);
@@ -801,6 +799,26 @@ void WaveformView::paintLoop(QPainter& painter, const QRegion& clip) {
     (pressedRight ? knobPressed : knob)
         .draw(painter, QPointF(loop.right() - std::floor(knob.width() * 0.5), y));
     painter.restore();
+}
+
+qreal WaveformView::loopEdgeX(qreal point) const {
+    // An edge begins where a line at its point would (see hairline), so a second's line there
+    // lies wholly on one side. At 1.5 and 1.75 a line is two device pixels, more than a point,
+    // and the line of the point before reaches a pixel past that: the edge then waits for it.
+    const qreal edge = hairline(point, 0, 0, ratio()).left();
+    const qreal endBefore = hairline(point - 1, 0, 0, ratio()).right();
+    return endBefore > edge && hasSecondLineAt(point - 1) ? endBefore : edge;
+}
+
+bool WaveformView::hasSecondLineAt(qreal point) const {
+    if (point < 0)
+        return false;
+    const qint64 step = mGeometry.idealSampleStep() * 10;
+    const qint64 near = mGeometry.sampleFromPoint(point) / step * step;
+    for (qint64 frame = near; frame <= near + step; frame += step)
+        if (std::floor(mGeometry.pointFromSample(frame)) == point)
+            return true;
+    return false;
 }
 
 void WaveformView::paintMarkers(QPainter& painter) {

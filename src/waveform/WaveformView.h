@@ -251,6 +251,10 @@ private:
     void bounceLoopButton(bool pressed);
     QRect poofRect() const;
     void drawWaveformStrip(QPainter& painter, const QRectF& strip, bool selected);
+    /// Where a loop edge at song point `point` begins, so that no second's line is split by it.
+    qreal loopEdgeX(qreal point) const;
+    /// Whether a second's line is drawn in the column of song point `point`.
+    bool hasSecondLineAt(qreal point) const;
 
     std::unique_ptr<Waveform> mWaveform;
     WaveformGeometry mGeometry;

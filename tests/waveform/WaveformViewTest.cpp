@@ -640,6 +640,55 @@ TEST_F(WaveformViewTest, PixelsShowCursorLoopMarkerAndTicksWhereTheGeometrySays)
               palette.cursorlineColor);
 }
 
+TEST_F(WaveformViewTest, ALoopsEdgeNeverSplitsASecondsLineAtAnyRatio) {
+    // At 1.5 and 1.75 a line one point wide is two device pixels, more than a point: the lines
+    // of two neighbouring points share a pixel, and an edge at the point after a second's line
+    // would cut that line in two colours. Edges on a second and a point or a point and a half
+    // either side, at two zooms, each drawn at every ratio whatever this run's is.
+    const qreal bandRow = view.waveformRect().top() + 4; // clear of the waveform and the knobs
+    const auto draw = [&](qreal ratio) {
+        QImage image(int(std::ceil(view.width() * ratio)), int(std::ceil(view.height() * ratio)),
+                     QImage::Format_ARGB32_Premultiplied);
+        image.setDevicePixelRatio(ratio);
+        return painted(image, view.rect());
+    };
+    int linesInLoops = 0;
+    for (const double zoom : {0.4, 0.8}) {
+        model.setZoomLevel(zoom);
+        view.setStartFrame(0);
+        const double framesPerPoint = view.geometryValues().framesPerPoint();
+        for (const qreal ratio : {1.0, 1.25, 1.5, 1.75, 2.0}) {
+            model.setLoopRange({});
+            const QImage plain = draw(ratio);
+            const int row = int(bandRow * ratio);
+            const QColor background = plain.pixelColor(int(5 * ratio), row); // between lines
+            for (const double leftPoints : {-1.5, 0.0, 1.0})
+                for (const double rightPoints : {-1.0, 0.0, 1.0}) {
+                    SCOPED_TRACE(testing::Message()
+                                 << "zoom " << zoom << ", ratio " << ratio << ", edges moved by "
+                                 << leftPoints << " and " << rightPoints << " points");
+                    const auto frame = [&](double seconds, double points) {
+                        return quint32(std::lround(seconds * 44100 + points * framesPerPoint));
+                    };
+                    const quint32 start = frame(1, leftPoints);
+                    model.setLoopRange({start, frame(3, rightPoints) - start});
+                    const QImage looped = draw(ratio);
+                    // Each line, as the columns that differ from the background without a loop.
+                    for (int x = 0; x < plain.width(); ++x) {
+                        if (plain.pixelColor(x, row) == background)
+                            continue;
+                        const QColor first = looped.pixelColor(x, row);
+                        linesInLoops += first != plain.pixelColor(x, row);
+                        for (; x < plain.width() && plain.pixelColor(x, row) != background; ++x)
+                            EXPECT_EQ(looped.pixelColor(x, row), first)
+                                << "a line split at device column " << x;
+                    }
+                }
+        }
+    }
+    EXPECT_GT(linesInLoops, 0) << "no line lay inside a loop";
+}
+
 TEST_F(WaveformViewTest, AMarkersTipThePlayHeadAndTheRulersTickAtOneTimeShareAColumn) {
     const qreal ratio = test::testPixelRatio();
     // The middle, in device pixels, of what differs from the row's colour far to the left
