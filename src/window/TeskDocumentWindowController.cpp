@@ -300,6 +300,19 @@ public:
     }
 };
 
+/// The desktop's keys for `key`, or `fallback` where it gives none: desktops without a key
+/// theme of their own give Save As and Quit no key.
+QList<QKeySequence> keysOr(QKeySequence::StandardKey key, const QKeySequence& fallback) {
+    QList<QKeySequence> keys = QKeySequence::keyBindings(key);
+    if (keys.isEmpty())
+        keys.append(fallback);
+    return keys;
+}
+
+QList<QKeySequence> quitKeys() {
+    return keysOr(QKeySequence::Quit, QKeySequence(Qt::CTRL | Qt::Key_Q));
+}
+
 /// A menu item's text with the window's key for it, which the menu shows where a shortcut goes.
 QString titleWithKeyHint(const QString& title, WindowCommand command) {
     const QString hint = WindowRules::keyHint(command);
@@ -351,11 +364,9 @@ void TeskDocumentWindowController::buildMenus() {
     file->addSeparator();
     file->addAction(tr("&Close"), QKeySequence::Close, this, [this] { close(); });
     add(file, C::Save, tr("&Save"), QKeySequence::Save);
-    // Desktops without a key theme of their own give Save As no key: Ctrl+Shift+S, as elsewhere.
-    QList<QKeySequence> saveAsKeys = QKeySequence::keyBindings(QKeySequence::SaveAs);
-    if (saveAsKeys.isEmpty())
-        saveAsKeys.append(QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_S));
-    add(file, C::SaveAs, tr("Save &As…"))->setShortcuts(saveAsKeys);
+    add(file, C::SaveAs, tr("Save &As…"))
+        ->setShortcuts(
+            keysOr(QKeySequence::SaveAs, QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_S)));
     file->addSeparator();
     add(file, C::ExportSong, tr("&Export Song…"));
     add(file, C::ExportLoop, tr("Export &Loop…"));
@@ -363,10 +374,8 @@ void TeskDocumentWindowController::buildMenus() {
     add(file, C::PageSetup, tr("Page Set&up…"));
     add(file, C::Print, tr("&Print…"), QKeySequence::Print);
     file->addSeparator();
-    file->addAction(tr("&Quit"), QKeySequence::Quit, this, [this] {
-        if (mServices.quit)
-            mServices.quit();
-    });
+    file->addAction(tr("&Quit"), this, &TeskDocumentWindowController::quit)
+        ->setShortcuts(quitKeys());
     // A held key would go on to the next window: holding Close would close them all.
     for (QAction* action : file->actions())
         action->setAutoRepeat(false);
@@ -955,6 +964,12 @@ void TeskDocumentWindowController::startLoopExportWithFile(const QString& path) 
     mExportProgress->setValue(0);
     connect(mExportProgress, &QProgressDialog::canceled, mDocument,
             &TeskDocument::cancelFileExportOperation);
+    // The progress holds the window's keys, the menu bar's among them: with this window the
+    // only one, the Quit key would go nowhere. It asks to stop the export, as from elsewhere.
+    auto* quit = new QAction(mExportProgress);
+    quit->setShortcuts(quitKeys());
+    connect(quit, &QAction::triggered, this, &TeskDocumentWindowController::quit);
+    mExportProgress->addAction(quit);
     mExportProgress->show();
     mDocument->setFileExportDelegate(this);
     const QVariantMap options{{QStringLiteral("exportingWithLoop"), mExportingWithLoop},
@@ -963,6 +978,11 @@ void TeskDocumentWindowController::startLoopExportWithFile(const QString& path) 
         mExportProgress->deleteLater();
         mDocument->setFileExportDelegate(nullptr);
     }
+}
+
+void TeskDocumentWindowController::quit() {
+    if (mServices.quit)
+        mServices.quit();
 }
 
 void TeskDocumentWindowController::updateFileExportWithProgress(double progress) {

@@ -150,6 +150,8 @@ private:
     void startLoopExportWithFile(const QString& path);
     /// Whether to write over the document's own file, changed by someone else since.
     bool askReplaceChangedFile(const QString& path);
+    /// Quits Tesk as the application does it (each window asked in turn).
+    void quit();
     /// Whether to stop the running export so that the window can close.
     bool askStopExport();
     bool askReplaceFile(const QString& path);
