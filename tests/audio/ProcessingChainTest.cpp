@@ -12,17 +12,27 @@ using namespace tesk;
 
 namespace {
 
-/// Plays two prepared channels from their start.
+/// Plays two prepared channels from their start. Reaching `dryFrom`, it gives nothing for
+/// `dryFrames` asked for, then goes on where it stopped: a reader late after a seek, or on a
+/// machine too busy to read.
 class VectorSource : public ChainSource {
 public:
-    VectorSource(std::vector<float> left, std::vector<float> right)
+    VectorSource(std::vector<float> left, std::vector<float> right, std::size_t dryFrom = SIZE_MAX,
+                 std::size_t dryFrames = 0)
         : mLeft(std::move(left))
-        , mRight(std::move(right)) {}
+        , mRight(std::move(right))
+        , mDryFrom(dryFrom)
+        , mDryFrames(dryFrames) {}
 
     std::uint32_t supplyFrames(const AudioBufferList& buffers, std::uint32_t frameCount,
                                SourceRuns& runs) noexcept override {
+        if (mPosition >= mDryFrom && mRefused < mDryFrames) {
+            mRefused += frameCount;
+            return 0;
+        }
         const auto frames =
-            std::uint32_t(std::min<std::size_t>(frameCount, mLeft.size() - mPosition));
+            std::uint32_t(std::min({std::size_t(frameCount), mLeft.size() - mPosition,
+                                    mPosition < mDryFrom ? mDryFrom - mPosition : SIZE_MAX}));
         std::copy_n(mLeft.begin() + mPosition, frames, buffers.buffers[0].data);
         std::copy_n(mRight.begin() + mPosition, frames, buffers.buffers[1].data);
         runs.count = 1;
@@ -34,7 +44,10 @@ public:
 private:
     std::vector<float> mLeft;
     std::vector<float> mRight;
+    std::size_t mDryFrom;
+    std::size_t mDryFrames;
     std::size_t mPosition = 0;
+    std::size_t mRefused = 0;
 };
 
 struct Rendered {
@@ -65,62 +78,52 @@ float peak(const Rendered& out) {
 
 constexpr std::size_t kFrames = 44100 * 2;
 
+/// A chain playing two prepared channels from their start.
+struct PlayingChain {
+    PlayingChain(std::vector<float> left, std::vector<float> right,
+                 TimePitchQuality quality = TimePitchQuality::Standard)
+        : source(std::move(left), std::move(right))
+        , chain(44100.0, quality) {
+        chain.setSource(&source);
+    }
+    VectorSource source;
+    ProcessingChain chain;
+};
+
 /// A chain playing a 90 Hz tone, which passes the vocal remover whole, from its start at
 /// `rate`, with the vocal reduction on or off.
-struct LowToneChain {
+struct LowToneChain : PlayingChain {
     LowToneChain(float rate, bool removeVocals)
-        : source(test::sine(90.0, 0.5, kFrames), test::sine(90.0, 0.5, kFrames)) {
-        chain.setSource(&source);
+        : PlayingChain(test::sine(90.0, 0.5, kFrames), test::sine(90.0, 0.5, kFrames)) {
         chain.setRate(rate);
         chain.setRemoveVocals(removeVocals);
         chain.reset();
     }
-    VectorSource source;
-    ProcessingChain chain{44100.0, TimePitchQuality::Standard};
 };
 
-/// A 110 Hz tone at half scale that gives nothing for `dryFrames` asked for from `dryFrom` on,
-/// then goes on where it stopped.
-class RunningDry : public ChainSource {
-public:
-    RunningDry(std::int64_t dryFrom, std::int64_t dryFrames)
-        : mDryFrom(dryFrom)
-        , mDryFrames(dryFrames) {}
-    std::uint32_t supplyFrames(const AudioBufferList& buffers, std::uint32_t frameCount,
-                               SourceRuns& runs) noexcept override {
-        if (mPosition >= mDryFrom && mRefused < mDryFrames) {
-            mRefused += frameCount;
-            return 0;
-        }
-        const auto frames = std::uint32_t(
-            mPosition < mDryFrom ? std::min<std::int64_t>(frameCount, mDryFrom - mPosition)
-                                 : frameCount);
-        for (std::uint32_t i = 0; i < frames; ++i) {
-            const auto value = float(0.5 * std::sin(kStep * double(mPosition + i)));
-            buffers.buffers[0].data[i] = value;
-            buffers.buffers[1].data[i] = value;
-        }
-        runs.count = 1;
-        runs.runs[0] = {0, mPosition, 1};
-        mPosition += frames;
-        return frames;
+/// The first `frames` of an export of what `chain` plays, or all of it if it is shorter.
+Rendered exportStart(ProcessingChain& chain, std::size_t frames) {
+    Rendered out{std::vector<float>(frames), std::vector<float>(frames)};
+    chain.beginExport();
+    std::size_t done = 0;
+    while (done < frames) {
+        const std::uint32_t rendered = chain.renderForExport(
+            out.left.data() + done, out.right.data() + done, std::uint32_t(frames - done));
+        if (rendered == 0)
+            break;
+        done += rendered;
     }
-    static constexpr double kStep = 2.0 * M_PI * 110.0 / 44100.0;
-
-private:
-    std::int64_t mDryFrom;
-    std::int64_t mDryFrames;
-    std::int64_t mPosition = 0;
-    std::int64_t mRefused = 0;
-};
+    out.left.resize(done);
+    out.right.resize(done);
+    return out;
+}
 
 } // namespace
 
 TEST(ProcessingChain, PanMixComesAfterTheSpectrumAndLevelLast) {
     // Left carries 300 Hz, right 700 Hz.
-    ProcessingChain chain(44100.0, TimePitchQuality::Standard);
-    VectorSource source(test::sine(300.0, 0.5, kFrames), test::sine(700.0, 0.5, kFrames));
-    chain.setSource(&source);
+    PlayingChain playing(test::sine(300.0, 0.5, kFrames), test::sine(700.0, 0.5, kFrames));
+    ProcessingChain& chain = playing.chain;
     chain.setPanAdjust(true);
     chain.setPanAmount(0.0); // the left channel on both sides
     chain.setLevel(0.5f);
@@ -143,13 +146,10 @@ TEST(ProcessingChain, EqualizerAndVocalReductionFollowTheirSwitches) {
     const auto tones =
         test::mix(test::mix(test::sine(100.0, 0.3, kFrames), test::sine(5000.0, 0.3, kFrames)),
                   test::sine(8000.0, 0.3, kFrames));
-
     const auto rendered = [&](auto configure) {
-        ProcessingChain chain(44100.0, TimePitchQuality::Standard);
-        VectorSource source(tones, tones);
-        chain.setSource(&source);
-        configure(chain);
-        return render(chain, kFrames);
+        PlayingChain playing(tones, tones);
+        configure(playing.chain);
+        return render(playing.chain, kFrames);
     };
 
     // Bass only: the upper six bands cut by 20 dB.
@@ -186,14 +186,11 @@ TEST(ProcessingChain, EqualizerSettingsMadeWhileStoppedHoldFromTheFirstFrame) {
     const auto tone = test::sine(8000.0, 0.3, 44100);
     for (const bool changed : {false, true}) {
         SCOPED_TRACE(changed ? "changed after an earlier export" : "a new chain");
-        ProcessingChain chain(44100.0, TimePitchQuality::Standard);
-        VectorSource first(tone, tone);
-        chain.setSource(&first);
+        PlayingChain playing(tone, tone);
+        ProcessingChain& chain = playing.chain;
         if (changed) {
             chain.setEqualizerEnabled(true);
-            chain.beginExport();
-            std::vector<float> left(512), right(512);
-            chain.renderForExport(left.data(), right.data(), 512);
+            exportStart(chain, 512);
         }
         chain.setEqualizerGains({0, 0, 0, 0, 0, 0, 0, 0, -20, -20});
         chain.setEqualizerEnabled(true);
@@ -210,24 +207,14 @@ TEST(ProcessingChain, AnExportWithTheVocalReductionStartsAsOneWithout) {
     // A 90 Hz tone lies below the vocal remover's band and comes through it whole: from the
     // export's first frame, not faded in by the remover's first block.
     const auto tone = test::sine(90.0, 0.5, 44100);
-    const auto exportStart = [&](bool vocals) {
-        ProcessingChain chain(44100.0, TimePitchQuality::Standard);
-        VectorSource source(tone, tone);
-        chain.setSource(&source);
-        chain.setRemoveVocals(vocals);
-        chain.beginExport();
-        std::vector<float> left(2048), right(2048);
-        for (std::uint32_t done = 0; done < left.size();) {
-            const std::uint32_t rendered = chain.renderForExport(
-                left.data() + done, right.data() + done, std::uint32_t(left.size()) - done);
-            if (rendered == 0)
-                break;
-            done += rendered;
-        }
-        return left;
+    const auto exported = [&](bool vocals) {
+        PlayingChain playing(tone, tone);
+        playing.chain.setRemoveVocals(vocals);
+        return exportStart(playing.chain, 2048).left;
     };
-    const auto plain = exportStart(false);
-    const auto reduced = exportStart(true);
+    const auto plain = exported(false);
+    const auto reduced = exported(true);
+    ASSERT_EQ(reduced.size(), plain.size());
     float largestDifference = 0.0f;
     for (std::size_t i = 0; i < plain.size(); ++i)
         largestDifference = std::max(largestDifference, std::fabs(reduced[i] - plain[i]));
@@ -249,9 +236,8 @@ TEST(ProcessingChain, PanSwitchesAndMovesGlideWithoutAClick) {
                  {"pan off, out of phase", true, true, 0.5, false, true, 0.5}};
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
-        ProcessingChain chain(44100.0, TimePitchQuality::Standard);
-        VectorSource source(test::sine(300.0, 0.5, kFrames), test::sine(700.0, 0.5, kFrames));
-        chain.setSource(&source);
+        PlayingChain playing(test::sine(300.0, 0.5, kFrames), test::sine(700.0, 0.5, kFrames));
+        ProcessingChain& chain = playing.chain;
         chain.setPanAdjust(c.panBefore);
         chain.setOutOfPhase(c.outOfPhaseBefore);
         chain.setPanAmount(c.amountBefore);
@@ -277,25 +263,21 @@ TEST(ProcessingChain, ASourceThatRunsDryAndComesBackFadesOutAndInWithoutAClick) 
     // cut to silence and a cut back, both clicks; and a stream that runs dry soon after its
     // start (a fresh seek) plays its cut within a few blocks.
     const struct {
-        std::int64_t dryFrom, dryFrames;
+        std::size_t dryFrom, dryFrames;
     } cases[] = {{1000, 3000}, {30000, 5000}, {30000, 40}};
+    const auto tone = test::sine(110.0, 0.5, 2 * kFrames);
+    const double toneStep = 2.0 * M_PI * 110.0 / 44100.0;
     for (const auto& c : cases) {
         SCOPED_TRACE(c.dryFrom);
-        RunningDry source(c.dryFrom, c.dryFrames);
+        VectorSource source(tone, tone, c.dryFrom, c.dryFrames);
         ProcessingChain chain(44100.0, TimePitchQuality::Standard);
         chain.setSource(&source);
-        const Rendered out = render(chain, kFrames);
+        const Rendered rendered = render(chain, kFrames);
+        const auto out = std::span(rendered.left).subspan(256);
         // After the chain's start-up, no step larger than the tone's own (a fade moves by
         // about as much); a cut jumps by up to half scale.
-        EXPECT_LT(test::largestStep(std::span(out.left).subspan(256)),
-                  1.5 * 0.5 * RunningDry::kStep);
-        std::size_t quiet = 0;
-        std::size_t longestQuiet = 0;
-        for (const float sample : std::span(out.left).subspan(256)) {
-            quiet = std::fabs(sample) < 0.01f ? quiet + 1 : 0;
-            longestQuiet = std::max(longestQuiet, quiet);
-        }
-        EXPECT_GE(longestQuiet, std::size_t(c.dryFrames / 2)) << "the source ran dry";
+        EXPECT_LT(test::largestStep(out), 1.5 * 0.5 * toneStep);
+        EXPECT_GE(test::longestQuiet(out), std::size_t(c.dryFrames / 2)) << "the source ran dry";
     }
 }
 
@@ -305,12 +287,11 @@ TEST(ProcessingChain, PlaysAtTheExtremesOfSpeedAndPitch) {
     for (const float rate : {0.05f, 0.5f, 4.0f}) {
         for (const float cents : {-2400.0f, 0.0f, 2400.0f}) {
             SCOPED_TRACE(testing::Message() << "rate " << rate << " cents " << cents);
-            ProcessingChain chain(44100.0, TimePitchQuality::Standard);
-            VectorSource source(test::noise(0.3, kFrames * 4, 3), test::noise(0.3, kFrames * 4, 4));
-            chain.setSource(&source);
-            chain.setRate(rate);
-            chain.setPitchCents(cents);
-            const Rendered out = render(chain, 22050);
+            PlayingChain playing(test::noise(0.3, kFrames * 4, 3),
+                                 test::noise(0.3, kFrames * 4, 4));
+            playing.chain.setRate(rate);
+            playing.chain.setPitchCents(cents);
+            const Rendered out = render(playing.chain, 22050);
             EXPECT_LT(peak(out), 2.0f);
             EXPECT_GT(test::rms(std::span(out.left).subspan(11025)), 0.02);
         }
@@ -321,9 +302,8 @@ TEST(ProcessingChain, OutlandishSettingsCannotMakeItDeafeningOrSilenceItWithNaN)
     // What a damaged document or a script could ask for, none of which the controls allow.
     const float nan = std::numeric_limits<float>::quiet_NaN();
     const float huge = 1e30f;
-    ProcessingChain chain(44100.0, TimePitchQuality::Standard);
-    VectorSource source(test::noise(0.25, kFrames, 5), test::noise(0.25, kFrames, 6));
-    chain.setSource(&source);
+    PlayingChain playing(test::noise(0.25, kFrames, 5), test::noise(0.25, kFrames, 6));
+    ProcessingChain& chain = playing.chain;
     chain.setLevel(huge);
     chain.setLevel(nan);
     chain.setRate(nan);
@@ -384,9 +364,7 @@ TEST(ProcessingChain, ThePositionOfASliceFollowsWhatIsHeardAcrossSpeedChanges) {
     for (const auto& c : cases) {
         SCOPED_TRACE(testing::Message() << (c.quality == TimePitchQuality::Light ? "Light " : "")
                                         << "speeds " << testing::PrintToString(c.rates));
-        ProcessingChain chain(44100.0, c.quality);
-        VectorSource source(bursts, bursts);
-        chain.setSource(&source);
+        PlayingChain playing(bursts, bursts, c.quality);
         std::vector<float> heard;
         std::vector<SlicePosition> positions;
         const std::size_t slicesPerRate = 2 * 44100 / kSlice;
@@ -394,8 +372,8 @@ TEST(ProcessingChain, ThePositionOfASliceFollowsWhatIsHeardAcrossSpeedChanges) {
         std::vector<float> left(kSlice), right(kSlice);
         for (std::size_t slice = 0; slice < slices; ++slice) {
             if (slice % slicesPerRate == 0)
-                chain.setRate(c.rates[std::min(slice / slicesPerRate, c.rates.size() - 1)]);
-            chain.render(left.data(), right.data(), kSlice, &positions.emplace_back());
+                playing.chain.setRate(c.rates[std::min(slice / slicesPerRate, c.rates.size() - 1)]);
+            playing.chain.render(left.data(), right.data(), kSlice, &positions.emplace_back());
             heard.insert(heard.end(), left.begin(), left.end());
         }
 
@@ -447,35 +425,26 @@ TEST(ProcessingChain, CopiesTheEqualizerWholeWhileTheMainThreadSetsIt) {
 TEST(ProcessingChain, VocalReductionSwitchesAndSeeksNeitherClickNorBringBackOldSound) {
     // A 90 Hz tone lies below the band the remover works on: it comes through whole, a block
     // and a half late. A switch either way may not cut it.
-    const auto low = test::sine(90.0, 0.5, kFrames);
     const double lowStep = 2.0 * M_PI * 90.0 / 44100.0 * 0.5;
     for (const bool on : {true, false}) {
         SCOPED_TRACE(on ? "switched on" : "switched off");
-        ProcessingChain chain(44100.0, TimePitchQuality::Standard);
-        VectorSource source(low, low);
-        chain.setSource(&source);
-        chain.setRemoveVocals(!on);
-        chain.reset();
-        const Rendered before = render(chain, 8192);
-        chain.setRemoveVocals(on);
-        const Rendered after = render(chain, 8192);
+        LowToneChain playing(1.0f, !on);
+        const Rendered before = render(playing.chain, 8192);
+        playing.chain.setRemoveVocals(on);
+        const Rendered after = render(playing.chain, 8192);
         std::vector<float> heard(before.left.end() - 2048, before.left.end());
         heard.insert(heard.end(), after.left.begin(), after.left.end());
         EXPECT_LT(test::largestStep(heard), 2.0 * lowStep);
     }
 
     // A seek to an 8 kHz tone, above the band: nothing of the 90 Hz tone comes after it.
-    ProcessingChain chain(44100.0, TimePitchQuality::Standard);
-    VectorSource source(low, low);
-    chain.setSource(&source);
-    chain.setRemoveVocals(true);
-    chain.reset();
-    render(chain, 8192);
+    LowToneChain playing(1.0f, true);
+    render(playing.chain, 8192);
     const auto high = test::sine(8000.0, 0.5, kFrames);
     VectorSource sought(high, high);
-    chain.setSource(&sought);
-    chain.reset();
-    const Rendered after = render(chain, 8192);
+    playing.chain.setSource(&sought);
+    playing.chain.reset();
+    const Rendered after = render(playing.chain, 8192);
     EXPECT_LT(test::toneAmplitude(std::span(after.left).first(4096), 90.0), 0.01);
     EXPECT_NEAR(test::toneAmplitude(std::span(after.left).last(4096), 8000.0), 0.5, 0.05);
 }

@@ -58,6 +58,10 @@ struct ManualPlayer {
             return made;
         });
     }
+    ~ManualPlayer() {
+        if (player.isFilePlaying())
+            player.stopFilePlaying();
+    }
 
     /// Pulls device periods as soon as the rendering thread has one ready: as fast as the
     /// machine renders, and never into an empty ring, however loaded the machine is.
@@ -72,9 +76,19 @@ struct ManualPlayer {
 
     /// Waits until the rendering thread has a period ready for the device.
     void waitForAPeriod() const {
-        constexpr std::uint64_t kBlocksPerPeriod =
-            TeskSoundDevice::kDefaultBufferFrames / AheadRenderer::kBlockFrames;
-        for (int wait = 0; wait < 20000 && ahead->leadBlocks() < kBlocksPerPeriod; ++wait)
+        waitUntil([this] {
+            return ahead->leadBlocks() >=
+                   TeskSoundDevice::kDefaultBufferFrames / AheadRenderer::kBlockFrames;
+        });
+    }
+
+    /// Waits, at most two seconds, until the ring holds `blocks`.
+    void waitForQueued(std::uint64_t blocks) const {
+        waitUntil([&] { return ahead->queuedBlocks() >= blocks; });
+    }
+
+    static void waitUntil(const std::function<bool()>& condition) {
+        for (int wait = 0; wait < 20000 && !condition(); ++wait)
             std::this_thread::sleep_for(std::chrono::microseconds(100));
     }
 
@@ -82,8 +96,7 @@ struct ManualPlayer {
     /// waits for its last period.
     void stopWhileTheDevicePulls() {
         std::thread pulling([this] {
-            for (int wait = 0; wait < 20000 && device->pullAsAsked; ++wait)
-                std::this_thread::sleep_for(std::chrono::microseconds(100));
+            waitUntil([this] { return !device->pullAsAsked; });
             while (device->isRunning()) {
                 device->pull();
                 std::this_thread::sleep_for(std::chrono::milliseconds(2));
@@ -115,6 +128,17 @@ struct ManualPlayer {
             play(1);
         while (++periods < 100 && !reports.back());
         return reports.back();
+    }
+
+    /// The source frame first reported heard from here on (0 if none is).
+    double heardFrame() {
+        return playUntilReported().value_or(AheadRenderer::HeardPosition{}).sourceFrame;
+    }
+
+    /// Plays from `frame`.
+    void startAt(qint64 frame) {
+        player.setCurrentFrame(frame);
+        player.startFilePlaying();
     }
 
     TeskExtendedAudioFilePlayer player;
@@ -210,34 +234,6 @@ bool waitFor(const std::function<bool()>& condition) {
 }
 } // namespace
 
-TEST(AheadRenderer, ARingThatRunsDryFadesOutWhereverThePeriodStands) {
-    // The ring runs dry `into` frames into a period: at its start, with nothing of the period
-    // to fade, or too few frames into it for a fade of its own.
-    for (const std::uint32_t into : {0u, 8u}) {
-        SCOPED_TRACE(into);
-        ProcessingChain chain(44100.0, TimePitchQuality::Standard);
-        AheadRenderer ahead(chain);
-        StallingTone tone(ahead);
-        chain.setSource(&tone);
-        ManualSoundDevice device(ahead);
-        ahead.start(device);
-        ASSERT_TRUE(waitFor([&] { return ahead.queuedBlocks() == AheadRenderer::kLeadBlocks; }));
-        tone.stall = true;
-        device.pull(AheadRenderer::kBlockFrames); // room for one more block, which stalls
-        ASSERT_TRUE(waitFor([&] { return tone.held.load(); }));
-        const auto left = std::uint32_t(ahead.queuedBlocks() * AheadRenderer::kBlockFrames);
-        device.pull(left - into);
-        device.pull(AheadRenderer::kBlockFrames);
-        EXPECT_EQ(ahead.underrunCount(), 1u);
-        tone.resume = true;
-        ahead.stop();
-        // After the start's fade-in, no step may be larger than the tone's own: a cut to
-        // silence jumps by up to half scale.
-        EXPECT_LT(test::largestStep(std::span(device.left).subspan(128)),
-                  1.5 * 0.5 * StallingTone::kStep);
-    }
-}
-
 /// A tone played by hand through a renderer, period by period.
 struct ManualRenderer {
     ManualRenderer() {
@@ -253,6 +249,18 @@ struct ManualRenderer {
     void pullWhenAhead(std::uint64_t blocks = kPeriod / AheadRenderer::kBlockFrames) {
         EXPECT_TRUE(waitFor([&] { return ahead.leadBlocks() >= blocks; }));
         device.pull();
+    }
+    /// Plays four periods, then waits for the renderer's whole lead; whether it came.
+    bool playAhead() {
+        for (int period = 0; period < 4; ++period)
+            pullWhenAhead();
+        return waitFor([&] { return ahead.leadBlocks() == AheadRenderer::kLeadBlocks; });
+    }
+    /// Stalls the tone on the next block the device makes room for; whether it is held there.
+    bool stallNextBlock() {
+        tone.stall = true;
+        device.pull(AheadRenderer::kBlockFrames);
+        return waitFor([&] { return tone.held.load(); });
     }
     /// After a seek: pulls periods, each once the renderer has filled what room it has, until
     /// the device reports what it started to play.
@@ -273,6 +281,28 @@ struct ManualRenderer {
     StallingTone tone{ahead};
     ManualSoundDevice device{ahead};
 };
+
+TEST(AheadRenderer, ARingThatRunsDryFadesOutWhereverThePeriodStands) {
+    // The ring runs dry `into` frames into a period: at its start, with nothing of the period
+    // to fade, or too few frames into it for a fade of its own.
+    for (const std::uint32_t into : {0u, 8u}) {
+        SCOPED_TRACE(into);
+        ManualRenderer manual;
+        ASSERT_TRUE(
+            waitFor([&] { return manual.ahead.queuedBlocks() == AheadRenderer::kLeadBlocks; }));
+        ASSERT_TRUE(manual.stallNextBlock());
+        const auto left = std::uint32_t(manual.ahead.queuedBlocks() * AheadRenderer::kBlockFrames);
+        manual.device.pull(left - into);
+        manual.device.pull(AheadRenderer::kBlockFrames);
+        EXPECT_EQ(manual.ahead.underrunCount(), 1u);
+        manual.tone.resume = true;
+        manual.ahead.stop();
+        // After the start's fade-in, no step may be larger than the tone's own: a cut to
+        // silence jumps by up to half scale.
+        EXPECT_LT(test::largestStep(std::span(manual.device.left).subspan(128)),
+                  1.5 * 0.5 * StallingTone::kStep);
+    }
+}
 
 TEST(AheadRenderer, ASeekFromTheDevicesNextFrameSkipsWhatItWasHandedMeanwhile) {
     // A loop changed while playing renders the sound on its way again from the frame the device
@@ -303,11 +333,9 @@ TEST(AheadRenderer, TheOldSoundPlaysOnUntilAPeriodOfTheSoughtOneIsReady) {
     // at once, the old one would leave silence until the next period. The old tone goes on
     // instead, and the new one follows from the frame sought once it is ready.
     ManualRenderer manual;
-    for (int period = 0; period < 4; ++period)
-        manual.pullWhenAhead();
     // The old sound's lead whole, and no block of it being rendered as the seek comes (one
     // would be cut short by it).
-    ASSERT_TRUE(waitFor([&] { return manual.ahead.leadBlocks() == AheadRenderer::kLeadBlocks; }));
+    ASSERT_TRUE(manual.playAhead());
     constexpr std::int64_t kSought = 44100;
     manual.tone.seek(kSought);
     manual.tone.stallAtLead = 1;
@@ -317,13 +345,8 @@ TEST(AheadRenderer, TheOldSoundPlaysOnUntilAPeriodOfTheSoughtOneIsReady) {
     const std::size_t waited = manual.device.left.size();
     manual.device.pull();
     // The tone crosses zero in a few frames; silence would stay there.
-    std::size_t quiet = 0;
-    std::size_t longestQuiet = 0;
-    for (std::size_t i = waited; i < manual.device.left.size(); ++i) {
-        quiet = std::fabs(manual.device.left[i]) < 0.01f ? quiet + 1 : 0;
-        longestQuiet = std::max(longestQuiet, quiet);
-    }
-    EXPECT_LT(longestQuiet, 8u) << "the old tone, without a gap";
+    EXPECT_LT(test::longestQuiet(std::span(manual.device.left).subspan(waited)), 8u)
+        << "the old tone, without a gap";
     manual.tone.resume = true;
     const std::optional<AheadRenderer::HeardPosition> heard = manual.pullUntilHeard();
     ASSERT_TRUE(heard);
@@ -339,13 +362,8 @@ TEST(AheadRenderer, AnOldSoundThatEndsBeforeTheSoughtOneIsReadyFadesOutOrHandsOv
     for (const bool between : {false, true}) {
         SCOPED_TRACE(between ? "a seek in between" : "one seek");
         ManualRenderer manual;
-        for (int period = 0; period < 4; ++period)
-            manual.pullWhenAhead();
-        ASSERT_TRUE(
-            waitFor([&] { return manual.ahead.leadBlocks() == AheadRenderer::kLeadBlocks; }));
-        manual.tone.stall = true;
-        manual.device.pull(AheadRenderer::kBlockFrames); // room for a block, which stalls
-        ASSERT_TRUE(waitFor([&] { return manual.tone.held.load(); }));
+        ASSERT_TRUE(manual.playAhead());
+        ASSERT_TRUE(manual.stallNextBlock());
         const auto queued = std::uint32_t(manual.ahead.queuedBlocks());
         manual.device.pull((queued - 2) * AheadRenderer::kBlockFrames);
         if (between) {
@@ -367,13 +385,7 @@ TEST(AheadRenderer, AnOldSoundThatEndsBeforeTheSoughtOneIsReadyFadesOutOrHandsOv
         // the tone at two phases by the steps of both at once.
         EXPECT_LT(test::largestStep(heard), (between ? 2.5 : 1.5) * 0.5 * StallingTone::kStep);
         if (between) {
-            std::size_t quiet = 0;
-            std::size_t longestQuiet = 0;
-            for (const float sample : heard) {
-                quiet = std::fabs(sample) < 0.01f ? quiet + 1 : 0;
-                longestQuiet = std::max(longestQuiet, quiet);
-            }
-            EXPECT_LT(longestQuiet, 16u) << "the sound sought in between plays on";
+            EXPECT_LT(test::longestQuiet(heard), 16u) << "the sound sought in between plays on";
         }
     }
 }
@@ -414,10 +426,11 @@ TEST(TeskExtendedAudioFilePlayer, APausedSongLetsGoOfTheDeviceAfterAWhileAndPlay
     TeskExtendedAudioFilePlayer player(MemorySong::sine(44100 * 10, 440.0, 0.5), false);
     TeskOutputAudioUnit* output = player.outputAudioUnit();
     int opened = 0;
-    output->setSoundDeviceFactory([&](AudioRenderer& renderer) {
+    const auto openDevice = [&](AudioRenderer& renderer) {
         ++opened;
         return std::make_unique<ManualSoundDevice>(renderer); // one with speakers
-    });
+    };
+    output->setSoundDeviceFactory(openDevice);
     output->setIdleDeviceMilliseconds(100);
     // Played again at once, a paused song keeps its device; left paused, it lets go of it.
     player.startFilePlaying();
@@ -430,10 +443,7 @@ TEST(TeskExtendedAudioFilePlayer, APausedSongLetsGoOfTheDeviceAfterAWhileAndPlay
     EXPECT_TRUE(output->hasSoundOutput()) << "the last device's answer, kept";
     output->useSilentDevice(); // until the next start, no device to play to
     EXPECT_FALSE(output->hasSoundOutput());
-    output->setSoundDeviceFactory([&](AudioRenderer& renderer) {
-        ++opened;
-        return std::make_unique<ManualSoundDevice>(renderer);
-    });
+    output->setSoundDeviceFactory(openDevice);
     player.startFilePlaying();
     EXPECT_EQ(opened, 2);
     EXPECT_TRUE(player.isFilePlaying());
@@ -481,13 +491,10 @@ TEST(TeskExtendedAudioFilePlayer, TheReportedPositionIsTheFrameBeingHeard) {
         ManualPlayer manual(bursts(44100 * 8, first, spacing));
         manual.player.setPlaybackSpeed(speed);
         manual.player.setVocalRemoval(vocals);
-        manual.player.setCurrentFrame(speed < 0 ? 44100 * 6 : 0);
-        manual.player.startFilePlaying();
+        manual.startAt(speed < 0 ? 44100 * 6 : 0);
         manual.play(200);
         EXPECT_EQ(manual.player.outputAudioUnit()->underrunCount(), 0u);
-
         const auto centres = burstCentres(manual.device->left);
-
         ASSERT_GE(centres.size(), 4u);
         const std::uint32_t period = TeskSoundDevice::kDefaultBufferFrames;
         const double tolerance = 441.0 * std::min(1.0, double(std::fabs(speed)));
@@ -518,8 +525,7 @@ TEST(TeskExtendedAudioFilePlayer, TheReportedPositionIsTheFrameBeingHeard) {
         // A seek makes the old report stale at once; the next period reports the new place.
         manual.player.setCurrentFrame(22050);
         EXPECT_FALSE(manual.player.heardPosition().has_value());
-        EXPECT_NEAR(manual.playUntilReported().value_or(AheadRenderer::HeardPosition{}).sourceFrame,
-                    22050.0, 1.0);
+        EXPECT_NEAR(manual.heardFrame(), 22050.0, 1.0);
         manual.player.stopFilePlaying();
         EXPECT_FALSE(manual.player.heardPosition().has_value());
     }
@@ -551,7 +557,6 @@ TEST(TeskExtendedAudioFilePlayer, ALoopEndPutIntoTheSoundOnItsWayIsWhereItWraps)
         const double sineStep = 2.0 * M_PI * 440.0 / 44100.0 * 0.5;
         EXPECT_LT(test::largestStep(std::span(manual.device->left).subspan(changed)),
                   1.5 * sineStep);
-        manual.player.stopFilePlaying();
     }
 }
 
@@ -577,8 +582,7 @@ TEST(TeskExtendedAudioFilePlayer, ALoopDraggedWhilePlayingGoesOnWithoutRepeating
         manual.player.setLoopRange({0, 44100 * 8});
         if (drag.reverse)
             manual.player.setPlaybackSpeed(-1.0f);
-        manual.player.setCurrentFrame(44100 * 4);
-        manual.player.startFilePlaying();
+        manual.startAt(44100 * 4);
         manual.play(20);
         const qint64 start = manual.player.currentFrame();
         for (int move = 0; move < kMoves; ++move) {
@@ -590,7 +594,6 @@ TEST(TeskExtendedAudioFilePlayer, ALoopDraggedWhilePlayingGoesOnWithoutRepeating
         }
         const double moved = double(manual.player.currentFrame() - start) * (drag.reverse ? -1 : 1);
         EXPECT_NEAR(moved, kMoves * drag.periodsPerMove * kPeriod, 2 * kPeriod);
-        manual.player.stopFilePlaying();
     }
 }
 
@@ -601,8 +604,7 @@ TEST(TeskExtendedAudioFilePlayer, WhereTheSoundGoesOnFromIsInsideAShortLoopAfter
     ManualPlayer manual(MemorySong::sine(44100 * 4, 440.0, 0.5));
     manual.player.setLooping(true);
     manual.player.setLoopRange({std::uint32_t(kStart), std::uint32_t(kLength)});
-    manual.player.setCurrentFrame(kStart);
-    manual.player.startFilePlaying();
+    manual.startAt(kStart);
     manual.playUntilReported();
     for (int period = 0; period < 24; ++period) {
         manual.play(1);
@@ -610,7 +612,6 @@ TEST(TeskExtendedAudioFilePlayer, WhereTheSoundGoesOnFromIsInsideAShortLoopAfter
         const auto handed = qint64(manual.device->left.size());
         EXPECT_NEAR(next, kStart + handed % kLength, 2) << period;
     }
-    manual.player.stopFilePlaying();
 }
 
 TEST(TeskExtendedAudioFilePlayer, TurnedRoundWhilePlayingItGoesBackFromWhereTheSoundHadGot) {
@@ -621,8 +622,7 @@ TEST(TeskExtendedAudioFilePlayer, TurnedRoundWhilePlayingItGoesBackFromWhereTheS
         SCOPED_TRACE(before);
         ManualPlayer manual(MemorySong::sine(44100 * 8, 440.0, 0.5));
         manual.player.setPlaybackSpeed(before);
-        manual.player.setCurrentFrame(44100 * 4);
-        manual.player.startFilePlaying();
+        manual.startAt(44100 * 4);
         manual.playUntilReported();
         manual.play(4);
         const double heard = manual.reports.back().value().sourceFrame;
@@ -631,7 +631,6 @@ TEST(TeskExtendedAudioFilePlayer, TurnedRoundWhilePlayingItGoesBackFromWhereTheS
         ASSERT_TRUE(turned);
         EXPECT_NEAR(turned->sourceFrame, heard + 2 * kPeriod * before, 8.0);
         EXPECT_EQ(turned->sourceStep, -before);
-        manual.player.stopFilePlaying();
     }
 }
 
@@ -645,12 +644,10 @@ TEST(TeskExtendedAudioFilePlayer, ASeekIsHeardFromTheFrameSought) {
         song->decodeOnlyUpTo(44100 * 2);
         ManualPlayer manual(song);
         manual.player.setPlaybackSpeed(speed);
-        manual.player.setCurrentFrame(44100 * 2 - 1000);
-        manual.player.startFilePlaying();
+        manual.startAt(44100 * 2 - 1000);
         manual.play(8); // past the decoded frames: the reader has run dry
         manual.player.setCurrentFrame(22050);
-        EXPECT_NEAR(manual.playUntilReported().value_or(AheadRenderer::HeardPosition{}).sourceFrame,
-                    22050.0, 1.0);
+        EXPECT_NEAR(manual.heardFrame(), 22050.0, 1.0);
 
         // Sought where decoding has not reached: the position stays where it was sent until
         // the frames there are heard, never at the song's start.
@@ -662,7 +659,6 @@ TEST(TeskExtendedAudioFilePlayer, ASeekIsHeardFromTheFrameSought) {
         const auto report = manual.playUntilReported().value_or(AheadRenderer::HeardPosition{});
         EXPECT_NEAR(report.sourceFrame, 44100.0 * 3, 1.0);
         EXPECT_EQ(report.sourceStep, speed);
-        manual.player.stopFilePlaying();
     }
 }
 
@@ -680,8 +676,7 @@ TEST(TeskExtendedAudioFilePlayer, AStartOrASeekBeginsAtTheLevelOfTheMusicThere) 
         ManualPlayer manual(MemorySong::sine(44100 * 4, 1000.0, 0.5));
         manual.player.setPlaybackSpeed(setting.speed);
         manual.player.setPlaybackPitchInSemitones(setting.semitones);
-        manual.player.setCurrentFrame(44100 * 2);
-        manual.player.startFilePlaying();
+        manual.startAt(44100 * 2);
         for (const qint64 seek : {qint64(0), qint64(44100 * 3)}) {
             const std::size_t from = manual.device->left.size();
             if (seek > 0)
@@ -693,10 +688,9 @@ TEST(TeskExtendedAudioFilePlayer, AStartOrASeekBeginsAtTheLevelOfTheMusicThere) 
                     std::span(manual.device->left).subspan(from + window * kWindow, kWindow), tone);
             };
             EXPECT_GT(level(0), 0.3) << "faded in from " << from;
-            EXPECT_GT(level(1), 0.45) << from;
-            EXPECT_GT(level(2), 0.45) << from;
+            for (const std::size_t window : {1, 2})
+                EXPECT_GT(level(window), 0.45) << from;
         }
-        manual.player.stopFilePlaying();
     }
 }
 
@@ -709,8 +703,7 @@ TEST(TeskExtendedAudioFilePlayer, PlayingOnAfterAPauseGoesOnWhereTheSoundStopped
         SCOPED_TRACE(speed);
         ManualPlayer manual(MemorySong::sine(44100 * 4, 440.0, 0.5));
         manual.player.setPlaybackSpeed(speed);
-        manual.player.setCurrentFrame(44100 * 2);
-        manual.player.startFilePlaying();
+        manual.startAt(44100 * 2);
         manual.play(8);
         const std::size_t fadedFrom = manual.pauseAsTheDeviceTakesAPeriod();
         EXPECT_GE(fadedFrom, 9 * period); // the period taken as the stop came was heard whole
@@ -720,10 +713,8 @@ TEST(TeskExtendedAudioFilePlayer, PlayingOnAfterAPauseGoesOnWhereTheSoundStopped
         manual.player.setCurrentFrame(44100);
         manual.player.stopFilePlaying();
         EXPECT_EQ(manual.player.currentFrame(), 44100);
-        manual.player.setCurrentFrame(qint64(stoppedAt));
-        manual.player.startFilePlaying();
-        EXPECT_NEAR(manual.playUntilReported().value_or(AheadRenderer::HeardPosition{}).sourceFrame,
-                    stoppedAt, 2.0);
+        manual.startAt(qint64(stoppedAt));
+        EXPECT_NEAR(manual.heardFrame(), stoppedAt, 2.0);
         // Paused before the device was handed anything of a seek, it stays where it was sent.
         manual.player.setCurrentFrame(44100 * 3);
         manual.player.stopFilePlaying();
@@ -732,8 +723,7 @@ TEST(TeskExtendedAudioFilePlayer, PlayingOnAfterAPauseGoesOnWhereTheSoundStopped
     {
         // Near the end, where the reader is done with the song before its end is heard.
         ManualPlayer nearEnd(MemorySong::sine(44100, 440.0, 0.5));
-        nearEnd.player.setCurrentFrame(44100 - 8 * period);
-        nearEnd.player.startFilePlaying();
+        nearEnd.startAt(44100 - 8 * period);
         nearEnd.play(2);
         const std::size_t fadedFrom = nearEnd.pauseAsTheDeviceTakesAPeriod();
         EXPECT_EQ(nearEnd.player.currentFrame(), qint64(44100 - 8 * period + fadedFrom));
@@ -756,18 +746,13 @@ TEST(TeskExtendedAudioFilePlayer, PlayingOnAfterAPauseGoesOnWhereTheSoundStopped
 
 TEST(TeskExtendedAudioFilePlayer, AfterAStopInTheMiddleOfABlockPlaysFromWhereItStarts) {
     ManualPlayer manual(MemorySong::sine(44100 * 2, 440.0, 0.5));
-    manual.player.setCurrentFrame(1000);
-    manual.player.startFilePlaying();
+    manual.startAt(1000);
     manual.playUntilReported();
-    for (int wait = 0; wait < 20000 && manual.ahead->queuedBlocks() < 2; ++wait)
-        std::this_thread::sleep_for(std::chrono::microseconds(100));
+    manual.waitForQueued(2);
     manual.device->pull(300); // a period that ends inside a block
     manual.player.stopFilePlaying();
-    manual.player.setCurrentFrame(30000);
-    manual.player.startFilePlaying();
-    EXPECT_NEAR(manual.playUntilReported().value_or(AheadRenderer::HeardPosition{}).sourceFrame,
-                30000.0, 1.0);
-    manual.player.stopFilePlaying();
+    manual.startAt(30000);
+    EXPECT_NEAR(manual.heardFrame(), 30000.0, 1.0);
 }
 
 TEST(TeskExtendedAudioFilePlayer, StartsSeeksAndStopsWithoutAClick) {
@@ -784,31 +769,24 @@ TEST(TeskExtendedAudioFilePlayer, StartsSeeksAndStopsWithoutAClick) {
         ManualPlayer manual(std::make_shared<MemorySong>(tone.left, tone.right));
         manual.player.setPlaybackSpeed(speed);
         manual.player.setVocalRemoval(vocals);
-        manual.player.setCurrentFrame(44100 + 17);
-        manual.player.startFilePlaying();
+        manual.startAt(44100 + 17);
         manual.play(8);
-        // As in playback at the device's pace, the ring is full when a seek comes.
-        const auto fillRing = [&] {
-            for (int wait = 0;
-                 wait < 20000 && manual.ahead->queuedBlocks() < AheadRenderer::kLeadBlocks; ++wait)
-                std::this_thread::sleep_for(std::chrono::microseconds(100));
-        };
-        for (const qint64 frame : {44100 * 3 + 31, 44100 * 2 + 5, 44100 + 50}) {
-            fillRing();
+        // Each seek played for `periods`; the last but one, at the tone's peak, for one only
+        // before the next.
+        for (const auto& [frame, periods] : {std::pair{44100 * 3 + 31, 8},
+                                             {44100 * 2 + 5, 8},
+                                             {44100 + 50, 8},
+                                             {44100 * 3 + 25, 1},
+                                             {44100 * 2 + 77, 8}}) {
+            // As in playback at the device's pace, the ring is full when a seek comes.
+            manual.waitForQueued(AheadRenderer::kLeadBlocks);
             manual.player.setCurrentFrame(frame);
             const std::size_t sought = manual.device->left.size();
-            manual.play(8);
+            manual.play(periods);
             const std::span after(manual.device->left);
             EXPECT_GT(test::rms(after.subspan(sought + AheadRenderer::kSeekFadeFrames, 256)), 0.2);
         }
-        // Sought again after a single period of the last seek's sound.
-        fillRing();
-        manual.player.setCurrentFrame(44100 * 3 + 25); // the tone at its peak
-        manual.play(1);
-        fillRing();
-        manual.player.setCurrentFrame(44100 * 2 + 77);
-        manual.play(8);
-        fillRing();
+        manual.waitForQueued(AheadRenderer::kLeadBlocks);
         manual.stopWhileTheDevicePulls();
         std::vector<float> heard{0.0f}; // the silence before the start
         heard.insert(heard.end(), manual.device->left.begin(), manual.device->left.end());
@@ -822,8 +800,7 @@ TEST(TeskExtendedAudioFilePlayer, TellsTheEndOfTheSongOnceAndPlaysSilenceAfterIt
     ManualPlayer manual(MemorySong::sine(20000, 440.0, 0.5));
     RecordingDelegate delegate;
     manual.player.setDelegate(&delegate);
-    manual.player.setCurrentFrame(15000);
-    manual.player.startFilePlaying();
+    manual.startAt(15000);
     // Period by period, with the player looking (every 20 ms) in between.
     const auto& heard = manual.device->left;
     for (int periods = 0; delegate.ends == 0 && periods < 200; ++periods) {

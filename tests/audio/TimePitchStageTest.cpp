@@ -10,6 +10,7 @@
 #include <cmath>
 #include <functional>
 #include <span>
+#include <string>
 #include <vector>
 
 namespace {
@@ -22,8 +23,20 @@ using tesk::TimePitchStage;
 constexpr std::uint32_t kSlice = 512;
 constexpr TimePitchQuality kQualities[] = {TimePitchQuality::Standard, TimePitchQuality::Light};
 
-const char* name(TimePitchQuality quality) {
-    return quality == TimePitchQuality::Standard ? "Standard" : "Light";
+struct Setting {
+    double rate;
+    double cents;
+};
+
+void set(TimePitchStage& stage, Setting setting) {
+    stage.setRate(setting.rate);
+    stage.setPitchCents(setting.cents);
+}
+
+std::string describe(TimePitchQuality quality, Setting setting) {
+    return (testing::Message() << (quality == TimePitchQuality::Standard ? "Standard" : "Light")
+                               << " at " << setting.rate << ", " << setting.cents << " cents")
+        .GetString();
 }
 
 // Plays a fixed signal once from `start`, then runs short; counts what it handed out. Frames
@@ -87,6 +100,12 @@ Stereo render(TimePitchStage& stage, TimePitchStage::Source& source, std::size_t
     return output;
 }
 
+Stereo render(TimePitchStage& stage, Stereo song, std::size_t frames,
+              const std::function<void(std::size_t)>& beforeSlice = {}) {
+    SignalSource source(std::move(song));
+    return render(stage, source, frames, beforeSlice);
+}
+
 // Renders to the end of the source, as an export does.
 Stereo renderToEnd(TimePitchStage& stage, TimePitchStage::Source& source) {
     Stereo output;
@@ -120,64 +139,66 @@ double measuredFrequency(std::span<const float> samples) {
     return crossings > 1 ? (crossings - 1) * kSampleRate / (last - first) : 0.0;
 }
 
+// Runs `check` on a new stage of each quality at each setting.
+void forEachStage(std::span<const Setting> settings,
+                  const std::function<void(TimePitchStage&, TimePitchQuality, Setting)>& check) {
+    for (const TimePitchQuality quality : kQualities) {
+        for (const Setting& setting : settings) {
+            SCOPED_TRACE(describe(quality, setting));
+            TimePitchStage stage(kSampleRate, quality);
+            set(stage, setting);
+            check(stage, quality, setting);
+        }
+    }
+}
+
 TEST(TimePitchStage, ShiftsPitchWithoutChangingSpeedAndSpeedWithoutChangingPitch) {
     // Three seconds of 440 Hz: an octave up or down they still last three seconds exactly; at
     // half speed six and at double speed one and a half, to within a few milliseconds, still at
     // 440 Hz. The level holds to the last tenth of a second: where the song ends there (nothing
     // of the stretcher's tail is lost), and where it goes on past them (the stretcher reads what
     // follows rather than silence, so the end does not fade).
-    const struct {
-        double rate;
-        double cents;
-        double frequency;
-        std::size_t songFrames;
-    } cases[] = {{1.0, 1200.0, 880.0, 4 * 44100},  {1.0, -1200.0, 220.0, 4 * 44100},
-                 {0.5, 0.0, 440.0, 3 * 44100},     {2.0, 0.0, 440.0, 3 * 44100},
-                 {2.0, -2400.0, 110.0, 4 * 44100}, {0.5, 2400.0, 1760.0, 4 * 44100}};
+    const Setting settings[] = {{1.0, 1200.0}, {1.0, -1200.0}, {0.5, 0.0},
+                                {2.0, 0.0},    {2.0, -2400.0}, {0.5, 2400.0}};
     const double inputDb = rmsDb(sine(440.0, 0.5, 44100));
-    for (const TimePitchQuality quality : kQualities) {
-        for (const auto& c : cases) {
-            SCOPED_TRACE(testing::Message() << name(quality) << " at " << c.rate << ", " << c.cents
-                                            << " cents, song of " << c.songFrames);
-            TimePitchStage stage(kSampleRate, quality);
-            stage.setRate(c.rate);
-            stage.setPitchCents(c.cents);
-            SignalSource source(Stereo::centred(sine(440.0, 0.5, c.songFrames)), 3 * 44100);
-            const Stereo output = renderToEnd(stage, source);
-            const auto steady = std::span(output.left).subspan(22050, 44100);
-            EXPECT_NEAR(measuredFrequency(steady), c.frequency, c.frequency * 0.005);
-            EXPECT_NEAR(rmsDb(steady), inputDb, 1.5);
-            EXPECT_NEAR(double(output.left.size()), 3.0 * 44100.0 / c.rate,
-                        c.rate == 1.0 ? 0.0 : 132.0);
-            const double endDb = rmsDb(std::span(output.left).last(4410));
-            if (c.songFrames == 3 * 44100) {
-                EXPECT_NEAR(endDb, inputDb, 1.5);
-                continue;
-            }
-            // The lighter engine's level wavers on a steady tone: the end is measured against
-            // the quietest tenth of a second before it (the first aside, where it settles).
-            double quietestDb = inputDb;
-            for (std::size_t at = 4410; at + 2 * 4410 <= output.left.size(); at += 4410)
-                quietestDb = std::min(quietestDb, rmsDb(std::span(output.left).subspan(at, 4410)));
-            EXPECT_GE(endDb, quietestDb - 0.25);
+    forEachStage(settings, [&](TimePitchStage& stage, TimePitchQuality, Setting setting) {
+        // The song ends with the range where only the speed changes, and goes on past it where
+        // the pitch does.
+        const bool songEnds = setting.cents == 0.0;
+        SignalSource source(Stereo::centred(sine(440.0, 0.5, (songEnds ? 3 : 4) * 44100)),
+                            3 * 44100);
+        const Stereo output = renderToEnd(stage, source);
+        const auto steady = std::span(output.left).subspan(22050, 44100);
+        const double frequency = 440.0 * std::exp2(setting.cents / 1200.0);
+        EXPECT_NEAR(measuredFrequency(steady), frequency, frequency * 0.005);
+        EXPECT_NEAR(rmsDb(steady), inputDb, 1.5);
+        EXPECT_NEAR(double(output.left.size()), 3.0 * 44100.0 / setting.rate,
+                    setting.rate == 1.0 ? 0.0 : 132.0);
+        const double endDb = rmsDb(std::span(output.left).last(4410));
+        if (songEnds) {
+            EXPECT_NEAR(endDb, inputDb, 1.5);
+            return;
         }
-    }
+        // The lighter engine's level wavers on a steady tone: the end is measured against
+        // the quietest tenth of a second before it (the first aside, where it settles).
+        double quietestDb = inputDb;
+        for (std::size_t at = 4410; at + 2 * 4410 <= output.left.size(); at += 4410)
+            quietestDb = std::min(quietestDb, rmsDb(std::span(output.left).subspan(at, 4410)));
+        EXPECT_GE(endDb, quietestDb - 0.25);
+    });
 }
 
 TEST(TimePitchStage, AtNormalSpeedAndPitchEveryFrequencyKeepsItsLevel) {
     // The finer engine's own path for no change at all dents 500 Hz and 4 kHz by up to 3.5 dB;
     // so does a speed whose pitch shift undoes it (a semitone faster, a semitone down).
-    const struct { double rate, cents; } settings[] = {{1.0, 0.0}, {std::exp2(1.0 / 12.0), 100.0}};
-    for (const auto& setting : settings) {
+    for (const Setting setting : {Setting{1.0, 0.0}, Setting{std::exp2(1.0 / 12.0), 100.0}}) {
         for (const double frequency : {465.0, 490.0, 3940.0, 4000.0}) {
-            SCOPED_TRACE(testing::Message() << frequency << " Hz at " << setting.rate << ", "
-                                            << setting.cents << " cents");
+            SCOPED_TRACE(testing::Message() << frequency << " Hz at "
+                                            << describe(TimePitchQuality::Standard, setting));
             TimePitchStage stage(kSampleRate, TimePitchQuality::Standard);
-            stage.setRate(setting.rate);
-            stage.setPitchCents(setting.cents);
+            set(stage, setting);
             const std::vector<float> tone = sine(frequency, 0.5, 2 * 44100);
-            SignalSource source(Stereo::centred(tone));
-            const Stereo output = render(stage, source, 44100);
+            const Stereo output = render(stage, Stereo::centred(tone), 44100);
             EXPECT_NEAR(rmsDb(std::span(output.left).subspan(22050, 11025)), rmsDb(tone), 0.5);
         }
     }
@@ -189,77 +210,54 @@ TEST(TimePitchStage, AfterAResetItPlaysAsANewStageWould) {
     const Stereo song{sine(440.0, 0.5, 3 * 44100), sine(660.0, 0.5, 3 * 44100)};
     // Slower and raised too, where a reset at those ratios once left the side channel
     // following the mid: the sum on the left and nothing on the right.
-    const struct {
-        double rate, cents;
-    } settings[] = {{1.0, 200.0}, {0.75, 0.0}, {1.0, 0.0}, {0.5, 0.0}, {1.0, 1200.0}};
-    for (const TimePitchQuality quality : kQualities) {
-        for (const auto& setting : settings) {
-            SCOPED_TRACE(testing::Message() << name(quality) << " at " << setting.rate << ", "
-                                            << setting.cents << " cents");
-            const auto played = [&](bool before) {
-                TimePitchStage stage(kSampleRate, quality);
-                stage.setRate(setting.rate);
-                stage.setPitchCents(setting.cents);
-                if (before) {
-                    SignalSource other(Stereo{noise(0.3, 44100, 7), noise(0.3, 44100, 8)});
-                    render(stage, other, 30000);
-                    stage.reset();
-                }
-                SignalSource source(song);
-                return render(stage, source, 2 * 44100);
-            };
-            const Stereo fresh = played(false);
-            const Stereo again = played(true);
-            const auto steady = [](const std::vector<float>& channel) {
-                return std::span(channel).subspan(22050, 44100);
-            };
-            const double right = 660.0 * std::exp2(setting.cents / 1200.0);
-            // No more of the right's tone on the left than a new stage lets through (a little,
-            // at some ratios).
-            EXPECT_LT(toneAmplitude(steady(again.left), right),
-                      toneAmplitude(steady(fresh.left), right) + 0.005);
-            EXPECT_LT(toneAmplitude(steady(fresh.left), right), 0.03);
-            EXPECT_NEAR(rms(steady(again.right)), rms(steady(fresh.right)), 0.01);
-        }
-    }
+    const Setting settings[] = {{1.0, 200.0}, {0.75, 0.0}, {1.0, 0.0}, {0.5, 0.0}, {1.0, 1200.0}};
+    forEachStage(settings, [&](TimePitchStage& stage, TimePitchQuality quality, Setting setting) {
+        TimePitchStage newStage(kSampleRate, quality);
+        set(newStage, setting);
+        const Stereo fresh = render(newStage, song, 2 * 44100);
+        render(stage, Stereo{noise(0.3, 44100, 7), noise(0.3, 44100, 8)}, 30000);
+        stage.reset();
+        const Stereo again = render(stage, song, 2 * 44100);
+        const auto steady = [](const std::vector<float>& channel) {
+            return std::span(channel).subspan(22050, 44100);
+        };
+        const double right = 660.0 * std::exp2(setting.cents / 1200.0);
+        // No more of the right's tone on the left than a new stage lets through (a little,
+        // at some ratios).
+        EXPECT_LT(toneAmplitude(steady(again.left), right),
+                  toneAmplitude(steady(fresh.left), right) + 0.005);
+        EXPECT_LT(toneAmplitude(steady(fresh.left), right), 0.03);
+        EXPECT_NEAR(rms(steady(again.right)), rms(steady(fresh.right)), 0.01);
+    });
 }
 
 TEST(TimePitchStage, AStartInTheMiddleOfTheMusicBeginsAtItsLevel) {
     // A second into a steady low tone, louder on the left, whose long periods the stretcher
     // analyses over its longest windows: through the first 20 ms heard, every period's peak
     // comes at the tone's level on each side, as after a seek in the middle of a song.
-    constexpr std::size_t kStart = 44100;
     const Stereo song{sine(300.0, 0.5, 3 * 44100), sine(300.0, 0.25, 3 * 44100)};
-    const struct {
-        double rate, cents;
-    } settings[] = {{0.75, 0.0}, {1.0, 0.0}, {1.5, -300.0}, {0.5, 700.0}, {2.0, -1200.0}};
-    for (const TimePitchQuality quality : kQualities) {
-        for (const auto& setting : settings) {
-            SCOPED_TRACE(testing::Message() << name(quality) << " at " << setting.rate << ", "
-                                            << setting.cents << " cents");
-            TimePitchStage stage(kSampleRate, quality);
-            stage.setRate(setting.rate);
-            stage.setPitchCents(setting.cents);
-            SignalSource source(song, SIZE_MAX, kStart);
-            const Stereo output = render(stage, source, 2048);
-            const double tone = 300.0 * std::exp2(setting.cents / 1200.0);
-            const auto period = std::size_t(kSampleRate / tone) + 1;
-            for (const auto* channel : {&output.left, &output.right}) {
-                const auto peakFrom = [&](std::size_t frame) {
-                    const auto samples = std::span(*channel).subspan(frame, period);
-                    return std::abs(*std::ranges::max_element(
-                        samples, [](float a, float b) { return std::abs(a) < std::abs(b); }));
-                };
-                // The faster engine's level wavers by a tenth either way, from the start on.
-                const double played = channel == &output.left ? 0.5 : 0.25;
-                const double atLeast = quality == TimePitchQuality::Standard ? 0.97 : 0.8;
-                for (std::size_t frame = 0; frame < 882; frame += 88) {
-                    EXPECT_GT(peakFrom(frame), atLeast * played) << "at frame " << frame;
-                    EXPECT_LT(peakFrom(frame), 1.3 * played) << "at frame " << frame;
-                }
+    const Setting settings[] = {
+        {0.75, 0.0}, {1.0, 0.0}, {1.5, -300.0}, {0.5, 700.0}, {2.0, -1200.0}};
+    forEachStage(settings, [&](TimePitchStage& stage, TimePitchQuality quality, Setting setting) {
+        SignalSource source(song, SIZE_MAX, 44100);
+        const Stereo output = render(stage, source, 2048);
+        const double tone = 300.0 * std::exp2(setting.cents / 1200.0);
+        const auto period = std::size_t(kSampleRate / tone) + 1;
+        for (const auto* channel : {&output.left, &output.right}) {
+            const auto peakFrom = [&](std::size_t frame) {
+                const auto samples = std::span(*channel).subspan(frame, period);
+                return std::abs(*std::ranges::max_element(
+                    samples, [](float a, float b) { return std::abs(a) < std::abs(b); }));
+            };
+            // The faster engine's level wavers by a tenth either way, from the start on.
+            const double played = channel == &output.left ? 0.5 : 0.25;
+            const double atLeast = quality == TimePitchQuality::Standard ? 0.97 : 0.8;
+            for (std::size_t frame = 0; frame < 882; frame += 88) {
+                EXPECT_GT(peakFrom(frame), atLeast * played) << "at frame " << frame;
+                EXPECT_LT(peakFrom(frame), 1.3 * played) << "at frame " << frame;
             }
         }
-    }
+    });
 }
 
 TEST(TimePitchStage, InputFrameComesOutAtFrameOverRate) {
@@ -271,33 +269,23 @@ TEST(TimePitchStage, InputFrameComesOutAtFrameOverRate) {
     constexpr std::size_t kBurstAt = 30011;
     std::vector<float> signal(kBurstAt + 30000, 0.0f);
     addToneBurst(signal, kBurstAt, 2000.0, 1000.0, 0.5);
-
-    struct Case {
-        TimePitchQuality quality;
-        double rate;
-        double cents;
-    };
-    std::vector<Case> cases;
-    for (const double cents : {0.0, 300.0})
-        for (const double rate : {0.5, 1.0, 2.0})
-            cases.push_back({TimePitchQuality::Standard, rate, cents});
-    cases.push_back({TimePitchQuality::Light, 1.0, 0.0});
-
     TimePitchStage standard(kSampleRate, TimePitchQuality::Standard);
     TimePitchStage light(kSampleRate, TimePitchQuality::Light);
-    for (const Case& c : cases) {
-        SCOPED_TRACE(testing::Message()
-                     << name(c.quality) << " at " << c.rate << ", " << c.cents << " cents");
-        TimePitchStage& stage = c.quality == TimePitchQuality::Standard ? standard : light;
-        stage.setRate(c.rate);
-        stage.setPitchCents(c.cents);
-        stage.reset();
+    const std::pair<TimePitchStage*, Setting> cases[] = {
+        {&standard, {0.5, 0.0}},   {&standard, {1.0, 0.0}},   {&standard, {2.0, 0.0}},
+        {&standard, {0.5, 300.0}}, {&standard, {1.0, 300.0}}, {&standard, {2.0, 300.0}},
+        {&light, {1.0, 0.0}}};
+    for (const auto& [stage, setting] : cases) {
+        SCOPED_TRACE(describe(
+            stage == &standard ? TimePitchQuality::Standard : TimePitchQuality::Light, setting));
+        set(*stage, setting);
+        stage->reset();
         SignalSource source(Stereo::centred(signal));
-        const auto frames = static_cast<std::size_t>((kBurstAt + 20000) / c.rate);
-        const Stereo output = render(stage, source, frames);
-        EXPECT_NEAR(energyCentre(output.left), kBurstAt / c.rate, 44.1);
-        EXPECT_NEAR(static_cast<double>(source.pulled()) - stage.latencyFrames() * c.rate,
-                    static_cast<double>(frames) * c.rate, 1.0);
+        const auto frames = static_cast<std::size_t>((kBurstAt + 20000) / setting.rate);
+        const Stereo output = render(*stage, source, frames);
+        EXPECT_NEAR(energyCentre(output.left), kBurstAt / setting.rate, 44.1);
+        EXPECT_NEAR(static_cast<double>(source.pulled()) - stage->latencyFrames() * setting.rate,
+                    static_cast<double>(frames) * setting.rate, 1.0);
     }
 }
 
@@ -305,22 +293,15 @@ TEST(TimePitchStage, KeepsCentreAndSideExact) {
     // The vocal reduction after the stretcher relies on this: identical channels stay
     // identical and opposite channels stay opposite, bit for bit, at any rate and pitch.
     const auto music = mix(noise(0.3, 44100, 5), sine(330.0, 0.3, 44100));
-    for (const TimePitchQuality quality : kQualities) {
-        SCOPED_TRACE(name(quality));
-        TimePitchStage stage(kSampleRate, quality);
-        stage.setRate(0.75);
-        stage.setPitchCents(-200.0);
-        SignalSource centre(Stereo::centred(music));
-        const Stereo centreOut = render(stage, centre, 44100);
-        EXPECT_GT(rms(centreOut.left), 0.1);
-        EXPECT_EQ(centreOut.left, centreOut.right);
-
-        stage.reset();
-        SignalSource side(Stereo::side(music));
-        const Stereo sideOut = render(stage, side, 44100);
-        EXPECT_GT(rms(sideOut.left), 0.1);
-        EXPECT_EQ(Stereo::side(sideOut.left).right, sideOut.right);
-    }
+    const Setting slowerAndLower[] = {{0.75, -200.0}};
+    forEachStage(slowerAndLower, [&](TimePitchStage& stage, TimePitchQuality, Setting) {
+        for (const auto placed : {&Stereo::centred, &Stereo::side}) {
+            const Stereo output = render(stage, placed(music), 44100);
+            EXPECT_GT(rms(output.left), 0.1);
+            EXPECT_EQ(placed(output.left).right, output.right);
+            stage.reset();
+        }
+    });
 }
 
 TEST(TimePitchStage, LetsTheVocalRemoverCancelACentredVoice) {
@@ -336,67 +317,47 @@ TEST(TimePitchStage, LetsTheVocalRemoverCancelACentredVoice) {
     const auto tone = sine(150.0, 0.1, voice.size());
     const Stereo toneOnTheSide = Stereo::side(tone);
     const Stereo input{mix(voice, toneOnTheSide.left), mix(voice, toneOnTheSide.right)};
-
-    for (const TimePitchQuality quality : kQualities) {
-        SCOPED_TRACE(name(quality));
-        TimePitchStage stage(kSampleRate, quality);
-        stage.setRate(0.75);
-        stage.setPitchCents(-200.0);
-        SignalSource source(input);
+    // Filtered whole, measured after the remover's start-up.
+    const auto bandDb = [](const std::vector<float>& samples, double low, double high) {
+        return rmsDb(std::span<const float>(bandPass(samples, low, high)).subspan(22050));
+    };
+    const Setting slowerAndLower[] = {{0.75, -200.0}};
+    forEachStage(slowerAndLower, [&](TimePitchStage& stage, TimePitchQuality, Setting) {
         const Stereo stretched =
-            render(stage, source, static_cast<std::size_t>(voice.size() / 0.75) / kSlice * kSlice);
-
+            render(stage, input, static_cast<std::size_t>(voice.size() / 0.75) / kSlice * kSlice);
         SVocalRemover remover(2, 4096);
         remover.setLowFrequency(120.0);
         remover.setHighFrequency(2800.0);
         const Stereo reduced = throughVocalRemover(remover, stretched);
-
-        // Filtered whole, measured after the remover's start-up.
-        const auto bandDb = [](const std::vector<float>& samples) {
-            const auto band = bandPass(samples, 500.0, 2800.0);
-            return rmsDb(std::span(band).subspan(22050));
-        };
-        const double before = bandDb(stretched.left);
-        EXPECT_LT(bandDb(reduced.left), before - 40.0);
-        EXPECT_LT(bandDb(reduced.right), before - 40.0);
-
-        // The voice's fundamental shares the tone's band but lies some 20 dB below it.
-        const auto toneDb = [](const std::vector<float>& samples) {
-            const auto band = bandPass(samples, 100.0, 170.0);
-            return rmsDb(std::span(band).subspan(22050));
-        };
-        EXPECT_NEAR(toneDb(reduced.left), rmsDb(tone), 1.5);
-        EXPECT_NEAR(toneDb(reduced.right), rmsDb(tone), 1.5);
-    }
+        const double before = bandDb(stretched.left, 500.0, 2800.0);
+        for (const auto* channel : {&reduced.left, &reduced.right}) {
+            EXPECT_LT(bandDb(*channel, 500.0, 2800.0), before - 40.0);
+            // The voice's fundamental shares the tone's band but lies some 20 dB below it.
+            EXPECT_NEAR(bandDb(*channel, 100.0, 170.0), rmsDb(tone), 1.5);
+        }
+    });
 }
 
 TEST(TimePitchStage, LiveChangesDoNotClick) {
     // A 440 Hz sine while the rate and pitch glide, then jump, slice by slice: the output never
     // steps further from one sample to the next than the steady sine at the highest pitch does.
-    for (const TimePitchQuality quality : kQualities) {
-        SCOPED_TRACE(name(quality));
-        TimePitchStage stage(kSampleRate, quality);
-        SignalSource source(Stereo::centred(sine(440.0, 0.5, 10 * 44100)));
-        const Stereo output = render(stage, source, 5 * 44100, [&](std::size_t frame) {
+    const Setting unchanged[] = {{1.0, 0.0}};
+    forEachStage(unchanged, [&](TimePitchStage& stage, TimePitchQuality, Setting) {
+        const auto song = Stereo::centred(sine(440.0, 0.5, 10 * 44100));
+        const Stereo output = render(stage, song, 5 * 44100, [&](std::size_t frame) {
             const double t = static_cast<double>(frame) / kSampleRate;
-            if (t >= 0.5 && t < 2.0) {
-                stage.setRate(1.0 - 0.4 * (t - 0.5) / 1.5);
-                stage.setPitchCents(400.0 * (t - 0.5) / 1.5);
-            } else if (t >= 3.0 && t < 3.5) {
-                stage.setRate(1.5);
-                stage.setPitchCents(-300.0);
-            } else if (t >= 3.5) {
-                stage.setRate(0.8);
-                stage.setPitchCents(300.0);
-            }
+            if (t >= 0.5 && t < 2.0)
+                set(stage, {1.0 - 0.4 * (t - 0.5) / 1.5, 400.0 * (t - 0.5) / 1.5});
+            else if (t >= 3.0 && t < 3.5)
+                set(stage, {1.5, -300.0});
+            else if (t >= 3.5)
+                set(stage, {0.8, 300.0});
         });
-        const double steadyHighest =
-            largestStep(std::span(output.left).subspan(2 * 44100 + 22050, 22050));
-        EXPECT_NEAR(measuredFrequency(std::span(output.left).subspan(2 * 44100 + 22050, 22050)),
-                    440.0 * std::exp2(400.0 / 1200.0), 3.0);
-        EXPECT_LT(largestStep(output.left), 1.2 * steadyHighest);
-        EXPECT_LT(largestStep(output.right), 1.2 * steadyHighest);
-    }
+        const auto highest = std::span(output.left).subspan(2 * 44100 + 22050, 22050);
+        EXPECT_NEAR(measuredFrequency(highest), 440.0 * std::exp2(400.0 / 1200.0), 3.0);
+        EXPECT_LT(largestStep(output.left), 1.2 * largestStep(highest));
+        EXPECT_LT(largestStep(output.right), 1.2 * largestStep(highest));
+    });
 }
 
 TEST(TimePitchStage, AStereoPartStaysOnItsSideThroughDrumHits) {
@@ -414,43 +375,36 @@ TEST(TimePitchStage, AStereoPartStaysOnItsSideThroughDrumHits) {
             song.right[at + i] += hit[i] * fade;
         }
     }
-    const struct {
-        double rate, cents;
-    } settings[] = {{0.25, 0.0},    {0.5, 0.0},    {0.75, 0.0}, {1.0, -500.0},
-                    {1.0, -1200.0}, {1.0, 1200.0}, {2.0, 0.0},  {0.5, 700.0}};
+    const Setting settings[] = {{0.25, 0.0},    {0.5, 0.0},    {0.75, 0.0}, {1.0, -500.0},
+                                {1.0, -1200.0}, {1.0, 1200.0}, {2.0, 0.0},  {0.5, 700.0}};
     // One stage for all, reset before each: a reset starts it as a new one.
     TimePitchStage stage(kSampleRate, TimePitchQuality::Standard);
-    for (const auto& setting : settings) {
+    for (const Setting& setting : settings) {
         for (const bool live : {false, true}) {
             SCOPED_TRACE(testing::Message() << setting.rate << ", " << setting.cents << " cents, "
                                             << (live ? "changed while playing" : "from the start"));
-            stage.setRate(1.0);
-            stage.setPitchCents(0.0);
+            set(stage, {1.0, 0.0});
             stage.reset();
             SignalSource source(song);
             const double changedAt = live ? 1.0 : 0.0; // in the song's seconds
             if (live)
                 render(stage, source, 44100);
-            stage.setRate(setting.rate);
-            stage.setPitchCents(setting.cents);
+            set(stage, setting);
             const Stereo output =
                 render(stage, source, std::size_t(1.5 / setting.rate * 44100) / kSlice * kSlice);
             const double shift = std::exp2(setting.cents / 1200.0);
             // From 0.2 to 0.4 s after each of the two hits that follow, in the song's time.
             for (double hitAt = changedAt + 0.5; hitAt < changedAt + 1.5; hitAt += 0.5) {
+                SCOPED_TRACE(testing::Message() << "after the hit at " << hitAt);
                 const auto window = [&](const std::vector<float>& channel) {
                     return std::span(channel).subspan(
                         std::size_t((hitAt + 0.2 - changedAt) / setting.rate * 44100),
                         std::size_t(0.2 / setting.rate * 44100));
                 };
-                const auto left = window(output.left);
-                const auto right = window(output.right);
-                EXPECT_LT(toneAmplitude(left, 660.0 * shift), 0.005)
-                    << "after the hit at " << hitAt;
-                EXPECT_LT(toneAmplitude(right, 440.0 * shift), 0.005)
-                    << "after the hit at " << hitAt;
-                EXPECT_GT(toneAmplitude(left, 440.0 * shift), 0.4);
-                EXPECT_GT(toneAmplitude(right, 660.0 * shift), 0.4);
+                EXPECT_LT(toneAmplitude(window(output.left), 660.0 * shift), 0.005);
+                EXPECT_LT(toneAmplitude(window(output.right), 440.0 * shift), 0.005);
+                EXPECT_GT(toneAmplitude(window(output.left), 440.0 * shift), 0.4);
+                EXPECT_GT(toneAmplitude(window(output.right), 660.0 * shift), 0.4);
             }
         }
     }
@@ -466,30 +420,30 @@ TEST(TimePitchStage, TheReportedLatencyHoldsThroughALiveChange) {
     std::vector<float> signal(kBurstAt + 44100, 0.0f);
     addToneBurst(signal, kBurstAt, 2000.0, 1000.0, 0.5);
     const struct {
-        double from, rate, cents;
-    } changes[] = {{1.0, 1.0, -1200.0}, {1.0, 1.0, -500.0}, {1.0, 1.0, 700.0}, {1.0, 1.0, 1200.0},
-                   {1.0, 0.5, 0.0},     {1.0, 0.25, 0.0},   {1.0, 2.0, 0.0},   {2.0, 0.5, 0.0},
-                   {0.25, 1.0, 0.0},    {0.5, 2.0, 0.0},    {1.0, 0.5, 700.0}};
+        double from;
+        Setting to;
+    } changes[] = {{1.0, {1.0, -1200.0}}, {1.0, {1.0, -500.0}}, {1.0, {1.0, 700.0}},
+                   {1.0, {1.0, 1200.0}},  {1.0, {0.5, 0.0}},    {1.0, {0.25, 0.0}},
+                   {1.0, {2.0, 0.0}},     {2.0, {0.5, 0.0}},    {0.25, {1.0, 0.0}},
+                   {0.5, {2.0, 0.0}},     {1.0, {0.5, 700.0}}};
     TimePitchStage stage(kSampleRate, TimePitchQuality::Standard);
-    for (const auto& change : changes) {
+    for (const auto& [from, to] : changes) {
         SCOPED_TRACE(testing::Message()
-                     << change.from << " to " << change.rate << ", " << change.cents << " cents");
+                     << from << " to " << to.rate << ", " << to.cents << " cents");
         SignalSource source(Stereo::centred(signal));
         stage.reset();
-        stage.setRate(change.from);
-        stage.setPitchCents(0.0);
-        render(stage, source, std::size_t(22050 / change.from) / kSlice * kSlice);
-        stage.setRate(change.rate);
-        stage.setPitchCents(change.cents);
-        const auto frames = std::size_t((kBurstAt + 20000 - double(source.pulled())) / change.rate);
+        set(stage, {from, 0.0});
+        render(stage, source, std::size_t(22050 / from) / kSlice * kSlice);
+        set(stage, to);
+        const auto frames = std::size_t((kBurstAt + 20000 - double(source.pulled())) / to.rate);
         const Stereo output = render(stage, source, frames / kSlice * kSlice);
         // The input frame heard at the end of the output, by the latency and by the burst.
         const double reported =
-            static_cast<double>(source.pulled()) - stage.latencyFrames() * change.rate;
+            static_cast<double>(source.pulled()) - stage.latencyFrames() * to.rate;
         const double heard =
-            kBurstAt + (double(output.left.size()) - energyCentre(output.left)) * change.rate;
+            kBurstAt + (double(output.left.size()) - energyCentre(output.left)) * to.rate;
         // In the time it is heard: the play head against the sound.
-        EXPECT_NEAR((reported - heard) / change.rate, 0.0, 0.003 * kSampleRate);
+        EXPECT_NEAR((reported - heard) / to.rate, 0.0, 0.003 * kSampleRate);
     }
 }
 

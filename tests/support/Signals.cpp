@@ -109,6 +109,16 @@ double largestStep(std::span<const float> samples) {
     return largest;
 }
 
+std::size_t longestQuiet(std::span<const float> samples, float level) {
+    std::size_t quiet = 0;
+    std::size_t longest = 0;
+    for (const float sample : samples) {
+        quiet = std::abs(sample) < level ? quiet + 1 : 0;
+        longest = std::max(longest, quiet);
+    }
+    return longest;
+}
+
 std::vector<float> bandPass(std::span<const float> samples, double low, double high,
                             double sampleRate) {
     // Four biquads per edge, with the Q of each pole pair of an 8th-order Butterworth filter.

@@ -60,6 +60,9 @@ double energyCentre(std::span<const float> samples);
 /// The largest step between neighbouring samples: a click or a seam shows as a jump.
 double largestStep(std::span<const float> samples);
 
+/// The most samples in a row quieter than `level`: a gap in the sound.
+std::size_t longestQuiet(std::span<const float> samples, float level = 0.01f);
+
 /// `samples` through an 8th-order Butterworth high-pass at `low` Hz and low-pass at `high` Hz:
 /// 48 dB per octave outside the band, so what is left can be measured as the band's content.
 std::vector<float> bandPass(std::span<const float> samples, double low, double high,
