@@ -131,7 +131,6 @@ TEST_F(DocumentControllerTest, OpensExactlyTheSupportedTypesByContent) {
 TEST_F(DocumentControllerTest, KeepsAtMostOneEmptyWindow) {
     TeskDocument* empty = mController.openUntitledDocumentAndDisplay();
     EXPECT_EQ(mController.firstUntitledDocument(), empty);
-    EXPECT_TRUE(mController.hasUntitledDocument());
 
     // "New" shows the empty window instead of making a second one.
     mController.newDocument();
@@ -270,7 +269,7 @@ int copiesIn(const QString& folder) {
     return int(QDir(folder).entryList({QStringLiteral("*.tesk")}, QDir::Files).size());
 }
 
-TEST_F(DocumentControllerTest, UnsavedPracticeIsCopiedUntilItIsSavedOrClosed) {
+TEST_F(DocumentControllerTest, UnsavedPracticeIsCopiedUntilItIsClosed) {
     RecoveryCopies& recovery = mController.recoveryCopies();
     ASSERT_TRUE(QDir(recovery.folder()).removeRecursively());
     const QUrl song = QUrl::fromLocalFile(writeSong("song.wav"));
@@ -314,16 +313,6 @@ TEST_F(DocumentControllerTest, UnsavedPracticeIsCopiedUntilItIsSavedOrClosed) {
         mController.closeDocument(document);
         EXPECT_EQ(copiesIn(recovery.folder()), 0);
     }
-
-    // Saved, the copy goes; changed again, it is back.
-    TeskDocument* document = mController.openDocumentWithContentsOfURL(song, false, &mError);
-    document->dropGenericMarker();
-    ASSERT_TRUE(document->saveToURL(url("practice.tesk"), &mError));
-    recovery.writeDueCopies();
-    EXPECT_EQ(copiesIn(recovery.folder()), 0);
-    document->setPitchAdjustment(2.0);
-    recovery.writeDueCopies();
-    EXPECT_EQ(copiesIn(recovery.folder()), 1);
 }
 
 TEST_F(DocumentControllerTest, PracticeLeftUnsavedByATeskThatEndedIsReopenedAsItWas) {
