@@ -127,45 +127,41 @@ TEST(SSpectrumAnalyzer, TonesOfOneLevelReadAlikeAtEveryPitch) {
 }
 
 TEST(SSpectrumAnalyzer, AveragesTheLastThreeBlocks) {
-    // Four different blocks: louder or softer noise on the left, a different tone on the right.
-    std::vector<std::vector<std::vector<float>>> blocks;
+    // Four different blocks: louder or softer noise on the left, a different tone on the right,
+    // back to back in `song`. `single` holds each block's own smoothed spectrum, from a fresh
+    // analyzer that has seen only that block.
+    std::vector<std::vector<float>> song(2);
+    std::vector<std::vector<std::vector<float>>> single;
     for (int b = 0; b < 4; ++b) {
         const double amplitude = std::pow(0.5, b);
-        blocks.push_back(
-            {noise(amplitude, kBlock, 10 + b), sine(300.0 + 1700.0 * b, amplitude, kBlock)});
-    }
-    // Each block's own smoothed spectrum, from a fresh analyzer that has seen only that block.
-    std::vector<std::vector<std::vector<float>>> single(4);
-    for (int b = 0; b < 4; ++b) {
+        std::vector<std::vector<float>> block{noise(amplitude, kBlock, 10 + b),
+                                              sine(300.0 + 1700.0 * b, amplitude, kBlock)};
         SSpectrumAnalyzer fresh(AudioStreamDescription::engineFormat());
-        feed(fresh, blocks[b], kBlock);
-        single[b] = {fresh.spectrumForChannel(0), fresh.spectrumForChannel(1)};
-    }
-    const auto expectMeanOf = [&](const std::vector<float>& spectrum, unsigned channel, int from,
-                                  int to) {
-        ASSERT_EQ(spectrum.size(), single[0][channel].size());
-        for (std::size_t p = 0; p < spectrum.size(); ++p) {
-            float sum = 0.0f;
-            for (int b = from; b <= to; ++b)
-                sum += single[b][channel][p];
-            EXPECT_NEAR(spectrum[p], sum / static_cast<float>(to - from + 1), 1e-3f)
-                << "channel " << channel << ", blocks " << from << " to " << to << ", point " << p;
-        }
-    };
-
-    // The same blocks back to back, in slices that straddle the block boundaries.
-    std::vector<std::vector<float>> song(2);
-    for (const auto& block : blocks) {
+        feed(fresh, block, kBlock);
+        single.push_back({fresh.spectrumForChannel(0), fresh.spectrumForChannel(1)});
         for (unsigned c = 0; c < 2; ++c)
             song[c].insert(song[c].end(), block[c].begin(), block[c].end());
     }
     SSpectrumAnalyzer analyzer(AudioStreamDescription::engineFormat());
+    const auto expectMeanOf = [&](int from, int to) {
+        for (unsigned channel = 0; channel < 2; ++channel) {
+            const std::vector<float> spectrum = analyzer.spectrumForChannel(channel);
+            ASSERT_EQ(spectrum.size(), single[0][channel].size());
+            for (std::size_t p = 0; p < spectrum.size(); ++p) {
+                float sum = 0.0f;
+                for (int b = from; b <= to; ++b)
+                    sum += single[b][channel][p];
+                EXPECT_NEAR(spectrum[p], sum / static_cast<float>(to - from + 1), 1e-3f)
+                    << "channel " << channel << ", blocks " << from << " to " << to << ", point "
+                    << p;
+            }
+        }
+    };
+    // In slices that straddle the block boundaries.
     feed(analyzer, song, 700, 0, 2 * kBlock);
-    expectMeanOf(analyzer.spectrumForChannel(0), 0, 0, 1);
-    expectMeanOf(analyzer.spectrumForChannel(1), 1, 0, 1);
+    expectMeanOf(0, 1);
     feed(analyzer, song, 700, 2 * kBlock);
-    expectMeanOf(analyzer.spectrumForChannel(0), 0, 1, 3);
-    expectMeanOf(analyzer.spectrumForChannel(1), 1, 1, 3);
+    expectMeanOf(1, 3);
 }
 
 TEST(SSpectrumAnalyzer, LeavesBlocksOfAnInterleavedStreamUnanalysed) {
@@ -231,9 +227,8 @@ TEST(AudioBufferQueue, CollectsFramesInOrderAndDropsThemWhileEveryBlockIsInUse) 
 
     feedFrames(490); // three blocks fill across slice edges; the last 190 frames find none free
     ASSERT_EQ(queue.received.size(), 3u);
-    expectFrames(0, 0.0f);
-    expectFrames(1, 100.0f);
-    expectFrames(2, 200.0f);
+    for (std::size_t block = 0; block < 3; ++block)
+        expectFrames(block, 100.0f * float(block));
 
     queue.held[1]->setEmpty();
     feedFrames(210);

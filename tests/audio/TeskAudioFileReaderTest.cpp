@@ -58,6 +58,13 @@ struct Puller {
     }
 };
 
+/// Expects `count` frames of `samples` from `from` to count on from `first` by `step`.
+void expectCounting(const std::vector<float>& samples, std::size_t from, std::size_t count,
+                    float first, float step = 1.0f) {
+    for (std::size_t i = 0; i < count; ++i)
+        ASSERT_EQ(samples[from + i], first + step * float(i)) << "frame " << from + i;
+}
+
 /// A renderer that copies from `reader`, 64 frames at a time, as fast as it can until it is
 /// destroyed.
 class FlatOutRenderer {
@@ -86,10 +93,8 @@ private:
 TEST(TeskAudioFileReader, ReadsForwardsAndBackwardsWithTheirSourcesToTheSongsEnds) {
     Puller puller(MemorySong::counting(5000), 1000);
     ASSERT_EQ(puller.pull(3000), 3000u);
-    for (std::size_t i = 0; i < 3000; ++i) {
-        ASSERT_EQ(puller.left[i], float(1000 + i)) << i;
-        ASSERT_EQ(puller.right[i], -float(1000 + i)) << i;
-    }
+    expectCounting(puller.left, 0, 3000, 1000.0f);
+    expectCounting(puller.right, 0, 3000, -1000.0f, -1.0f);
     ASSERT_FALSE(puller.runs.empty());
     EXPECT_EQ(puller.runs[0].sourceFrame, 1000);
     EXPECT_EQ(puller.runs[0].direction, 1);
@@ -108,8 +113,7 @@ TEST(TeskAudioFileReader, ReadsForwardsAndBackwardsWithTheirSourcesToTheSongsEnd
     puller.runs.clear();
     EXPECT_EQ(puller.pull(1000), 600u);
     EXPECT_TRUE(puller.reader.endOfStream());
-    for (std::size_t i = 0; i < 600; ++i)
-        ASSERT_EQ(puller.left[i], float(599 - i)) << i;
+    expectCounting(puller.left, 0, 600, 599.0f, -1.0f);
     EXPECT_EQ(puller.runs[0].sourceFrame, 599);
     EXPECT_EQ(puller.runs[0].direction, -1);
 }
@@ -147,10 +151,8 @@ TEST(TeskAudioFileReader, TheMusicBeforeTheStartIsHandedApartAndNeverPlayed) {
         const auto buffers = AudioBufferList::stereo(left.data(), right.data(), c.asked);
         ASSERT_EQ(puller.reader.copyPreroll(buffers, c.asked), c.count);
         const float step = c.reverse ? -1.0f : 1.0f;
-        for (std::uint32_t i = 0; i < c.count; ++i) {
-            ASSERT_EQ(left[i], c.first + step * float(i)) << i;
-            ASSERT_EQ(right[i], -left[i]) << i;
-        }
+        expectCounting(left, 0, c.count, c.first, step);
+        expectCounting(right, 0, c.count, -c.first, -step);
         ASSERT_EQ(puller.pull(100), 100u);
         EXPECT_EQ(puller.left[0], c.played);
         EXPECT_EQ(puller.runs[0].sourceFrame, std::int64_t(c.played));
@@ -248,16 +250,12 @@ TEST(TeskAudioFileReader, LoopsWrapFrameExactlyWithAShortCrossfadeBeforeTheSeam)
     ASSERT_EQ(puller.pull(8000), 8000u);
     EXPECT_FALSE(puller.reader.endOfStream());
 
-    // 1000 frames to the seam, then whole loops of exactly 3000 frames from the loop's start.
+    // 1000 frames to the seam, then whole loops of exactly 3000 frames from the loop's start,
+    // each up to the crossfade before the next seam.
     const std::size_t fade = TeskAudioFileReader::kLoopCrossfadeFrames;
-    for (std::size_t i = 0; i < 1000 - fade; ++i)
-        ASSERT_EQ(puller.left[i], float(12000 + i)) << i;
-    for (std::size_t i = 1000; i < 8000; ++i) {
-        const std::size_t inLoop = (i - 1000) % 3000;
-        if (inLoop >= 3000 - fade)
-            continue; // the crossfade before the next seam
-        ASSERT_EQ(puller.left[i], float(10000 + inLoop)) << i;
-    }
+    expectCounting(puller.left, 0, 1000 - fade, 12000.0f);
+    for (std::size_t start = 1000; start < 8000; start += 3000)
+        expectCounting(puller.left, start, std::min(3000 - fade, 8000 - start), 10000.0f);
     // Inside the crossfade the values move from the end of the loop towards what precedes its
     // start, so the seam joins neighbouring frames.
     EXPECT_NEAR(puller.left[999], 9999.0f, 3000.0f / float(fade));

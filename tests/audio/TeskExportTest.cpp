@@ -5,6 +5,7 @@
 
 #include "diagnostics/NSXReturnThrowError.h"
 #include "support/AudioFiles.h"
+#include "support/Errors.h"
 #include "support/MemorySong.h"
 #include "support/Signals.h"
 
@@ -25,6 +26,8 @@ using tesk::test::MemorySong;
 
 namespace {
 
+using Outcome = TeskOutputAudioUnit::ExportOutcome;
+
 /// Collects export progress, checking that each report arrives on the main thread.
 class ProgressDelegate : public TeskExtendedAudioFilePlayerDelegate {
 public:
@@ -40,7 +43,7 @@ public:
 };
 
 struct ExportResult {
-    TeskOutputAudioUnit::ExportOutcome outcome = TeskOutputAudioUnit::ExportOutcome::Ignored;
+    Outcome outcome = Outcome::Ignored;
     std::optional<TeskError> error;
 };
 
@@ -77,9 +80,8 @@ Exported exportAndRead(TeskExtendedAudioFilePlayer& player, LoopRange range,
     const QString path = folder.filePath(name);
     Exported exported;
     const ExportResult result = exportOnWorker(player, range, path);
-    EXPECT_EQ(result.outcome, TeskOutputAudioUnit::ExportOutcome::Written) << name.toStdString();
-    if (result.outcome == TeskOutputAudioUnit::ExportOutcome::Written &&
-        (exported.file = test::openDecoded(path)))
+    EXPECT_EQ(result.outcome, Outcome::Written) << name.toStdString();
+    if (result.outcome == Outcome::Written && (exported.file = test::openDecoded(path)))
         exported.left = test::readChannels(*exported.file)[0];
     return exported;
 }
@@ -110,6 +112,20 @@ void expectRisingProgress(const std::vector<double>& reports, std::uint32_t fram
 
 constexpr std::uint32_t kSlice = TeskOutputAudioUnit::kExportSliceFrames;
 
+struct Setting {
+    float speed;
+    double semitones;
+};
+
+std::ostream& operator<<(std::ostream& stream, const Setting& setting) {
+    return stream << "speed " << setting.speed << " semitones " << setting.semitones;
+}
+
+void apply(TeskExtendedAudioFilePlayer& player, const Setting& setting) {
+    player.setPlaybackSpeed(setting.speed);
+    player.setPlaybackPitchInSemitones(setting.semitones);
+}
+
 } // namespace
 
 TEST(TeskExport, WritesWholeSlicesInTheFormatItsExtensionNames) {
@@ -117,7 +133,7 @@ TEST(TeskExport, WritesWholeSlicesInTheFormatItsExtensionNames) {
     QTemporaryDir folder;
     TeskExtendedAudioFilePlayer player(MemorySong::sine(44100, 440.0, 0.5), true);
     EXPECT_EQ(exportOnWorker(player, {0, 44100}, folder.filePath("a.wav")).outcome,
-              TeskOutputAudioUnit::ExportOutcome::Ignored);
+              Outcome::Ignored);
     EXPECT_FALSE(QFile::exists(folder.filePath("a.wav")));
 
     for (const char* name : {"song.aif", "song.m4a"}) {
@@ -172,27 +188,19 @@ TEST(TeskExport, EachExportThroughOnePlayerKeepsItsChannelsApartAndComesOutTheSa
     // to the sample, the channels apart, its length set by the speed and its tone by the pitch.
     const auto left = test::sine(440.0, 0.5, 44100 * 3);
     const auto right = test::sine(660.0, 0.5, 44100 * 3);
-    const struct {
-        float speed;
-        double semitones;
-    } settings[] = {{1.0f, 0.0}, {0.5f, 0.0}, {1.0f, 12.0}, {0.75f, -5.0}};
-    for (const auto& setting : settings) {
-        SCOPED_TRACE(testing::Message()
-                     << "speed " << setting.speed << " pitch " << setting.semitones);
+    for (const Setting& setting : {Setting{1.0f, 0.0}, {0.5f, 0.0}, {1.0f, 12.0}, {0.75f, -5.0}}) {
+        SCOPED_TRACE(testing::Message() << setting);
         TeskExtendedAudioFilePlayer player(std::make_shared<MemorySong>(left, right), true);
-        player.setPlaybackSpeed(setting.speed);
-        player.setPlaybackPitchInSemitones(setting.semitones);
+        apply(player, setting);
         const double shift = std::pow(2.0, setting.semitones / 12.0);
         QTemporaryDir folder;
         std::vector<std::vector<float>> firstTake;
         for (int round = 0; round < 3; ++round) {
             SCOPED_TRACE(round);
             if (round == 2) {
-                player.setPlaybackSpeed(2.0f);
-                player.setPlaybackPitchInSemitones(-7.0);
+                apply(player, {2.0f, -7.0});
                 exportAndRead(player, {0, 60000}, folder, "other.aif");
-                player.setPlaybackSpeed(setting.speed);
-                player.setPlaybackPitchInSemitones(setting.semitones);
+                apply(player, setting);
             }
             const Exported back = exportAndRead(player, {22050, 44100}, folder, "take.aif");
             ASSERT_TRUE(back.file);
@@ -245,15 +253,14 @@ TEST(TeskExport, ProgressRisesOnTheMainThreadAndCancelStopsAfterTheSlice) {
         player.setDelegate(&delegate);
         if (seconds == 10) {
             ASSERT_EQ(exportOnWorker(player, {0, frames}, folder.filePath("whole.m4a")).outcome,
-                      TeskOutputAudioUnit::ExportOutcome::Written);
+                      Outcome::Written);
             expectRisingProgress(delegate.reports, frames);
             delegate.reports.clear();
         }
 
         delegate.cancelAtFirstReport = true;
         const QString cancelled = folder.filePath("cancelled.aif");
-        EXPECT_EQ(exportOnWorker(player, {0, frames}, cancelled).outcome,
-                  TeskOutputAudioUnit::ExportOutcome::Cancelled);
+        EXPECT_EQ(exportOnWorker(player, {0, frames}, cancelled).outcome, Outcome::Cancelled);
         EXPECT_LE(delegate.reports.size(), 2u); // one more may have been on its way
         const auto back = test::openDecoded(cancelled);
         ASSERT_TRUE(back); // what was written stays, for the caller to keep or delete
@@ -268,13 +275,13 @@ TEST(TeskExport, TheWholeSongWaitsForDecodingToKnowItsLength) {
     song->decodeOnlyUpTo(22050);
     TeskExtendedAudioFilePlayer player(song, true);
     const QString path = folder.filePath("whole.aif");
-    TeskOutputAudioUnit::ExportOutcome outcome = TeskOutputAudioUnit::ExportOutcome::Ignored;
+    Outcome outcome = Outcome::Ignored;
     std::thread worker([&] { outcome = player.writeWholeSong(path); });
     // Decoding goes on while the export waits, and finds three seconds where one was guessed.
     std::this_thread::sleep_for(std::chrono::milliseconds(100));
     song->finishDecoding();
     worker.join();
-    ASSERT_EQ(outcome, TeskOutputAudioUnit::ExportOutcome::Written);
+    ASSERT_EQ(outcome, Outcome::Written);
     const auto back = test::openDecoded(path);
     ASSERT_TRUE(back);
     EXPECT_GE(back->frameCount(), 3 * 44100);
@@ -284,20 +291,15 @@ TEST(TeskExport, TwoHalvesRenderedAtOnceJoinWithoutASeam) {
     // A steady tone through the whole chain: across the join of the halves its level and its
     // smoothness are those of the rest of the file, in whatever phase the two halves' own
     // stretchers leave it (opposite phases, at some of these settings, once cancelled it).
-    const struct {
-        float speed;
-        double semitones;
-    } cases[] = {{1.0f, -2.0}, {0.75f, -2.0}, {2.0f, 0.0}, {1.0f, -12.0}};
-    for (const auto& c : cases) {
-        SCOPED_TRACE(testing::Message() << "speed " << c.speed << " semitones " << c.semitones);
+    for (const Setting& c : {Setting{1.0f, -2.0}, {0.75f, -2.0}, {2.0f, 0.0}, {1.0f, -12.0}}) {
+        SCOPED_TRACE(testing::Message() << c);
         QTemporaryDir folder;
         // The shortest range that renders in two halves.
         const std::uint32_t frames = 44100 * 20;
         TeskExtendedAudioFilePlayer player(MemorySong::sine(frames, 330.0, 0.5), true);
         ProgressDelegate progress;
         player.setDelegate(&progress);
-        player.setPlaybackSpeed(c.speed);
-        player.setPlaybackPitchInSemitones(c.semitones);
+        apply(player, c);
         player.setEqualizerEnabled(true);
         player.setVocalRemoval(true);
         const Exported back = exportAndRead(player, {0, frames}, folder, "joined.aif");
@@ -316,31 +318,25 @@ TEST(TeskExport, TwoHalvesRenderedAtOnceJoinWithoutASeam) {
     }
 }
 
-TEST(TeskExport, ASecondHalfThatCannotBeKeptSaysWhy) {
+TEST(TeskExport, FailuresRaiseOnTheExportThreadAndSayWhy) {
+    TeskExtendedAudioFilePlayer unwritable(MemorySong::sine(44100, 440.0, 0.5), true);
+    ExportResult result = exportOnWorker(unwritable, {0, 44100}, "/nonexistent-folder/song.aif");
+    ASSERT_TRUE(result.error.has_value());
+    EXPECT_FALSE(result.error->localizedDescription().isEmpty());
+
     // A file may grow to 1 MB: the 20-second M4A fits, the second half's raw frames do not.
     QTemporaryDir folder;
     const std::uint32_t frames = 44100 * 20;
     TeskExtendedAudioFilePlayer player(MemorySong::sine(frames, 440.0, 0.5), true);
-    ExportResult result;
     {
         const test::FileSizeLimit limit(1 << 20);
         result = exportOnWorker(player, {0, frames}, folder.filePath("full.m4a"));
     }
-    ASSERT_TRUE(result.error.has_value());
-    EXPECT_EQ(result.error->domain(), AudioExportErrorDomain);
-    EXPECT_EQ(result.error->code(), qint64(AudioExportErrorCode::CannotWrite));
-    EXPECT_TRUE(result.error->localizedDescription().contains("full.m4a"))
-        << result.error->localizedDescription().toStdString();
+    ASSERT_TRUE(test::isError(result.error, AudioExportErrorDomain,
+                              AudioExportErrorCode::CannotWrite, "full.m4a"));
     EXPECT_EQ(result.error->userInfo().value(AudioExportDetailKey).toString(),
               QString::fromLocal8Bit(std::strerror(EFBIG)))
         << "the system's own reason";
-}
-
-TEST(TeskExport, AnUnwritableFileRaisesOnTheExportThread) {
-    TeskExtendedAudioFilePlayer player(MemorySong::sine(44100, 440.0, 0.5), true);
-    const ExportResult result = exportOnWorker(player, {0, 44100}, "/nonexistent-folder/song.aif");
-    ASSERT_TRUE(result.error.has_value());
-    EXPECT_FALSE(result.error->localizedDescription().isEmpty());
 }
 
 TEST(TeskExport, ARangeInTheMiddleOfTheSongKeepsItsLevelAtBothEnds) {
@@ -349,27 +345,26 @@ TEST(TeskExport, ARangeInTheMiddleOfTheSongKeepsItsLevelAtBothEnds) {
     // their level, nothing after them gets in, and its first frames come at their level too
     // (two octaves down at double speed, 13 % short in the first 10 ms).
     const struct {
-        float speed;
-        double semitones;
+        Setting setting;
         LoopRange range;
         qint64 songFrames;
         double firstAtLeast; // of the steady peak, in the first 10 ms
-    } cases[] = {{2.0f, -24.0, {44100, 88200}, 4 * 44100, 0.85},
-                 {-2.0f, -24.0, {44100, 88200}, 4 * 44100, 0.85},
-                 {2.0f, -24.0, {44100, 20 * 44100}, 22 * 44100, 0.85},
-                 {1.5f, -3.0, {44100, 88200}, 4 * 44100, 0.95},
-                 {-1.5f, -3.0, {44100, 88200}, 4 * 44100, 0.95},
-                 {1.5f, -3.0, {44100, 20 * 44100}, 22 * 44100, 0.95}};
+    } cases[] = {{{2.0f, -24.0}, {44100, 88200}, 4 * 44100, 0.85},
+                 {{-2.0f, -24.0}, {44100, 88200}, 4 * 44100, 0.85},
+                 {{2.0f, -24.0}, {44100, 20 * 44100}, 22 * 44100, 0.85},
+                 {{1.5f, -3.0}, {44100, 88200}, 4 * 44100, 0.95},
+                 {{-1.5f, -3.0}, {44100, 88200}, 4 * 44100, 0.95},
+                 {{1.5f, -3.0}, {44100, 20 * 44100}, 22 * 44100, 0.95}};
     for (const auto& c : cases) {
-        SCOPED_TRACE(testing::Message() << "speed " << c.speed << " semitones " << c.semitones
-                                        << " range " << c.range.location << "+" << c.range.length);
+        SCOPED_TRACE(testing::Message()
+                     << c.setting << " range " << c.range.location << "+" << c.range.length);
         QTemporaryDir folder;
         TeskExtendedAudioFilePlayer player(MemorySong::sine(c.songFrames, 440.0, 0.5), true);
-        player.setPlaybackSpeed(c.speed);
-        player.setPlaybackPitchInSemitones(c.semitones);
+        apply(player, c.setting);
         const Exported back = exportAndRead(player, c.range, folder, "part.aif");
         ASSERT_TRUE(back.file);
-        const auto frames = std::size_t(std::llround(double(c.range.length) / std::fabs(c.speed)));
+        const auto frames =
+            std::size_t(std::llround(double(c.range.length) / std::fabs(c.setting.speed)));
         ASSERT_GE(back.left.size(), frames);
         const auto part = [&](std::size_t from, std::size_t count) {
             return std::span(back.left).subspan(from, count);
