@@ -105,6 +105,20 @@ void TeskAppController::openFiles(const QStringList& paths) {
     }
 }
 
+namespace {
+/// The date and time as the user's locale writes them short, to the second: copies left by
+/// Tesks that ended together are written seconds apart, and most locales' short time stops at
+/// the minute.
+QString timeToTheSecond(const QDateTime& time) {
+    const QLocale locale;
+    QString timeFormat = locale.timeFormat(QLocale::ShortFormat);
+    if (!timeFormat.contains(QLatin1Char('s')))
+        timeFormat.replace(QLatin1String("mm"), QLatin1String("mm:ss"));
+    return locale.toString(time,
+                           locale.dateFormat(QLocale::ShortFormat) + QLatin1Char(' ') + timeFormat);
+}
+} // namespace
+
 void TeskAppController::offerUnsavedPractice(const RecoveryQuestion& ask) {
     RecoveryCopies& recovery = mDocuments->recoveryCopies();
     const QList<RecoveryCopies::LeftBehind> copies = recovery.leftBehind();
@@ -116,9 +130,9 @@ void TeskAppController::offerUnsavedPractice(const RecoveryQuestion& ask) {
         const bool shared = std::count_if(copies.begin(), copies.end(), [&](const auto& other) {
                                 return other.name == copy.name;
                             }) > 1;
-        names.append(shared ? QStringLiteral("%1 (%2)").arg(
-                                  copy.name, QLocale().toString(copy.written, QLocale::ShortFormat))
-                            : copy.name);
+        names.append(shared
+                         ? QStringLiteral("%1 (%2)").arg(copy.name, timeToTheSecond(copy.written))
+                         : copy.name);
     }
     switch (ask(names)) {
     case RecoveryAnswer::Later:

@@ -130,15 +130,30 @@ TEST(TeskAppController, PracticeLeftUnsavedIsOfferedBackAtTheStart) {
         EXPECT_EQ(offer(third, Answer::Later).isEmpty(), a.answer == Answer::Discard);
     }
 
-    // Two Tesks that ended with the same song unsaved: the offer tells the copies apart.
+    // Two Tesks that ended with the same song unsaved, seconds apart: the offer tells the copies
+    // apart by their time, in locales whose short time stops at the minute too.
     ASSERT_TRUE(QDir(copies).removeRecursively());
     endWithAMarker();
     endWithAMarker();
-    TeskAppController next;
-    const QStringList asked = offer(next, Answer::Discard);
-    ASSERT_EQ(asked.size(), 2);
-    EXPECT_TRUE(asked[0].startsWith("scale (") && asked[1].startsWith("scale ("))
-        << asked.join(", ").toStdString();
+    const QFileInfoList written = QDir(copies).entryInfoList({"*.tesk"}, QDir::Files);
+    ASSERT_EQ(written.size(), 2);
+    const QDateTime minute(QDate(2026, 3, 14), QTime(9, 26));
+    for (qsizetype i = 0; i < written.size(); ++i) {
+        QFile copy(written[i].filePath());
+        ASSERT_TRUE(copy.open(QIODevice::ReadWrite));
+        ASSERT_TRUE(copy.setFileTime(minute.addSecs(20 * i), QFileDevice::FileModificationTime));
+    }
+    for (const QLocale& locale : {QLocale::c(), QLocale(QLocale::German, QLocale::Germany),
+                                  QLocale(QLocale::English, QLocale::UnitedStates)}) {
+        SCOPED_TRACE(locale.name().toStdString());
+        QLocale::setDefault(locale);
+        TeskAppController next;
+        const QStringList asked = offer(next, Answer::Later);
+        QLocale::setDefault(QLocale::system());
+        ASSERT_EQ(asked.size(), 2);
+        EXPECT_TRUE(asked[0].startsWith("scale (") && asked[1].startsWith("scale ("));
+        EXPECT_NE(asked[0], asked[1]);
+    }
 }
 
 TEST(TeskAppController, ARequestToEndWaitsForTheDialogUpAndThenQuits) {
