@@ -830,7 +830,9 @@ bool TeskDocument::writeToURL(const QUrl& url, const QString& typeName, TeskErro
     if (error) {
         // The system's reason ("Read-only file system", "No space left on device") as a
         // sentence of its own, and what to do about it.
-        const QString why = reason.isEmpty() ? QString() : reason + QStringLiteral(". ");
+        const QString why = reason.isEmpty()        ? QString()
+                            : reason.endsWith(u'.') ? reason + u' '
+                                                    : reason + QStringLiteral(". ");
         *error = fileError(kFileWriteUnknownError,
                            tr("The document %1 could not be saved.").arg(quotedName(path)), path,
                            why + tr("Save it in another folder or on another disk, or check "

@@ -604,7 +604,10 @@ TEST_F(DocumentTest, AFailedSaveLeavesThePreviousDocumentWholeAndAnotherWriterIs
 
     EXPECT_FALSE(written);
     EXPECT_TRUE(error.localizedDescription().contains("practice.tesk"));
-    EXPECT_TRUE(error.localizedRecoverySuggestion().contains("another folder"));
+    EXPECT_TRUE(error.localizedRecoverySuggestion().startsWith("Not all of it could be written; "
+                                                               "the disk may be full. Save it in "
+                                                               "another folder"))
+        << error.localizedRecoverySuggestion().toStdString();
     EXPECT_EQ(readFile(path("practice.tesk")), saved);
     EXPECT_TRUE(document.isDocumentEdited());
     EXPECT_EQ(QDir(mDir.path()).entryList(QDir::Files).size(), 1) << "no temporary file left";
