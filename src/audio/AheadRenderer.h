@@ -113,6 +113,9 @@ public:
     /// Blocks of the newest start or seek rendered and not yet handed to the device; blocks of
     /// an older stream still in the ring are skipped, never heard. Any thread.
     std::uint64_t leadBlocks() const;
+    /// Blocks the rendering thread has finished since the start; the one it is making, if any,
+    /// is the next. Any thread.
+    std::uint64_t renderedBlocks() const { return mWriteCount.load(std::memory_order_acquire); }
     /// Blocks handed to the device since the start: its clock, in blocks. Any thread.
     std::uint64_t playedBlocks() const { return mReadCount.load(std::memory_order_acquire); }
 

@@ -52,6 +52,7 @@ void TeskExtendedAudioFilePlayer::startFilePlaying() {
         return;
     mDone = false;
     mEndReported = false;
+    mEndSeenAtBlock.reset();
     mEndHeardAt.reset();
     mFileReader.setCurrentFrame(mCurrentFrame);
     mFileReader.start();
@@ -294,6 +295,7 @@ void TeskExtendedAudioFilePlayer::seek(qint64 frame,
     mFileReader.setCurrentFrame(frame);
     mDone = false;
     mEndReported = false;
+    mEndSeenAtBlock.reset();
     mEndHeardAt.reset();
     if (mark)
         mOutputAudioUnit->flush(*mark);
@@ -409,14 +411,23 @@ void TeskExtendedAudioFilePlayer::checkForEndOfFile() {
     if (mEndReported)
         return;
     if (!hasEnded()) {
-        mEndHeardAt.reset(); // a change of direction or loop after the end plays on
+        // A change of direction or loop after the end plays on.
+        mEndSeenAtBlock.reset();
+        mEndHeardAt.reset();
         return;
     }
     // The song's last frames are still on their way to the ear (in the stretcher, waiting
     // ahead of the device, in its buffer): the end is told once they have played, so that
-    // stopping there does not cut off the last notes.
-    if (!mEndHeardAt)
+    // stopping there does not cut off the last notes. They are counted once the block the
+    // rendering thread was making as the end came is done: until then the last frames taken
+    // may be neither in the stretcher nor in the ring.
+    if (!mEndSeenAtBlock)
+        mEndSeenAtBlock = mOutputAudioUnit->renderedBlocks();
+    if (!mEndHeardAt) {
+        if (mOutputAudioUnit->renderedBlocks() <= *mEndSeenAtBlock)
+            return;
         mEndHeardAt = mOutputAudioUnit->playedFrames() + mOutputAudioUnit->framesUntilHeard();
+    }
     if (mOutputAudioUnit->playedFrames() < *mEndHeardAt)
         return;
     mEndReported = true;

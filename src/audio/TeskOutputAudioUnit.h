@@ -124,6 +124,8 @@ public:
     std::uint64_t playedFrames() const {
         return mRenderer.playedBlocks() * AheadRenderer::kBlockFrames;
     }
+    /// Blocks rendered since the start (see AheadRenderer). Any thread.
+    std::uint64_t renderedBlocks() const { return mRenderer.renderedBlocks(); }
     /// Frames the device will play before the last source frame taken so far is heard, at
     /// most: what the stretcher holds, what waits ahead of the device, the device's buffer.
     /// Main thread, while running.
