@@ -159,6 +159,9 @@ std::optional<RenderCommand::WorkResult> RenderCommand::waitForWholeSong() {
                           error ? error->localizedDescription()
                                 : QStringLiteral("no sound in %1").arg(mOptions.inputPath)};
     }
+    // Cut short by a full disk, not by its file: nothing made of it may pass for the song.
+    if (const auto noRoom = mFile->noRoomError())
+        return WorkResult{kRenderInputUnreadable, noRoom->localizedDescription()};
     return std::nullopt;
 }
 
@@ -384,7 +387,8 @@ void RenderCommand::exportDidEnd(const WorkResult& result) {
         reportError(message);
     if (exitCode == kRenderInterrupted)
         reportError(QStringLiteral("interrupted; %1 was not written").arg(mOptions.outputPath));
-    warnAboutDecoding();
+    if (exitCode != kRenderInputUnreadable) // which has said why already
+        warnAboutDecoding();
     finish(exitCode);
 }
 

@@ -95,6 +95,14 @@ std::optional<TeskError> TeskExtendedAudioFile::decodingError() const {
     return mDecodingError;
 }
 
+std::optional<TeskError> TeskExtendedAudioFile::noRoomError() const {
+    std::optional<TeskError> error = decodingError();
+    if (error && (error->domain() != SongFileErrorDomain ||
+                  error->code() != qint64(SongFileErrorCode::CacheUnavailable)))
+        error.reset();
+    return error;
+}
+
 qint64 TeskExtendedAudioFile::readFrames(qint64 start, qint64 count, float* left,
                                          float* right) const {
     return mCache->read(start, count, left, right);

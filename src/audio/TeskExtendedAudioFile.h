@@ -64,6 +64,10 @@ public:
     /// Why the song ends early or has gaps (a truncated or damaged file plays what could be
     /// decoded); empty otherwise. Any thread.
     std::optional<TeskError> decodingError() const;
+    /// The decoding error when decoding stopped for want of room on the disk for the sound: the
+    /// song is then cut short by the machine, not by its file, and an export or a document made
+    /// of it would pass for the whole song. Empty otherwise. Any thread.
+    std::optional<TeskError> noRoomError() const;
 
     /// Copies up to `count` decoded frames from `start` into `left` and `right`; returns how
     /// many: fewer at the decoded frontier, 0 beyond it or for a negative `start`.

@@ -56,7 +56,15 @@ std::optional<TeskError> exportRange(TeskExtendedAudioFilePlayer& player,
     try {
         const auto outcome = part ? player.writeSamplesInRange(*part, temporary->path())
                                   : player.writeWholeSong(temporary->path());
-        if (outcome == TeskOutputAudioUnit::ExportOutcome::Written && !temporary->commit(&reason))
+        if (outcome != TeskOutputAudioUnit::ExportOutcome::Written)
+            return std::nullopt;
+        // Decoding stopped for want of room on the disk: what it left is not the song's end,
+        // and an export that reaches it would pass for the whole song or loop.
+        const auto* file = dynamic_cast<const TeskExtendedAudioFile*>(player.audioFile().get());
+        const std::optional<TeskError> noRoom = file ? file->noRoomError() : std::nullopt;
+        if (noRoom && (!part || part->location + part->length >= file->frameCount()))
+            return noRoom;
+        if (!temporary->commit(&reason))
             return audioExportError(AudioExportErrorCode::CannotWrite, path, reason);
         return std::nullopt;
     } catch (const NSXError& exception) {

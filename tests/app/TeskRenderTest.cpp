@@ -521,26 +521,39 @@ TEST(TeskRender, InterruptedExportKeepsTheOriginalAndLeavesNoPartialFile) {
 }
 
 TEST(TeskRender, FailedExportKeepsTheOriginal) {
-    QTemporaryDir folder;
-    const QString input = writeTone(folder.filePath("in.wav"), 3.0);
-    const QString output = folder.filePath("out.aif");
-    const QByteArray original(200000, 'x');
-    ASSERT_TRUE(writeFile(output, original));
-
     // A disk that fills up: no file the renderer writes may grow past 64 KiB, and the write
-    // fails rather than the signal ending the process.
-    QProcess process;
-    process.setChildProcessModifier([] {
-        ::signal(SIGXFSZ, SIG_IGN);
-        const rlimit limit{64 * 1024, 64 * 1024};
-        ::setrlimit(RLIMIT_FSIZE, &limit);
-    });
-    const RenderRun run = runRender({"-q", input, output}, &process);
-    EXPECT_EQ(run.exitCode, 3);
-    EXPECT_TRUE(run.err.startsWith("tesk-render: cannot write " + output)) << run.err.toStdString();
-    EXPECT_FALSE(run.err.contains(".tmp-")) << run.err.toStdString();
-    EXPECT_EQ(readFile(output), original);
-    EXPECT_EQ(filesIn(folder.path()), (QStringList{"in.wav", "out.aif"}));
+    // fails rather than the signal ending the process. The song's sound is kept on the disk
+    // as it is decoded (4 bytes a frame), so a full disk stops either the export, as it is
+    // written (a short song at half speed), or the decoding, which would cut the song short.
+    const struct {
+        double songSeconds;
+        QString speed;
+        int exitCode;
+        QString said;
+    } cases[] = {{0.3, "0.5", 3, "cannot write %1"},
+                 {3.0, "1", 2, "The file “in.wav” couldn’t be decoded because there is no room"}};
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.songSeconds);
+        QTemporaryDir folder;
+        const QString input = writeTone(folder.filePath("in.wav"), c.songSeconds);
+        const QString output = folder.filePath("out.aif");
+        const QByteArray original(200000, 'x');
+        ASSERT_TRUE(writeFile(output, original));
+        QProcess process;
+        process.setChildProcessModifier([] {
+            ::signal(SIGXFSZ, SIG_IGN);
+            const rlimit limit{64 * 1024, 64 * 1024};
+            ::setrlimit(RLIMIT_FSIZE, &limit);
+        });
+        const RenderRun run = runRender({"-q", "--speed", c.speed, input, output}, &process);
+        EXPECT_EQ(run.exitCode, c.exitCode);
+        EXPECT_TRUE(run.err.startsWith("tesk-render: " + c.said.arg(output)))
+            << run.err.toStdString();
+        EXPECT_EQ(run.err.count('\n'), 1) << run.err.toStdString();
+        EXPECT_FALSE(run.err.contains(".tmp-")) << run.err.toStdString();
+        EXPECT_EQ(readFile(output), original);
+        EXPECT_EQ(filesIn(folder.path()), (QStringList{"in.wav", "out.aif"}));
+    }
 }
 
 TEST(TeskRender, PlaysARangeToItsEndAndStopsOnSigterm) {

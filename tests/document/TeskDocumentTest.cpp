@@ -749,20 +749,36 @@ TEST_F(DocumentTest, AnExportHoldsItsRangeWhateverLoopPlayedBefore) {
 TEST_F(DocumentTest, AnExportCutShortLeavesTheFileItWouldHaveReplaced) {
     const QString song = writeSong("song.wav", 30.0);
     const QByteArray original("the take to keep");
-    // Cancelled, or its document closed (as when Tesk quits) while it runs.
-    for (const bool closing : {false, true}) {
-        SCOPED_TRACE(closing ? "closed" : "cancelled");
-        auto document = openSong(song);
+    // Cancelled, its document closed (as when Tesk quits) while it runs, or made of a song whose
+    // decoding a full disk stopped (its sound is kept on the disk as it is decoded, 4 bytes a
+    // frame): that would pass for the whole song.
+    enum class Cut { Cancelled, Closed, SongCutShort };
+    for (const Cut cut : {Cut::Cancelled, Cut::Closed, Cut::SongCutShort}) {
+        SCOPED_TRACE(int(cut));
+        std::unique_ptr<TeskDocument> document;
+        if (cut == Cut::SongCutShort) {
+            const FileSizeLimit limit(64 * 1024);
+            document = openSong(song);
+            ASSERT_TRUE(QTest::qWaitFor(
+                [&] { return document->player()->audioFile()->isDecodingFinished(); }, 20000));
+        } else {
+            document = openSong(song);
+        }
         RecordingDelegate delegate;
         document->setFileExportDelegate(&delegate);
         ASSERT_TRUE(writeFile(path("take.m4a"), original));
         ASSERT_TRUE(document->performLoopExportToFile({{"destinationFile", path("take.m4a")}}));
-        if (closing) {
+        if (cut == Cut::Closed) {
             document.reset();
-        } else {
+        } else if (cut == Cut::Cancelled) {
             document->cancelFileExportOperation();
             document->waitForExport();
             EXPECT_EQ(delegate.finished, path("take.m4a"));
+        } else {
+            document->waitForExport();
+            EXPECT_EQ(delegate.failed, path("take.m4a"));
+            EXPECT_TRUE(delegate.failure.localizedDescription().contains("no room for its sound"))
+                << delegate.failure.localizedDescription().toStdString();
         }
         EXPECT_EQ(readFile(path("take.m4a")), original);
         EXPECT_EQ(QDir(mDir.path()).entryList(QDir::Files | QDir::Hidden),
