@@ -194,8 +194,9 @@ private:
     /// restart of the render before, and lose the newest seek's first frames.
     std::atomic<std::uint64_t> mSeekGeneration{0};
     bool mEndReported = false;
-    /// Once the song has ended: the device's played frames at which its last frame is heard.
-    std::optional<std::uint64_t> mEndSeenAtBlock; // the renderer's block count then
+    /// Once the song has ended: the renderer's count of blocks when that was first seen, and
+    /// the device's played frames at which its last frame is heard.
+    std::optional<std::uint64_t> mEndSeenAtBlock;
     std::optional<std::uint64_t> mEndHeardAt;
     /// While exporting: the source frames still to give the chain (export thread only), or
     /// negative when not exporting.

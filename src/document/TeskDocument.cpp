@@ -62,7 +62,7 @@ std::optional<TeskError> exportRange(TeskExtendedAudioFilePlayer& player,
         // and an export that reaches it would pass for the whole song or loop.
         const auto* file = dynamic_cast<const TeskExtendedAudioFile*>(player.audioFile().get());
         const std::optional<TeskError> noRoom = file ? file->noRoomError() : std::nullopt;
-        if (noRoom && (!part || part->location + part->length >= file->frameCount()))
+        if (noRoom && (!part || qint64(part->location) + part->length >= file->frameCount()))
             return noRoom;
         if (!temporary->commit(&reason))
             return audioExportError(AudioExportErrorCode::CannotWrite, path, reason);
