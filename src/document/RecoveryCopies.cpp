@@ -179,12 +179,18 @@ void RecoveryCopies::writeOrRemove(TeskDocument* document) {
     if (saved && !document->fileChangedElsewhere())
         fields.insert(QStringLiteral("fileStamp"), stampToJson(*saved));
     TeskError error;
-    if (!note.open(QIODevice::WriteOnly) || note.write(QJsonDocument(fields).toJson()) < 0 ||
-        !note.commit() ||
+    // Unbuffered, so that a full disk shows in the write: commit() would flush it quietly and
+    // put an empty note in place.
+    const QByteArray noteText = QJsonDocument(fields).toJson();
+    if (!note.open(QIODevice::WriteOnly | QIODevice::Unbuffered) ||
+        note.write(noteText) != noteText.size() || !note.commit() ||
         !document->writeToURL(QUrl::fromLocalFile(copyPath(watched.id)), TeskDocumentType,
                               &error)) {
         qWarning("Tesk cannot keep a copy of the unsaved practice of %s in %s",
                  qPrintable(document->displayName()), qPrintable(mFolder));
+        // A note without its copy would never be offered, nor removed once this Tesk has gone.
+        if (!QFileInfo::exists(copyPath(watched.id)))
+            QFile::remove(notePath(watched.id));
     }
 }
 

@@ -313,6 +313,19 @@ TEST_F(DocumentControllerTest, UnsavedPracticeIsCopiedUntilItIsClosed) {
         mController.closeDocument(document);
         EXPECT_EQ(copiesIn(recovery.folder()), 0);
     }
+
+    // A disk too full for a copy keeps no part of one: nothing left over would ever be offered
+    // or removed.
+    TeskDocument* document = mController.openDocumentWithContentsOfURL(song, false, &mError);
+    ASSERT_NE(document, nullptr);
+    document->dropChorusMarker();
+    {
+        const FileSizeLimit full(16);
+        recovery.writeDueCopies();
+    }
+    EXPECT_EQ(QDir(recovery.folder()).entryList({"*.json", "*.tesk"}, QDir::Files | QDir::Hidden),
+              QStringList{});
+    mController.closeDocument(document);
 }
 
 TEST_F(DocumentControllerTest, PracticeLeftUnsavedByATeskThatEndedIsReopenedAsItWas) {
