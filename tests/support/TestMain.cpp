@@ -14,8 +14,11 @@
 #include <cmath>
 #include <cstdio>
 #include <cstring>
+#include <optional>
 
 namespace {
+
+constexpr char kSettingsVariable[] = "TESK_TEST_SETTINGS";
 
 [[noreturn]] void throwAssertionFailure(const tesk::AssertionFailure& failure) {
     throw tesk::test::AssertionFailed(failure);
@@ -62,11 +65,19 @@ int main(int argc, char** argv) {
     }
     QCoreApplication::setOrganizationName(QStringLiteral("TeskTests"));
     QCoreApplication::setApplicationName(QStringLiteral("TeskTests"));
-    // Settings that tests write (the last volume used...) stay out of the user's own.
-    QTemporaryDir settings;
-    QSettings::setPath(QSettings::NativeFormat, QSettings::UserScope, settings.path());
+    // Settings that tests write (the last volume used...) stay out of the user's own. A death
+    // test's child runs this main again and dies without cleaning up, so it uses its parent's
+    // folder, which the parent removes.
+    std::optional<QTemporaryDir> ownSettings;
+    QByteArray settingsPath = qgetenv(kSettingsVariable);
+    if (settingsPath.isEmpty()) {
+        settingsPath = QFile::encodeName(ownSettings.emplace().path());
+        qputenv(kSettingsVariable, settingsPath);
+    }
+    QSettings::setPath(QSettings::NativeFormat, QSettings::UserScope,
+                       QFile::decodeName(settingsPath));
     // And so do the copies of unsaved practice that documents keep.
-    qputenv("XDG_DATA_HOME", QFile::encodeName(settings.path()));
+    qputenv("XDG_DATA_HOME", settingsPath);
     testing::InitGoogleTest(&argc, argv);
     tesk::setAssertionHandler(&throwAssertionFailure);
     return RUN_ALL_TESTS();
