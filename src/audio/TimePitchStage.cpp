@@ -182,7 +182,6 @@ void TimePitchStage::setPitchCents(double cents) noexcept {
 
 void TimePitchStage::reset() {
     mStretcher->reset();
-    resetChannelGuidance();
     mStarted = false;
     mSourceEnded = false;
     mTailFramesLeft = 0;
@@ -198,25 +197,6 @@ void TimePitchStage::reset() {
     mLastPulledRight = 0.0f;
     mStarvedFaded = kStarvedFadeFrames;
     mLatencyFrames.store(0.0, std::memory_order_relaxed);
-}
-
-void TimePitchStage::resetChannelGuidance() {
-    // The finer engine's reset keeps, for each channel, where the last audio led it to split
-    // the spectrum between its three resolutions. Mid and side then split it differently, and
-    // a sound on one side only leaks into the other (by -16 dB after a second of other music).
-    // One analysed frame of silence sets every channel's guidance alike; the second reset
-    // clears the rest.
-    if (mQuality != TimePitchQuality::Standard)
-        return;
-    std::fill(mInputBuffer.begin(), mInputBuffer.end(), 0.0f);
-    const float* silence[kChannelCount] = {mInputBuffer.data(),
-                                           mInputBuffer.data() + kMaxProcessSize};
-    for (int fed = 0; fed < 8 && mStretcher->available() == 0; ++fed) {
-        mStretcher->process(
-            silence, std::clamp<std::size_t>(mStretcher->getSamplesRequired(), 1, kMaxProcessSize),
-            false);
-    }
-    mStretcher->reset();
 }
 
 void TimePitchStage::applyParameters() {

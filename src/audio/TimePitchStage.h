@@ -157,7 +157,6 @@ private:
     /// The output frames between an input frame going in and coming out, beyond the time
     /// stretch itself, at the ratios given to the stretcher.
     double outputDelay() const;
-    void resetChannelGuidance();
     /// The time ratio given to the stretcher for `rate`, which keeps the finer engine off its
     /// path for no change at all.
     static double stretcherTimeRatio(double rate, double pitchCents, TimePitchQuality quality);
