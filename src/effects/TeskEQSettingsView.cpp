@@ -1,15 +1,16 @@
 #include "effects/TeskEQSettingsView.h"
 
 #include "effects/EffectsAccessibility.h"
-#include "effects/TeskPanSlider.h"
 #include "observation/KeyValueObserving.h"
 #include "widgets/NamedImage.h"
+#include "widgets/TeskLook.h"
 
 #include <QAccessible>
 #include <QHelpEvent>
 #include <QKeyEvent>
 #include <QMouseEvent>
 #include <QPainter>
+#include <QTimer>
 #include <QToolTip>
 #include <algorithm>
 #include <cmath>
@@ -226,7 +227,7 @@ void TeskEQSettingsView::drawContents(QPainter& painter) {
         painter.save();
         painter.setOpacity(1.0);
         painter.setRenderHint(QPainter::Antialiasing);
-        painter.setPen(QPen(TeskPanSlider::kFocusRingColour, 2.0));
+        painter.setPen(QPen(look::focusRing, 2.0));
         painter.setBrush(Qt::NoBrush);
         const QRectF ring =
             places.handleRectForBand(mKeyBand, valueForBand(mKeyBand)).adjusted(-2, -2, 2, 2);
@@ -295,7 +296,12 @@ void TeskEQSettingsView::announceKeyBand() {
 
 void TeskEQSettingsView::focusInEvent(QFocusEvent* event) {
     TeskSpectrumEffectView::focusInEvent(event);
-    announceKeyBand(); // a screen reader says which band the keys move
+    // A screen reader says which band the keys move. Qt tells of the focus on the whole view
+    // after this event, which would leave the reader on the view: the band is told after that.
+    QTimer::singleShot(0, this, [this] {
+        if (hasFocus())
+            announceKeyBand();
+    });
 }
 
 } // namespace tesk

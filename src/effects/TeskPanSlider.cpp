@@ -4,6 +4,7 @@
 #include "observation/KeyValueObserving.h"
 #include "widgets/DevicePixels.h"
 #include "widgets/NamedImage.h"
+#include "widgets/TeskLook.h"
 
 #include <QAccessible>
 #include <QKeyEvent>
@@ -203,7 +204,7 @@ void TeskPanSlider::paintEvent(QPaintEvent*) {
         // Reached with Tab: the knob's rim turns blue, to say where the arrow keys go. The slider
         // is only as tall as its knob, so the ring lies on the rim, not round it.
         painter.setRenderHint(QPainter::Antialiasing);
-        painter.setPen(QPen(kFocusRingColour, 2.0));
+        painter.setPen(QPen(look::focusRing, 2.0));
         painter.setBrush(Qt::NoBrush);
         const QRectF ring = knobRect().adjusted(1.0, 1.0, -1.0, -1.0);
         painter.drawRoundedRect(ring, ring.height() * 0.5, ring.height() * 0.5);
@@ -254,11 +255,15 @@ void TeskPanSlider::keyPressEvent(QKeyEvent* event) {
         return;
     }
     const double step = (mMaxValue - mMinValue) / 20.0;
+    // Up and Down too, as on any slider: they would otherwise reach the window, which changes
+    // the speed, while the pan slider shows the focus.
     switch (event->key()) {
     case Qt::Key_Left:
+    case Qt::Key_Down:
         setValueAsUser(std::max(mMinValue, mValue - step));
         break;
     case Qt::Key_Right:
+    case Qt::Key_Up:
         setValueAsUser(std::min(mMaxValue, mValue + step));
         break;
     case Qt::Key_Home:

@@ -17,7 +17,6 @@ class TeskPanSlider : public SBindingView {
     Q_OBJECT
 public:
     static constexpr double kDetent = 0.05;
-    static constexpr QColor kFocusRingColour{64, 140, 240};
 
     explicit TeskPanSlider(QWidget* parent = nullptr);
     ~TeskPanSlider() override;

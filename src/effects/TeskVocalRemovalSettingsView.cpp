@@ -1,7 +1,6 @@
 #include "effects/TeskVocalRemovalSettingsView.h"
 
 #include "effects/EffectsAccessibility.h"
-#include "effects/TeskPanSlider.h"
 #include "observation/KeyValueObserving.h"
 #include "widgets/DevicePixels.h"
 #include "widgets/NamedImage.h"
@@ -13,6 +12,7 @@
 #include <QLinearGradient>
 #include <QMouseEvent>
 #include <QPainter>
+#include <QTimer>
 #include <cmath>
 
 namespace tesk {
@@ -62,7 +62,12 @@ void TeskVocalRemovalSettingsView::announceKeyEdge() {
 
 void TeskVocalRemovalSettingsView::focusInEvent(QFocusEvent* event) {
     TeskSpectrumEffectView::focusInEvent(event);
-    announceKeyEdge(); // a screen reader says which edge the keys move
+    // A screen reader says which edge the keys move. Qt tells of the focus on the whole view
+    // after this event, which would leave the reader on the view: the edge is told after that.
+    QTimer::singleShot(0, this, [this] {
+        if (hasFocus())
+            announceKeyEdge();
+    });
 }
 
 QRectF TeskVocalRemovalSettingsView::focusRingRect() const {
@@ -330,7 +335,7 @@ void TeskVocalRemovalSettingsView::drawContents(QPainter& painter) {
         // a switched-off editor too.
         painter.save();
         painter.setOpacity(1.0);
-        painter.setPen(QPen(TeskPanSlider::kFocusRingColour, 2.0));
+        painter.setPen(QPen(look::focusRing, 2.0));
         painter.setBrush(Qt::NoBrush);
         painter.drawRoundedRect(focusRingRect(), 3.0, 3.0);
         painter.restore();

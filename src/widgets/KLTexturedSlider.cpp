@@ -1,6 +1,7 @@
 #include "widgets/KLTexturedSlider.h"
 
 #include "widgets/DevicePixels.h"
+#include "widgets/TeskLook.h"
 
 #include <QAccessible>
 #include <QAccessibleValueInterface>
@@ -29,7 +30,6 @@ const QColor kKnobEdge(96, 100, 108);
 // colour, softened (a dark grey on a light desktop).
 constexpr qreal kIndicatorOpacity = 0.62;
 constexpr qreal kGrooveHeight = 5.0;
-const QColor kFocusRing(64, 140, 240); // as the effects panel's
 } // namespace
 
 KLTexturedSlider::KLTexturedSlider(QWidget* parent)
@@ -236,7 +236,7 @@ void KLTexturedSlider::paintEvent(QPaintEvent*) {
     painter.drawEllipse(knobRect.adjusted(0.5, 0.5, -0.5, -0.5));
     if (hasFocus()) {
         // Reached with Tab: the knob's rim turns blue, to say where the arrow keys go.
-        painter.setPen(QPen(kFocusRing, 2.0));
+        painter.setPen(QPen(look::focusRing, 2.0));
         painter.setBrush(Qt::NoBrush);
         painter.drawEllipse(knobRect.adjusted(1.0, 1.0, -1.0, -1.0));
     }

@@ -20,6 +20,9 @@ inline constexpr QColor graphGrid{217, 238, 254, 30};
 /// A switched-off effect's editor is drawn at this opacity.
 inline constexpr qreal disabledOpacity = 0.4;
 
+/// The ring round whatever the keys move, once Tab has gone there.
+inline constexpr QColor focusRing{64, 140, 240};
+
 /// One colour per marker kind, in the kinds' order: generic, chorus, verse, bridge.
 inline constexpr std::array<QColor, 4> markerColours{
     QColor{96, 116, 138}, // generic: grey-blue

@@ -575,7 +575,8 @@ TEST(TeskPanSlider, EndsDetentAndWheelWriteBackAndSendTheAction) {
     EXPECT_NEAR(settings.panAmount(), before + 1.0 / slider.width(), 1e-6);
     EXPECT_EQ(actions.count(), sent + 1);
 
-    // The plain arrows step by a twentieth; with Ctrl or Alt they are the window's (jumps).
+    // The plain arrows, Up and Down too, step by a twentieth; with Ctrl or Alt they are the
+    // window's (jumps).
     settings.setPanAmount(0.5);
     const struct {
         Qt::Key key;
@@ -584,6 +585,7 @@ TEST(TeskPanSlider, EndsDetentAndWheelWriteBackAndSendTheAction) {
     } keys[] = {{Qt::Key_Left, Qt::NoModifier, 0.45},   {Qt::Key_Left, Qt::ControlModifier, 0.45},
                 {Qt::Key_Right, Qt::AltModifier, 0.45}, {Qt::Key_End, Qt::ControlModifier, 0.45},
                 {Qt::Key_Right, Qt::NoModifier, 0.5},   {Qt::Key_Left, Qt::ShiftModifier, 0.45},
+                {Qt::Key_Up, Qt::NoModifier, 0.5},      {Qt::Key_Down, Qt::NoModifier, 0.45},
                 {Qt::Key_Home, Qt::NoModifier, 0.0}};
     for (const auto& k : keys) {
         QTest::keyClick(&slider, k.key, k.modifiers);
