@@ -8,6 +8,7 @@
 #include <QCoreApplication>
 #include <QStringList>
 #include <algorithm>
+#include <cmath>
 #include <iterator>
 
 namespace tesk {
@@ -19,7 +20,8 @@ QString timeText(qint64 frame) {
     return QString::asprintf("%02lld:%02lld", seconds / 60, seconds % 60);
 }
 
-/// The play position, in frames, as the value; the loop in the description.
+/// The play position, in seconds, as the value (a reader may speak the bare number, and a
+/// count of frames means nothing to a listener); the loop in the description.
 class AccessibleWaveformView : public QAccessibleWidget, public QAccessibleValueInterface {
 public:
     explicit AccessibleWaveformView(WaveformView* view)
@@ -37,13 +39,14 @@ public:
             return timeText(view()->currentFrame());
         return QAccessibleWidget::text(t);
     }
-    QVariant currentValue() const override { return view()->currentFrame(); }
+    QVariant currentValue() const override { return playPositionSeconds(view()->currentFrame()); }
     void setCurrentValue(const QVariant& value) override {
-        view()->setCurrentFrame(value.toLongLong(), true);
+        view()->setCurrentFrame(std::llround(value.toDouble() * WaveformGeometry::kFramesPerSecond),
+                                true);
     }
-    QVariant maximumValue() const override { return view()->frameCount(); }
-    QVariant minimumValue() const override { return qint64(0); }
-    QVariant minimumStepSize() const override { return WaveformGeometry::kFramesPerSecond; }
+    QVariant maximumValue() const override { return playPositionSeconds(view()->frameCount()); }
+    QVariant minimumValue() const override { return 0.0; }
+    QVariant minimumStepSize() const override { return 1.0; }
 };
 
 /// The scroll position, 0 to 1.
@@ -85,6 +88,10 @@ QAccessibleInterface* waveformAccessibleFactory(const QString& className, QObjec
 }
 
 } // namespace
+
+double playPositionSeconds(qint64 frame) {
+    return double(frame) / WaveformGeometry::kFramesPerSecond;
+}
 
 QString spokenPlayPosition(qint64 frame, LoopRange loop, const QList<int>& markerKindsHere) {
     static const char* const kMarkerWords[] = {

@@ -13,6 +13,9 @@ class WaveformView;
 /// scroller (its position), by name and value. Installed once; main thread.
 void installWaveformAccessibility();
 
+/// The play position as a screen reader's value: seconds from the start of the song.
+double playPositionSeconds(qint64 frame);
+
 /// The play position, the markers there and the loop as a screen reader says them, to the
 /// second: "01:05, at a chorus marker, loop from 00:30 to 01:10". `markerKindsHere` are the
 /// kinds (0 generic, 1 chorus, 2 verse, 3 bridge) of the markers at exactly `frame`, so that a

@@ -5,6 +5,7 @@
 #include "waveform/WaveformPalette.h"
 #include "widgets/DevicePixels.h"
 #include "widgets/NamedImage.h"
+#include "widgets/TeskLook.h"
 
 #include "waveform/WaveformAccessibility.h"
 
@@ -129,7 +130,7 @@ WaveformView::WaveformView(QWidget* parent)
         update(poofRect());
     });
     setMouseTracking(true);
-    setFocusPolicy(Qt::ClickFocus);
+    setFocusPolicy(Qt::StrongFocus);
     setAttribute(Qt::WA_OpaquePaintEvent);
     setCursor(Qt::CrossCursor);
     setMinimumHeight(kRulerHeight + kMarkerStripHeight + 40);
@@ -330,7 +331,7 @@ void WaveformView::refreshSpokenValue() {
     if (spoken == accessibleDescription())
         return;
     setAccessibleDescription(spoken); // which tells of the new words
-    QAccessibleValueChangeEvent event(this, mCurrentFrame);
+    QAccessibleValueChangeEvent event(this, playPositionSeconds(mCurrentFrame));
     QAccessible::updateAccessibility(&event);
 }
 
@@ -656,6 +657,7 @@ void WaveformView::paintView(QPainter& painter, const QRegion& clip, qreal devic
     paintCursor(painter);
     paintLoopButton(painter);
     paintPoof(painter);
+    paintFocusRing(painter);
     painter.restore();
     mPaintRatio = 0.0;
 }
@@ -914,6 +916,30 @@ void WaveformView::paintPoof(QPainter& painter) {
         painter.drawEllipse(mPoofCentre + offset * spread, 3 + 5 * mPoofProgress,
                             3 + 5 * mPoofProgress);
     painter.restore();
+}
+
+void WaveformView::paintFocusRing(QPainter& painter) {
+    if (!hasFocus() || !window()->testAttribute(Qt::WA_KeyboardFocusChange))
+        return;
+    painter.save();
+    painter.setPen(QPen(look::focusRing, kFocusRingWidth));
+    painter.setBrush(Qt::NoBrush);
+    const qreal inset = kFocusRingWidth / 2.0;
+    painter.drawRect(QRectF(rect()).adjusted(inset, inset, -inset, -inset));
+    painter.restore();
+}
+
+QRegion WaveformView::focusRingRegion() const {
+    const int width = int(kFocusRingWidth);
+    return QRegion(rect()) - QRegion(rect().adjusted(width, width, -width, -width));
+}
+
+void WaveformView::focusInEvent(QFocusEvent*) {
+    update(focusRingRegion()); // and not the waveform inside it
+}
+
+void WaveformView::focusOutEvent(QFocusEvent*) {
+    update(focusRingRegion());
 }
 
 // Gestures.

@@ -60,6 +60,8 @@ public:
     static constexpr int kMarkerStripHeight = 16;
     /// How long a marker must be held before it moves.
     static constexpr qint64 kMarkerHoldMs = 200;
+    /// The keyboard focus ring's width, inside the view's edges, in logical pixels.
+    static constexpr qreal kFocusRingWidth = 2.0;
 
     explicit WaveformView(QWidget* parent = nullptr);
     ~WaveformView() override;
@@ -204,6 +206,8 @@ protected:
     void mouseReleaseEvent(QMouseEvent* event) override;
     void wheelEvent(QWheelEvent* event) override;
     void keyPressEvent(QKeyEvent* event) override;
+    void focusInEvent(QFocusEvent* event) override;
+    void focusOutEvent(QFocusEvent* event) override;
     void abandonMouseGesture() override;
 
 private:
@@ -248,6 +252,10 @@ private:
     void paintCursor(QPainter& painter);
     void paintLoopButton(QPainter& painter);
     void paintPoof(QPainter& painter);
+    /// Round the whole view, while it has the focus that Tab gave it: a click, or the window
+    /// opening, gives it the focus without a ring, as it is where the keys go anyway.
+    void paintFocusRing(QPainter& painter);
+    QRegion focusRingRegion() const;
     void bounceLoopButton(bool pressed);
     QRect poofRect() const;
     void drawWaveformStrip(QPainter& painter, const QRectF& strip, bool selected);

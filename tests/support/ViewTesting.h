@@ -52,9 +52,12 @@ inline bool coloursClose(const QColor& a, const QColor& b, int tolerance = 2) {
 /// Gathers what the paint events of the widgets it is installed on repaint.
 struct PaintLog : QObject {
     QRegion painted;
+    int paints = 0;
     bool eventFilter(QObject*, QEvent* event) override {
-        if (event->type() == QEvent::Paint)
+        if (event->type() == QEvent::Paint) {
             painted += static_cast<QPaintEvent*>(event)->region();
+            ++paints;
+        }
         return false;
     }
 };

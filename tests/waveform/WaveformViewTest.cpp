@@ -3,16 +3,19 @@
 
 #include "support/MemorySong.h"
 #include "support/ViewTesting.h"
+#include "widgets/TeskLook.h"
 
 #include <QAccessible>
 #include <QAccessibleValueInterface>
 #include <QPaintEvent>
 #include <QPainter>
+#include <QPushButton>
 #include <QStyleHints>
 #include <QTest>
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <functional>
 
 using namespace tesk;
 
@@ -65,19 +68,6 @@ struct DelegateLog : WaveformViewDelegate {
     void waveformViewDidEndScrubbing(WaveformView*) override { ++scrubsEnded; }
 };
 
-/// Notes what the paint events of the view repaint.
-struct PaintLog : QObject {
-    QRegion painted;
-    int paints = 0;
-    bool eventFilter(QObject*, QEvent* event) override {
-        if (event->type() == QEvent::Paint) {
-            painted += static_cast<QPaintEvent*>(event)->region();
-            ++paints;
-        }
-        return false;
-    }
-};
-
 constexpr qint64 kSongFrames = 441000; // ten seconds
 constexpr double kBandY = 120;         // a y inside the waveform strip
 
@@ -107,7 +97,7 @@ protected:
     /// Waits until the view has painted what is pending, and returns what it repainted.
     QRegion paintsAfter(const std::function<void()>& change) {
         view.repaint();
-        PaintLog log;
+        test::PaintLog log;
         view.installEventFilter(&log);
         change();
         if (!QTest::qWaitFor([&] { return log.paints > 0; }, 2000))
@@ -869,6 +859,71 @@ TEST(WaveformViewPeaks, EveryShortPeakIsDrawnToItsHeightAtEveryZoom) {
     }
 }
 
+TEST(WaveformViewFocus, TabReachesTheViewAndRingsItRepaintingOnlyTheRing) {
+    // A button, then the view: Tab from the button rings the view; a click there, or the window
+    // giving it the focus, does not (it is where the keys go anyway).
+    QWidget window;
+    auto* button = new QPushButton("Before", &window);
+    button->setGeometry(0, 0, 100, 30);
+    auto* view = new WaveformView(&window);
+    view->setGeometry(0, 40, 800, 200);
+    view->setDecodedSong(test::MemorySong::sine(kSongFrames, 440.0, 0.8), QUrl("file:///s.wav"));
+    ASSERT_TRUE(QTest::qWaitFor([&] { return !view->waveform()->isScanning(); }, 20000));
+    window.resize(800, 240);
+    window.show();
+    window.activateWindow();
+    ASSERT_TRUE(QTest::qWaitForWindowActive(&window));
+    const auto ringed = [&] {
+        const QImage image = test::grabImage(*view);
+        for (const QPointF at :
+             {QPointF(0.5, kBandY), QPointF(400, 1), QPointF(799, kBandY), QPointF(400, 199)}) {
+            if (test::pixelAt(image, at.x(), at.y()) != look::focusRing)
+                return false;
+        }
+        return true;
+    };
+    const QRegion ring = QRegion(view->rect()) - QRegion(view->rect().adjusted(2, 2, -2, -2));
+    const auto paintsOf = [&](const std::function<void()>& change) {
+        QCoreApplication::processEvents();
+        test::PaintLog log;
+        view->installEventFilter(&log);
+        change();
+        QTest::qWait(50);
+        view->removeEventFilter(&log);
+        return log.painted;
+    };
+    const struct {
+        const char* how;
+        std::function<void()> focus;
+        bool ring;
+    } ways[] = {
+        {"Tab", [&] { QTest::keyClick(button, Qt::Key_Tab); }, true},
+        {"a click", [&] { QTest::mouseClick(view, Qt::LeftButton, {}, QPoint(300, 150)); }, false},
+        {"Shift+Tab round", [&] { QTest::keyClick(button, Qt::Key_Backtab); }, true},
+        {"the window", [&] { view->setFocus(Qt::ActiveWindowFocusReason); }, false},
+    };
+    for (const auto& way : ways) {
+        SCOPED_TRACE(way.how);
+        button->setFocus(Qt::OtherFocusReason);
+        window.setAttribute(Qt::WA_KeyboardFocusChange, false);
+        const QRegion painted = paintsOf(way.focus);
+        ASSERT_TRUE(view->hasFocus());
+        EXPECT_EQ(ringed(), way.ring);
+        if (way.ring) {
+            EXPECT_TRUE(ring.subtracted(painted).isEmpty()) << "the whole ring is drawn";
+            EXPECT_TRUE(painted.subtracted(ring).isEmpty()) << "and nothing inside it";
+        }
+        // Leaving takes the ring away, and paints only where it was.
+        const QRegion left = paintsOf([&] { QTest::keyClick(view, Qt::Key_Tab); });
+        EXPECT_FALSE(view->hasFocus());
+        EXPECT_FALSE(ringed());
+        EXPECT_TRUE(left.subtracted(ring).isEmpty());
+        if (way.ring) {
+            EXPECT_TRUE(ring.subtracted(left).isEmpty());
+        }
+    }
+}
+
 TEST_F(WaveformViewTest, ScreenReadersReadThePlayPositionAndTheLoop) {
     QAccessibleInterface* accessible = QAccessible::queryAccessibleInterface(&view);
     ASSERT_NE(accessible, nullptr);
@@ -882,8 +937,12 @@ TEST_F(WaveformViewTest, ScreenReadersReadThePlayPositionAndTheLoop) {
     model.setCurrentFrame(44100 * 62 - 1);
     model.setLoopRange({});
     EXPECT_EQ(accessible->text(QAccessible::Description), "01:01");
-    EXPECT_EQ(accessible->valueInterface()->maximumValue().toLongLong(), kSongFrames);
-    accessible->valueInterface()->setCurrentValue(qint64(88200));
+    // The value is in seconds: a reader may speak the bare number.
+    QAccessibleValueInterface* value = accessible->valueInterface();
+    EXPECT_EQ(value->currentValue().toDouble(), (44100 * 62 - 1) / 44100.0);
+    EXPECT_EQ(value->maximumValue().toDouble(), kSongFrames / 44100.0);
+    EXPECT_EQ(value->minimumStepSize().toDouble(), 1.0);
+    value->setCurrentValue(2.0);
     EXPECT_EQ(model.currentFrame(), 88200) << "a value set by the reader goes to the document";
 
     // A marker dropped or taken away at the play head changes the words (and so is told, as
