@@ -895,6 +895,8 @@ void TeskDocumentWindowController::doExportSongUsingLoop(bool loop) {
         // change (the format's extension, a suffix a system dialog adds), so the question is
         // about the file that will be written.
         QTimer::singleShot(0, this, [this, destination] {
+            if (refuseFileOpenElsewhere(destination))
+                return;
             if (!QFileInfo::exists(destination) || askReplaceFile(destination))
                 startLoopExportWithFile(destination);
         });
@@ -918,6 +920,25 @@ bool TeskDocumentWindowController::askReplaceFile(const QString& path) {
     return QMessageBox::question(this, tr("Replace file?"), question,
                                  QMessageBox::Yes | QMessageBox::Cancel,
                                  QMessageBox::Cancel) == QMessageBox::Yes;
+}
+
+bool TeskDocumentWindowController::refuseFileOpenElsewhere(const QString& path) {
+    const QString target = QFileInfo(path).canonicalFilePath();
+    if (target.isEmpty() || !mServices.documents)
+        return false; // nothing is open from a file that is not there
+    const auto isTarget = [&](const QUrl& url) {
+        return !url.isEmpty() && QFileInfo(url.toLocalFile()).canonicalFilePath() == target;
+    };
+    for (const TeskDocument* document : mServices.documents->documents()) {
+        if (document != mDocument &&
+            (isTarget(document->fileURL()) || isTarget(document->audioFileURL()))) {
+            presentMessage(
+                tr("“%1” is open in another window. Close it there, or choose another name.")
+                    .arg(QFileInfo(path).fileName()));
+            return true;
+        }
+    }
+    return false;
 }
 
 bool TeskDocumentWindowController::askStopExport() {
@@ -1044,17 +1065,8 @@ void TeskDocumentWindowController::save(bool askForName) {
         if (path.isEmpty())
             return;
         const QString destination = WindowRules::documentPath(path);
-        // Two windows saving to one file would each write over the other's practice.
-        const TeskDocument* holder =
-            mServices.documents
-                ? mServices.documents->documentForURL(QUrl::fromLocalFile(destination))
-                : nullptr;
-        if (holder && holder != mDocument) {
-            presentMessage(tr("“%1” is open in another window. Close it there, or choose "
-                              "another name.")
-                               .arg(QFileInfo(destination).fileName()));
+        if (refuseFileOpenElsewhere(destination))
             return;
-        }
         const bool itself = QFileInfo(destination) == QFileInfo(mDocument->fileURL().toLocalFile());
         if (QFileInfo::exists(destination) && !itself && !askReplaceFile(destination))
             return;

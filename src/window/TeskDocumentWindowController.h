@@ -155,6 +155,10 @@ private:
     /// Whether to stop the running export so that the window can close.
     bool askStopExport();
     bool askReplaceFile(const QString& path);
+    /// Says so and returns true when `path` is another window's practice or song: two windows
+    /// saving to one file would each write over the other's practice, and an export over a song
+    /// another window plays would change the sound under its markers.
+    bool refuseFileOpenElsewhere(const QString& path);
     /// Where the save dialog starts: a saved practice's own file, else a name beside the song.
     QString proposedDocumentPath() const;
     void save(bool askForName);

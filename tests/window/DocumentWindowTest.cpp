@@ -349,6 +349,22 @@ TEST(DocumentWindow, APracticeSessionFromOpeningToReopening) {
     EXPECT_EQ(app.replaceQuestions, (QStringList{exported, exported}));
     EXPECT_FALSE(document->isExporting());
     EXPECT_EQ(readFile(exported), loop);
+    {
+        // Open as a song in another window, it is not written over, nor asked about: the
+        // window says where it is open instead.
+        TeskDocument* other = app.open(exported);
+        ASSERT_NE(other, nullptr);
+        window->perform(WindowCommand::ExportLoop);
+        QCoreApplication::processEvents();
+        EXPECT_FALSE(document->isExporting());
+        EXPECT_EQ(app.replaceQuestions.size(), 2);
+        QMessageBox* message = window->findChild<QMessageBox*>();
+        ASSERT_NE(message, nullptr);
+        EXPECT_TRUE(message->text().contains("open in another window"));
+        delete message;
+        app.documents->closeDocument(other);
+        window->activateWindow();
+    }
 
     // A cancelled export leaves nothing behind.
     app.exportAnswer = dir.filePath("cancelled.aif");
