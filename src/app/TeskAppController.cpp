@@ -7,6 +7,7 @@
 
 #include <QApplication>
 #include <QDesktopServices>
+#include <QDir>
 #include <QFileDialog>
 #include <QFileInfo>
 #include <QLocale>
@@ -68,6 +69,8 @@ TeskAppController::TeskAppController() {
     mDocuments = std::make_unique<TeskDocumentController>(mWindows.get());
     // The document controller opens dragged files itself (TeskFileDraggedNotification).
     mWindows->services().documents = mDocuments.get();
+    connect(&mDocuments->recoveryCopies(), &RecoveryCopies::copyFailed, this,
+            &TeskAppController::warnCopyFailed);
     // A look four times a second, only while a request to end waits for a dialog's answer.
     mQuitAfterDialog = new QTimer(this);
     mQuitAfterDialog->setInterval(250);
@@ -201,6 +204,18 @@ void TeskAppController::sendFeedback() {
     box->setTextInteractionFlags(Qt::TextSelectableByMouse);
     box->setAttribute(Qt::WA_DeleteOnClose);
     box->open();
+}
+
+void TeskAppController::warnCopyFailed(TeskDocument* document, const QString& reason) {
+    TeskDocumentWindowController* window = mWindows->windowFor(document);
+    if (!window)
+        return;
+    window->presentMessage(
+        tr("Tesk cannot keep a copy of your unsaved practice."),
+        tr("If Tesk ends unexpectedly, what you have not saved will be lost: save your practice "
+           "to keep it. Copies go in “%1”.")
+            .arg(QDir::toNativeSeparators(mDocuments->recoveryCopies().folder())),
+        reason);
 }
 
 void TeskAppController::showAbout() {

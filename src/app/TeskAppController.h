@@ -10,6 +10,7 @@
 
 namespace tesk {
 
+class TeskDocument;
 class TeskDocumentController;
 class TeskWindowLayer;
 
@@ -58,6 +59,9 @@ public:
     TeskWindowLayer* windowLayer() const { return mWindows.get(); }
 
 private:
+    /// Tells, on the document's window, that its practice is not kept against a crash.
+    void warnCopyFailed(TeskDocument* document, const QString& reason);
+
     std::unique_ptr<TeskWindowLayer> mWindows;
     std::unique_ptr<TeskDocumentController> mDocuments;
     bool mQuitting = false;

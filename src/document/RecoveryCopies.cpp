@@ -17,6 +17,8 @@
 #include <QUndoStack>
 #include <QUuid>
 
+#include <utility>
+
 namespace tesk {
 
 namespace {
@@ -168,6 +170,7 @@ void RecoveryCopies::writeOrRemove(TeskDocument* document) {
     if (!QDir().mkpath(mFolder)) {
         qWarning("Tesk cannot make the folder for copies of unsaved practice, %s",
                  qPrintable(mFolder));
+        failed(document, tr("The folder cannot be made."));
         return;
     }
     // The note first: a copy is only listed once it is whole, and then always with its note.
@@ -191,7 +194,17 @@ void RecoveryCopies::writeOrRemove(TeskDocument* document) {
         // A note without its copy would never be offered, nor removed once this Tesk has gone.
         if (!QFileInfo::exists(copyPath(watched.id)))
             QFile::remove(notePath(watched.id));
+        failed(document,
+               note.error() != QFileDevice::NoError ? note.errorString() : error.description());
+        return;
     }
+    mFailing = false;
+}
+
+void RecoveryCopies::failed(TeskDocument* document, const QString& reason) {
+    if (std::exchange(mFailing, true))
+        return; // said already; every change would say it again
+    emit copyFailed(document, reason);
 }
 
 QList<RecoveryCopies::LeftBehind> RecoveryCopies::leftBehind() const {

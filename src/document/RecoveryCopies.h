@@ -75,6 +75,11 @@ public:
     /// Takes a copy left behind away.
     static void discard(const LeftBehind& copy);
 
+signals:
+    /// A copy of `document` could not be written, for `reason`: its practice would be lost
+    /// with Tesk. Told once, until a copy is written again.
+    void copyFailed(TeskDocument* document, const QString& reason);
+
 private:
     struct Watched {
         QString id;
@@ -90,8 +95,11 @@ private:
     QString notePath(const QString& id) const;
     QString lockPath(const QString& id) const;
 
+    void failed(TeskDocument* document, const QString& reason);
+
     QString mFolder;
     QHash<TeskDocument*, Watched> mWatched;
+    bool mFailing = false; // the last copy written failed
 };
 
 } // namespace tesk

@@ -156,6 +156,45 @@ TEST(TeskAppController, PracticeLeftUnsavedIsOfferedBackAtTheStart) {
     }
 }
 
+TEST(TeskAppController, PracticeThatCannotBeCopiedIsToldOnItsWindowOnce) {
+    QTemporaryDir folder;
+    const QString song = folder.filePath("scale.wav");
+    ASSERT_TRUE(test::writeWav(song, {test::sine(440.0, 0.4, 44100, 44100)}, 44100));
+    TeskAppController app;
+    RecoveryCopies& recovery = app.documentController()->recoveryCopies();
+    ASSERT_TRUE(QDir(recovery.folder()).removeRecursively());
+    app.openFiles({song});
+    ASSERT_EQ(app.documentController()->documents().size(), 1);
+    TeskDocument* document = app.documentController()->documents().first();
+    QWidget* window = app.windowLayer()->windowFor(document);
+    const auto warnings = [&] {
+        qsizetype count = 0;
+        for (const QMessageBox* box : window->findChildren<QMessageBox*>())
+            count += box->text().contains("cannot keep a copy");
+        return count;
+    };
+    // A file where the folder would go: no copy can be made, for root either.
+    const auto blockFolder = [&](bool blocked) {
+        QDir(recovery.folder()).removeRecursively();
+        QFile::remove(recovery.folder());
+        if (blocked) {
+            ASSERT_TRUE(test::writeFile(recovery.folder(), "not a folder"));
+        }
+    };
+    const struct {
+        bool blocked;
+        qsizetype warningsAfter;
+    } changes[] = {{true, 1}, {true, 1}, {false, 1}, {true, 2}};
+    for (const auto& change : changes) {
+        blockFolder(change.blocked);
+        document->dropBridgeMarker();
+        document->setCurrentFrame(document->currentFrame() + 4410); // the next marker elsewhere
+        recovery.writeDueCopies();
+        EXPECT_EQ(warnings(), change.warningsAfter) << "blocked " << change.blocked;
+    }
+    blockFolder(false);
+}
+
 TEST(TeskAppController, ARequestToEndWaitsForTheDialogUpAndThenQuits) {
     QTemporaryDir folder;
     const QString practice = writePractice(folder);
