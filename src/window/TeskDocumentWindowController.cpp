@@ -210,13 +210,13 @@ void TeskDocumentWindowController::buildPopulatedContent() {
     songColumn->addWidget(bar);
 
     mEffectsParentView = mViews->effectsPanel();
-    mEffectsParentView->setParent(mSplitView);
+    mSplitView->addWidget(songArea);
+    mSplitView->addWidget(mEffectsParentView);
+    songArea->lower(); // first of the splitter's children, where screen readers start
     // Tab goes down the window as it is laid out: the waveform, the bar's sliders, the effects.
     setTabOrder(mViews->waveformView(), mZoomSlider);
     setTabOrder(mZoomSlider, mVolumeSlider);
     setTabOrder(mVolumeSlider, mViews->effectsController()->firstTabStop());
-    mSplitView->addWidget(songArea);
-    mSplitView->addWidget(mEffectsParentView);
     // Neither part collapses under the handle: the effects toggle alone hides the panel, and a
     // panel dragged to nothing would stay at nothing when shown again.
     mSplitView->setCollapsible(0, false);

@@ -506,6 +506,14 @@ TEST(DocumentWindow, APracticeOpenedWithItsEffectsShowingGivesTheKeysToTheWindow
                          : QApplication::focusWidget()->accessibleName());
     }
     EXPECT_EQ(stops, (QStringList{"Zoom", "Volume", "Equalizer", "Equalizer preset"}));
+    // And round again to the waveform; a screen reader meets the song before the effects too.
+    for (int tab = 0; tab < 40 && QApplication::focusWidget() != waveform; ++tab)
+        QTest::keyClick(QApplication::focusWidget(), Qt::Key_Tab);
+    EXPECT_EQ(QApplication::focusWidget(), waveform);
+    QAccessibleInterface* parts =
+        QAccessible::queryAccessibleInterface(window->findChild<QSplitter*>());
+    ASSERT_GE(parts->childCount(), 2);
+    EXPECT_TRUE(static_cast<QWidget*>(parts->child(0)->object())->isAncestorOf(waveform));
 
     // Reached with Tab, a switch keeps Space for itself and leaves the arrows to the window:
     // they change the speed and the focus stays.
