@@ -245,8 +245,8 @@ void TeskDocument::setLoopRange(LoopRange range) {
         return;
     }
     mUndoStack.push(new SetValueCommand(
-        tr("Change Loop"), [this, range] { storeLoopRange(range); },
-        [this, previous] { storeLoopRange(previous); }));
+        tr("Change Loop"), [this, range] { applyLoopStep(range); },
+        [this, previous] { applyLoopStep(previous); }));
 }
 
 void TeskDocument::beginLoopEdit() {
@@ -263,8 +263,17 @@ void TeskDocument::endLoopEdit() {
     if (after == before || !mUndoRegistrationEnabled)
         return;
     mUndoStack.push(new SetValueCommand(
-        tr("Change Loop"), [this, after] { storeLoopRange(after); },
-        [this, before] { storeLoopRange(before); }));
+        tr("Change Loop"), [this, after] { applyLoopStep(after); },
+        [this, before] { applyLoopStep(before); }));
+}
+
+void TeskDocument::applyLoopStep(LoopRange range) {
+    // Undone or redone in the middle of a loop drag: the drag's step starts from here. From
+    // the loop at the press, undoing it would bring back a loop the history has gone past,
+    // with the document counting itself as saved.
+    if (mLoopBeforeEdit)
+        mLoopBeforeEdit = range;
+    storeLoopRange(range);
 }
 
 void TeskDocument::storeLoopRange(LoopRange range) {

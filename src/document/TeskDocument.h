@@ -329,6 +329,8 @@ private:
 
     static TeskError songNotFoundError(const QString& name);
     void storeLoopRange(LoopRange range);
+    /// A loop step of the undo stack, undone or redone.
+    void applyLoopStep(LoopRange range);
     void storeMarkers(MarkerKind kind, const QList<quint32>& markers);
     /// Settles a finished export on the main thread.
     void exportDidEnd(const QString& path, std::optional<TeskError> failure);

@@ -245,6 +245,20 @@ TEST_F(DocumentTest, MarkersToggleAndUndoAsWholeArraysLikeTheLoop) {
             EXPECT_EQ(document->loopRange(), LoopRange{});
         }
     }
+    // Undo in the middle of a drag (its key pressed while the mouse is held): the drag's step
+    // goes back to the loop the undo left, which the saved document has.
+    document->setLoopRange({10, 20});
+    document->updateChangeCount(TeskDocument::ChangeType::Cleared);
+    document->setLoopRange({30, 40});
+    document->beginLoopEdit();
+    document->setLoopRange({35, 40});
+    undo->undo();
+    document->setLoopRange({50, 60});
+    document->endLoopEdit();
+    EXPECT_TRUE(document->isDocumentEdited());
+    undo->undo();
+    EXPECT_EQ(document->loopRange(), (LoopRange{10, 20}));
+    EXPECT_FALSE(document->isDocumentEdited());
 }
 
 TEST_F(DocumentTest, ChangesToThePracticeAreEditsAndViewSettingsAreNot) {
