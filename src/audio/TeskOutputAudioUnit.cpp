@@ -215,6 +215,7 @@ void TeskOutputAudioUnit::openDevice() {
     else
         mDevice = openDefaultSoundDevice(mRenderer, &mNoSoundReason);
     mSoundOutput = mDevice->hasSoundOutput();
+    mPlayingInPlaceOfSystemDevice = !mDeviceFactory && !mSoundOutput;
     if (!mSoundOutput && mNoSoundReason.isEmpty())
         mNoSoundReason = tr("Playing without sound output.");
     emit soundOutputChanged();
@@ -238,6 +239,10 @@ void TeskOutputAudioUnit::start() {
     if (isRunning())
         return;
     mIdleDevice.stop();
+    // The system's device may be free by now (another player, or another program that held
+    // it alone, has let go): each start asks for it again rather than play on in silence.
+    if (mPlayingInPlaceOfSystemDevice)
+        mDevice.reset();
     if (!mDevice)
         openDevice();
     mRenderer.start(*mDevice);

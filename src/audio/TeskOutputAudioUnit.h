@@ -232,6 +232,8 @@ private:
     // Whether the device last opened plays to speakers: kept while a stopped output has let
     // go of it.
     bool mSoundOutput = false;
+    // The silent device stands in for a system device that would not open.
+    bool mPlayingInPlaceOfSystemDevice = false;
     SoundDeviceFactory mDeviceFactory;
     QTimer mDeviceWatch;
     QTimer mIdleDevice; // closes the device of a stopped output

@@ -450,6 +450,25 @@ TEST(TeskExtendedAudioFilePlayer, APausedSongLetsGoOfTheDeviceAfterAWhileAndPlay
     player.stopFilePlaying();
 }
 
+TEST(TeskExtendedAudioFilePlayer, APlayerLeftSilentByABusyDeviceAsksForItAgainAtItsNextStart) {
+    // The test driver, as some systems' sound, has one device for one player at a time.
+    TeskExtendedAudioFilePlayer first(MemorySong::sine(44100 * 10, 440.0, 0.5), false);
+    TeskExtendedAudioFilePlayer second(MemorySong::sine(44100 * 10, 660.0, 0.5), false);
+    first.startFilePlaying();
+    ASSERT_TRUE(first.outputAudioUnit()->hasSoundOutput());
+    second.startFilePlaying();
+    EXPECT_FALSE(second.outputAudioUnit()->hasSoundOutput());
+    second.stopFilePlaying();
+    first.stopFilePlaying();
+    first.outputAudioUnit()->setIdleDeviceMilliseconds(0);
+    first.startFilePlaying();
+    first.stopFilePlaying(); // and now lets go of the device at once
+    ASSERT_TRUE(QTest::qWaitFor([&] { return !first.outputAudioUnit()->hasOpenDevice(); }, 5000));
+    second.startFilePlaying();
+    EXPECT_TRUE(second.outputAudioUnit()->hasSoundOutput());
+    second.stopFilePlaying();
+}
+
 TEST(TeskExtendedAudioFilePlayer, ConvertsTransportValuesAndClampsThePosition) {
     TeskExtendedAudioFilePlayer player(MemorySong::counting(10000), false);
     player.setCurrentFrame(-5);
