@@ -26,6 +26,36 @@
 namespace tesk {
 namespace {
 
+/// What the Edit menu calls a change of one kind's markers: "Undo Add Chorus Marker".
+QString markerStepName(MarkerKind kind, qsizetype before, qsizetype after) {
+    static const char* const kAdded[kMarkerKindCount] = {
+        QT_TRANSLATE_NOOP("TeskDocument", "Add Marker"),
+        QT_TRANSLATE_NOOP("TeskDocument", "Add Chorus Marker"),
+        QT_TRANSLATE_NOOP("TeskDocument", "Add Verse Marker"),
+        QT_TRANSLATE_NOOP("TeskDocument", "Add Bridge Marker")};
+    static const char* const kRemoved[kMarkerKindCount] = {
+        QT_TRANSLATE_NOOP("TeskDocument", "Remove Marker"),
+        QT_TRANSLATE_NOOP("TeskDocument", "Remove Chorus Marker"),
+        QT_TRANSLATE_NOOP("TeskDocument", "Remove Verse Marker"),
+        QT_TRANSLATE_NOOP("TeskDocument", "Remove Bridge Marker")};
+    static const char* const kMoved[kMarkerKindCount] = {
+        QT_TRANSLATE_NOOP("TeskDocument", "Move Marker"),
+        QT_TRANSLATE_NOOP("TeskDocument", "Move Chorus Marker"),
+        QT_TRANSLATE_NOOP("TeskDocument", "Move Verse Marker"),
+        QT_TRANSLATE_NOOP("TeskDocument", "Move Bridge Marker")};
+    const char* const* names = after > before ? kAdded : after < before ? kRemoved : kMoved;
+    return QCoreApplication::translate("TeskDocument", names[std::uint32_t(kind)]);
+}
+
+/// And of the loop: drawn where there was none, cleared, or moved and resized.
+QString loopStepName(LoopRange before, LoopRange after) {
+    if (after.length == 0)
+        return QCoreApplication::translate("TeskDocument", "Clear Loop");
+    if (before.length == 0)
+        return QCoreApplication::translate("TeskDocument", "Set Loop");
+    return QCoreApplication::translate("TeskDocument", "Change Loop");
+}
+
 /// Exports `range` (the whole song when none) through `player` into a file that takes
 /// `path`'s place only once it is whole, so that an export that fails, is cancelled or is cut
 /// short by Tesk closing leaves whatever was at `path` as it was. Export thread.
@@ -245,7 +275,7 @@ void TeskDocument::setLoopRange(LoopRange range) {
         return;
     }
     mUndoStack.push(new SetValueCommand(
-        tr("Change Loop"), [this, range] { applyLoopStep(range); },
+        loopStepName(previous, range), [this, range] { applyLoopStep(range); },
         [this, previous] { applyLoopStep(previous); }));
 }
 
@@ -263,7 +293,7 @@ void TeskDocument::endLoopEdit() {
     if (after == before || !mUndoRegistrationEnabled)
         return;
     mUndoStack.push(new SetValueCommand(
-        tr("Change Loop"), [this, after] { applyLoopStep(after); },
+        loopStepName(before, after), [this, after] { applyLoopStep(after); },
         [this, before] { applyLoopStep(before); }));
 }
 
@@ -327,7 +357,8 @@ void TeskDocument::setMarkers(MarkerKind kind, const QList<quint32>& markers) {
         return;
     }
     mUndoStack.push(new SetValueCommand(
-        tr("Change Markers"), [this, kind, markers] { storeMarkers(kind, markers); },
+        markerStepName(kind, previous.size(), markers.size()),
+        [this, kind, markers] { storeMarkers(kind, markers); },
         [this, kind, previous] { storeMarkers(kind, previous); }));
 }
 

@@ -259,6 +259,32 @@ TEST_F(DocumentTest, MarkersToggleAndUndoAsWholeArraysLikeTheLoop) {
     undo->undo();
     EXPECT_EQ(document->loopRange(), (LoopRange{10, 20}));
     EXPECT_FALSE(document->isDocumentEdited());
+
+    // The Edit menu names each step by what it did.
+    const struct {
+        const char* step;
+        std::function<void()> change;
+    } named[] = {
+        {"Add Chorus Marker", [&] { document->dropChorusMarker(); }},
+        {"Remove Chorus Marker", [&] { document->dropChorusMarker(); }},
+        {"Move Bridge Marker",
+         [&] { document->setBridgeMarkers({10}), document->setBridgeMarkers({20}); }},
+        {"Add Marker", [&] { document->dropGenericMarker(); }},
+        {"Clear Loop", [&] { document->setLoopRange({}); }},
+        {"Set Loop",
+         [&] {
+             document->setLoopRange({1, 2});
+         }},
+        {"Change Loop",
+         [&] {
+             document->setLoopRange({3, 2});
+         }},
+    };
+    document->setCurrentFrame(7000);
+    for (const auto& step : named) {
+        step.change();
+        EXPECT_EQ(undo->undoText(), step.step);
+    }
 }
 
 TEST_F(DocumentTest, ChangesToThePracticeAreEditsAndViewSettingsAreNot) {
