@@ -22,6 +22,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cmath>
+#include <utility>
 
 namespace tesk {
 
@@ -919,22 +920,38 @@ void WaveformView::paintPoof(QPainter& painter) {
 }
 
 void WaveformView::paintFocusRing(QPainter& painter) {
-    if (!hasFocus() || !window()->testAttribute(Qt::WA_KeyboardFocusChange))
+    if (!hasFocus() || !mFocusFromKeys)
         return;
-    painter.save();
-    painter.setPen(QPen(look::focusRing, kFocusRingWidth));
-    painter.setBrush(Qt::NoBrush);
-    const qreal inset = kFocusRingWidth / 2.0;
-    painter.drawRect(QRectF(rect()).adjusted(inset, inset, -inset, -inset));
-    painter.restore();
+    // Four strips of whole device pixels, as wide on every side at any ratio.
+    const qreal ratio = this->ratio();
+    const qreal thickness = std::max<qreal>(1, std::round(kFocusRingWidth * ratio)) / ratio;
+    const qreal right = std::floor(width() * ratio) / ratio;
+    const qreal bottom = std::floor(height() * ratio) / ratio;
+    painter.fillRect(QRectF(0, 0, right, thickness), look::focusRing);
+    painter.fillRect(QRectF(0, bottom - thickness, right, thickness), look::focusRing);
+    painter.fillRect(QRectF(0, 0, thickness, bottom), look::focusRing);
+    painter.fillRect(QRectF(right - thickness, 0, thickness, bottom), look::focusRing);
 }
 
 QRegion WaveformView::focusRingRegion() const {
-    const int width = int(kFocusRingWidth);
+    const int width = int(std::ceil(kFocusRingWidth)) + 1; // the strips' rounding too
     return QRegion(rect()) - QRegion(rect().adjusted(width, width, -width, -width));
 }
 
-void WaveformView::focusInEvent(QFocusEvent*) {
+void WaveformView::focusInEvent(QFocusEvent* event) {
+    switch (event->reason()) {
+    case Qt::TabFocusReason:
+    case Qt::BacktabFocusReason:
+    case Qt::ShortcutFocusReason:
+        mFocusFromKeys = true;
+        break;
+    case Qt::ActiveWindowFocusReason:
+    case Qt::PopupFocusReason:
+    case Qt::MenuBarFocusReason:
+        break; // back where it was, ringed as it was
+    default:
+        mFocusFromKeys = false; // a click, or the window placing it
+    }
     update(focusRingRegion()); // and not the waveform inside it
 }
 
@@ -979,6 +996,8 @@ void WaveformView::scrollAtEdges(qreal x) {
 }
 
 void WaveformView::mousePressEvent(QMouseEvent* event) {
+    if (std::exchange(mFocusFromKeys, false))
+        update(focusRingRegion()); // the mouse has taken over from the keys
     if (event->button() != Qt::LeftButton || !mWaveform)
         return;
     const QPointF position = event->position();

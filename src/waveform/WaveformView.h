@@ -253,7 +253,8 @@ private:
     void paintLoopButton(QPainter& painter);
     void paintPoof(QPainter& painter);
     /// Round the whole view, while it has the focus that Tab gave it: a click, or the window
-    /// opening, gives it the focus without a ring, as it is where the keys go anyway.
+    /// opening, gives it the focus without a ring, as it is where the keys go anyway; a click
+    /// takes the ring away.
     void paintFocusRing(QPainter& painter);
     QRegion focusRingRegion() const;
     void bounceLoopButton(bool pressed);
@@ -264,6 +265,7 @@ private:
     /// Whether a second's line is drawn in the column of song point `point`.
     bool hasSecondLineAt(qreal point) const;
 
+    bool mFocusFromKeys = false; // the focus came by Tab: the ring shows
     std::unique_ptr<Waveform> mWaveform;
     WaveformGeometry mGeometry;
     qint64 mCurrentFrame = 0;

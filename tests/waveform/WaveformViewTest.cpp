@@ -860,8 +860,8 @@ TEST(WaveformViewPeaks, EveryShortPeakIsDrawnToItsHeightAtEveryZoom) {
 }
 
 TEST(WaveformViewFocus, TabReachesTheViewAndRingsItRepaintingOnlyTheRing) {
-    // A button, then the view: Tab from the button rings the view; a click there, or the window
-    // giving it the focus, does not (it is where the keys go anyway).
+    // A button, then the view. Tab rings the view; a click takes the ring away, and a click
+    // does not bring it, nor does the window giving it the focus.
     QWidget window;
     auto* button = new QPushButton("Before", &window);
     button->setGeometry(0, 0, 100, 30);
@@ -873,16 +873,19 @@ TEST(WaveformViewFocus, TabReachesTheViewAndRingsItRepaintingOnlyTheRing) {
     window.show();
     window.activateWindow();
     ASSERT_TRUE(QTest::qWaitForWindowActive(&window));
+    QWidget other; // a window to go to and come back from
+    other.resize(100, 100);
     const auto ringed = [&] {
         const QImage image = test::grabImage(*view);
-        for (const QPointF at :
-             {QPointF(0.5, kBandY), QPointF(400, 1), QPointF(799, kBandY), QPointF(400, 199)}) {
+        for (const QPointF at : {QPointF(0.5, kBandY), QPointF(400, 0.5), QPointF(799.5, kBandY),
+                                 QPointF(400, 199.5)}) {
             if (test::pixelAt(image, at.x(), at.y()) != look::focusRing)
                 return false;
         }
         return true;
     };
-    const QRegion ring = QRegion(view->rect()) - QRegion(view->rect().adjusted(2, 2, -2, -2));
+    // The ring's strips, whole device pixels 2 points wide, lie inside the view's 3 outer points.
+    const QRegion ring = QRegion(view->rect()) - QRegion(view->rect().adjusted(3, 3, -3, -3));
     const auto paintsOf = [&](const std::function<void()>& change) {
         QCoreApplication::processEvents();
         test::PaintLog log;
@@ -892,35 +895,53 @@ TEST(WaveformViewFocus, TabReachesTheViewAndRingsItRepaintingOnlyTheRing) {
         view->removeEventFilter(&log);
         return log.painted;
     };
+    const auto click = [](QWidget* widget, QPoint at) {
+        QTest::mouseClick(widget, Qt::LeftButton, {}, at);
+    };
     const struct {
         const char* how;
-        std::function<void()> focus;
-        bool ring;
-    } ways[] = {
-        {"Tab", [&] { QTest::keyClick(button, Qt::Key_Tab); }, true},
-        {"a click", [&] { QTest::mouseClick(view, Qt::LeftButton, {}, QPoint(300, 150)); }, false},
-        {"Shift+Tab round", [&] { QTest::keyClick(button, Qt::Key_Backtab); }, true},
-        {"the window", [&] { view->setFocus(Qt::ActiveWindowFocusReason); }, false},
+        std::function<void()> step;
+        bool focused, ring;
+    } steps[] = {
+        {"Tab from the button", [&] { QTest::keyClick(button, Qt::Key_Tab); }, true, true},
+        {"a click in the view",
+         [&] {
+             click(view, {300, 150});
+         },
+         true, false},
+        {"Tab away", [&] { QTest::keyClick(view, Qt::Key_Tab); }, false, false},
+        {"Shift+Tab back", [&] { QTest::keyClick(button, Qt::Key_Backtab); }, true, true},
+        {"another window and back",
+         [&] {
+             other.show();
+             other.activateWindow();
+             ASSERT_TRUE(QTest::qWaitForWindowActive(&other));
+             window.activateWindow();
+             ASSERT_TRUE(QTest::qWaitForWindowActive(&window));
+         },
+         true, true},
+        {"a click on the button",
+         [&] {
+             click(button, {50, 15});
+         },
+         false, false},
+        {"a click in the view again",
+         [&] {
+             click(view, {300, 150});
+         },
+         true, false},
     };
-    for (const auto& way : ways) {
-        SCOPED_TRACE(way.how);
-        button->setFocus(Qt::OtherFocusReason);
-        window.setAttribute(Qt::WA_KeyboardFocusChange, false);
-        const QRegion painted = paintsOf(way.focus);
-        ASSERT_TRUE(view->hasFocus());
-        EXPECT_EQ(ringed(), way.ring);
-        if (way.ring) {
-            EXPECT_TRUE(ring.subtracted(painted).isEmpty()) << "the whole ring is drawn";
-            EXPECT_TRUE(painted.subtracted(ring).isEmpty()) << "and nothing inside it";
+    bool wasRinged = false;
+    for (const auto& step : steps) {
+        SCOPED_TRACE(step.how);
+        const QRegion painted = paintsOf(step.step);
+        EXPECT_EQ(view->hasFocus(), step.focused);
+        EXPECT_EQ(ringed(), step.ring);
+        if (step.ring != wasRinged) { // the whole ring drawn or taken away, nothing inside it
+            EXPECT_TRUE(ring.subtracted(painted).isEmpty());
+            EXPECT_TRUE(painted.subtracted(ring).isEmpty());
         }
-        // Leaving takes the ring away, and paints only where it was.
-        const QRegion left = paintsOf([&] { QTest::keyClick(view, Qt::Key_Tab); });
-        EXPECT_FALSE(view->hasFocus());
-        EXPECT_FALSE(ringed());
-        EXPECT_TRUE(left.subtracted(ring).isEmpty());
-        if (way.ring) {
-            EXPECT_TRUE(ring.subtracted(left).isEmpty());
-        }
+        wasRinged = step.ring;
     }
 }
 
