@@ -165,6 +165,7 @@ void RecoveryCopies::writeOrRemove(TeskDocument* document) {
     const Watched& watched = mWatched.value(document);
     if (!holdsUnsavedPractice(*document)) {
         remove(watched);
+        setFailing(document, false); // saved: nothing to lose until the next change
         return;
     }
     if (!QDir().mkpath(mFolder)) {
@@ -198,13 +199,17 @@ void RecoveryCopies::writeOrRemove(TeskDocument* document) {
                note.error() != QFileDevice::NoError ? note.errorString() : error.description());
         return;
     }
-    mFailing = false;
+    setFailing(document, false);
 }
 
 void RecoveryCopies::failed(TeskDocument* document, const QString& reason) {
-    if (std::exchange(mFailing, true))
-        return; // said already; every change would say it again
-    emit copyFailed(document, reason);
+    if (!setFailing(document, true))
+        emit copyFailed(document, reason); // once: every change would say it again
+}
+
+bool RecoveryCopies::setFailing(TeskDocument* document, bool failing) {
+    const auto found = mWatched.find(document);
+    return found != mWatched.end() && std::exchange(found->failing, failing);
 }
 
 QList<RecoveryCopies::LeftBehind> RecoveryCopies::leftBehind() const {

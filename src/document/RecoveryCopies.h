@@ -77,7 +77,7 @@ public:
 
 signals:
     /// A copy of `document` could not be written, for `reason`: its practice would be lost
-    /// with Tesk. Told once, until a copy is written again.
+    /// with Tesk. Told once for each document, until a copy of it is written again.
     void copyFailed(TeskDocument* document, const QString& reason);
 
 private:
@@ -85,6 +85,7 @@ private:
         QString id;
         QTimer* timer = nullptr;
         std::shared_ptr<QLockFile> lock; // held while this Tesk keeps the copy
+        bool failing = false;            // its last copy could not be written
     };
 
     void watchAs(TeskDocument* document, const QString& id);
@@ -96,10 +97,11 @@ private:
     QString lockPath(const QString& id) const;
 
     void failed(TeskDocument* document, const QString& reason);
+    /// Whether the document's copies were failing before.
+    bool setFailing(TeskDocument* document, bool failing);
 
     QString mFolder;
     QHash<TeskDocument*, Watched> mWatched;
-    bool mFailing = false; // the last copy written failed
 };
 
 } // namespace tesk

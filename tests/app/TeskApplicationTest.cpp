@@ -158,18 +158,21 @@ TEST(TeskAppController, PracticeLeftUnsavedIsOfferedBackAtTheStart) {
 
 TEST(TeskAppController, PracticeThatCannotBeCopiedIsToldOnItsWindowOnce) {
     QTemporaryDir folder;
-    const QString song = folder.filePath("scale.wav");
-    ASSERT_TRUE(test::writeWav(song, {test::sine(440.0, 0.4, 44100, 44100)}, 44100));
+    QStringList songs;
+    for (const QString name : {"scale.wav", "etude.wav"}) {
+        songs.append(folder.filePath(name));
+        ASSERT_TRUE(test::writeWav(songs.last(), {test::sine(440.0, 0.4, 44100, 44100)}, 44100));
+    }
     TeskAppController app;
     RecoveryCopies& recovery = app.documentController()->recoveryCopies();
     ASSERT_TRUE(QDir(recovery.folder()).removeRecursively());
-    app.openFiles({song});
-    ASSERT_EQ(app.documentController()->documents().size(), 1);
-    TeskDocument* document = app.documentController()->documents().first();
-    QWidget* window = app.windowLayer()->windowFor(document);
-    const auto warnings = [&] {
+    app.openFiles(songs);
+    const QList<TeskDocument*> documents = app.documentController()->documents();
+    ASSERT_EQ(documents.size(), 2);
+    const auto warningsOn = [&](TeskDocument* document) {
         qsizetype count = 0;
-        for (const QMessageBox* box : window->findChildren<QMessageBox*>())
+        for (const QMessageBox* box :
+             app.windowLayer()->windowFor(document)->findChildren<QMessageBox*>())
             count += box->text().contains("cannot keep a copy");
         return count;
     };
@@ -181,16 +184,23 @@ TEST(TeskAppController, PracticeThatCannotBeCopiedIsToldOnItsWindowOnce) {
             ASSERT_TRUE(test::writeFile(recovery.folder(), "not a folder"));
         }
     };
+    // Each window is told once while its copies fail, and again after one was written.
     const struct {
+        int changed; // which document
         bool blocked;
-        qsizetype warningsAfter;
-    } changes[] = {{true, 1}, {true, 1}, {false, 1}, {true, 2}};
+        qsizetype warningsAfter[2];
+    } changes[] = {{0, true, {1, 0}},  {0, true, {1, 0}}, {1, true, {1, 1}},
+                   {0, false, {1, 1}}, {0, true, {2, 1}}, {1, true, {2, 1}}};
     for (const auto& change : changes) {
         blockFolder(change.blocked);
+        TeskDocument* document = documents[change.changed];
         document->dropBridgeMarker();
         document->setCurrentFrame(document->currentFrame() + 4410); // the next marker elsewhere
         recovery.writeDueCopies();
-        EXPECT_EQ(warnings(), change.warningsAfter) << "blocked " << change.blocked;
+        for (int i = 0; i < 2; ++i)
+            EXPECT_EQ(warningsOn(documents[i]), change.warningsAfter[i])
+                << "document " << change.changed << " changed, blocked " << change.blocked
+                << "; warnings on " << i;
     }
     blockFolder(false);
 }
