@@ -177,6 +177,14 @@ TeskOutputAudioUnit::ExportOutcome finishExport(TeskAudioFileWriter& writer, boo
                      : TeskOutputAudioUnit::ExportOutcome::Written;
 }
 
+/// Every output of this Tesk, so that one the system's device will not take (a device for one
+/// player at a time) can ask the stopped ones for theirs: a paused song keeps its device for
+/// a while. Main thread.
+QList<TeskOutputAudioUnit*>& allOutputs() {
+    static QList<TeskOutputAudioUnit*> outputs;
+    return outputs;
+}
+
 } // namespace
 
 TeskOutputAudioUnit::TeskOutputAudioUnit(const AudioStreamDescription& streamDescription, bool,
@@ -192,13 +200,12 @@ TeskOutputAudioUnit::TeskOutputAudioUnit(const AudioStreamDescription& streamDes
     connect(&mDeviceWatch, &QTimer::timeout, this, &TeskOutputAudioUnit::checkDevice);
     mIdleDevice.setSingleShot(true);
     mIdleDevice.setInterval(kIdleDeviceMilliseconds);
-    connect(&mIdleDevice, &QTimer::timeout, this, [this] {
-        if (!isRunning())
-            mDevice.reset();
-    });
+    connect(&mIdleDevice, &QTimer::timeout, this, &TeskOutputAudioUnit::releaseIdleDevice);
+    allOutputs().append(this);
 }
 
 TeskOutputAudioUnit::~TeskOutputAudioUnit() {
+    allOutputs().removeOne(this);
     mDelegate = nullptr;
     mRenderer.stop();
 }
@@ -208,17 +215,38 @@ void TeskOutputAudioUnit::setOutputAudioUnitHandler(ChainSource* handler) {
     mChain->setSource(handler);
 }
 
+bool TeskOutputAudioUnit::releaseIdleDevice() {
+    if (isRunning() || !mDevice)
+        return false;
+    mIdleDevice.stop();
+    mDevice.reset();
+    return true;
+}
+
 void TeskOutputAudioUnit::openDevice() {
-    mNoSoundReason.clear();
-    if (mDeviceFactory)
+    const bool hadSoundOutput = mSoundOutput;
+    const QString hadReason = std::exchange(mNoSoundReason, QString());
+    if (mDeviceFactory) {
         mDevice = mDeviceFactory(mRenderer);
-    else
+    } else {
         mDevice = openDefaultSoundDevice(mRenderer, &mNoSoundReason);
+        if (!mDevice->hasSoundOutput()) {
+            bool released = false;
+            for (TeskOutputAudioUnit* other : allOutputs())
+                released |= other != this && other->releaseIdleDevice();
+            if (released) {
+                mNoSoundReason.clear();
+                mDevice.reset();
+                mDevice = openDefaultSoundDevice(mRenderer, &mNoSoundReason);
+            }
+        }
+    }
     mSoundOutput = mDevice->hasSoundOutput();
     mPlayingInPlaceOfSystemDevice = !mDeviceFactory && !mSoundOutput;
     if (!mSoundOutput && mNoSoundReason.isEmpty())
         mNoSoundReason = tr("Playing without sound output.");
-    emit soundOutputChanged();
+    if (mSoundOutput != hadSoundOutput || mNoSoundReason != hadReason)
+        emit soundOutputChanged();
 }
 
 void TeskOutputAudioUnit::setSoundDeviceFactory(SoundDeviceFactory factory) {

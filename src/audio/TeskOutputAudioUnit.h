@@ -219,6 +219,8 @@ private:
     };
 
     void openDevice();
+    /// Lets go of the device of a stopped output; whether there was one.
+    bool releaseIdleDevice();
     /// Tells the delegate, on the main thread, how far an export has got. Export thread.
     void postExportProgress(double progress);
     void checkDevice();

@@ -6,6 +6,7 @@
 #include "support/Signals.h"
 
 #include <QCoreApplication>
+#include <QSignalSpy>
 #include <QTest>
 #include <atomic>
 #include <cmath>
@@ -454,18 +455,27 @@ TEST(TeskExtendedAudioFilePlayer, APlayerLeftSilentByABusyDeviceAsksForItAgainAt
     // The test driver, as some systems' sound, has one device for one player at a time.
     TeskExtendedAudioFilePlayer first(MemorySong::sine(44100 * 10, 440.0, 0.5), false);
     TeskExtendedAudioFilePlayer second(MemorySong::sine(44100 * 10, 660.0, 0.5), false);
+    TeskOutputAudioUnit* firstOutput = first.outputAudioUnit();
+    TeskOutputAudioUnit* secondOutput = second.outputAudioUnit();
+    QSignalSpy told(secondOutput, &TeskOutputAudioUnit::soundOutputChanged);
     first.startFilePlaying();
-    ASSERT_TRUE(first.outputAudioUnit()->hasSoundOutput());
+    ASSERT_TRUE(firstOutput->hasSoundOutput());
     second.startFilePlaying();
-    EXPECT_FALSE(second.outputAudioUnit()->hasSoundOutput());
+    EXPECT_FALSE(secondOutput->hasSoundOutput());
+    EXPECT_EQ(told.count(), 1);
+    // Still playing, the first keeps the device; the second's next start, in silence again,
+    // is not told again.
     second.stopFilePlaying();
-    first.stopFilePlaying();
-    first.outputAudioUnit()->setIdleDeviceMilliseconds(0);
-    first.startFilePlaying();
-    first.stopFilePlaying(); // and now lets go of the device at once
-    ASSERT_TRUE(QTest::qWaitFor([&] { return !first.outputAudioUnit()->hasOpenDevice(); }, 5000));
     second.startFilePlaying();
-    EXPECT_TRUE(second.outputAudioUnit()->hasSoundOutput());
+    EXPECT_FALSE(secondOutput->hasSoundOutput());
+    EXPECT_TRUE(firstOutput->hasOpenDevice());
+    EXPECT_EQ(told.count(), 1);
+    // Paused, the first would keep its device for a while: the second takes it.
+    first.stopFilePlaying();
+    second.stopFilePlaying();
+    second.startFilePlaying();
+    EXPECT_TRUE(secondOutput->hasSoundOutput());
+    EXPECT_FALSE(firstOutput->hasOpenDevice());
     second.stopFilePlaying();
 }
 
