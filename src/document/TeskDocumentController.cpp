@@ -4,6 +4,7 @@
 #include "document/TeskDocumentFile.h"
 #include "document/TeskDocumentWindow.h"
 
+#include <QDir>
 #include <QFileInfo>
 #include <QMimeData>
 #include <QPointer>
@@ -129,15 +130,32 @@ TeskDocument* TeskDocumentController::openDocumentWithContentsOfURL(const QUrl& 
 }
 
 TeskDocument* TeskDocumentController::documentForURL(const QUrl& url) const {
-    const QString path = canonicalPath(url);
-    if (path.isEmpty())
-        return nullptr;
     // A song is open when a practice of it is: opening the song again brings that window
     // forward, rather than a second, blank practice that could later be saved over the first.
+    return canonicalPath(url).isEmpty() ? nullptr : documentForPath(url.toLocalFile());
+}
+
+TeskDocument* TeskDocumentController::documentForPath(const QString& path,
+                                                      const TeskDocument* except) const {
+    const QString canonical = QFileInfo(path).canonicalFilePath();
+    const QString absolute = QDir::cleanPath(QFileInfo(path).absoluteFilePath());
     for (const auto& document : mDocuments) {
+        if (document.get() == except)
+            continue;
         const QUrl own = document->fileURL();
-        if ((!own.isEmpty() && canonicalPath(own) == path) ||
-            canonicalPath(document->audioFileURL()) == path)
+        if (!canonical.isEmpty() && ((!own.isEmpty() && canonicalPath(own) == canonical) ||
+                                     canonicalPath(document->audioFileURL()) == canonical))
+            return document.get();
+        // A missing song is where it was last seen, or beside the practice as it was then.
+        const std::optional<TeskFileReference> song = document->audioFileAlias();
+        if (!song || !document->audioFileURL().isEmpty())
+            continue;
+        QStringList places{QDir::cleanPath(song->absolutePath())};
+        if (!own.isEmpty() && !song->relativePath().isEmpty()) {
+            places.append(QDir::cleanPath(
+                QFileInfo(own.toLocalFile()).absoluteDir().filePath(song->relativePath())));
+        }
+        if (places.contains(absolute))
             return document.get();
     }
     return nullptr;

@@ -72,6 +72,10 @@ public:
     TeskDocument* openDocumentWithContentsOfURL(const QUrl& url, bool display, TeskError* error);
     /// The open document whose file, or song, is `url`.
     TeskDocument* documentForURL(const QUrl& url) const;
+    /// The same for a file that may not be there yet, other than `except`: a document's song
+    /// counts where it was last seen while it is missing, since a file written there would
+    /// become that document's song.
+    TeskDocument* documentForPath(const QString& path, const TeskDocument* except = nullptr) const;
     /// Closes the document's windows and lets it go.
     void closeDocument(TeskDocument* document);
     /// Lets the document go; if that leaves no document, and none was an unchanged untitled

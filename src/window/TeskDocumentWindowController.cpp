@@ -923,22 +923,11 @@ bool TeskDocumentWindowController::askReplaceFile(const QString& path) {
 }
 
 bool TeskDocumentWindowController::refuseFileOpenElsewhere(const QString& path) {
-    const QString target = QFileInfo(path).canonicalFilePath();
-    if (target.isEmpty() || !mServices.documents)
-        return false; // nothing is open from a file that is not there
-    const auto isTarget = [&](const QUrl& url) {
-        return !url.isEmpty() && QFileInfo(url.toLocalFile()).canonicalFilePath() == target;
-    };
-    for (const TeskDocument* document : mServices.documents->documents()) {
-        if (document != mDocument &&
-            (isTarget(document->fileURL()) || isTarget(document->audioFileURL()))) {
-            presentMessage(
-                tr("“%1” is open in another window. Close it there, or choose another name.")
-                    .arg(QFileInfo(path).fileName()));
-            return true;
-        }
-    }
-    return false;
+    if (!mServices.documents || !mServices.documents->documentForPath(path, mDocument))
+        return false;
+    presentMessage(tr("“%1” is open in another window. Close it there, or choose another name.")
+                       .arg(QFileInfo(path).fileName()));
+    return true;
 }
 
 bool TeskDocumentWindowController::askStopExport() {

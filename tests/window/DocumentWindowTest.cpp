@@ -365,6 +365,32 @@ TEST(DocumentWindow, APracticeSessionFromOpeningToReopening) {
         app.documents->closeDocument(other);
         window->activateWindow();
     }
+    {
+        // Nor is the place of another window's song that has gone missing: written there, it
+        // would become that window's song.
+        const QString gone = dir.filePath("gone.m4a");
+        ASSERT_TRUE(QFile::copy(exported, gone));
+        TeskDocument* missing = app.open(gone);
+        ASSERT_NE(missing, nullptr);
+        TeskError error;
+        ASSERT_TRUE(missing->saveToURL(QUrl::fromLocalFile(dir.filePath("gone.tesk")), &error));
+        app.documents->closeDocument(missing);
+        ASSERT_TRUE(QFile::remove(gone));
+        missing = app.open(dir.filePath("gone.tesk"));
+        ASSERT_NE(missing, nullptr);
+        ASSERT_TRUE(missing->audioFileURL().isEmpty());
+        app.exportAnswer = gone;
+        window->perform(WindowCommand::ExportLoop);
+        QCoreApplication::processEvents();
+        EXPECT_FALSE(document->isExporting());
+        EXPECT_FALSE(QFile::exists(gone));
+        QMessageBox* message = window->findChild<QMessageBox*>();
+        ASSERT_NE(message, nullptr);
+        EXPECT_TRUE(message->text().contains("gone.m4a"));
+        delete message;
+        app.documents->closeDocument(missing);
+        window->activateWindow();
+    }
 
     // A cancelled export leaves nothing behind.
     app.exportAnswer = dir.filePath("cancelled.aif");
