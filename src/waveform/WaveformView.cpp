@@ -158,6 +158,8 @@ void WaveformView::observableObjectChangedKeyPath(QObject* object, const QString
     } else if (binding == "fileURL") {
         setFileURL(value.toUrl());
     } else if (binding == "loopRange") {
+        // Changed under a drag (an undo): Escape goes back to it, not to the loop at the press.
+        mLoopBeforeDrag = value.value<LoopRange>();
         setLoopRange(value.value<LoopRange>());
     } else if (binding == "zoomLevel") {
         setZoomLevel(value.toDouble());
@@ -1022,6 +1024,7 @@ void WaveformView::mousePressEvent(QMouseEvent* event) {
         mGesture = Gesture::Loop;
         mLoopDragging = true;
         mPressLoopRange = mLoopRange;
+        mLoopBeforeDrag = mLoopRange;
         mResizing = mShifting = mResizingLeft = mLoopDragBegun = false;
         if (isLoopEnabled()) {
             if (leftLoopHitRect().contains(position)) {
@@ -1249,11 +1252,10 @@ void WaveformView::keyPressEvent(QKeyEvent* event) {
         return;
     }
     if (event->key() == Qt::Key_Escape && mGesture == Gesture::Loop) {
-        // The loop as it was at the press; the document, told only on release, never saw
-        // the drag.
+        // The loop the document holds, told only on release: it never saw the drag.
         mEdgeScrollTimer->stop();
         mGesture = Gesture::None;
-        finishLoopDrag(mPressLoopRange, false, mPointer);
+        finishLoopDrag(mLoopBeforeDrag, false, mPointer);
         return;
     }
     SBindingView::keyPressEvent(event);

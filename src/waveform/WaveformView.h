@@ -295,6 +295,7 @@ private:
     qreal mMarkerGrabOffset = 0.0; // from the marker's point to the pointer, at the press
     qint64 mPressTimeMs = 0;
     LoopRange mPressLoopRange;
+    LoopRange mLoopBeforeDrag; // what Escape puts back: the document's loop
     bool mResizing = false;
     bool mResizingLeft = false;
     bool mShifting = false;

@@ -411,6 +411,15 @@ TEST_F(WaveformViewTest, LoopGesturesDrawMoveAndResizeTheLoop) {
     release({350, kBandY});
     EXPECT_EQ(model.loopRange(), (LoopRange{10000, 10000}));
     EXPECT_EQ(delegate.loopEnded, beforeEscape.loopEnded + 1);
+    // The document's loop changed under the drag (an undo): Escape shows that one.
+    press({300, kBandY});
+    move({350, kBandY});
+    model.setLoopRange({2000, 3000});
+    move({360, kBandY});
+    QTest::keyClick(&view, Qt::Key_Escape);
+    release({360, kBandY});
+    EXPECT_EQ(view.loopRange(), (LoopRange{2000, 3000}));
+    EXPECT_EQ(model.loopRange(), (LoopRange{2000, 3000}));
 
     // A pointer resting past the right edge keeps scrolling and stretching the new loop.
     model.setLoopRange({});
