@@ -2,6 +2,8 @@
 
 #include <QPainter>
 
+#include <utility>
+
 namespace tesk {
 
 QRect WaveformStripCache::dirtyStrip(const QRect& rect, const QRect& cached) {
@@ -18,7 +20,13 @@ QRect WaveformStripCache::dirtyStrip(const QRect& rect, const QRect& cached) {
 }
 
 QRect WaveformStripCache::prepare(const QRect& rect, qreal devicePixelRatio) {
-    const QRect dirty = dirtyStrip(rect, mCachedRect);
+    QRect dirty = dirtyStrip(rect, mCachedRect);
+    const QRect stale = std::exchange(mStale, QRect()) & rect;
+    if (!mCachedRect.isNull() && !stale.isEmpty()) {
+        dirty = dirty.isEmpty() ? stale : (dirty | stale);
+        if (rect == mCachedRect && devicePixelRatio == image().devicePixelRatio())
+            return dirty; // drawn again in place
+    }
     if (dirty.isEmpty())
         return dirty;
     const unsigned next = (mIndex + 1) & 1;
@@ -52,6 +60,11 @@ QRect WaveformStripCache::prepare(const QRect& rect, qreal devicePixelRatio) {
 void WaveformStripCache::invalidate() {
     mIndex = 0;
     mCachedRect = QRect();
+    mStale = QRect();
+}
+
+void WaveformStripCache::invalidate(const QRect& stale) {
+    mStale |= stale;
 }
 
 } // namespace tesk

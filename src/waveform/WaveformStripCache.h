@@ -19,6 +19,8 @@ public:
     QRect prepare(const QRect& rect, qreal devicePixelRatio);
     /// The next `prepare` redraws everything.
     void invalidate();
+    /// The next `prepare` redraws `stale` (song device pixels) too, where it is shown.
+    void invalidate(const QRect& stale);
 
     QImage& image() { return mImages[mIndex]; }
     QRect cachedRect() const { return mCachedRect; }
@@ -30,6 +32,7 @@ private:
     QImage mImages[2];
     unsigned mIndex = 0;
     QRect mCachedRect; // null when invalid
+    QRect mStale;      // to draw again, within the cached rect
 };
 
 } // namespace tesk

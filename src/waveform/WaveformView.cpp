@@ -218,8 +218,16 @@ void WaveformView::waveformHasAvailableFrames(Waveform*, FrameRange frames) {
     const double right = mGeometry.pointFromSample(frames.location + frames.length);
     const double visibleLeft = mGeometry.visibleStartPoint();
     if (right >= visibleLeft && left <= visibleLeft + mGeometry.width) {
-        mStripCache.invalidate();
-        update();
+        // Only the columns the new frames reach, and a point either side, whose peaks may
+        // span blocks: zoomed out, a block is a column or less, and the whole view drawn again
+        // for each (markers and all) slowed the reading of a long song by half.
+        const qreal ratio = this->ratio();
+        const qreal from = std::floor(left) - 1.0;
+        const qreal to = std::ceil(right) + 1.0;
+        mStripCache.invalidate(
+            QRect(QPoint(int(std::floor(from * ratio)), 0),
+                  QPoint(int(std::ceil(to * ratio)), int(std::ceil(height() * ratio)))));
+        update(QRectF(from - shift(), 0, to - from, height()).toAlignedRect());
     }
 }
 
@@ -832,11 +840,13 @@ void WaveformView::paintMarkers(QPainter& painter) {
     font.setBold(true);
     font.setItalic(true);
     painter.setFont(font);
+    // Only the flags in what is being painted: a strip of a long song zoomed out has hundreds.
+    const QRectF shown = painter.hasClipping() ? painter.clipBoundingRect() : QRectF(rect());
     for (std::uint32_t kind = 0; kind < kMarkerKindCount; ++kind) {
         const QString letter = charForMarkerType(kind);
         for (const MarkerItem& item : mMarkerItems[kind]) {
             const QRectF rect = markerRect(item);
-            if (rect.right() < 0 || rect.left() > width())
+            if (!rect.intersects(shown))
                 continue;
             painter.setOpacity(item.opacity);
             (item.pressed ? pressedMarkerImageForType(kind) : markerImageForType(kind))

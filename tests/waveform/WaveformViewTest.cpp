@@ -824,6 +824,47 @@ TEST(WaveformViewScan, FramesScannedIntoTheVisibleRectAreDrawnAsTheyArrive) {
     EXPECT_LT(test::pixelAt(image, 400, peakY).red(), 150) << "the rest is drawn once scanned";
 }
 
+TEST(WaveformViewScan, EachBlockRedrawsOnlyItsColumnsAndEndsAsOneDrawingWhole) {
+    // Thirty seconds whose level steps every tenth of a second, so every column differs,
+    // decoded three seconds at a time while the whole song shows.
+    constexpr qint64 kFrames = 30 * 44100;
+    std::vector<float> samples(kFrames);
+    for (qint64 i = 0; i < kFrames; ++i)
+        samples[i] = float(0.1 + 0.8 * ((i / 4410) % 9) / 8.0) * (i % 2 ? 1.0f : -1.0f);
+    const auto song = std::make_shared<test::MemorySong>(samples, samples);
+    song->decodeOnlyUpTo(0);
+    WaveformView view;
+    view.resize(800, 200);
+    view.setZoomLevel(0.0);
+    view.setDecodedSong(song, QUrl("file:///song.wav"));
+    view.show();
+    view.activateWindow(); // which repaints it all, and must not fall within a step
+    ASSERT_TRUE(QTest::qWaitForWindowActive(&view));
+    QTest::qWait(20);
+    QRegion widest;
+    for (qint64 decoded = 3 * 44100; decoded <= kFrames; decoded += 3 * 44100) {
+        test::PaintLog log;
+        view.installEventFilter(&log);
+        song->decodeOnlyUpTo(decoded);
+        if (decoded == kFrames)
+            song->finishDecoding();
+        const qint64 wholeBlocks = decoded / 88200 * 88200; // scanned in blocks of 2 s
+        ASSERT_TRUE(QTest::qWaitFor(
+            [&] { return view.waveform()->availableFrameCount() >= wholeBlocks; }, 20000));
+        QTest::qWait(20);
+        view.removeEventFilter(&log);
+        if (log.painted.boundingRect().width() > widest.boundingRect().width())
+            widest = log.painted;
+    }
+    ASSERT_TRUE(QTest::qWaitFor([&] { return !view.waveform()->isScanning(); }, 20000));
+    QTest::qWait(20);
+    // Three seconds are 80 of the 800 points: each step repaints about that much, not all.
+    EXPECT_LT(widest.boundingRect().width(), 200);
+    const QImage inPieces = test::grabImage(view);
+    view.redrawWaveform();
+    EXPECT_EQ(inPieces, test::grabImage(view));
+}
+
 TEST(WaveformViewPeaks, EveryShortPeakIsDrawnToItsHeightAtEveryZoom) {
     // Clicks of 10 ms every half second: narrower than a point when zoomed out, they must
     // still reach their height in the upper and the lower half, wherever they fall between
