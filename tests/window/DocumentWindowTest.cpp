@@ -349,46 +349,35 @@ TEST(DocumentWindow, APracticeSessionFromOpeningToReopening) {
     EXPECT_EQ(app.replaceQuestions, (QStringList{exported, exported}));
     EXPECT_FALSE(document->isExporting());
     EXPECT_EQ(readFile(exported), loop);
-    {
-        // Open as a song in another window, it is not written over, nor asked about: the
-        // window says where it is open instead.
-        TeskDocument* other = app.open(exported);
+    // Open as a song in another window, it is not written over, nor asked about: the window
+    // says where it is open instead. Nor is the place of another window's song that has gone
+    // missing: written there, it would become that window's song.
+    const QString gone = dir.filePath("gone.m4a");
+    ASSERT_TRUE(QFile::copy(exported, gone));
+    TeskDocument* missing = app.open(gone);
+    ASSERT_NE(missing, nullptr);
+    TeskError error;
+    ASSERT_TRUE(missing->saveToURL(QUrl::fromLocalFile(dir.filePath("gone.tesk")), &error));
+    app.documents->closeDocument(missing);
+    ASSERT_TRUE(QFile::remove(gone));
+    for (const QString& elsewhere : {exported, dir.filePath("gone.tesk")}) {
+        SCOPED_TRACE(elsewhere.toStdString());
+        TeskDocument* other = app.open(elsewhere);
         ASSERT_NE(other, nullptr);
+        const QString target = other->audioFileURL().isEmpty() ? gone : exported;
+        const QByteArray before = readFile(target);
+        app.exportAnswer = target;
         window->perform(WindowCommand::ExportLoop);
         QCoreApplication::processEvents();
         EXPECT_FALSE(document->isExporting());
         EXPECT_EQ(app.replaceQuestions.size(), 2);
+        EXPECT_EQ(readFile(target), before);
         QMessageBox* message = window->findChild<QMessageBox*>();
         ASSERT_NE(message, nullptr);
-        EXPECT_TRUE(message->text().contains("open in another window"));
+        EXPECT_TRUE(
+            message->text().contains(QFileInfo(target).fileName() + "” is open in another window"));
         delete message;
         app.documents->closeDocument(other);
-        window->activateWindow();
-    }
-    {
-        // Nor is the place of another window's song that has gone missing: written there, it
-        // would become that window's song.
-        const QString gone = dir.filePath("gone.m4a");
-        ASSERT_TRUE(QFile::copy(exported, gone));
-        TeskDocument* missing = app.open(gone);
-        ASSERT_NE(missing, nullptr);
-        TeskError error;
-        ASSERT_TRUE(missing->saveToURL(QUrl::fromLocalFile(dir.filePath("gone.tesk")), &error));
-        app.documents->closeDocument(missing);
-        ASSERT_TRUE(QFile::remove(gone));
-        missing = app.open(dir.filePath("gone.tesk"));
-        ASSERT_NE(missing, nullptr);
-        ASSERT_TRUE(missing->audioFileURL().isEmpty());
-        app.exportAnswer = gone;
-        window->perform(WindowCommand::ExportLoop);
-        QCoreApplication::processEvents();
-        EXPECT_FALSE(document->isExporting());
-        EXPECT_FALSE(QFile::exists(gone));
-        QMessageBox* message = window->findChild<QMessageBox*>();
-        ASSERT_NE(message, nullptr);
-        EXPECT_TRUE(message->text().contains("gone.m4a"));
-        delete message;
-        app.documents->closeDocument(missing);
         window->activateWindow();
     }
 
