@@ -4,7 +4,6 @@
 #include "document/TeskDocumentFile.h"
 #include "document/TeskDocumentWindow.h"
 
-#include <QDir>
 #include <QFileInfo>
 #include <QMimeData>
 #include <QPointer>
@@ -138,7 +137,6 @@ TeskDocument* TeskDocumentController::documentForURL(const QUrl& url) const {
 TeskDocument* TeskDocumentController::documentForPath(const QString& path,
                                                       const TeskDocument* except) const {
     const QString canonical = QFileInfo(path).canonicalFilePath();
-    const QString absolute = QDir::cleanPath(QFileInfo(path).absoluteFilePath());
     for (const auto& document : mDocuments) {
         if (document.get() == except)
             continue;
@@ -146,16 +144,10 @@ TeskDocument* TeskDocumentController::documentForPath(const QString& path,
         if (!canonical.isEmpty() && ((!own.isEmpty() && canonicalPath(own) == canonical) ||
                                      canonicalPath(document->audioFileURL()) == canonical))
             return document.get();
-        // A missing song is where it was last seen, or beside the practice as it was then.
+        // A missing song is found again wherever Tesk would look for it by name.
         const std::optional<TeskFileReference> song = document->audioFileAlias();
-        if (!song || !document->audioFileURL().isEmpty())
-            continue;
-        QStringList places{QDir::cleanPath(song->absolutePath())};
-        if (!own.isEmpty() && !song->relativePath().isEmpty()) {
-            places.append(QDir::cleanPath(
-                QFileInfo(own.toLocalFile()).absoluteDir().filePath(song->relativePath())));
-        }
-        if (places.contains(absolute))
+        if (song && document->audioFileURL().isEmpty() &&
+            song->wouldFindAt(path, own.isEmpty() ? QString() : own.toLocalFile()))
             return document.get();
     }
     return nullptr;

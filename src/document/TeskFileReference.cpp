@@ -191,6 +191,14 @@ private:
     bool mOk = true;
 };
 
+/// `path` in its real folder (links resolved, as far as the folder exists), so that two ways
+/// to one place compare equal.
+QString realPlace(const QString& path) {
+    const QFileInfo file(path);
+    const QString folder = QFileInfo(file.absolutePath()).canonicalFilePath();
+    return join(folder.isEmpty() ? QDir::cleanPath(file.absolutePath()) : folder, file.fileName());
+}
+
 } // namespace
 
 std::optional<TeskFileReference> TeskFileReference::fromPath(const QString& path,
@@ -331,6 +339,26 @@ QString TeskFileReference::resolvedPath(const QString& documentPath) const {
         return result;
     }
     return {};
+}
+
+bool TeskFileReference::wouldFindAt(const QString& path, const QString& documentPath) const {
+    const QString place = realPlace(path);
+    QStringList places{realPlace(mAbsolutePath)};
+    if (!documentPath.isEmpty()) {
+        const QDir documentDir(documentFolder(documentPath));
+        if (!mRelativePath.isEmpty())
+            places.append(realPlace(documentDir.absoluteFilePath(mRelativePath)));
+        places.append(realPlace(documentDir.absoluteFilePath(mFileName)));
+    }
+    if (places.contains(place))
+        return true;
+    // The music folder, directly or in one of its folders.
+    const QString music = QStandardPaths::writableLocation(QStandardPaths::MusicLocation);
+    if (music.isEmpty() || QFileInfo(place).fileName() != mFileName)
+        return false;
+    const QString musicPlace = QFileInfo(realPlace(join(music, mFileName))).absolutePath();
+    const QString folder = QFileInfo(place).absolutePath();
+    return folder == musicPlace || QFileInfo(folder).absolutePath() == musicPlace;
 }
 
 bool TeskFileReference::isEqual(const TeskFileReference& other) const {

@@ -35,6 +35,9 @@ public:
     /// Where the file is now: a canonical path (symbolic links resolved), or empty when the
     /// file cannot be found. `documentPath` is the document's current file, when there is one.
     QString resolvedPath(const QString& documentPath = {}) const;
+    /// Whether a new file at `path` would be found as this one: it lies at one of the places
+    /// resolvedPath() looks by name (a new file is never the remembered one by what it is).
+    bool wouldFindAt(const QString& path, const QString& documentPath = {}) const;
 
     /// Equal when both resolve, to the same path.
     bool isEqual(const TeskFileReference& other) const;

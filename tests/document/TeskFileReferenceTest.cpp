@@ -145,6 +145,42 @@ TEST_F(FileReferenceTest, FindsTheFileInTheMusicFolder) {
     EXPECT_EQ(reference->resolvedPath(), filed);
 }
 
+TEST_F(FileReferenceTest, ANewFileWhereTheSongIsLookedForByNameWouldBeFoundAsTheSong) {
+    // Exporting there while the song is missing would give its practice another sound.
+    const QString music = path("Music");
+    ASSERT_TRUE(QDir().mkpath(music));
+    makeFile("config/user-dirs.dirs", "XDG_MUSIC_DIR=\"" + music.toUtf8() + "\"\n");
+    const test::ScopedEnvironment config("XDG_CONFIG_HOME", path("config").toUtf8());
+    const QString name = unique("song.m4a");
+    const QString document = makeFile("project/practice.tesk", "{}");
+    const QString song = makeFile("project/audio/" + name);
+    const auto reference = TeskFileReference::fromPath(song, document);
+    ASSERT_TRUE(reference);
+    ASSERT_TRUE(QFile::remove(song));
+    ASSERT_TRUE(QFile::link(path("project"), path("link")));
+    const QString moved = path("moved/practice.tesk"); // the practice, moved without its song
+    const struct {
+        QString at;
+        QString documentPath;
+        bool found;
+    } places[] = {
+        {song, {}, true},                                   // where it was
+        {path("link/audio/" + name), {}, true},             // the same, through a link
+        {path("project/" + name), document, true},          // beside the practice
+        {path("moved/audio/" + name), moved, true},         // where the practice moved
+        {path("moved/" + name), moved, true},               // beside it there
+        {path("Music/" + name), {}, true},                  // in the music folder
+        {path("Music/Artist/" + name), {}, true},           // or one of its folders
+        {path("Music/Artist/Album/" + name), {}, false},    // but no deeper
+        {path("project/audio/other.m4a"), document, false}, // another name
+        {path("elsewhere/" + name), document, false},       // somewhere else
+    };
+    for (const auto& place : places) {
+        EXPECT_EQ(reference->wouldFindAt(place.at, place.documentPath), place.found)
+            << place.at.toStdString();
+    }
+}
+
 TEST_F(FileReferenceTest, DeletedFileResolvesToNothingAndEqualsNothing) {
     const QString song = makeFile("a/" + unique("song.wav"));
     {
