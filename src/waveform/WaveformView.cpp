@@ -214,21 +214,19 @@ void WaveformView::waveformDidFinishScanning(Waveform*) {
 }
 
 void WaveformView::waveformHasAvailableFrames(Waveform*, FrameRange frames) {
-    const double left = mGeometry.pointFromSample(frames.location);
-    const double right = mGeometry.pointFromSample(frames.location + frames.length);
-    const double visibleLeft = mGeometry.visibleStartPoint();
-    if (right >= visibleLeft && left <= visibleLeft + mGeometry.width) {
-        // Only the columns the new frames reach, and a point either side, whose peaks may
-        // span blocks: zoomed out, a block is a column or less, and the whole view drawn again
-        // for each (markers and all) slowed the reading of a long song by half.
-        const qreal ratio = this->ratio();
-        const qreal from = std::floor(left) - 1.0;
-        const qreal to = std::ceil(right) + 1.0;
-        mStripCache.invalidate(
-            QRect(QPoint(int(std::floor(from * ratio)), 0),
-                  QPoint(int(std::ceil(to * ratio)), int(std::ceil(height() * ratio)))));
-        update(QRectF(from - shift(), 0, to - from, height()).toAlignedRect());
-    }
+    // Only the columns the new frames reach, and a point either side, whose peaks may span
+    // blocks: zoomed out, a block is a column or less, and the whole view drawn again for each
+    // (markers and all) slowed the reading of a long song by half.
+    const qreal from = std::floor(mGeometry.pointFromSample(frames.location)) - 1.0;
+    const qreal to = std::ceil(mGeometry.pointFromSample(frames.location + frames.length)) + 1.0;
+    const qreal visibleLeft = mGeometry.visibleStartPoint();
+    if (to < visibleLeft || from > visibleLeft + mGeometry.width)
+        return;
+    const qreal ratio = this->ratio();
+    mStripCache.invalidate(
+        QRect(QPoint(int(std::floor(from * ratio)), 0),
+              QPoint(int(std::ceil(to * ratio)), int(std::ceil(height() * ratio)))));
+    update(QRectF(from - shift(), 0, to - from, height()).toAlignedRect());
 }
 
 // Values.
@@ -750,7 +748,9 @@ void WaveformView::paintRuler(QPainter& painter, const QRectF& clip) {
     const qint64 step = mGeometry.idealSampleStep();
     // Start a label's width early, so a label whose tick is left of the clip still shows.
     const qint64 first = mGeometry.sampleFromPoint(clip.left() - 40) / step * step;
-    const qint64 last = mGeometry.sampleFromPoint(clip.right());
+    // And a point late: at a fractional ratio a tick just past the clip reaches into its last
+    // device pixel.
+    const qint64 last = mGeometry.sampleFromPoint(clip.right() + 1);
     QFont font = this->font();
     font.setPixelSize(10);
     painter.setFont(font);

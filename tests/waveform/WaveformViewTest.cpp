@@ -745,6 +745,15 @@ TEST_F(WaveformViewTest, CursorMovesWithoutRepaintingTheWaveformAndScrollingPain
     const qint64 columns = (view.waveformPixelsDrawn() - before) / stripHeight;
     EXPECT_GE(columns, std::floor(10 * ratio));
     EXPECT_LE(columns, std::ceil(10 * ratio));
+    // Scrolled in steps that end part-way through points and device pixels, the picture kept
+    // and moved is the one drawn whole: no tick or line at a strip's edge is lost.
+    for (qint64 start = 200500; start > 150000; start -= 437) { // backwards: strips on the left
+        SCOPED_TRACE(start);
+        paintsAfter([&] { view.setStartFrame(start); });
+        const QImage scrolled = test::grabImage(view);
+        view.redrawWaveform();
+        ASSERT_EQ(scrolled, test::grabImage(view));
+    }
 
     // A zoom step redraws everything.
     const qint64 beforeZoom = view.waveformPixelsDrawn();
