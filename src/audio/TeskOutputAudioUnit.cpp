@@ -216,7 +216,8 @@ void TeskOutputAudioUnit::setOutputAudioUnitHandler(ChainSource* handler) {
 }
 
 bool TeskOutputAudioUnit::releaseIdleDevice() {
-    if (isRunning() || !mDevice)
+    // A silent device holds nothing another player could have.
+    if (isRunning() || !mDevice || !mDevice->hasSoundOutput())
         return false;
     mIdleDevice.stop();
     mDevice.reset();

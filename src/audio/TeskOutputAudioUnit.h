@@ -219,7 +219,7 @@ private:
     };
 
     void openDevice();
-    /// Lets go of the device of a stopped output; whether there was one.
+    /// Lets go of the sound device of a stopped output; whether there was one.
     bool releaseIdleDevice();
     /// Tells the delegate, on the main thread, how far an export has got. Export thread.
     void postExportProgress(double progress);
