@@ -1157,10 +1157,14 @@ void WaveformView::finishMarkerDrag(bool cancelled) {
         return;
     }
     QList<quint32> markers = mMarkers[kind];
-    markers.removeAt(markers.indexOf(quint32(item.frame)));
+    markers.removeAll(quint32(item.frame));
     if (!mMarkerOff) {
-        markers.append(
-            quint32(std::min(mGeometry.sampleFromPoint(*item.dragX + half), mGeometry.frameCount)));
+        // Let go on another of its kind, it becomes that one: two at one frame would show as
+        // one flag.
+        const auto frame =
+            quint32(std::min(mGeometry.sampleFromPoint(*item.dragX + half), mGeometry.frameCount));
+        if (!markers.contains(frame))
+            markers.append(frame);
     } else {
         mPoofCentre = mPointer;
         mPoof->start();

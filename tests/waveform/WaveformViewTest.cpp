@@ -281,6 +281,16 @@ TEST_F(WaveformViewTest, MarkerGesturesHoldBeforeMovingAndDeleteWhenDraggedOff) 
             EXPECT_FALSE(item.pressed);
     }
 
+    // Let go on another of its kind, it becomes that one: two at one frame would show as one,
+    // and go together at the next drag or key.
+    model.setGenericMarkers({20000, 22500});
+    press(flag);
+    now += 250;
+    move({450, 24});
+    now += 50;
+    release({450, 24});
+    EXPECT_EQ(model.genericMarkers(), QList<quint32>{22500});
+
     // Held, dragged and brought back to its own column, a marker keeps its frame (not the
     // column's first, 20000) and nothing is written.
     model.setGenericMarkers({20030});
