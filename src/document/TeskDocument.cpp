@@ -563,6 +563,16 @@ QUrl TeskDocument::audioFileURL() const {
     return mFoundSongPath.isEmpty() ? QUrl() : QUrl::fromLocalFile(mFoundSongPath);
 }
 
+bool TeskDocument::isSongAt(const QString& path) const {
+    const QString song = audioFileURL().toLocalFile();
+    if (!song.isEmpty()) {
+        const QString canonical = QFileInfo(path).canonicalFilePath();
+        return !canonical.isEmpty() && canonical == QFileInfo(song).canonicalFilePath();
+    }
+    // A missing song is found again wherever Tesk would look for it by name.
+    return mAudioFileAlias && mAudioFileAlias->wouldFindAt(path, mFileURL.toLocalFile());
+}
+
 void TeskDocument::followSongTo(const QString& path) const {
     // A song renamed, then deleted, is missed by its last name; one renamed, then replaced,
     // is found in its last place.

@@ -180,6 +180,9 @@ public:
     /// Where the song is now; empty without a song or when it can't be found. A song that has
     /// gone is searched for at most once a second.
     QUrl audioFileURL() const;
+    /// Whether the file at `path` is the song, or would be found as the song were it written
+    /// there while the song is missing.
+    bool isSongAt(const QString& path) const;
     /// Installs the song at `url` and marks the document changed; clears the undo stack.
     void setAudioFileURL(const QUrl& url);
     /// As `setAudioFileURL` for a song the user found in its new place, but only if it plays:

@@ -141,13 +141,8 @@ TeskDocument* TeskDocumentController::documentForPath(const QString& path,
         if (document.get() == except)
             continue;
         const QUrl own = document->fileURL();
-        if (!canonical.isEmpty() && ((!own.isEmpty() && canonicalPath(own) == canonical) ||
-                                     canonicalPath(document->audioFileURL()) == canonical))
-            return document.get();
-        // A missing song is found again wherever Tesk would look for it by name.
-        const std::optional<TeskFileReference> song = document->audioFileAlias();
-        if (song && document->audioFileURL().isEmpty() &&
-            song->wouldFindAt(path, own.isEmpty() ? QString() : own.toLocalFile()))
+        if ((!canonical.isEmpty() && !own.isEmpty() && canonicalPath(own) == canonical) ||
+            document->isSongAt(path))
             return document.get();
     }
     return nullptr;

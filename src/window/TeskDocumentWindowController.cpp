@@ -895,7 +895,7 @@ void TeskDocumentWindowController::doExportSongUsingLoop(bool loop) {
         // change (the format's extension, a suffix a system dialog adds), so the question is
         // about the file that will be written.
         QTimer::singleShot(0, this, [this, destination] {
-            if (refuseFileOpenElsewhere(destination))
+            if (refuseExportOverSong(destination) || refuseFileOpenElsewhere(destination))
                 return;
             if (!QFileInfo::exists(destination) || askReplaceFile(destination))
                 startLoopExportWithFile(destination);
@@ -909,17 +909,21 @@ void TeskDocumentWindowController::doExportSongUsingLoop(bool loop) {
 bool TeskDocumentWindowController::askReplaceFile(const QString& path) {
     if (mServices.askReplaceFile)
         return mServices.askReplaceFile(this, path);
-    const QString name = QFileInfo(path).fileName();
-    const bool isTheSong = QFileInfo(path).canonicalFilePath() ==
-                           QFileInfo(mDocument->audioFileURL().toLocalFile()).canonicalFilePath();
     const QString question =
-        isTheSong ? tr("“%1” is the song you are practising. Do you want to replace it with the "
-                       "export?")
-                        .arg(name)
-                  : tr("“%1” already exists. Do you want to replace it?").arg(name);
+        tr("“%1” already exists. Do you want to replace it?").arg(QFileInfo(path).fileName());
     return QMessageBox::question(this, tr("Replace file?"), question,
                                  QMessageBox::Yes | QMessageBox::Cancel,
                                  QMessageBox::Cancel) == QMessageBox::Yes;
+}
+
+bool TeskDocumentWindowController::refuseExportOverSong(const QString& path) {
+    // Written over, the song would no longer be the music its markers and loop were placed in,
+    // and the original would be gone.
+    if (!mDocument->isSongAt(path))
+        return false;
+    presentMessage(tr("“%1” is the song you are practising. Choose another name for the export.")
+                       .arg(QFileInfo(path).fileName()));
+    return true;
 }
 
 bool TeskDocumentWindowController::refuseFileOpenElsewhere(const QString& path) {

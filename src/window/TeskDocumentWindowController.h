@@ -159,6 +159,8 @@ private:
     /// saving to one file would each write over the other's practice, and an export over a song
     /// another window plays would change the sound under its markers.
     bool refuseFileOpenElsewhere(const QString& path);
+    /// Says so and returns true when `path` is this window's own song.
+    bool refuseExportOverSong(const QString& path);
     /// Where the save dialog starts: a saved practice's own file, else a name beside the song.
     QString proposedDocumentPath() const;
     void save(bool askForName);

@@ -351,7 +351,8 @@ TEST(DocumentWindow, APracticeSessionFromOpeningToReopening) {
     EXPECT_EQ(readFile(exported), loop);
     // Open as a song in another window, it is not written over, nor asked about: the window
     // says where it is open instead. Nor is the place of another window's song that has gone
-    // missing: written there, it would become that window's song.
+    // missing: written there, it would become that window's song. That window itself does not
+    // write over its own song either.
     const QString gone = dir.filePath("gone.m4a");
     ASSERT_TRUE(QFile::copy(exported, gone));
     TeskDocument* missing = app.open(gone);
@@ -360,22 +361,33 @@ TEST(DocumentWindow, APracticeSessionFromOpeningToReopening) {
     ASSERT_TRUE(missing->saveToURL(QUrl::fromLocalFile(dir.filePath("gone.tesk")), &error));
     app.documents->closeDocument(missing);
     ASSERT_TRUE(QFile::remove(gone));
-    for (const QString& elsewhere : {exported, dir.filePath("gone.tesk")}) {
-        SCOPED_TRACE(elsewhere.toStdString());
-        TeskDocument* other = app.open(elsewhere);
+    const struct {
+        QString open;
+        QString target;
+        bool fromItsOwnWindow;
+        const char* said;
+    } refusals[] = {
+        {exported, exported, false, "” is open in another window"},
+        {dir.filePath("gone.tesk"), gone, false, "” is open in another window"},
+        {exported, exported, true, "” is the song you are practising"},
+    };
+    for (const auto& refusal : refusals) {
+        SCOPED_TRACE(refusal.said);
+        TeskDocument* other = app.open(refusal.open);
         ASSERT_NE(other, nullptr);
-        const QString target = other->audioFileURL().isEmpty() ? gone : exported;
-        const QByteArray before = readFile(target);
-        app.exportAnswer = target;
-        window->perform(WindowCommand::ExportLoop);
+        TeskDocumentWindowController* exporting =
+            refusal.fromItsOwnWindow ? app.window(other) : window;
+        const QByteArray before = readFile(refusal.target);
+        app.exportAnswer = refusal.target;
+        exporting->perform(WindowCommand::ExportSong);
         QCoreApplication::processEvents();
         EXPECT_FALSE(document->isExporting());
+        EXPECT_FALSE(other->isExporting());
         EXPECT_EQ(app.replaceQuestions.size(), 2);
-        EXPECT_EQ(readFile(target), before);
-        QMessageBox* message = window->findChild<QMessageBox*>();
+        EXPECT_EQ(readFile(refusal.target), before);
+        QMessageBox* message = exporting->findChild<QMessageBox*>();
         ASSERT_NE(message, nullptr);
-        EXPECT_TRUE(
-            message->text().contains(QFileInfo(target).fileName() + "” is open in another window"));
+        EXPECT_TRUE(message->text().contains(QFileInfo(refusal.target).fileName() + refusal.said));
         delete message;
         app.documents->closeDocument(other);
         window->activateWindow();
