@@ -254,7 +254,7 @@ void TeskPanSlider::keyPressEvent(QKeyEvent* event) {
         SBindingView::keyPressEvent(event);
         return;
     }
-    const double step = (mMaxValue - mMinValue) / 20.0;
+    const double step = keyStep();
     // Up and Down too, as on any slider: they would otherwise reach the window, which changes
     // the speed, while the pan slider shows the focus.
     switch (event->key()) {
@@ -278,16 +278,19 @@ void TeskPanSlider::keyPressEvent(QKeyEvent* event) {
 }
 
 void TeskPanSlider::wheelEvent(QWheelEvent* event) {
-    // Pixels when the device gives them, else 1 pixel per 1/8 of a notch's 15 degrees.
-    const QPointF delta = !event->pixelDelta().isNull() ? QPointF(event->pixelDelta())
-                                                        : QPointF(event->angleDelta()) / 8.0 / 15.0;
-    if (delta.isNull()) {
+    const QPoint pixels = event->pixelDelta();
+    const QPoint angle = event->angleDelta();
+    if (pixels.isNull() && angle.isNull()) {
         event->ignore();
         return;
     }
-    setValueAsUser(
-        std::clamp(valueAfterWheel(mValue, mMinValue, mMaxValue, width(), delta.x(), delta.y()),
-                   mMinValue, mMaxValue));
+    // A touchpad's pixels move the knob as far along the slider. A mouse wheel's notch moves it
+    // as an arrow key does: at a pixel a notch, a side was a hundred notches away.
+    const double notches = double(angle.y() - angle.x()) / 120.0;
+    const double value = !pixels.isNull() ? valueAfterWheel(mValue, mMinValue, mMaxValue, width(),
+                                                            pixels.x(), pixels.y())
+                                          : mValue + notches * keyStep();
+    setValueAsUser(std::clamp(value, mMinValue, mMaxValue));
 }
 
 } // namespace tesk

@@ -72,6 +72,8 @@ private:
     /// Lets go of the knob, which is drawn pressed while held.
     void endPress();
     double valueForX(double x) const;
+    /// How far an arrow key or a wheel's notch moves the knob: a twentieth of the range.
+    double keyStep() const { return (mMaxValue - mMinValue) / 20.0; }
     /// Qt hands a screen reader the value only as a number: the words go in the description.
     void refreshSpokenValue();
     bool windowIsActive() const;

@@ -566,14 +566,26 @@ TEST(TeskPanSlider, EndsDetentAndWheelWriteBackAndSendTheAction) {
     EXPECT_NEAR(settings.panAmount(), 0.6, 1e-9);
     EXPECT_FALSE(slider.isPressed());
 
-    // One notch of the wheel: one pixel's worth of value.
-    const double before = settings.panAmount();
-    const int sent = actions.count();
-    QWheelEvent wheel(QPointF(100, y), slider.mapToGlobal(QPointF(100, y)), QPoint(),
-                      QPoint(0, 120), Qt::NoButton, Qt::NoModifier, Qt::NoScrollPhase, false);
-    QCoreApplication::sendEvent(&slider, &wheel);
-    EXPECT_NEAR(settings.panAmount(), before + 1.0 / slider.width(), 1e-6);
-    EXPECT_EQ(actions.count(), sent + 1);
+    // A notch of the wheel moves it as an arrow key does, a part of one a part as far, and either
+    // way; a touchpad's pixels move it that far along the slider.
+    const struct {
+        QPoint pixels, angle;
+        double moved;
+    } wheels[] = {{{}, {0, 120}, 0.05},
+                  {{}, {0, -240}, -0.1},
+                  {{}, {0, 30}, 0.0125},
+                  {{}, {120, 0}, -0.05},
+                  {{0, 3}, {0, 120}, 3.0 / slider.width()}};
+    for (const auto& w : wheels) {
+        SCOPED_TRACE(w.moved);
+        settings.setPanAmount(0.5);
+        const int sent = actions.count();
+        QWheelEvent wheel(QPointF(100, y), slider.mapToGlobal(QPointF(100, y)), w.pixels, w.angle,
+                          Qt::NoButton, Qt::NoModifier, Qt::NoScrollPhase, false);
+        QCoreApplication::sendEvent(&slider, &wheel);
+        EXPECT_NEAR(settings.panAmount(), 0.5 + w.moved, 1e-6);
+        EXPECT_EQ(actions.count(), sent + 1);
+    }
 
     // The plain arrows, Up and Down too, step by a twentieth; with Ctrl or Alt they are the
     // window's (jumps).
