@@ -44,6 +44,10 @@ void reportFilesThatWillNotOpen(const QStringList& files) {
         const char* problem = nullptr;
         if (!file.exists())
             problem = "there is no such file";
+        else if (!file.isFile() || !file.isReadable())
+            problem = "it cannot be read";
+        else if (file.size() == 0)
+            problem = "it is empty";
         else if (!tesk::TeskDocumentController::canOpenFile(
                      QUrl::fromLocalFile(file.absoluteFilePath())))
             problem = "it is not a song or a practice document that Tesk opens";

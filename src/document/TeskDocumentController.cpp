@@ -1,5 +1,6 @@
 #include "document/TeskDocumentController.h"
 
+#include "audio/SongFileError.h"
 #include "document/SongTypes.h"
 #include "document/TeskDocumentFile.h"
 #include "document/TeskDocumentWindow.h"
@@ -18,6 +19,26 @@ constexpr qsizetype kMaximumRecentDocuments = 10;
 
 QString canonicalPath(const QUrl& url) {
     return url.isLocalFile() ? QFileInfo(url.toLocalFile()).canonicalFilePath() : QString();
+}
+
+/// Why the file at `path`, which Tesk took for neither a song nor a practice, was not opened.
+TeskError whyNotOpened(const QString& path) {
+    const QFileInfo file(path);
+    if (!file.exists())
+        return songFileError(SongFileErrorCode::NotFound, path);
+    if (!file.isFile() || !file.isReadable())
+        return songFileError(SongFileErrorCode::NotReadable, path);
+    if (file.size() == 0)
+        return songFileError(SongFileErrorCode::Empty, path);
+    return TeskError(
+        NSCocoaErrorDomain, kFileReadCorruptFileError,
+        {{LocalizedDescriptionKey,
+          TeskDocumentController::tr("“%1” is not a song or a practice document that Tesk opens.")
+              .arg(file.fileName())},
+         {LocalizedRecoverySuggestionKey,
+          TeskDocumentController::tr("Tesk opens songs in MP3, AAC (M4A), WAV and AIFF files, and "
+                                     "its own practice documents.")},
+         {QStringLiteral("NSFilePath"), path}});
 }
 
 } // namespace
@@ -94,18 +115,8 @@ TeskDocument* TeskDocumentController::openChosenFile(const QUrl& url) {
     if (TeskDocument* opened = openDocumentWithContentsOfURL(url, true, &error))
         return opened;
     // Chosen by the user, a file that is no song is worth a word, as a drop is not.
-    if (error.domain().isEmpty()) {
-        const QString path = url.toLocalFile();
-        const QString name = QFileInfo(path).fileName();
-        error =
-            TeskError(NSCocoaErrorDomain, kFileReadCorruptFileError,
-                      {{LocalizedDescriptionKey,
-                        tr("“%1” is not a song or a practice document that Tesk opens.").arg(name)},
-                       {LocalizedRecoverySuggestionKey,
-                        tr("Tesk opens songs in MP3, AAC (M4A), WAV and AIFF files, and its own "
-                           "practice documents.")},
-                       {QStringLiteral("NSFilePath"), path}});
-    }
+    if (error.domain().isEmpty())
+        error = whyNotOpened(url.toLocalFile());
     mWindowLayer->presentError(error);
     return nullptr;
 }

@@ -280,21 +280,24 @@ TEST(SingleInstance, ALaterTeskHandsItsFilesToTheRunningOneAndExits) {
     QProcess second;
     second.setWorkingDirectory(runtime.path());
     ASSERT_TRUE(test::writeFile(runtime.filePath("notes.txt"), "practise the bridge\n"));
+    ASSERT_TRUE(test::writeFile(runtime.filePath("empty.mp3"), ""));
     // After "--" a name that looks like an option is a file.
     second.start(QStringLiteral(TESK_PATH),
-                 {"song.mp3", "/tmp/practice.tesk", "notes.txt", "--", "-v"});
+                 {"song.mp3", "/tmp/practice.tesk", "notes.txt", "empty.mp3", "--", "-v"});
     ASSERT_TRUE(received.wait(10000));
     ASSERT_TRUE(second.waitForFinished(10000));
     EXPECT_EQ(second.exitStatus(), QProcess::NormalExit);
     EXPECT_EQ(second.exitCode(), 0);
     EXPECT_EQ(received.first().first().toStringList(),
               QStringList({runtime.filePath("song.mp3"), "/tmp/practice.tesk",
-                           runtime.filePath("notes.txt"), runtime.filePath("-v")}));
+                           runtime.filePath("notes.txt"), runtime.filePath("empty.mp3"),
+                           runtime.filePath("-v")}));
     // None of them opens: the terminal they were named on hears why.
     const QString said = QString::fromLocal8Bit(second.readAllStandardError());
     EXPECT_TRUE(said.contains("\"song.mp3\": there is no such file")) << said.toStdString();
     EXPECT_TRUE(said.contains("\"/tmp/practice.tesk\"")) << said.toStdString();
     EXPECT_TRUE(said.contains("\"notes.txt\": it is not a song")) << said.toStdString();
+    EXPECT_TRUE(said.contains("\"empty.mp3\": it is empty")) << said.toStdString();
 }
 
 TEST(SingleInstance, TheLockAndSocketOfATeskThatDiedAreTakenOver) {

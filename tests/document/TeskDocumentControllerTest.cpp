@@ -219,17 +219,34 @@ TEST_F(DocumentControllerTest, TheOpenDialogReplacesTheEmptyWindowAndFindsSavedD
     mWindows.chosen.clear();
     mController.openDocument();
     EXPECT_EQ(mController.documents(), QList<TeskDocument*>{practice});
-    // A text file picked in the dialog is refused, and the window says why.
+    // A file picked in the dialog that Tesk does not open is refused, and the window says why.
     ASSERT_TRUE(writeFile(path("notes.mp3"), "practise the bridge\n"));
+    ASSERT_TRUE(writeFile(path("empty.mp3"), ""));
+    ASSERT_TRUE(QDir().mkpath(path("folder.mp3")));
+    const struct {
+        const char* name;
+        const char* said;
+    } refused[] = {
+        {"notes.mp3", "“notes.mp3” is not a song or a practice document that Tesk opens."},
+        {"empty.mp3", "The file “empty.mp3” couldn’t be opened because it is empty."},
+        {"gone.mp3", "The file “gone.mp3” couldn’t be opened because there is no such file."},
+        {"folder.mp3", "The file “folder.mp3” couldn’t be opened because it can’t be read."}};
+    for (const auto& file : refused) {
+        SCOPED_TRACE(file.name);
+        mWindows.errors.clear();
+        mWindows.chosen = {path(file.name)};
+        mController.openDocument();
+        EXPECT_EQ(mController.documents(), QList<TeskDocument*>{practice});
+        ASSERT_EQ(mWindows.errors.size(), 1);
+        EXPECT_EQ(mWindows.errors.first().localizedDescription(), QString(file.said));
+    }
+    // And what it opens instead: not FLAC, which the engine decodes but the window refuses.
+    mWindows.errors.clear();
     mWindows.chosen = {path("notes.mp3")};
     mController.openDocument();
-    EXPECT_EQ(mController.documents(), QList<TeskDocument*>{practice});
     ASSERT_EQ(mWindows.errors.size(), 1);
-    EXPECT_TRUE(mWindows.errors.first().localizedDescription().contains("notes.mp3"));
-    // And what it opens instead: not FLAC, which the engine decodes but the window refuses.
     EXPECT_TRUE(mWindows.errors.first().localizedRecoverySuggestion().contains("MP3, AAC (M4A)"));
     EXPECT_FALSE(mWindows.errors.first().localizedRecoverySuggestion().contains("FLAC"));
-
     // Both were noted as recent, the latest first; a file that is gone is not offered.
     const QUrl songURL = QUrl::fromLocalFile(QFileInfo(path("song.wav")).canonicalFilePath());
     const QUrl practiceURL =
