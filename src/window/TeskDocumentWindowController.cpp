@@ -883,8 +883,13 @@ void TeskDocumentWindowController::doExportSongUsingLoop(bool loop) {
                                                           : mDocument->fileURL().toLocalFile();
     // In the folder of the practice or the song, not wherever Tesk happened to be started.
     const QFileInfo sourceFile(source);
-    const QString proposed =
-        QDir(sourceFile.absolutePath()).filePath(sourceFile.completeBaseName());
+    QString proposed = QDir(sourceFile.absolutePath()).filePath(sourceFile.completeBaseName());
+    // An M4A or AIFF song would be proposed as itself, which the export refuses to write over.
+    const auto isTheSong = [this, &proposed](int formatIndex) {
+        return mDocument->isSongAt(WindowRules::exportPath(proposed, formatIndex));
+    };
+    if (isTheSong(0) || isTheSong(1))
+        proposed = (loop ? tr("%1 (Loop)") : tr("%1 (Export)")).arg(proposed);
     const auto chosen = [this](const QString& path, int formatIndex) {
         const QString destination = WindowRules::exportPath(path, formatIndex);
         if (destination.isEmpty()) {

@@ -352,7 +352,7 @@ TEST(DocumentWindow, APracticeSessionFromOpeningToReopening) {
     // Open as a song in another window, it is not written over, nor asked about: the window
     // says where it is open instead. Nor is the place of another window's song that has gone
     // missing: written there, it would become that window's song. That window itself does not
-    // write over its own song either.
+    // write over its own song either, nor proposes it.
     const QString gone = dir.filePath("gone.m4a");
     ASSERT_TRUE(QFile::copy(exported, gone));
     TeskDocument* missing = app.open(gone);
@@ -389,6 +389,10 @@ TEST(DocumentWindow, APracticeSessionFromOpeningToReopening) {
         ASSERT_NE(message, nullptr);
         EXPECT_TRUE(message->text().contains(QFileInfo(refusal.target).fileName() + refusal.said));
         delete message;
+        // Nor does it propose its own song's name.
+        if (refusal.fromItsOwnWindow) {
+            EXPECT_EQ(app.proposedExportName, dir.filePath("loop (Export)"));
+        }
         app.documents->closeDocument(other);
         window->activateWindow();
     }
