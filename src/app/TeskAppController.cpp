@@ -147,11 +147,14 @@ void TeskAppController::offerUnsavedPractice(const RecoveryQuestion& ask) {
     case RecoveryAnswer::Reopen:
         for (const RecoveryCopies::LeftBehind& copy : copies) {
             TeskError error;
-            if (!mDocuments->reopenRecoveryCopy(copy, &error)) {
+            TeskDocument* reopened = mDocuments->reopenRecoveryCopy(copy, &error);
+            if (!reopened) {
                 // A copy that cannot be read holds nothing to give back.
                 std::fprintf(stderr, "tesk: cannot reopen the unsaved practice of \"%s\": %s\n",
                              qPrintable(copy.name), qPrintable(error.localizedDescription()));
                 RecoveryCopies::discard(copy);
+            } else if (!copy.fileURL.isEmpty() && reopened->fileURL().isEmpty()) {
+                tellReopenedApart(reopened, copy);
             }
         }
         return;
@@ -204,6 +207,20 @@ void TeskAppController::sendFeedback() {
     box->setTextInteractionFlags(Qt::TextSelectableByMouse);
     box->setAttribute(Qt::WA_DeleteOnClose);
     box->open();
+}
+
+void TeskAppController::tellReopenedApart(TeskDocument* document,
+                                          const RecoveryCopies::LeftBehind& copy) {
+    TeskDocumentWindowController* window = mWindows->windowFor(document);
+    if (!window)
+        return;
+    const QString name = QFileInfo(copy.fileURL.toLocalFile()).fileName();
+    window->presentMessage(
+        copy.fileChangedSince
+            ? tr("“%1” was saved again after these changes to it were made.").arg(name)
+            : tr("“%1” is open already.").arg(name),
+        tr("The changes are reopened as a new practice, so that neither is lost. Save it under a "
+           "name of its own to keep them."));
 }
 
 void TeskAppController::warnCopyFailed(TeskDocument* document, const QString& reason) {

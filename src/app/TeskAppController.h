@@ -1,6 +1,7 @@
 #pragma once
 
 #include "app/SingleInstance.h"
+#include "document/RecoveryCopies.h"
 
 #include <QObject>
 #include <QStringList>
@@ -61,6 +62,9 @@ public:
 private:
     /// Tells, on the document's window, that its practice is not kept against a crash.
     void warnCopyFailed(TeskDocument* document, const QString& reason);
+    /// The practice `copy` kept changes of came back as a new one, apart from its file: says
+    /// why on its window, and that saving it asks for a name.
+    void tellReopenedApart(TeskDocument* document, const RecoveryCopies::LeftBehind& copy);
 
     std::unique_ptr<TeskWindowLayer> mWindows;
     std::unique_ptr<TeskDocumentController> mDocuments;

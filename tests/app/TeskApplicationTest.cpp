@@ -45,6 +45,18 @@ QString writePractice(const QTemporaryDir& folder) {
     return practice;
 }
 
+/// A Tesk that opens `file` and ends with a bridge marker dropped in it, unsaved.
+void endWithAMarkerUnsaved(const QString& file) {
+    {
+        TeskAppController ended;
+        ended.openFiles({file});
+        ASSERT_EQ(ended.documentController()->documents().size(), 1);
+        ended.documentController()->documents().first()->dropBridgeMarker();
+        ended.documentController()->recoveryCopies().writeDueCopies();
+    }
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+}
+
 /// Takes the mailto URLs Tesk asks the desktop to open, as a mail program would.
 class MailProgram : public QObject {
     Q_OBJECT
@@ -84,17 +96,7 @@ TEST(TeskAppController, PracticeLeftUnsavedIsOfferedBackAtTheStart) {
     QTemporaryDir folder;
     const QString song = folder.filePath("scale.wav");
     ASSERT_TRUE(test::writeWav(song, {test::sine(440.0, 0.4, 44100, 44100)}, 44100));
-    // A Tesk that ends with a marker unsaved.
-    const auto endWithAMarker = [&] {
-        {
-            TeskAppController ended;
-            ended.openFiles({song});
-            ASSERT_EQ(ended.documentController()->documents().size(), 1);
-            ended.documentController()->documents().first()->dropBridgeMarker();
-            ended.documentController()->recoveryCopies().writeDueCopies();
-        }
-        QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
-    };
+    const auto endWithAMarker = [&] { endWithAMarkerUnsaved(song); };
     // A start's offer, answered `answer`: the names it gave.
     const auto offer = [](TeskAppController& app, Answer answer) {
         QStringList asked;
@@ -154,6 +156,33 @@ TEST(TeskAppController, PracticeLeftUnsavedIsOfferedBackAtTheStart) {
         EXPECT_TRUE(asked[0].startsWith("scale (") && asked[1].startsWith("scale ("));
         EXPECT_NE(asked[0], asked[1]);
     }
+}
+
+TEST(TeskAppController, PracticeReopenedApartFromItsFileSaysWhyOnItsWindow) {
+    QTemporaryDir folder;
+    const QString practice = writePractice(folder);
+    const QString copies = TeskAppController().documentController()->recoveryCopies().folder();
+    ASSERT_TRUE(QDir(copies).removeRecursively());
+    endWithAMarkerUnsaved(practice);
+    // Saved again since, by another Tesk: the copy's changes come back as a new practice.
+    QFile file(practice);
+    ASSERT_TRUE(file.open(QIODevice::Append));
+    ASSERT_TRUE(file.setFileTime(QDateTime::currentDateTime().addSecs(60),
+                                 QFileDevice::FileModificationTime));
+    file.close();
+    TeskAppController next;
+    next.offerUnsavedPractice(
+        [](const QStringList&) { return TeskAppController::RecoveryAnswer::Reopen; });
+    const QList<TeskDocument*> documents = next.documentController()->documents();
+    ASSERT_EQ(documents.size(), 1);
+    EXPECT_TRUE(documents.first()->fileURL().isEmpty());
+    EXPECT_EQ(documents.first()->bridgeMarkers(), QList<quint32>{0});
+    const QList<QMessageBox*> told =
+        next.windowLayer()->windowFor(documents.first())->findChildren<QMessageBox*>();
+    ASSERT_EQ(told.size(), 1);
+    EXPECT_EQ(told.first()->text(),
+              "“scale.tesk” was saved again after these changes to it were made.");
+    EXPECT_TRUE(told.first()->informativeText().contains("Save it under a name of its own"));
 }
 
 TEST(TeskAppController, PracticeThatCannotBeCopiedIsToldOnItsWindowOnce) {
