@@ -17,17 +17,6 @@ std::filesystem::path fileSystemPath(const QString& path) {
     return std::filesystem::path(QFile::encodeName(path).toStdString());
 }
 
-/// Where the file goes: through a link to the file it names, so that the link stays a link.
-QString finalPath(const QString& destination) {
-    if (const QString target = QFileInfo(destination).canonicalFilePath(); !target.isEmpty())
-        return target == destination ? destination : target;
-    // Links to a file not made yet: followed one by one (as many as the system would).
-    QString path = destination;
-    for (int links = 0; links < 40 && QFileInfo(path).isSymLink(); ++links)
-        path = QFileInfo(path).symLinkTarget();
-    return path;
-}
-
 /// As much of `baseName` as fits before the temporary file's own bytes and `suffix`, within
 /// the 255 bytes a name may have.
 QString shortenedBaseName(QString baseName, const QString& suffix) {
@@ -40,6 +29,17 @@ QString shortenedBaseName(QString baseName, const QString& suffix) {
 }
 
 } // namespace
+
+QString ExportTemporaryFile::finalPath(const QString& destination) {
+    // Through a link to the file it names, so that the link stays a link.
+    if (const QString target = QFileInfo(destination).canonicalFilePath(); !target.isEmpty())
+        return target == destination ? destination : target;
+    // Links to a file not made yet: followed one by one (as many as the system would).
+    QString path = destination;
+    for (int links = 0; links < 40 && QFileInfo(path).isSymLink(); ++links)
+        path = QFileInfo(path).symLinkTarget();
+    return path;
+}
 
 std::unique_ptr<ExportTemporaryFile> ExportTemporaryFile::create(const QString& destination,
                                                                  QString* error) {

@@ -19,6 +19,9 @@ public:
     /// Creates the empty file, never reusing one that is there; null with the reason in
     /// `error` when the destination's folder cannot take it.
     static std::unique_ptr<ExportTemporaryFile> create(const QString& destination, QString* error);
+    /// The file an export to `destination` replaces or makes: the destination, or the file it
+    /// links to, made or not.
+    static QString finalPath(const QString& destination);
     ~ExportTemporaryFile();
 
     ExportTemporaryFile(const ExportTemporaryFile&) = delete;

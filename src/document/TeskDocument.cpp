@@ -193,6 +193,16 @@ std::optional<FileStamp> fileStampOf(const QUrl& url) {
                      qint64(info.st_size), quint64(info.st_ino)};
 }
 
+/// Whether the two paths name one file: by its device and inode, so that on a disk that
+/// ignores case "Song.m4a" is "song.M4A", and through any links.
+bool isSameFile(const QString& one, const QString& other) {
+    struct stat first = {};
+    struct stat second = {};
+    return ::stat(QFile::encodeName(one).constData(), &first) == 0 &&
+           ::stat(QFile::encodeName(other).constData(), &second) == 0 &&
+           first.st_dev == second.st_dev && first.st_ino == second.st_ino;
+}
+
 TeskDocument::TeskDocument(QObject* parent)
     : QObject(parent) {
     bool ok = false;
@@ -565,12 +575,12 @@ QUrl TeskDocument::audioFileURL() const {
 
 bool TeskDocument::isSongAt(const QString& path) const {
     const QString song = audioFileURL().toLocalFile();
-    if (!song.isEmpty()) {
-        const QString canonical = QFileInfo(path).canonicalFilePath();
-        return !canonical.isEmpty() && canonical == QFileInfo(song).canonicalFilePath();
-    }
-    // A missing song is found again wherever Tesk would look for it by name.
-    return mAudioFileAlias && mAudioFileAlias->wouldFindAt(path, mFileURL.toLocalFile());
+    if (!song.isEmpty())
+        return isSameFile(path, song);
+    // A missing song is found again wherever Tesk would look for it by name; a file written
+    // through a link lands where the link leads.
+    return mAudioFileAlias && mAudioFileAlias->wouldFindAt(ExportTemporaryFile::finalPath(path),
+                                                           mFileURL.toLocalFile());
 }
 
 void TeskDocument::followSongTo(const QString& path) const {

@@ -883,13 +883,15 @@ void TeskDocumentWindowController::doExportSongUsingLoop(bool loop) {
                                                           : mDocument->fileURL().toLocalFile();
     // In the folder of the practice or the song, not wherever Tesk happened to be started.
     const QFileInfo sourceFile(source);
-    QString proposed = QDir(sourceFile.absolutePath()).filePath(sourceFile.completeBaseName());
+    const QDir folder(sourceFile.absolutePath());
+    QString proposed = folder.filePath(sourceFile.completeBaseName());
     // An M4A or AIFF song would be proposed as itself, which the export refuses to write over.
     const auto isTheSong = [this, &proposed](int formatIndex) {
         return mDocument->isSongAt(WindowRules::exportPath(proposed, formatIndex));
     };
     if (isTheSong(0) || isTheSong(1))
-        proposed = (loop ? tr("%1 (Loop)") : tr("%1 (Export)")).arg(proposed);
+        proposed = folder.filePath(
+            (loop ? tr("%1 (Loop)") : tr("%1 (Export)")).arg(sourceFile.completeBaseName()));
     const auto chosen = [this](const QString& path, int formatIndex) {
         const QString destination = WindowRules::exportPath(path, formatIndex);
         if (destination.isEmpty()) {

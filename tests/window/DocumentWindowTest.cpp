@@ -37,6 +37,7 @@
 #include <gtest/gtest.h>
 
 #include <functional>
+#include <unistd.h>
 
 using namespace tesk;
 using namespace tesk::test;
@@ -361,6 +362,14 @@ TEST(DocumentWindow, APracticeSessionFromOpeningToReopening) {
     ASSERT_TRUE(missing->saveToURL(QUrl::fromLocalFile(dir.filePath("gone.tesk")), &error));
     app.documents->closeDocument(missing);
     ASSERT_TRUE(QFile::remove(gone));
+    // Names that lead there too: a link to the missing song's place, and another name of the
+    // song's own file (as a disk that ignores case gives it).
+    const QString linkToGone = dir.filePath("link.m4a");
+    ASSERT_TRUE(QFile::link(gone, linkToGone));
+    const QString sameFile = dir.filePath("same.m4a");
+    ASSERT_EQ(
+        ::link(QFile::encodeName(exported).constData(), QFile::encodeName(sameFile).constData()),
+        0);
     const struct {
         QString open;
         QString target;
@@ -369,7 +378,9 @@ TEST(DocumentWindow, APracticeSessionFromOpeningToReopening) {
     } refusals[] = {
         {exported, exported, false, "” is open in another window"},
         {dir.filePath("gone.tesk"), gone, false, "” is open in another window"},
+        {dir.filePath("gone.tesk"), linkToGone, false, "” is open in another window"},
         {exported, exported, true, "” is the song you are practising"},
+        {exported, sameFile, true, "” is the song you are practising"},
     };
     for (const auto& refusal : refusals) {
         SCOPED_TRACE(refusal.said);
