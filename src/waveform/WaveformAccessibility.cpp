@@ -112,6 +112,27 @@ QString spokenPlayPosition(qint64 frame, LoopRange loop, const QList<int>& marke
     return words.join(QStringLiteral(", "));
 }
 
+QString markerToolTip(std::uint32_t kind, qint64 frame) {
+    static const char* const kNames[] = {QT_TRANSLATE_NOOP("WaveformView", "Marker at %1."),
+                                         QT_TRANSLATE_NOOP("WaveformView", "Chorus marker at %1."),
+                                         QT_TRANSLATE_NOOP("WaveformView", "Verse marker at %1."),
+                                         QT_TRANSLATE_NOOP("WaveformView", "Bridge marker at %1.")};
+    const double seconds = std::floor(playPositionSeconds(frame) * 10.0) / 10.0;
+    const QString time = QString::asprintf("%02d:%04.1f", int(seconds / 60.0),
+                                           seconds - 60.0 * std::floor(seconds / 60.0));
+    return QCoreApplication::translate("WaveformView",
+                                       kNames[std::min<std::size_t>(kind, std::size(kNames) - 1)])
+               .arg(time) +
+           QLatin1Char(' ') +
+           QCoreApplication::translate(
+               "WaveformView", "Click to go here; drag to move it, or off the strip to remove it.");
+}
+
+QString loopButtonToolTip(bool loopPlaying) {
+    return loopPlaying ? QCoreApplication::translate("WaveformView", "Stop the Loop (L)")
+                       : QCoreApplication::translate("WaveformView", "Play the Loop (L)");
+}
+
 void installWaveformAccessibility() {
     static const bool installed = (QAccessible::installFactory(waveformAccessibleFactory), true);
     (void)installed;

@@ -4,6 +4,7 @@
 
 #include <QList>
 #include <QString>
+#include <cstdint>
 
 namespace tesk {
 
@@ -22,5 +23,12 @@ double playPositionSeconds(qint64 frame);
 /// marker dropped or taken away at the play head is heard. Qt hands a screen reader a value
 /// only as a number, so these words are the waveform view's description.
 QString spokenPlayPosition(qint64 frame, LoopRange loop, const QList<int>& markerKindsHere = {});
+
+/// The tip over a marker: its kind and time to the tenth of a second, and what the mouse does
+/// with it: "Chorus marker at 01:05.3. Click to go here; drag to move it, or off the strip to
+/// remove it."
+QString markerToolTip(std::uint32_t kind, qint64 frame);
+/// The tip over the loop's button, whose picture alone says little.
+QString loopButtonToolTip(bool loopPlaying);
 
 } // namespace tesk

@@ -18,6 +18,7 @@
 #include <QPainterPath>
 #include <QStyleHints>
 #include <QTimer>
+#include <QToolTip>
 #include <QWheelEvent>
 #include <algorithm>
 #include <chrono>
@@ -973,18 +974,41 @@ void WaveformView::focusOutEvent(QFocusEvent*) {
 
 // Gestures.
 
-MarkerItem* WaveformView::markerAt(const QPointF& position) {
+const MarkerItem* WaveformView::markerUnder(const QPointF& position) const {
     for (std::uint32_t kind = kMarkerKindCount; kind-- > 0;) {
-        std::vector<MarkerItem>& items = mMarkerItems[kind];
+        const std::vector<MarkerItem>& items = mMarkerItems[kind];
         for (std::size_t i = items.size(); i-- > 0;) {
-            if (markerRect(items[i]).contains(position)) {
-                mDraggedKind = kind;
-                mDraggedIndex = i;
+            if (markerRect(items[i]).contains(position))
                 return &items[i];
-            }
         }
     }
     return nullptr;
+}
+
+MarkerItem* WaveformView::markerAt(const QPointF& position) {
+    const MarkerItem* found = markerUnder(position);
+    if (!found)
+        return nullptr;
+    mDraggedKind = found->kind;
+    mDraggedIndex = std::size_t(found - mMarkerItems[found->kind].data());
+    return &mMarkerItems[found->kind][mDraggedIndex];
+}
+
+bool WaveformView::event(QEvent* event) {
+    if (event->type() != QEvent::ToolTip)
+        return SBindingView::event(event);
+    // What a marker or the loop's button is, and what it does, which nothing else shows.
+    const QPoint position = static_cast<QHelpEvent*>(event)->pos();
+    QString tip;
+    if (isLoopEnabled() && loopButtonHitRect().contains(position))
+        tip = loopButtonToolTip(mPlaying && mLooping);
+    else if (const MarkerItem* marker = markerUnder(position))
+        tip = markerToolTip(marker->kind, marker->frame);
+    if (tip.isEmpty())
+        QToolTip::hideText();
+    else
+        QToolTip::showText(static_cast<QHelpEvent*>(event)->globalPos(), tip, this);
+    return true;
 }
 
 void WaveformView::setReturnAdjust(qint64 frame, qreal x) {

@@ -208,6 +208,7 @@ protected:
     void keyPressEvent(QKeyEvent* event) override;
     void focusInEvent(QFocusEvent* event) override;
     void focusOutEvent(QFocusEvent* event) override;
+    bool event(QEvent* event) override;
     void abandonMouseGesture() override;
 
 private:
@@ -240,7 +241,10 @@ private:
     /// The loop button with room for its bounce.
     QRect loopButtonUpdateRect() const;
     void setLoopButtonRightAligned(bool rightAligned);
+    /// The marker drawn on top at `position`, made the one a drag would move.
     MarkerItem* markerAt(const QPointF& position);
+    /// The marker drawn on top at `position`, if any.
+    const MarkerItem* markerUnder(const QPointF& position) const;
     void finishMarkerDrag(bool cancelled);
     void writeMarkers(std::uint32_t kind, const QList<quint32>& markers);
 

@@ -55,12 +55,17 @@ QIcon buttonIcon(const QString& normal, const QString& pressed, qreal ratio) {
     return icon;
 }
 
-QToolButton* roundButton(const QString& tip, QWidget* parent) {
+/// A button's tip: what it does and the key that does it too, "Play (Space)".
+QString tipWithKey(const QString& name, WindowCommand command) {
+    return QStringLiteral("%1 (%2)").arg(name, WindowRules::keyHint(command));
+}
+
+QToolButton* roundButton(const QString& name, WindowCommand command, QWidget* parent) {
     auto* button = new QToolButton(parent);
     button->setAutoRaise(true);
     button->setIconSize(QSize(32, 32));
-    button->setToolTip(tip);
-    button->setAccessibleName(tip);
+    button->setToolTip(tipWithKey(name, command));
+    button->setAccessibleName(name);
     button->setFocusPolicy(Qt::NoFocus);
     return button;
 }
@@ -72,6 +77,7 @@ KLTexturedSlider* barSlider(const QString& name, int indicator, QWidget* parent)
     // Reached with Tab, its arrows move it; a click leaves the keys to the window's commands.
     slider->setFocusPolicy(Qt::TabFocus);
     slider->setAccessibleName(name);
+    slider->setToolTip(name);
     return slider;
 }
 } // namespace
@@ -175,10 +181,10 @@ void TeskDocumentWindowController::buildPopulatedContent() {
     bar->setFixedHeight(kBottomBarHeight);
     auto* barRow = new QHBoxLayout(bar);
     barRow->setContentsMargins(12, 0, 12, 0);
-    mRewindButton = roundButton(tr("Rewind"), bar);
-    mPlayPauseButton = roundButton(tr("Play"), bar);
-    mFastForwardButton = roundButton(tr("Fast Forward"), bar);
-    mMarkButton = roundButton(tr("Drop Generic Marker"), bar);
+    mRewindButton = roundButton(tr("Rewind"), WindowCommand::Rewind, bar);
+    mPlayPauseButton = roundButton(tr("Play"), WindowCommand::PlayPause, bar);
+    mFastForwardButton = roundButton(tr("Fast Forward"), WindowCommand::FastForward, bar);
+    mMarkButton = roundButton(tr("Drop Generic Marker"), WindowCommand::DropGenericMarker, bar);
     for (QToolButton* button : {mRewindButton, mPlayPauseButton, mFastForwardButton, mMarkButton})
         barRow->addWidget(button);
     connect(mRewindButton, &QToolButton::clicked, this, [this] { perform(WindowCommand::Rewind); });
@@ -841,8 +847,9 @@ void TeskDocumentWindowController::updateButtonImages() {
                    : buttonIcon(name + QStringLiteral("Inactive"), {}, ratio));
     };
     set(mPlayPauseButton, play);
-    mPlayPauseButton->setToolTip(playing ? tr("Pause") : tr("Play"));
-    mPlayPauseButton->setAccessibleName(playing ? tr("Pause") : tr("Play"));
+    const QString name = playing ? tr("Pause") : tr("Play");
+    mPlayPauseButton->setToolTip(tipWithKey(name, WindowCommand::PlayPause));
+    mPlayPauseButton->setAccessibleName(name);
     set(mRewindButton, QStringLiteral("Rewind"));
     set(mFastForwardButton, QStringLiteral("FastForward"));
     set(mMarkButton, QStringLiteral("SegmentedControlMark"));

@@ -1,4 +1,5 @@
 #include "waveform/WaveformView.h"
+#include "waveform/WaveformAccessibility.h"
 #include "waveform/WaveformPalette.h"
 
 #include "support/MemorySong.h"
@@ -12,6 +13,7 @@
 #include <QPushButton>
 #include <QStyleHints>
 #include <QTest>
+#include <QToolTip>
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -1039,6 +1041,42 @@ TEST_F(WaveformViewTest, ScreenReadersReadThePlayPositionAndTheLoop) {
         model.setGenericMarkers(step.generic);
         EXPECT_EQ(accessible->text(QAccessible::Description),
                   QString(step.words) + ", loop from 00:01 to 00:02");
+    }
+}
+
+TEST_F(WaveformViewTest, TipsSayWhatAMarkerOrTheLoopButtonIsAndDoes) {
+    const struct {
+        std::uint32_t kind;
+        qint64 frame;
+        const char* said;
+    } markers[] = {{0, 0, "Marker at 00:00.0."},
+                   {1, qint64(44100 * 65.36), "Chorus marker at 01:05.3."},
+                   {3, qint64(44100 * 59.99), "Bridge marker at 00:59.9."},
+                   {2, 44100 * 3600, "Verse marker at 60:00.0."}};
+    for (const auto& marker : markers) {
+        SCOPED_TRACE(marker.said);
+        EXPECT_EQ(markerToolTip(marker.kind, marker.frame),
+                  QString(marker.said) +
+                      " Click to go here; drag to move it, or off the strip to remove it.");
+    }
+    // Shown over the flag of a marker at point 400 and the button of a loop over 500 … 600,
+    // and over nothing else.
+    model.setChorusMarkers({20000});
+    model.setLoopRange({25000, 5000});
+    const auto tipAt = [&](const QPointF& where) {
+        QHelpEvent help(QEvent::ToolTip, where.toPoint(), view.mapToGlobal(where.toPoint()));
+        QCoreApplication::sendEvent(&view, &help);
+        return QToolTip::isVisible() ? QToolTip::text() : QString();
+    };
+    EXPECT_EQ(tipAt({400, 24}), markerToolTip(1, 20000));
+    EXPECT_EQ(tipAt(view.loopButtonHitRect().center()), "Play the Loop (L)");
+    view.setPlaying(true);
+    view.setLooping(true);
+    EXPECT_EQ(tipAt(view.loopButtonHitRect().center()), "Stop the Loop (L)");
+    for (const QPointF nothing : {QPointF(300, 24), QPointF(300, kBandY)}) {
+        tipAt(nothing);
+        EXPECT_TRUE(QTest::qWaitFor([] { return !QToolTip::isVisible(); }, 2000));
+        tipAt(view.loopButtonHitRect().center());
     }
 }
 

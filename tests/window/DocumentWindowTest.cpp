@@ -1117,3 +1117,32 @@ TEST(DocumentWindow, GrowsWithTheEffectsAndShrinksBackWithout) {
         EXPECT_EQ(window->size(), QSize(width, shown ? heights[0] : without));
     }
 }
+
+TEST(DocumentWindow, TheBarsButtonsAndSlidersTipTheirNamesAndKeys) {
+    QTemporaryDir dir;
+    Practice app;
+    TeskDocument* document = app.open(writeTake(dir));
+    ASSERT_NE(document, nullptr);
+    TeskDocumentWindowController* window = app.window(document);
+    const auto tipOf = [&](const QString& name) {
+        for (QWidget* widget : window->findChildren<QWidget*>())
+            if (widget->accessibleName() == name)
+                return widget->toolTip();
+        return QStringLiteral("(none named %1)").arg(name);
+    };
+    const struct {
+        const char* name;
+        const char* tip;
+    } tips[] = {{"Rewind", "Rewind (Left)"},
+                {"Play", "Play (Space)"},
+                {"Fast Forward", "Fast Forward (Right)"},
+                {"Drop Generic Marker", "Drop Generic Marker (M)"},
+                {"Zoom", "Zoom"},
+                {"Volume", "Volume"}};
+    for (const auto& tip : tips)
+        EXPECT_EQ(tipOf(tip.name), tip.tip);
+    document->startFilePlaying();
+    EXPECT_EQ(tipOf("Pause"), "Pause (Space)");
+    document->stopFilePlaying();
+    EXPECT_EQ(tipOf("Play"), "Play (Space)");
+}
