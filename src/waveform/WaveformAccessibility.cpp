@@ -113,17 +113,17 @@ QString spokenPlayPosition(qint64 frame, LoopRange loop, const QList<int>& marke
 }
 
 QString markerToolTip(std::uint32_t kind, qint64 frame) {
-    static const char* const kNames[] = {QT_TRANSLATE_NOOP("WaveformView", "Marker at %1."),
-                                         QT_TRANSLATE_NOOP("WaveformView", "Chorus marker at %1."),
-                                         QT_TRANSLATE_NOOP("WaveformView", "Verse marker at %1."),
-                                         QT_TRANSLATE_NOOP("WaveformView", "Bridge marker at %1.")};
+    static const char* const kNames[] = {QT_TRANSLATE_NOOP("WaveformView", "Marker at %1"),
+                                         QT_TRANSLATE_NOOP("WaveformView", "Chorus marker at %1"),
+                                         QT_TRANSLATE_NOOP("WaveformView", "Verse marker at %1"),
+                                         QT_TRANSLATE_NOOP("WaveformView", "Bridge marker at %1")};
     const double seconds = std::floor(playPositionSeconds(frame) * 10.0) / 10.0;
     const QString time = QString::asprintf("%02d:%04.1f", int(seconds / 60.0),
                                            seconds - 60.0 * std::floor(seconds / 60.0));
     return QCoreApplication::translate("WaveformView",
                                        kNames[std::min<std::size_t>(kind, std::size(kNames) - 1)])
                .arg(time) +
-           QLatin1Char(' ') +
+           QLatin1Char('\n') +
            QCoreApplication::translate(
                "WaveformView", "Click to go here; drag to move it, or off the strip to remove it.");
 }

@@ -1049,15 +1049,15 @@ TEST_F(WaveformViewTest, TipsSayWhatAMarkerOrTheLoopButtonIsAndDoes) {
         std::uint32_t kind;
         qint64 frame;
         const char* said;
-    } markers[] = {{0, 0, "Marker at 00:00.0."},
-                   {1, qint64(44100 * 65.36), "Chorus marker at 01:05.3."},
-                   {3, qint64(44100 * 59.99), "Bridge marker at 00:59.9."},
-                   {2, 44100 * 3600, "Verse marker at 60:00.0."}};
+    } markers[] = {{0, 0, "Marker at 00:00.0"},
+                   {1, qint64(44100 * 65.36), "Chorus marker at 01:05.3"},
+                   {3, qint64(44100 * 59.99), "Bridge marker at 00:59.9"},
+                   {2, 44100 * 3600, "Verse marker at 60:00.0"}};
     for (const auto& marker : markers) {
         SCOPED_TRACE(marker.said);
         EXPECT_EQ(markerToolTip(marker.kind, marker.frame),
                   QString(marker.said) +
-                      " Click to go here; drag to move it, or off the strip to remove it.");
+                      "\nClick to go here; drag to move it, or off the strip to remove it.");
     }
     // Shown over the flag of a marker at point 400 and the button of a loop over 500 … 600,
     // and over nothing else.
