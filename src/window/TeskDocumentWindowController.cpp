@@ -396,8 +396,9 @@ void TeskDocumentWindowController::buildMenus() {
     redo->setShortcut(QKeySequence::Redo);
     edit->addAction(redo);
     edit->addSeparator();
-    add(edit, C::SelectAll, tr("Select &All"), QKeySequence::SelectAll);
-    add(edit, C::ClearSelection, tr("&Clear Selection"));
+    // What is selected in Tesk is the loop, and the menu says so.
+    add(edit, C::SelectAll, tr("Loop the &Whole Song"), QKeySequence::SelectAll);
+    add(edit, C::ClearSelection, tr("&Clear Loop"));
 
     QMenu* controls = menuBar()->addMenu(tr("&Controls"));
     add(controls, C::PlayPause, tr("&Play"));

@@ -298,6 +298,19 @@ TEST(DocumentWindow, APracticeSessionFromOpeningToReopening) {
     EXPECT_EQ(document->currentFrame(), 0);
     press(window, Qt::Key_Escape);
     EXPECT_EQ(document->loopRange().length, 0u);
+    // The Edit menu calls the loop by its name: the whole song looped, and the loop cleared.
+    const struct {
+        WindowCommand command;
+        const char* title;
+        LoopRange loop;
+    } loopItems[] = {{WindowCommand::SelectAll, "Loop the &Whole Song", {0, 4 * kRate}},
+                     {WindowCommand::ClearSelection, "&Clear Loop", {}}};
+    for (const auto& item : loopItems) {
+        SCOPED_TRACE(item.title);
+        EXPECT_TRUE(window->action(item.command)->text().startsWith(item.title));
+        window->action(item.command)->trigger();
+        EXPECT_EQ(document->loopRange(), item.loop);
+    }
     document->setLoopRange({kRate, kRate});
 
     // Zoom moves on its grid and Zoom In is disabled at the top.
