@@ -108,7 +108,7 @@ void TeskDropView::paintEvent(QPaintEvent*) {
     const QString instructions =
         tr("Tesk allows you to slow down your favorite songs so you can hear the notes and how "
            "they are played. To get started, drag a song from your music player, or an audio "
-           "file from your file manager.");
+           "file from your file manager, or choose File > Open.");
     const int flags = Qt::AlignHCenter | Qt::AlignTop | Qt::TextWordWrap;
     painter.setPen(QColor(255, 255, 255, 102));
     painter.drawText(textRect.translated(0, 1), flags, instructions);
