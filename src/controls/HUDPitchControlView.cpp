@@ -56,6 +56,7 @@ void HUDPitchControlView::setPitchAdjustment(double semitones) {
         mCallout->follow(calloutTip(), TransportRules::pitchText(mPitchAdjustment));
     // Qt hands a screen reader the value only as a number: the words go in the description.
     setAccessibleDescription(TransportRules::spokenPitch(semitones));
+    setToolTip(tr("Pitch %1 semitones").arg(TransportRules::pitchText(semitones)));
     update();
 }
 

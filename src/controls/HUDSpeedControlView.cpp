@@ -120,6 +120,8 @@ void HUDSpeedControlView::speedChanged() {
     if (mCallout && mCallout->isVisible())
         mCallout->follow(calloutTip(), TransportRules::speedText(mPlaybackSpeed));
     setAccessibleDescription(TransportRules::spokenSpeed(mPlaybackSpeed));
+    // The marks show where the speed lies, and this what it is exactly.
+    setToolTip(tr("Speed %1").arg(TransportRules::speedText(mPlaybackSpeed)));
     update();
 }
 

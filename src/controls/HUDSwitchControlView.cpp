@@ -17,6 +17,14 @@ HUDSwitchControlView::HUDSwitchControlView(QWidget* parent)
     installTransportAccessibility();
     setAccessibleName(tr("Speed or pitch"));
     setAccessibleDescription(tr("Speed"));
+    refreshToolTip();
+}
+
+void HUDSwitchControlView::refreshToolTip() {
+    // What the two halves do, and what a lit dot means, which the switch itself cannot say.
+    setToolTip((mControlSwitchState == 0 ? tr("Showing the speed: click below for the pitch.")
+                                         : tr("Showing the pitch: click above for the speed.")) +
+               QLatin1Char('\n') + tr("A lit dot marks a setting changed from normal."));
 }
 
 void HUDSwitchControlView::setSwitchState(int state) {
@@ -26,6 +34,7 @@ void HUDSwitchControlView::setSwitchState(int state) {
         return;
     mControlSwitchState = state;
     setAccessibleDescription(state == 0 ? tr("Speed") : tr("Pitch"));
+    refreshToolTip();
     QAccessibleValueChangeEvent event(this, state);
     QAccessible::updateAccessibility(&event);
     emit switchStateChanged();

@@ -43,6 +43,8 @@ protected:
     void mousePressEvent(QMouseEvent* event) override;
 
 private:
+    void refreshToolTip();
+
     int mControlSwitchState = 0;
     bool mSpeedDirty = false;
     bool mPitchDirty = false;

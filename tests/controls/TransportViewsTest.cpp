@@ -112,6 +112,7 @@ TEST(HUDSpeedControlView, MarksDragsEscapeAndTheWheelSetTheBoundSpeed) {
     ASSERT_NE(reader, nullptr);
     EXPECT_EQ(reader->text(QAccessible::Name), "Speed");
     EXPECT_EQ(reader->text(QAccessible::Value), "150 %");
+    EXPECT_EQ(view.toolTip(), "Speed 150%") << "the exact speed, which the marks only place";
     // A screen reader sets it within the marks.
     reader->valueInterface()->setCurrentValue(0.1);
     EXPECT_EQ(model.playbackSpeed, 0.25);
@@ -163,6 +164,8 @@ TEST(HUDPitchControlView, TicksTheSlotAndTheWheelSetTheBoundPitch) {
     reader->valueInterface()->setCurrentValue(-2.0);
     EXPECT_EQ(model.pitchAdjustment, -2.0);
     EXPECT_EQ(reader->text(QAccessible::Value), "minus 2 semitones");
+    EXPECT_EQ(view.toolTip(), "Pitch -2 semitones")
+        << "the exact pitch, which the ticks only place";
 
     // A dialog that takes the window mid-drag takes the release too: the drag's bubble goes.
     QTest::mousePress(&view, Qt::LeftButton, {}, at(view.sliderKnobRect().center()));
@@ -210,9 +213,11 @@ TEST(HUDSwitchControlView, TheClickRuleAndTheDotsLitByTheDirtyFlags) {
     ASSERT_NE(reader, nullptr);
     EXPECT_EQ(reader->text(QAccessible::Value), "Speed");
     ASSERT_NE(reader->valueInterface(), nullptr);
+    EXPECT_TRUE(view.toolTip().startsWith("Showing the speed: click below for the pitch."));
     reader->valueInterface()->setCurrentValue(1);
     EXPECT_EQ(view.switchState(), 1);
     EXPECT_EQ(activated.count(), 5);
+    EXPECT_TRUE(view.toolTip().startsWith("Showing the pitch: click above for the speed."));
 
     // The speed dot lights whatever the state shows: compare its middle before and after.
     view.setSwitchState(1);
