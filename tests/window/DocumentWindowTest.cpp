@@ -148,6 +148,22 @@ QList<quint32> frames(std::initializer_list<quint32> list) {
 }
 } // namespace
 
+/// A take open in its window, for the tests of one window.
+class TakeWindow : public testing::Test {
+protected:
+    void SetUp() override {
+        song = app.open(writeTake(dir));
+        ASSERT_NE(song, nullptr);
+        window = app.window(song);
+        ASSERT_NE(window, nullptr);
+    }
+
+    QTemporaryDir dir;
+    Practice app;
+    TeskDocument* song = nullptr;
+    TeskDocumentWindowController* window = nullptr;
+};
+
 TEST(DocumentWindow, APracticeSessionFromOpeningToReopening) {
     QTemporaryDir dir;
     const QString songPath = writeTake(dir);
@@ -597,14 +613,9 @@ TEST(DocumentWindow, APracticeOpenedWithItsEffectsShowingGivesTheKeysToTheWindow
     }
 }
 
-TEST(DocumentWindow, EscapeOutOfAMenuOpenedWithTheMouseGivesTheKeysBackAtOnce) {
+TEST_F(TakeWindow, EscapeOutOfAMenuOpenedWithTheMouseGivesTheKeysBackAtOnce) {
     // A menu clicked open and closed with Escape: the keys go back to the waveform, and the next
     // letter drops its marker; left with the menu bar, "c" would open the Controls menu again.
-    QTemporaryDir dir;
-    Practice app;
-    TeskDocument* song = app.open(writeTake(dir));
-    ASSERT_NE(song, nullptr);
-    TeskDocumentWindowController* window = app.window(song);
     window->activateWindow();
     ASSERT_TRUE(QTest::qWaitForWindowActive(window));
     auto* waveform = window->findChild<WaveformView*>();
@@ -621,14 +632,9 @@ TEST(DocumentWindow, EscapeOutOfAMenuOpenedWithTheMouseGivesTheKeysBackAtOnce) {
     EXPECT_EQ(song->chorusMarkers().size(), 1);
 }
 
-TEST(DocumentWindow, AStepOfSpeedOrPitchShowsTheControlItMoves) {
+TEST_F(TakeWindow, AStepOfSpeedOrPitchShowsTheControlItMoves) {
     // Under the speed control a pitch changed from the menu would show nowhere, and the other
     // way round: each step turns the switch to its control.
-    QTemporaryDir dir;
-    Practice app;
-    TeskDocument* song = app.open(writeTake(dir));
-    ASSERT_NE(song, nullptr);
-    TeskDocumentWindowController* window = app.window(song);
     auto* speed = window->findChild<HUDSpeedControlView*>();
     auto* pitch = window->findChild<HUDPitchControlView*>();
     auto* toggle = window->findChild<HUDSwitchControlView*>();
@@ -1089,30 +1095,20 @@ TEST(DocumentWindow, KeysAndClicksInTheMiddleOfThingsLoseNothing) {
     EXPECT_EQ(reopened->chorusMarkers(), frames({44100}));
 }
 
-TEST(DocumentWindow, APracticeIsProposedUnderTheSongsNameUntilItHasOneOfItsOwn) {
-    QTemporaryDir dir;
-    Practice app;
-    TeskDocument* document = app.open(writeTake(dir));
-    ASSERT_NE(document, nullptr);
+TEST_F(TakeWindow, APracticeIsProposedUnderTheSongsNameUntilItHasOneOfItsOwn) {
     app.documentAnswer = dir.filePath("slow.tesk");
-    app.window(document)->perform(WindowCommand::Save);
-    app.window(document)->perform(WindowCommand::SaveAs);
+    window->perform(WindowCommand::Save);
+    window->perform(WindowCommand::SaveAs);
     EXPECT_EQ(app.documentProposals,
               (QStringList{dir.filePath("take.tesk"), dir.filePath("slow.tesk")}));
 }
 
-TEST(DocumentWindow, GrowsWithTheEffectsAndShrinksBackWithout) {
-    QTemporaryDir dir;
-    Practice app;
-    TeskDocument* document = app.open(writeTake(dir));
-    ASSERT_NE(document, nullptr);
-    TeskDocumentWindowController* window = app.window(document);
-    ASSERT_NE(window, nullptr);
+TEST_F(TakeWindow, GrowsWithTheEffectsAndShrinksBackWithout) {
     const int without = window->height();
     std::vector<int> heights;
     for (int round = 0; round < 2; ++round) {
         for (const bool shown : {true, false}) {
-            document->setEffectsVisible(shown);
+            song->setEffectsVisible(shown);
             QCoreApplication::processEvents();
             heights.push_back(window->height());
         }
@@ -1120,9 +1116,9 @@ TEST(DocumentWindow, GrowsWithTheEffectsAndShrinksBackWithout) {
     EXPECT_GT(heights[0], without);
     EXPECT_EQ(heights, (std::vector<int>{heights[0], without, heights[0], without}));
 
-    // Only the width is the user's: a taller window would not come back so from its document.
+    // Only the width is the user's: a taller window would not come back so from its song.
     for (const bool shown : {true, false}) {
-        document->setEffectsVisible(shown);
+        song->setEffectsVisible(shown);
         QCoreApplication::processEvents();
         const int width = window->width() + 40;
         window->resize(width, window->height() + 150);
@@ -1131,12 +1127,7 @@ TEST(DocumentWindow, GrowsWithTheEffectsAndShrinksBackWithout) {
     }
 }
 
-TEST(DocumentWindow, TheBarsButtonsAndSlidersTipTheirNamesAndKeys) {
-    QTemporaryDir dir;
-    Practice app;
-    TeskDocument* document = app.open(writeTake(dir));
-    ASSERT_NE(document, nullptr);
-    TeskDocumentWindowController* window = app.window(document);
+TEST_F(TakeWindow, TheBarsButtonsAndSlidersTipTheirNamesAndKeys) {
     const auto tipOf = [&](const QString& name) {
         for (QWidget* widget : window->findChildren<QWidget*>())
             if (widget->accessibleName() == name)
@@ -1154,8 +1145,8 @@ TEST(DocumentWindow, TheBarsButtonsAndSlidersTipTheirNamesAndKeys) {
                 {"Volume", "Volume"}};
     for (const auto& tip : tips)
         EXPECT_EQ(tipOf(tip.name), tip.tip);
-    document->startFilePlaying();
+    song->startFilePlaying();
     EXPECT_EQ(tipOf("Pause"), "Pause (Space)");
-    document->stopFilePlaying();
+    song->stopFilePlaying();
     EXPECT_EQ(tipOf("Play"), "Play (Space)");
 }
