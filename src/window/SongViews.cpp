@@ -57,6 +57,13 @@ SongViews::SongViews(TeskDocument* document, QWidget* parent)
     mScroller = new TeskScroller(mWaveformArea);
     column->addWidget(mWaveformView, 1);
     column->addWidget(mScroller);
+    // The time shows where the play head is; its tip, how long the song is.
+    connect(mWaveformView, &WaveformView::frameCountChanged, this, [this] {
+        mTimeDisplay->setToolTip(
+            tr("Song length %1")
+                .arg(TransportRules::timeString(
+                    TransportRules::millisecondsForFrame(mWaveformView->frameCount()))));
+    });
 
     mEffectsPanel = new TeskEffectsViewController(parent);
     mEffectsPanel->setMinimumHeight(170);

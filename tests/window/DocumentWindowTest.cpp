@@ -1127,7 +1127,7 @@ TEST_F(TakeWindow, GrowsWithTheEffectsAndShrinksBackWithout) {
     }
 }
 
-TEST_F(TakeWindow, TheBarsButtonsAndSlidersTipTheirNamesAndKeys) {
+TEST_F(TakeWindow, TheBarsButtonsSlidersAndTheTimeTipWhatTheyAre) {
     const auto tipOf = [&](const QString& name) {
         for (QWidget* widget : window->findChildren<QWidget*>())
             if (widget->accessibleName() == name)
@@ -1149,4 +1149,9 @@ TEST_F(TakeWindow, TheBarsButtonsAndSlidersTipTheirNamesAndKeys) {
     EXPECT_EQ(tipOf("Pause"), "Pause (Space)");
     song->stopFilePlaying();
     EXPECT_EQ(tipOf("Play"), "Play (Space)");
+    // The time shows where the play head is, its tip how long the song is, once that is known.
+    auto* time = window->findChild<HUDTimeDisplayView*>();
+    ASSERT_NE(time, nullptr);
+    EXPECT_TRUE(QTest::qWaitFor([&] { return !time->toolTip().isEmpty(); }, 5000));
+    EXPECT_EQ(time->toolTip(), "Song length 00:04.000");
 }
