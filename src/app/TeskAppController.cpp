@@ -115,8 +115,10 @@ namespace {
 QString timeToTheSecond(const QDateTime& time) {
     const QLocale locale;
     QString timeFormat = locale.timeFormat(QLocale::ShortFormat);
-    if (!timeFormat.contains(QLatin1Char('s')))
-        timeFormat.replace(QLatin1String("mm"), QLatin1String("mm:ss"));
+    // The seconds follow the minutes as the minutes follow the hours: "9.26.20" in Finnish.
+    const qsizetype minutes = timeFormat.indexOf(QLatin1String("mm"));
+    if (!timeFormat.contains(QLatin1Char('s')) && minutes > 0)
+        timeFormat.insert(minutes + 2, timeFormat.at(minutes - 1) + QStringLiteral("ss"));
     return locale.toString(time,
                            locale.dateFormat(QLocale::ShortFormat) + QLatin1Char(' ') + timeFormat);
 }

@@ -145,8 +145,15 @@ TEST(TeskAppController, PracticeLeftUnsavedIsOfferedBackAtTheStart) {
         ASSERT_TRUE(copy.open(QIODevice::ReadWrite));
         ASSERT_TRUE(copy.setFileTime(minute.addSecs(20 * i), QFileDevice::FileModificationTime));
     }
-    for (const QLocale& locale : {QLocale::c(), QLocale(QLocale::German, QLocale::Germany),
-                                  QLocale(QLocale::English, QLocale::UnitedStates)}) {
+    // The seconds are written as the locale writes the minutes.
+    const struct {
+        QLocale locale;
+        const char* times[2];
+    } locales[] = {{QLocale::c(), {"09:26:00", "09:26:20"}},
+                   {QLocale(QLocale::German, QLocale::Germany), {"09:26:00", "09:26:20"}},
+                   {QLocale(QLocale::English, QLocale::UnitedStates), {"9:26:00", "9:26:20"}},
+                   {QLocale(QLocale::Finnish, QLocale::Finland), {"9.26.00", "9.26.20"}}};
+    for (const auto& [locale, times] : locales) {
         SCOPED_TRACE(locale.name().toStdString());
         QLocale::setDefault(locale);
         TeskAppController next;
@@ -155,6 +162,8 @@ TEST(TeskAppController, PracticeLeftUnsavedIsOfferedBackAtTheStart) {
         ASSERT_EQ(asked.size(), 2);
         EXPECT_TRUE(asked[0].startsWith("scale (") && asked[1].startsWith("scale ("));
         EXPECT_NE(asked[0], asked[1]);
+        EXPECT_EQ(asked.filter(times[0]).size(), 1) << asked.join(" / ").toStdString();
+        EXPECT_EQ(asked.filter(times[1]).size(), 1) << asked.join(" / ").toStdString();
     }
 }
 
