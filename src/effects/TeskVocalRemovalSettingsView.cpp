@@ -329,6 +329,8 @@ void TeskVocalRemovalSettingsView::drawContents(QPainter& painter) {
     QColor label = look::hudLightBlue;
     label.setAlpha(200);
     painter.setPen(label);
+    // Low to high along the axis, in every language: right to left, "Hz 800 – 150".
+    painter.setLayoutDirection(Qt::LeftToRight);
     painter.drawText(place, Qt::AlignTop | Qt::AlignLeft, readout);
     if (hasFocus()) {
         // Reached with Tab: a blue ring round the edge the arrow keys move, at full strength on

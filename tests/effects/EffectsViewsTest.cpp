@@ -490,6 +490,20 @@ TEST(TeskVocalRemovalSettingsView, EdgeShiftAndCreateDragsFollowTheRules) {
     }
 }
 
+TEST(TeskVocalRemovalSettingsView, ItsAxisAndItsBandReadLowToHighInARightToLeftWindow) {
+    // Hertz grow to the right in every language; the band's words were reordered, "Hz 800 – 150".
+    TeskVocalRemovalSettingsView view;
+    view.resize(300, 100);
+    view.setLowFrequency(150);
+    view.setHighFrequency(800);
+    view.show();
+    const QImage leftToRight = test::grabImage(view);
+    QGuiApplication::setLayoutDirection(Qt::RightToLeft);
+    const QImage rightToLeft = test::grabImage(view);
+    QGuiApplication::setLayoutDirection(Qt::LeftToRight);
+    EXPECT_EQ(rightToLeft, leftToRight);
+}
+
 TEST(TeskVocalRemovalSettingsView, CursorsTellTheDragAndPresetsGlide) {
     TeskEffectsSettings settings;
     TeskVocalRemovalSettingsView view;
