@@ -9,8 +9,8 @@ class QSocketNotifier;
 namespace tesk {
 
 /// Turns SIGTERM, SIGINT and SIGHUP (a session ending, Ctrl-C in the terminal Tesk was started
-/// from, the terminal closing) into a signal on the main thread, so that Tesk quits as the Quit
-/// command does, asking about unsaved changes, instead of dying with them. The handler only
+/// from, the terminal closing) into a signal on the main thread, so that Tesk ends keeping its
+/// unsaved practice, instead of dying with it or waiting for an answer. The handler only
 /// writes a byte to a socket pair, which is safe in a signal handler. A signal that whoever
 /// started Tesk ignored (nohup) stays ignored. One per process.
 class TerminationSignals : public QObject {

@@ -7,6 +7,7 @@
 
 #include <QApplication>
 #include <QDesktopServices>
+#include <QDialog>
 #include <QDir>
 #include <QFileDialog>
 #include <QFileInfo>
@@ -71,10 +72,10 @@ TeskAppController::TeskAppController() {
     mWindows->services().documents = mDocuments.get();
     connect(&mDocuments->recoveryCopies(), &RecoveryCopies::copyFailed, this,
             &TeskAppController::warnCopyFailed);
-    // A look four times a second, only while a request to end waits for a dialog's answer.
-    mQuitAfterDialog = new QTimer(this);
-    mQuitAfterDialog->setInterval(250);
-    connect(mQuitAfterDialog, &QTimer::timeout, this, &TeskAppController::quitWhenNoDialogIsUp);
+    // A look four times a second, only while a request to end waits for dialogs to go.
+    mEndAfterDialog = new QTimer(this);
+    mEndAfterDialog->setInterval(250);
+    connect(mEndAfterDialog, &QTimer::timeout, this, &TeskAppController::endKeepingUnsavedPractice);
 }
 
 TeskAppController::~TeskAppController() {
@@ -248,13 +249,27 @@ void TeskAppController::showAbout() {
             .arg(FeedbackMessage::versionText()));
 }
 
-void TeskAppController::quitWhenNoDialogIsUp() {
-    if (QApplication::activeModalWidget() == nullptr) {
-        mQuitAfterDialog->stop();
-        quit();
+void TeskAppController::endKeepingUnsavedPractice() {
+    mDocuments->recoveryCopies().writeDueCopies();
+    // A dialog's own loop ends with its answer: the end waits for that. Cancel is the answer
+    // that changes nothing (a question about saving, a file to choose, an export to stop).
+    if (QWidget* dialog = QApplication::activeModalWidget()) {
+        // A message box says Cancel only through its button: rejected, it answers none of
+        // its buttons.
+        auto* box = qobject_cast<QMessageBox*>(dialog);
+        if (QAbstractButton* cancel = box ? box->button(QMessageBox::Cancel) : nullptr)
+            cancel->click();
+        else if (box && box->escapeButton())
+            box->escapeButton()->click();
+        else if (auto* asking = qobject_cast<QDialog*>(dialog))
+            asking->reject();
+        else
+            dialog->close();
+        mEndAfterDialog->start();
         return;
     }
-    mQuitAfterDialog->start();
+    mEndAfterDialog->stop();
+    emit readyToEnd();
 }
 
 void TeskAppController::quit() {

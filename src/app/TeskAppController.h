@@ -51,13 +51,19 @@ public:
     void showAbout();
     /// Closes every window, asking about changed documents; quits unless the user cancels.
     void quit();
-    /// Quits as `quit` does once no dialog is up (a request to end, from a signal): a dialog
-    /// already up is answered first, since quitting under it would close the window it
-    /// belongs to.
-    void quitWhenNoDialogIsUp();
+    /// Ends as the session, a terminal or `kill` asks (a signal), without a question: nobody may
+    /// be there to answer it, and it would hold the session's end up. What is not saved is kept
+    /// as a copy that the next start offers back, and the windows stay open, so that no copy
+    /// goes with them. A dialog up is answered as its Cancel would be; once none is, emits
+    /// `readyToEnd`.
+    void endKeepingUnsavedPractice();
 
     TeskDocumentController* documentController() const { return mDocuments.get(); }
     TeskWindowLayer* windowLayer() const { return mWindows.get(); }
+
+signals:
+    /// Main thread: Tesk may end now (see `endKeepingUnsavedPractice`).
+    void readyToEnd();
 
 private:
     /// Tells, on the document's window, that its practice is not kept against a crash.
@@ -69,7 +75,7 @@ private:
     std::unique_ptr<TeskWindowLayer> mWindows;
     std::unique_ptr<TeskDocumentController> mDocuments;
     bool mQuitting = false;
-    QTimer* mQuitAfterDialog = nullptr;
+    QTimer* mEndAfterDialog = nullptr;
 };
 
 } // namespace tesk

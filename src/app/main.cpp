@@ -89,7 +89,9 @@ int main(int argc, char** argv) {
     tesk::TeskAppController controller;
     tesk::TerminationSignals termination;
     QObject::connect(&termination, &tesk::TerminationSignals::terminationRequested, &controller,
-                     &tesk::TeskAppController::quitWhenNoDialogIsUp);
+                     &tesk::TeskAppController::endKeepingUnsavedPractice);
+    QObject::connect(&controller, &tesk::TeskAppController::readyToEnd, &application,
+                     [] { QApplication::exit(0); });
     controller.acceptHandOvers(instance);
     controller.offerUnsavedPractice();
     controller.openFiles(files);

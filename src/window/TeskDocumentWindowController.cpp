@@ -1124,7 +1124,8 @@ void TeskDocumentWindowController::closeEvent(QCloseEvent* event) {
                       this, tr("Save changes?"),
                       tr("Do you want to save the changes you made to “%1”?").arg(name),
                       QMessageBox::Save | QMessageBox::Discard | QMessageBox::Cancel);
-        if (answer == QMessageBox::Cancel) {
+        // Only Discard throws the changes away: a box closed without an answer keeps them.
+        if (answer != QMessageBox::Save && answer != QMessageBox::Discard) {
             event->ignore();
             return;
         }

@@ -243,21 +243,42 @@ TEST(TeskAppController, PracticeThatCannotBeCopiedIsToldOnItsWindowOnce) {
     blockFolder(false);
 }
 
-TEST(TeskAppController, ARequestToEndWaitsForTheDialogUpAndThenQuits) {
+TEST(TeskAppController, ARequestToEndKeepsTheUnsavedPracticeAndAsksNothing) {
     QTemporaryDir folder;
-    const QString practice = writePractice(folder);
-    TeskAppController app;
-    app.openFiles({practice});
-    QDialog dialog;
-    dialog.setModal(true);
-    dialog.show();
-    ASSERT_EQ(QApplication::activeModalWidget(), &dialog);
-    app.quitWhenNoDialogIsUp();
-    QTest::qWait(600); // two looks while the dialog is up
-    EXPECT_EQ(app.documentController()->documents().size(), 1);
-    dialog.accept();
-    EXPECT_TRUE(
-        QTest::qWaitFor([&] { return app.documentController()->documents().isEmpty(); }, 5000));
+    const QString song = folder.filePath("scale.wav");
+    ASSERT_TRUE(test::writeWav(song, {test::sine(440.0, 0.4, 44100, 44100)}, 44100));
+    const QString copies = TeskAppController().documentController()->recoveryCopies().folder();
+    ASSERT_TRUE(QDir(copies).removeRecursively());
+    {
+        TeskAppController app;
+        QSignalSpy ended(&app, &TeskAppController::readyToEnd);
+        app.openFiles({song});
+        ASSERT_EQ(app.documentController()->documents().size(), 1);
+        app.documentController()->documents().first()->dropBridgeMarker();
+        // The request comes while the window asks whether to save: the question is answered
+        // as its Cancel would be (answered with no button, it once discarded the practice).
+        // The marker is kept at once, not two seconds later, and the end comes once no
+        // question is up.
+        TeskDocumentWindowController* window =
+            app.windowLayer()->windowFor(app.documentController()->documents().first());
+        ASSERT_NE(window, nullptr);
+        QTimer::singleShot(100, &app, [&] {
+            ASSERT_NE(qobject_cast<QMessageBox*>(QApplication::activeModalWidget()), nullptr);
+            app.endKeepingUnsavedPractice();
+        });
+        EXPECT_FALSE(window->close());
+        EXPECT_EQ(QDir(copies).entryList({"*.tesk"}, QDir::Files).size(), 1);
+        EXPECT_TRUE(QTest::qWaitFor([&] { return ended.count() == 1; }, 5000));
+        EXPECT_EQ(app.documentController()->documents().size(), 1) << "closed, it took its copy";
+    }
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+    TeskAppController next;
+    QStringList offered;
+    next.offerUnsavedPractice([&](const QStringList& names) {
+        offered = names;
+        return TeskAppController::RecoveryAnswer::Later;
+    });
+    EXPECT_EQ(offered, QStringList{"scale"});
 }
 
 TEST(TeskAppController, FeedbackGoesToTheMailProgramOrWithoutOneNamesTheAddress) {
@@ -434,7 +455,7 @@ TEST(SingleInstance, ASecondTeskHandsItsSongToTheFirstWhichOpensIt) {
     first.waitForFinished(5000);
 }
 
-TEST(SingleInstance, ATeskAskedToEndQuitsAsTheQuitCommandDoes) {
+TEST(SingleInstance, ATeskAskedToEndEndsAtOnce) {
     // A saved practice, so that quitting has nothing to ask; its song opens the sound device.
     PrivateSession session;
     QTemporaryDir songs;
