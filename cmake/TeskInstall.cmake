@@ -79,10 +79,10 @@ add_custom_target(tesk_desktop_data ALL DEPENDS ${icon_outputs} ${man_outputs} $
 # Building the programs alone must still leave everything `cmake --install` copies.
 add_dependencies(tesk tesk_desktop_data)
 
-# The Debian package. Its dependencies on shared libraries come from dpkg-shlibdeps; the Qt
-# platform plugins are a plugin, not a linked library, and Tesk cannot open a window without
-# them. dpkg triggers refresh the menus, the MIME database and the icon caches, so the package
-# needs no maintainer scripts.
+# The Debian package. Its dependencies on shared libraries come from dpkg-shlibdeps; the X11
+# platform plugin comes with libqt6gui6 among them, and Wayland's is recommended. dpkg triggers
+# refresh the menus, the MIME database and the icon caches, so the package needs no maintainer
+# scripts.
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME tesk)
 set(CPACK_PACKAGE_VENDOR "The Tesk developers")
@@ -107,7 +107,6 @@ set(CPACK_DEBIAN_PACKAGE_SECTION sound)
 set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
 set(CPACK_DEBIAN_PACKAGE_HOMEPAGE https://teskapp.org/)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
-set(CPACK_DEBIAN_PACKAGE_DEPENDS qt6-qpa-plugins)
 set(CPACK_DEBIAN_PACKAGE_RECOMMENDS qt6-wayland)
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 set(CPACK_STRIP_FILES ON)

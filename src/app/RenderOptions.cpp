@@ -6,6 +6,7 @@
 #include "document/TeskDocumentFile.h"
 
 #include <QCommandLineParser>
+#include <QCoreApplication>
 #include <QFileInfo>
 #include <cmath>
 
@@ -40,6 +41,7 @@ given, else through the sound device with a status line until the end or Ctrl-C.
                             its title, artist, album and cover picture
   -q, --quiet               no progress display
   -h, --help                this text
+  -v, --version             the version of tesk-render
 
 Practice documents (the .tesk files Tesk saves):
   --document FILE.tesk      play or export the document's song with the document's volume,
@@ -157,6 +159,8 @@ RenderCommandLine parseRenderCommandLine(const QStringList& arguments) {
     const QCommandLineOption infoOption(QStringLiteral("info"));
     const QCommandLineOption quietOption(QStringList{QStringLiteral("q"), QStringLiteral("quiet")});
     const QCommandLineOption helpOption(QStringList{QStringLiteral("h"), QStringLiteral("help")});
+    const QCommandLineOption versionOption(
+        QStringList{QStringLiteral("v"), QStringLiteral("version")});
     const QCommandLineOption documentOption(QStringLiteral("document"), {}, QStringLiteral("FILE"));
     const QCommandLineOption saveDocumentOption(QStringLiteral("save-document"), {},
                                                 QStringLiteral("FILE"));
@@ -167,7 +171,8 @@ RenderCommandLine parseRenderCommandLine(const QStringList& arguments) {
     const QCommandLineOption markerOption(QStringLiteral("marker"), {}, QStringLiteral("KIND@S"));
     parser.addOptions({speedOption, pitchOption, volumeOption, rangeOption, eqOption, vocalOption,
                        panOption, outOfPhaseOption, qualityOption, infoOption, quietOption,
-                       helpOption, documentOption, saveDocumentOption, loopOption, markerOption});
+                       helpOption, versionOption, documentOption, saveDocumentOption, loopOption,
+                       markerOption});
 
     if (!parser.parse(arguments)) {
         // Qt's sentences end in a full stop; ours go on with a pointer to --help.
@@ -176,10 +181,13 @@ RenderCommandLine parseRenderCommandLine(const QStringList& arguments) {
             reason.chop(1);
         return badUsage(reason);
     }
-    if (parser.isSet(helpOption)) {
+    if (parser.isSet(helpOption) || parser.isSet(versionOption)) {
         RenderCommandLine result;
         result.action = RenderCommandLine::Action::ShowHelp;
-        result.text = QString::fromUtf8(kHelp);
+        result.text =
+            parser.isSet(helpOption)
+                ? QString::fromUtf8(kHelp)
+                : QStringLiteral("tesk-render %1\n").arg(QCoreApplication::applicationVersion());
         return result;
     }
 

@@ -9,6 +9,7 @@
 int main(int argc, char** argv) {
     QCoreApplication application(argc, argv);
     QCoreApplication::setApplicationName(QStringLiteral("tesk-render"));
+    QCoreApplication::setApplicationVersion(QStringLiteral(TESK_VERSION));
 
     const tesk::RenderCommandLine commandLine =
         tesk::parseRenderCommandLine(QCoreApplication::arguments());

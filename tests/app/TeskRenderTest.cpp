@@ -165,6 +165,11 @@ TEST(TeskRenderCommandLine, BadUsageIsOneLineSaidBeforeAnythingIsRead) {
     const RenderRun help = runRender({"--help"});
     EXPECT_EQ(help.exitCode, 0);
     EXPECT_TRUE(help.out.startsWith("Usage: tesk-render")) << help.out.toStdString();
+    const RenderRun version = runRender({"--version"});
+    EXPECT_EQ(version.exitCode, 0);
+    EXPECT_TRUE(
+        QRegularExpression("^tesk-render \\d+\\.\\d+\\.\\d+\n$").match(version.out).hasMatch())
+        << version.out.toStdString();
 }
 
 TEST(TeskRender, UnreadableInputExitsTwoAndUnwritableOutputThree) {

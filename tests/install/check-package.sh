@@ -42,9 +42,8 @@ field() { dpkg-deb --field "$deb" "$1"; }
 [[ ", $(field Recommends), " == *", qt6-wayland, "* ]] ||
     fail "Recommends is '$(field Recommends)'"
 depends=$(field Depends)
-# From the linked libraries (dpkg-shlibdeps), and the platform plugins Tesk cannot start without.
-for package in libqt6core6 libqt6gui6 libqt6widgets6 libavcodec librubberband libsdl2 \
-    qt6-qpa-plugins; do
+# From the linked libraries (dpkg-shlibdeps); libqt6gui6 brings the X11 platform plugin too.
+for package in libqt6core6 libqt6gui6 libqt6widgets6 libavcodec librubberband libsdl2; do
     [[ "$depends" == *"$package"* ]] || fail "Depends names no $package: $depends"
 done
 description=$(field Description)
@@ -80,6 +79,12 @@ for program in tesk tesk-render; do
     file "$work/tree/usr/bin/$program" | grep -q ', stripped' ||
         fail "/usr/bin/$program is not stripped"
 done
+
+# Each SVG icon reads as one to the desktop's file-type database, which looks for "<svg" in a
+# file's first 256 bytes: an image loader that goes by it finds no icon otherwise.
+while IFS= read -r svg; do
+    head -c 256 "$svg" | grep -q '<svg' || fail "${svg#"$work/tree"} does not read as an SVG"
+done < <(find "$work/tree/usr/share/icons" -name '*.svg')
 
 # lintian: no error (warnings and notes are shown, not failed on).
 lintian --fail-on error "$deb" >"$work/lintian.log" 2>&1
