@@ -1,6 +1,7 @@
 #include "app/TeskAppController.h"
 
 #include "app/FeedbackMessage.h"
+#include "controls/SBindingView.h"
 #include "document/TeskDocumentController.h"
 #include "window/TeskWindowLayer.h"
 #include "window/WindowCommands.h"
@@ -110,6 +111,21 @@ void TeskAppController::openFiles(const QStringList& paths) {
 }
 
 namespace {
+/// Answers `dialog` as its Cancel would: the answer that changes nothing (a question about
+/// saving, a file to choose, an export to stop). A message box says Cancel only through its
+/// button: rejected, it answers none of its buttons.
+void answerCancel(QWidget* dialog) {
+    auto* box = qobject_cast<QMessageBox*>(dialog);
+    if (QAbstractButton* cancel = box ? box->button(QMessageBox::Cancel) : nullptr)
+        cancel->click();
+    else if (box && box->escapeButton())
+        box->escapeButton()->click();
+    else if (auto* asking = qobject_cast<QDialog*>(dialog))
+        asking->reject();
+    else
+        dialog->close();
+}
+
 /// The date and time as the user's locale writes them short, to the second: copies left by
 /// Tesks that ended together are written seconds apart, and most locales' short time stops at
 /// the minute.
@@ -250,26 +266,26 @@ void TeskAppController::showAbout() {
 }
 
 void TeskAppController::endKeepingUnsavedPractice() {
-    mDocuments->recoveryCopies().writeDueCopies();
-    // A dialog's own loop ends with its answer: the end waits for that. Cancel is the answer
-    // that changes nothing (a question about saving, a file to choose, an export to stop).
+    // A drag under way ends where it got to: a loop being drawn is the document's only then.
+    for (QWidget* window : QApplication::topLevelWidgets()) {
+        for (SBindingView* view : window->findChildren<SBindingView*>())
+            view->endMouseGesture();
+    }
+    RecoveryCopies& copies = mDocuments->recoveryCopies();
+    copies.writeDueCopies();
+    // Practice no copy keeps (its folder cannot be written) is asked about, as Quit asks.
+    const bool kept = copies.keepsEveryPractice();
     if (QWidget* dialog = QApplication::activeModalWidget()) {
-        // A message box says Cancel only through its button: rejected, it answers none of
-        // its buttons.
-        auto* box = qobject_cast<QMessageBox*>(dialog);
-        if (QAbstractButton* cancel = box ? box->button(QMessageBox::Cancel) : nullptr)
-            cancel->click();
-        else if (box && box->escapeButton())
-            box->escapeButton()->click();
-        else if (auto* asking = qobject_cast<QDialog*>(dialog))
-            asking->reject();
-        else
-            dialog->close();
-        mEndAfterDialog->start();
+        if (kept)
+            answerCancel(dialog);
+        mEndAfterDialog->start(); // a dialog's own loop ends with its answer: the end waits
         return;
     }
     mEndAfterDialog->stop();
-    emit readyToEnd();
+    if (kept)
+        emit readyToEnd();
+    else
+        quit();
 }
 
 void TeskAppController::quit() {

@@ -42,6 +42,9 @@ public:
 
     SBindingsManager& bindingsManager() { return *mBindingsManager; }
     const SBindingsManager& bindingsManager() const { return *mBindingsManager; }
+    /// Ends a mouse gesture under way where it is, as when the window goes behind: Tesk ending
+    /// keeps what a drag has got to.
+    void endMouseGesture() { abandonMouseGesture(); }
 
 protected:
     /// A dialog that opens in the middle of a mouse gesture (a shortcut pressed while dragging)

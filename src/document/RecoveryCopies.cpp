@@ -16,6 +16,7 @@
 #include <QTimer>
 #include <QUndoStack>
 #include <QUuid>
+#include <algorithm>
 
 #include <utility>
 
@@ -159,6 +160,11 @@ void RecoveryCopies::writeDueCopies() {
             writeOrRemove(it.key());
         }
     }
+}
+
+bool RecoveryCopies::keepsEveryPractice() const {
+    return std::none_of(mWatched.begin(), mWatched.end(),
+                        [](const Watched& watched) { return watched.failing; });
 }
 
 void RecoveryCopies::writeOrRemove(TeskDocument* document) {

@@ -61,6 +61,8 @@ public:
     void forget(TeskDocument* document);
     /// Writes or takes away the copies that are due now, rather than when their time comes.
     void writeDueCopies();
+    /// Whether every practice watched is kept: its last copy could be written (or it needs none).
+    bool keepsEveryPractice() const;
 
     /// The copies in the folder that no running Tesk keeps: left by one that ended. Newest
     /// first.

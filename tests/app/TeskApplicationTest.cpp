@@ -3,12 +3,14 @@
 #include "app/TeskAppController.h"
 #include "document/TeskDocument.h"
 #include "document/TeskDocumentController.h"
+#include "waveform/WaveformView.h"
 #include "window/TeskDocumentWindowController.h"
 #include "window/TeskWindowLayer.h"
 
 #include "support/AudioFiles.h"
 #include "support/Signals.h"
 
+#include <QAbstractButton>
 #include <QApplication>
 #include <QDesktopServices>
 #include <QDialog>
@@ -279,6 +281,63 @@ TEST(TeskAppController, ARequestToEndKeepsTheUnsavedPracticeAndAsksNothing) {
         return TeskAppController::RecoveryAnswer::Later;
     });
     EXPECT_EQ(offered, QStringList{"scale"});
+}
+
+TEST(TeskAppController, ARequestToEndKeepsALoopBeingDrawnAndAsksWhenNoCopyCanBeKept) {
+    QTemporaryDir folder;
+    const QString song = folder.filePath("scale.wav");
+    ASSERT_TRUE(test::writeWav(song, {test::sine(440.0, 0.4, 44100 * 4, 44100)}, 44100));
+    const QString copies = TeskAppController().documentController()->recoveryCopies().folder();
+    for (const bool blocked : {false, true}) {
+        SCOPED_TRACE(blocked ? "no copy can be written" : "copies written");
+        ASSERT_TRUE(QDir(copies).removeRecursively());
+        QFile::remove(copies);
+        if (blocked) {
+            ASSERT_TRUE(test::writeFile(copies, "not a folder")); // for root too
+        }
+        TeskAppController app;
+        QSignalSpy ended(&app, &TeskAppController::readyToEnd);
+        app.openFiles({song});
+        ASSERT_EQ(app.documentController()->documents().size(), 1);
+        TeskDocument* document = app.documentController()->documents().first();
+        auto* waveform = app.windowLayer()->windowFor(document)->findChild<WaveformView*>();
+        ASSERT_NE(waveform, nullptr);
+        ASSERT_TRUE(QTest::qWaitFor([&] { return waveform->frameCount() > 0; }, 5000));
+        // A loop being drawn when the request comes is the practice's.
+        const QRectF band = waveform->waveformRect();
+        QTest::mousePress(waveform, Qt::LeftButton, {}, QPoint(100, int(band.center().y())));
+        QTest::mouseMove(waveform, QPoint(300, int(band.center().y())));
+        // Where no copy can keep it, the end asks as Quit does (here: Cancel, and Tesk stays),
+        // once the window's warning has been read.
+        QStringList asked;
+        QTimer answering;
+        QObject::connect(&answering, &QTimer::timeout, [&] {
+            auto* box = qobject_cast<QMessageBox*>(QApplication::activeModalWidget());
+            if (!box)
+                return;
+            asked.append(box->text());
+            box->button(box->text().contains("Do you want to save") ? QMessageBox::Cancel
+                                                                    : QMessageBox::Ok)
+                ->click();
+        });
+        answering.start(50);
+        app.endKeepingUnsavedPractice();
+        EXPECT_GT(document->loopRange().length, 0u);
+        if (!blocked) {
+            EXPECT_EQ(QDir(copies).entryList({"*.tesk"}, QDir::Files).size(), 1);
+            EXPECT_TRUE(QTest::qWaitFor([&] { return ended.count() == 1; }, 5000));
+            EXPECT_TRUE(asked.isEmpty()) << asked.join(" / ").toStdString();
+            continue;
+        }
+        EXPECT_TRUE(QTest::qWaitFor([&] { return asked.size() == 2; }, 5000));
+        ASSERT_EQ(asked.size(), 2);
+        EXPECT_TRUE(asked[0].contains("cannot keep a copy"));
+        EXPECT_TRUE(asked[1].contains("Do you want to save"));
+        EXPECT_EQ(ended.count(), 0);
+        EXPECT_EQ(app.documentController()->documents().size(), 1);
+        answering.stop();
+        QFile::remove(copies);
+    }
 }
 
 TEST(TeskAppController, FeedbackGoesToTheMailProgramOrWithoutOneNamesTheAddress) {
