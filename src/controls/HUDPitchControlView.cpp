@@ -56,7 +56,9 @@ void HUDPitchControlView::setPitchAdjustment(double semitones) {
         mCallout->follow(calloutTip(), TransportRules::pitchText(mPitchAdjustment));
     // Qt hands a screen reader the value only as a number: the words go in the description.
     setAccessibleDescription(TransportRules::spokenPitch(semitones));
-    setToolTip(tr("Pitch %1 semitones").arg(TransportRules::pitchText(semitones)));
+    const QString shown = TransportRules::pitchText(semitones);
+    const bool one = shown == QLatin1String("+1") || shown == QLatin1String("-1");
+    setToolTip((one ? tr("Pitch %1 semitone") : tr("Pitch %1 semitones")).arg(shown));
     update();
 }
 

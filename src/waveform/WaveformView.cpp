@@ -1000,14 +1000,18 @@ bool WaveformView::event(QEvent* event) {
     // What a marker or the loop's button is, and what it does, which nothing else shows.
     const QPoint position = static_cast<QHelpEvent*>(event)->pos();
     QString tip;
-    if (isLoopEnabled() && loopButtonHitRect().contains(position))
+    QRect over; // the tip goes as the pointer leaves it
+    if (isLoopEnabled() && loopButtonHitRect().contains(position)) {
         tip = loopButtonToolTip(mPlaying && mLooping);
-    else if (const MarkerItem* marker = markerUnder(position))
+        over = loopButtonHitRect().toAlignedRect();
+    } else if (const MarkerItem* marker = markerUnder(position)) {
         tip = markerToolTip(marker->kind, marker->frame);
+        over = markerRect(*marker).toAlignedRect();
+    }
     if (tip.isEmpty())
         QToolTip::hideText();
     else
-        QToolTip::showText(static_cast<QHelpEvent*>(event)->globalPos(), tip, this);
+        QToolTip::showText(static_cast<QHelpEvent*>(event)->globalPos(), tip, this, over);
     return true;
 }
 

@@ -166,6 +166,9 @@ TEST(HUDPitchControlView, TicksTheSlotAndTheWheelSetTheBoundPitch) {
     EXPECT_EQ(reader->text(QAccessible::Value), "minus 2 semitones");
     EXPECT_EQ(view.toolTip(), "Pitch -2 semitones")
         << "the exact pitch, which the ticks only place";
+    reader->valueInterface()->setCurrentValue(1.0);
+    EXPECT_EQ(view.toolTip(), "Pitch +1 semitone");
+    reader->valueInterface()->setCurrentValue(-2.0);
 
     // A dialog that takes the window mid-drag takes the release too: the drag's bubble goes.
     QTest::mousePress(&view, Qt::LeftButton, {}, at(view.sliderKnobRect().center()));
