@@ -90,10 +90,17 @@ int main(int argc, char** argv) {
     tesk::TerminationSignals termination;
     QObject::connect(&termination, &tesk::TerminationSignals::terminationRequested, &controller,
                      &tesk::TeskAppController::endKeepingUnsavedPractice);
-    QObject::connect(&controller, &tesk::TeskAppController::readyToEnd, &application,
-                     [] { QApplication::exit(0); });
+    // Told to end while the start's offer was up, Tesk ends before its main loop: a loop that
+    // starts forgets an end asked of the loops before it.
+    bool ended = false;
+    QObject::connect(&controller, &tesk::TeskAppController::readyToEnd, &application, [&ended] {
+        ended = true;
+        QApplication::exit(0);
+    });
     controller.acceptHandOvers(instance);
     controller.offerUnsavedPractice();
+    if (ended)
+        return 0;
     controller.openFiles(files);
     return application.exec();
 }
