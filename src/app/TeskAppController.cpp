@@ -14,6 +14,7 @@
 #include <QFileInfo>
 #include <QLocale>
 #include <QMessageBox>
+#include <QProgressDialog>
 #include <QPushButton>
 #include <QScopedValueRollback>
 #include <QSettings>
@@ -120,6 +121,8 @@ void answerCancel(QWidget* dialog) {
         cancel->click();
     else if (box && box->escapeButton())
         box->escapeButton()->click();
+    else if (auto* progress = qobject_cast<QProgressDialog*>(dialog))
+        progress->cancel(); // rejected, it would only hide
     else if (auto* asking = qobject_cast<QDialog*>(dialog))
         asking->reject();
     else
