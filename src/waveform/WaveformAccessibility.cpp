@@ -1,5 +1,6 @@
 #include "waveform/WaveformAccessibility.h"
 
+#include "controls/TransportRules.h"
 #include "waveform/TeskScroller.h"
 #include "waveform/WaveformView.h"
 
@@ -117,9 +118,8 @@ QString markerToolTip(std::uint32_t kind, qint64 frame) {
                                          QT_TRANSLATE_NOOP("WaveformView", "Chorus marker at %1"),
                                          QT_TRANSLATE_NOOP("WaveformView", "Verse marker at %1"),
                                          QT_TRANSLATE_NOOP("WaveformView", "Bridge marker at %1")};
-    const double seconds = std::floor(playPositionSeconds(frame) * 10.0) / 10.0;
-    const QString time = QString::asprintf("%02d:%04.1f", int(seconds / 60.0),
-                                           seconds - 60.0 * std::floor(seconds / 60.0));
+    // As the time display shows the play head there: a click on the marker puts it there.
+    const QString time = TransportRules::timeString(TransportRules::millisecondsForFrame(frame));
     return QCoreApplication::translate("WaveformView",
                                        kNames[std::min<std::size_t>(kind, std::size(kNames) - 1)])
                .arg(time) +

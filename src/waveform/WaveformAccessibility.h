@@ -24,9 +24,9 @@ double playPositionSeconds(qint64 frame);
 /// only as a number, so these words are the waveform view's description.
 QString spokenPlayPosition(qint64 frame, LoopRange loop, const QList<int>& markerKindsHere = {});
 
-/// The tip over a marker: its kind and time to the tenth of a second, and on a line of its own
-/// what the mouse does with it: "Chorus marker at 01:05.3", "Click to go here; drag to move it,
-/// or off the strip to remove it."
+/// The tip over a marker: its kind and time as the time display shows it, and on a line of its
+/// own what the mouse does with it: "Chorus marker at 01:05.360", "Click to go here; drag to
+/// move it, or off the strip to remove it."
 QString markerToolTip(std::uint32_t kind, qint64 frame);
 /// The tip over the loop's button, whose picture alone says little.
 QString loopButtonToolTip(bool loopPlaying);

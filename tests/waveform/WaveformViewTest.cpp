@@ -1049,10 +1049,10 @@ TEST_F(WaveformViewTest, TipsSayWhatAMarkerOrTheLoopButtonIsAndDoes) {
         std::uint32_t kind;
         qint64 frame;
         const char* said;
-    } markers[] = {{0, 0, "Marker at 00:00.0"},
-                   {1, qint64(44100 * 65.36), "Chorus marker at 01:05.3"},
-                   {3, qint64(44100 * 59.99), "Bridge marker at 00:59.9"},
-                   {2, 44100 * 3600, "Verse marker at 60:00.0"}};
+    } markers[] = {{0, 0, "Marker at 00:00.000"},
+                   {1, 44100 * 65 + 15876, "Chorus marker at 01:05.360"},
+                   {3, 44100 * 59 + 44056, "Bridge marker at 00:59.999"},
+                   {2, 44100 * 3600, "Verse marker at 60:00.000"}};
     for (const auto& marker : markers) {
         SCOPED_TRACE(marker.said);
         EXPECT_EQ(markerToolTip(marker.kind, marker.frame),
