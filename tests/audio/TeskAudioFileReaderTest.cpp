@@ -227,7 +227,7 @@ TEST(TeskAudioFileReader, SeeksMadeWhileTheRendererCopiesLoseNothingOfTheirStrea
     const FlatOutRenderer renderer(reader);
     int stalled = 0;
     int staleEnds = 0;
-    for (int i = 0; i < 6000 && stalled == 0; ++i) {
+    for (int i = 0; i < 1000 && stalled == 0; ++i) {
         reader.setCurrentFrame(frames - 256 - i % 64);
         const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(5);
         while (reader.currentFrame() < frames - 64 && std::chrono::steady_clock::now() < deadline) {
