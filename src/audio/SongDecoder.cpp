@@ -13,6 +13,10 @@
 #include <cstring>
 #include <limits>
 
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
 extern "C" {
 #include <libavcodec/avcodec.h>
 #include <libavformat/avformat.h>
@@ -56,6 +60,53 @@ std::int16_t toInt16(float sample) {
     const float scaled = sample == sample ? sample * 32768.0f : 0.0f;
     const float clipped = std::min(std::max(scaled, -32768.0f), 32767.0f);
     return static_cast<std::int16_t>(clipped + (clipped >= 0.0f ? 0.5f : -0.5f));
+}
+
+// Every decoded sample passes through the conversion below, so it is done four at a time where
+// the processor can: a scalar loop took an eighth of the decoder's time on a long MP3. Each lane
+// does exactly what toInt16 does.
+#if defined(__SSE2__)
+__m128i toInt16Lanes(__m128 samples) {
+    __m128 scaled = _mm_mul_ps(samples, _mm_set1_ps(32768.0f));
+    scaled = _mm_and_ps(scaled, _mm_cmpord_ps(scaled, scaled)); // NaN to 0
+    const __m128 clipped =
+        _mm_min_ps(_mm_max_ps(scaled, _mm_set1_ps(-32768.0f)), _mm_set1_ps(32767.0f));
+    const __m128 half = _mm_or_ps(_mm_set1_ps(0.5f), _mm_and_ps(clipped, _mm_set1_ps(-0.0f)));
+    return _mm_cvttps_epi32(_mm_add_ps(clipped, half)); // rounded half away from zero
+}
+#endif
+
+/// Converts `count` samples with toInt16.
+void toInt16(const float* samples, std::size_t count, std::int16_t* out) {
+    std::size_t i = 0;
+#if defined(__SSE2__)
+    for (; i + 8 <= count; i += 8) {
+        const __m128i low = toInt16Lanes(_mm_loadu_ps(samples + i));
+        const __m128i high = toInt16Lanes(_mm_loadu_ps(samples + i + 4));
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(out + i), _mm_packs_epi32(low, high));
+    }
+#endif
+    for (; i < count; ++i)
+        out[i] = toInt16(samples[i]);
+}
+
+/// Converts `frameCount` frames of two channels (one channel twice for mono) with toInt16,
+/// interleaved.
+void interleaveToInt16(const float* left, const float* right, std::size_t frameCount,
+                       std::int16_t* out) {
+    std::size_t i = 0;
+#if defined(__SSE2__)
+    for (; i + 4 <= frameCount; i += 4) {
+        const __m128i l = toInt16Lanes(_mm_loadu_ps(left + i));
+        const __m128i r = toInt16Lanes(_mm_loadu_ps(right + i));
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(out + 2 * i),
+                         _mm_packs_epi32(_mm_unpacklo_epi32(l, r), _mm_unpackhi_epi32(l, r)));
+    }
+#endif
+    for (; i < frameCount; ++i) {
+        out[2 * i] = toInt16(left[i]);
+        out[2 * i + 1] = toInt16(right[i]);
+    }
 }
 
 /// The size of an ID3v2 tag at the start of `header` (10 bytes), or 0.
@@ -460,19 +511,17 @@ void SongDecoder::convert(const AVFrame& frame, int frameCount) {
         mPending.resize(first + 2 * std::size_t(frameCount));
         std::int16_t* out = mPending.data() + first;
         const int channels = mSegment.channels;
+        const auto frames = std::size_t(frameCount);
         if (frame.format == AV_SAMPLE_FMT_FLTP) {
             const auto* left = reinterpret_cast<const float*>(frame.extended_data[0]);
             const auto* right = reinterpret_cast<const float*>(frame.extended_data[channels - 1]);
-            for (int i = 0; i < frameCount; ++i) {
-                out[2 * i] = toInt16(left[i]);
-                out[2 * i + 1] = toInt16(right[i]);
-            }
+            interleaveToInt16(left, right, frames, out);
         } else {
             const auto* samples = reinterpret_cast<const float*>(frame.extended_data[0]);
-            for (int i = 0; i < frameCount; ++i) {
-                out[2 * i] = toInt16(samples[channels * i]);
-                out[2 * i + 1] = toInt16(samples[channels * i + channels - 1]);
-            }
+            if (channels == 2)
+                toInt16(samples, 2 * frames, out);
+            else // mono, as both sides
+                interleaveToInt16(samples, samples, frames, out);
         }
         return;
     }
@@ -491,9 +540,7 @@ void SongDecoder::convert(const AVFrame& frame, int frameCount) {
 void SongDecoder::appendFloat(const float* interleaved, qint64 frameCount) {
     const std::size_t first = mPending.size();
     mPending.resize(first + 2 * std::size_t(frameCount));
-    std::int16_t* out = mPending.data() + first;
-    for (qint64 i = 0; i < 2 * frameCount; ++i)
-        out[i] = toInt16(interleaved[i]);
+    toInt16(interleaved, 2 * std::size_t(frameCount), mPending.data() + first);
 }
 
 qint64 SongDecoder::finalFrameEnd() const {

@@ -150,24 +150,45 @@ TEST(TeskExtendedAudioFile, EachFormatDecodesToItsExactLengthInPlace) {
 }
 
 TEST(TeskExtendedAudioFile, FloatSamplesRoundToNearestAndClip) {
-    QTemporaryDir folder;
-    const QString path = folder.filePath("float.wav");
+    // Enough samples that some are converted in groups and some one by one, in stereo and mono.
     const float nan = std::numeric_limits<float>::quiet_NaN();
-    const std::vector<float> left{1.5f,           -1.5f, 100.4f * kLsb, 100.6f * kLsb,
-                                  -100.6f * kLsb, nan,   1.0f,          0.25f};
-    const std::vector<float> expectedLeft{32767, -32768, 100, 101, -101, 0, 32767, 8192};
-    const std::vector<float> expectedRight{-32768, 32767, -100, -101, 101, 0, -32768, -8192};
+    const float inf = std::numeric_limits<float>::infinity();
+    const struct {
+        float sample, expected, negated; // what the sample and its negation become
+    } samples[] = {{1.5f, 32767, -32768},
+                   {-1.5f, -32768, 32767},
+                   {100.4f * kLsb, 100, -100},
+                   {100.6f * kLsb, 101, -101},
+                   {-100.6f * kLsb, -101, 101},
+                   {nan, 0, 0},
+                   {1.0f, 32767, -32768},
+                   {0.25f, 8192, -8192},
+                   {100.5f * kLsb, 101, -101},
+                   {inf, 32767, -32768},
+                   {-0.0f, 0, 0},
+                   {-0.5f * kLsb, -1, 1},
+                   {0.49f * kLsb, 0, 0},
+                   {-inf, -32768, 32767},
+                   {-32768.5f * kLsb, -32768, 32767}};
+    std::vector<float> left;
+    for (const auto& s : samples)
+        left.push_back(s.sample);
     std::vector<float> right(left.size());
     std::transform(left.begin(), left.end(), right.begin(), [](float x) { return -x; });
-    ASSERT_TRUE(test::writeWav(path, {left, right}, 44100));
-
-    const auto file = openDecoded(path);
-    ASSERT_TRUE(file);
-    const Channels decoded = readChannels(*file);
-    ASSERT_EQ(decoded[0].size(), left.size());
-    for (std::size_t i = 0; i < left.size(); ++i) {
-        EXPECT_EQ(decoded[0][i] * 32768.0f, expectedLeft[i]) << "sample " << i;
-        EXPECT_EQ(decoded[1][i] * 32768.0f, expectedRight[i]) << "sample " << i;
+    for (const bool mono : {false, true}) {
+        SCOPED_TRACE(mono ? "mono" : "stereo");
+        QTemporaryDir folder;
+        const QString path = folder.filePath("float.wav");
+        ASSERT_TRUE(test::writeWav(path, mono ? Channels{left} : Channels{left, right}, 44100));
+        const auto file = openDecoded(path);
+        ASSERT_TRUE(file);
+        const Channels decoded = readChannels(*file);
+        ASSERT_EQ(decoded[0].size(), left.size());
+        for (std::size_t i = 0; i < left.size(); ++i) {
+            EXPECT_EQ(decoded[0][i] * 32768.0f, samples[i].expected) << "sample " << i;
+            EXPECT_EQ(decoded[1][i] * 32768.0f, mono ? samples[i].expected : samples[i].negated)
+                << "sample " << i;
+        }
     }
 }
 
