@@ -22,6 +22,7 @@ ProcessingChain::ProcessingChain(double sampleRate, TimePitchQuality quality)
     , mTimePitch(sampleRate, quality)
     , mVocalRemover(2, 4096)
     , mSpectrumAnalyzer(AudioStreamDescription{sampleRate, 2, false})
+    , mLimiter(sampleRate)
     , mPanLeft(kMaxSliceFrames)
     , mPanRight(kMaxSliceFrames)
     , mDelayedLeft(kDelayCapacity)
@@ -124,6 +125,7 @@ void ProcessingChain::reset() {
     // stream in.
     mVocalRemover.clear();
     mVocalRemover.startAtFullLevel();
+    mLimiter.reset();
     mDelayedLeft.advance(mDelayedLeft.used());
     mDelayedRight.advance(mDelayedRight.used());
     mDelayedRates.advance(mDelayedRates.used());
@@ -377,15 +379,16 @@ void ProcessingChain::processAfterVocalReduction(float* left, float* right,
     // The level glides across the slice, so a volume change does not click.
     const float target = mLevel.load(std::memory_order_relaxed);
     const float start = mAppliedLevel;
-    if (start == target && target == 1.0f)
-        return;
-    const float step = (target - start) / float(frameCount);
-    for (std::uint32_t i = 0; i < frameCount; ++i) {
-        const float gain = start + step * float(i + 1);
-        left[i] *= gain;
-        right[i] *= gain;
+    if (start != target || target != 1.0f) {
+        const float step = (target - start) / float(frameCount);
+        for (std::uint32_t i = 0; i < frameCount; ++i) {
+            const float gain = start + step * float(i + 1);
+            left[i] *= gain;
+            right[i] *= gain;
+        }
+        mAppliedLevel = target;
     }
-    mAppliedLevel = target;
+    mLimiter.process(left, right, frameCount);
 }
 
 ProcessingChain::PanSettings ProcessingChain::panSettings() const noexcept {

@@ -8,6 +8,7 @@
 #include "audio/dsp/BufferQueue.h"
 #include "audio/dsp/GraphicEqualizer.h"
 #include "audio/dsp/LatestValue.h"
+#include "audio/dsp/PeakLimiter.h"
 #include "audio/dsp/SVocalRemover.h"
 
 #include <array>
@@ -69,8 +70,9 @@ struct SlicePosition {
 };
 
 /// Tesk's processing chain: source, equalizer, time-pitch, vocal reduction, spectrum feed,
-/// pan / out-of-phase mix and level. The same chain serves playback (pulled a little ahead of
-/// the sound device) and export (pulled as fast as it goes).
+/// pan / out-of-phase mix, level, and a limiter that keeps what would pass full scale within
+/// it. The same chain serves playback (pulled a little ahead of the sound device) and export
+/// (pulled as fast as it goes).
 ///
 /// Parameters may be set from the main thread at any time and apply from the next slice;
 /// everything else belongs to the one thread that renders.
@@ -170,7 +172,7 @@ private:
                                                          std::uint32_t) noexcept;
     std::uint32_t pullUnheard(float* const* input, std::uint32_t frameCount, UnheardSupply supply);
     void applyParameters();
-    /// The stages after the vocal reduction: spectrum, pan mix, level.
+    /// The stages after the vocal reduction: spectrum, pan mix, level, limiter.
     void processAfterVocalReduction(float* left, float* right, std::uint32_t frameCount);
     /// The source frame that the chain's input frame `inputFrame` came from, and which way the
     /// source went from there.
@@ -186,6 +188,7 @@ private:
     TimePitchStage mTimePitch;
     SVocalRemover mVocalRemover;
     SSpectrumAnalyzer mSpectrumAnalyzer;
+    PeakLimiter mLimiter;
 
     std::atomic<float> mRate{1.0f};
     std::atomic<float> mPitchCents{0.0f};
