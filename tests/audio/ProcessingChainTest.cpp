@@ -203,6 +203,20 @@ TEST(ProcessingChain, EqualizerSettingsMadeWhileStoppedHoldFromTheFirstFrame) {
     }
 }
 
+TEST(ProcessingChain, WhatALoudPassageHeldBackPlaysAfterAResetAtItsOwnLevel) {
+    // Raised past full scale, a tone is held back; after a seek or a start, at the volume
+    // turned down again, it plays at once at its own level.
+    PlayingChain playing(test::sine(440.0, 0.5, kFrames), test::sine(440.0, 0.5, kFrames));
+    ProcessingChain& chain = playing.chain;
+    chain.setLevel(4.0f);
+    const Rendered loud = render(chain, 22050);
+    EXPECT_NEAR(test::toneAmplitude(std::span(loud.left).last(4410), 440.0), 1.0, 0.01);
+    chain.setLevel(1.0f);
+    chain.reset();
+    const Rendered after = render(chain, 22050);
+    EXPECT_NEAR(test::toneAmplitude(std::span(after.left).subspan(4410, 4410), 440.0), 0.5, 0.01);
+}
+
 TEST(ProcessingChain, AnExportWithTheVocalReductionStartsAsOneWithout) {
     // A 90 Hz tone lies below the vocal remover's band and comes through it whole: from the
     // export's first frame, not faded in by the remover's first block.

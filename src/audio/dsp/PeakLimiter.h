@@ -3,15 +3,18 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
+#include <limits>
 
 namespace tesk {
 
 /// Keeps the chain's stereo output within full scale, leaving alone any sound that stays within
 /// it, bit for bit. An equalizer boost or a raised volume can take a loud song past full scale,
-/// where the device or the export's 16 bits would clip it into a crackle. Where a sample would
-/// pass full scale, both sides' gain drops at once to just what brings it back, holds while peaks
-/// as loud go on (a low note's next peak comes within 25 ms), then comes back with a time
-/// constant of `kRecoverySeconds`: the loud passage plays a little quieter, undistorted.
+/// where the device or the export's 16 bits would clip every peak into a crackle. Where a sample
+/// would pass full scale, both sides' gain drops at once to just what brings it back, holds
+/// while peaks as loud go on (a low note's next peak comes within 25 ms), then comes back with a
+/// time constant of `kRecoverySeconds`: the loud passage plays a little quieter, undistorted,
+/// except for the rise to each peak louder than the last, which is cut at full scale as it
+/// comes (no look-ahead, which would delay the sound and the play head with it).
 /// Any one thread at a time (the rendering or the export thread); never allocates, locks or
 /// waits.
 class PeakLimiter {
@@ -31,7 +34,8 @@ public:
         for (std::uint32_t i = 0; i < frameCount; ++i) {
             const float peak = std::max(std::fabs(left[i]), std::fabs(right[i]));
             const float envelope = 1.0f + mExcess;
-            if (peak > envelope) {
+            // An infinite sample is clamped like any other, but would hold the gain at 0.
+            if (peak > envelope && peak < std::numeric_limits<float>::infinity()) {
                 mExcess = peak - 1.0f;
                 mHeld = mHoldFrames;
             } else if (peak > 1.0f && peak >= envelope * kHeldShare) {

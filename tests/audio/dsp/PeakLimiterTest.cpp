@@ -40,6 +40,8 @@ TEST(PeakLimiter, SoundWithinFullScalePassesBitForBit) {
     const float nan = std::numeric_limits<float>::quiet_NaN();
     std::vector<float> withNan = test::sine(440.0, 0.5, 4410);
     withNan[100] = nan;
+    std::vector<float> withInfinity = test::sine(440.0, 0.5, 4410);
+    withInfinity[100] = std::numeric_limits<float>::infinity();
     const struct {
         const char* name;
         std::vector<float> left, right;
@@ -48,12 +50,13 @@ TEST(PeakLimiter, SoundWithinFullScalePassesBitForBit) {
         {"noise up to full scale", test::noise(1.0, 44100, 3), test::noise(1.0, 44100, 4)},
         {"silence", std::vector<float>(4410), std::vector<float>(4410)},
         {"a NaN among quiet sound", withNan, test::sine(440.0, 0.5, 4410)},
+        {"an infinity among quiet sound", withInfinity, test::sine(440.0, 0.5, 4410)},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
         const Stereo out = limited(c.left, c.right);
         for (std::size_t i = 0; i < c.left.size(); ++i) {
-            if (std::isnan(c.left[i]))
+            if (!std::isfinite(c.left[i]))
                 continue;
             ASSERT_EQ(out.left[i], c.left[i]) << i;
             ASSERT_EQ(out.right[i], c.right[i]) << i;
