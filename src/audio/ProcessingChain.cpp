@@ -126,6 +126,7 @@ void ProcessingChain::reset() {
     mVocalRemover.clear();
     mVocalRemover.startAtFullLevel();
     mLimiter.reset();
+    mLimiterPrimed = false;
     mDelayedLeft.advance(mDelayedLeft.used());
     mDelayedRight.advance(mDelayedRight.used());
     mDelayedRates.advance(mDelayedRates.used());
@@ -149,6 +150,35 @@ void ProcessingChain::render(float* left, float* right, std::uint32_t frameCount
                              SlicePosition* position) {
     frameCount = std::min(frameCount, kMaxSliceFrames);
     clearVectorUpperState(); // see renderForExport
+    if (!mLimiterPrimed) {
+        // The limiter's look-ahead fills with the first frames, so that they play at once
+        // rather than after its silence.
+        renderSlice(mPrimeLeft.data(), mPrimeRight.data(), PeakLimiter::kLookAheadFrames);
+        mLimiter.process(mPrimeLeft.data(), mPrimeRight.data(), PeakLimiter::kLookAheadFrames);
+        mLimiterPrimed = true;
+    }
+    renderSlice(left, right, frameCount);
+    mLimiter.process(left, right, frameCount);
+
+    if (position) {
+        // The stretcher holds back its latency's worth of input at the rate it plays, the delay
+        // the source frames it holds, each stretched at its own rate, and the limiter its
+        // look-ahead: the frame after this slice plays input frame (pulled − all three). Once
+        // only silence is left in the stretcher its latency dips below zero; no slice plays
+        // input that was never fed.
+        const double rate = mTimePitch.appliedRate();
+        const double next = double(mInputFrames) -
+                            std::max(0.0, mTimePitch.latencyFrames() * rate + mDelayedSourceFrames +
+                                              PeakLimiter::kLookAheadFrames * rate);
+        const double first = std::max(0.0, next - mSliceSourceFrames);
+        const TracedFrame traced = traceInputFrame(first);
+        position->known = mInputRunsWritten > 0;
+        position->sourceFrame = traced.sourceFrame;
+        position->sourceStep = traced.direction * rate;
+    }
+}
+
+void ProcessingChain::renderSlice(float* left, float* right, std::uint32_t frameCount) {
     applyParameters();
     const bool removeVocals = mRemoveVocals.load(std::memory_order_relaxed);
     if (removeVocals || mRemovingVocals || mDelayedLeft.used() > 0) {
@@ -160,21 +190,6 @@ void ProcessingChain::render(float* left, float* right, std::uint32_t frameCount
     }
     mVocalDelayFrames.store(std::uint32_t(mDelayedLeft.used()), std::memory_order_relaxed);
     processAfterVocalReduction(left, right, frameCount);
-
-    if (position) {
-        // The stretcher holds back its latency's worth of input at the rate it plays, and the
-        // delay the source frames it holds, each stretched at its own rate: the frame after
-        // this slice plays input frame (pulled − both). Once only silence is left in the
-        // stretcher its latency dips below zero; no slice plays input that was never fed.
-        const double rate = mTimePitch.appliedRate();
-        const double next = double(mInputFrames) -
-                            std::max(0.0, mTimePitch.latencyFrames() * rate + mDelayedSourceFrames);
-        const double first = std::max(0.0, next - mSliceSourceFrames);
-        const TracedFrame traced = traceInputFrame(first);
-        position->known = mInputRunsWritten > 0;
-        position->sourceFrame = traced.sourceFrame;
-        position->sourceStep = traced.direction * rate;
-    }
 }
 
 void ProcessingChain::beginExport() {
@@ -186,6 +201,40 @@ void ProcessingChain::beginExport() {
 std::uint32_t ProcessingChain::renderForExport(float* left, float* right,
                                                std::uint32_t frameCount) {
     frameCount = std::min(frameCount, kMaxSliceFrames);
+    constexpr std::uint32_t kLookAhead = PeakLimiter::kLookAheadFrames;
+    if (!mLimiterPrimed) {
+        // As in playback, the look-ahead fills with the first frames (silence past the end of
+        // an export shorter than it), so the export starts on its first frame.
+        std::uint32_t primed = 0;
+        while (primed < kLookAhead) {
+            const std::uint32_t rendered = renderExportSlice(
+                mPrimeLeft.data() + primed, mPrimeRight.data() + primed, kLookAhead - primed);
+            if (rendered == 0)
+                break;
+            primed += rendered;
+        }
+        std::fill(mPrimeLeft.begin() + primed, mPrimeLeft.end(), 0.0f);
+        std::fill(mPrimeRight.begin() + primed, mPrimeRight.end(), 0.0f);
+        mLimiter.process(mPrimeLeft.data(), mPrimeRight.data(), kLookAhead);
+        mLimiterPrimed = true;
+        mExportLookAheadFrames = primed;
+    }
+    const std::uint32_t rendered = renderExportSlice(left, right, frameCount);
+    if (rendered > 0) {
+        mLimiter.process(left, right, rendered);
+        return rendered;
+    }
+    // All is rendered: what the look-ahead still holds comes out last.
+    const std::uint32_t held = std::min(frameCount, mExportLookAheadFrames);
+    std::fill_n(left, held, 0.0f);
+    std::fill_n(right, held, 0.0f);
+    mLimiter.process(left, right, held);
+    mExportLookAheadFrames -= held;
+    return held;
+}
+
+std::uint32_t ProcessingChain::renderExportSlice(float* left, float* right,
+                                                 std::uint32_t frameCount) {
     // What ran on this thread since the last slice (the file writer's copies, a progress
     // report) can leave the vector unit's upper halves in use, and the stretcher's 128-bit code
     // then pays a state transition on every instruction: a quarter more time for a long export.
@@ -388,7 +437,6 @@ void ProcessingChain::processAfterVocalReduction(float* left, float* right,
         }
         mAppliedLevel = target;
     }
-    mLimiter.process(left, right, frameCount);
 }
 
 ProcessingChain::PanSettings ProcessingChain::panSettings() const noexcept {

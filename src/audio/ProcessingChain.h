@@ -89,11 +89,12 @@ public:
 
     TimePitchQuality timePitchQuality() const { return mTimePitch.quality(); }
     /// Output frames still to be rendered before the last frame pulled from the source comes
-    /// out: the stretcher's latency, and the frames held for the vocal reduction (from when it
-    /// is first switched on until the next reset).
+    /// out: the stretcher's latency, the frames held for the vocal reduction (from when it is
+    /// first switched on until the next reset) and the limiter's look-ahead.
     /// Any thread.
     double latencyFrames() const noexcept {
-        return mTimePitch.latencyFrames() + mVocalDelayFrames.load(std::memory_order_relaxed);
+        return mTimePitch.latencyFrames() + mVocalDelayFrames.load(std::memory_order_relaxed) +
+               PeakLimiter::kLookAheadFrames;
     }
 
     /// Takes every parameter (rate, pitch, level, effects) from `other`, so that two chains
@@ -172,7 +173,11 @@ private:
                                                          std::uint32_t) noexcept;
     std::uint32_t pullUnheard(float* const* input, std::uint32_t frameCount, UnheardSupply supply);
     void applyParameters();
-    /// The stages after the vocal reduction: spectrum, pan mix, level, limiter.
+    /// One slice of what the limiter is given: everything before it. Rendering thread.
+    void renderSlice(float* left, float* right, std::uint32_t frameCount);
+    /// As renderForExport, without the limiter. The export thread.
+    std::uint32_t renderExportSlice(float* left, float* right, std::uint32_t frameCount);
+    /// The stages after the vocal reduction: spectrum, pan mix, level.
     void processAfterVocalReduction(float* left, float* right, std::uint32_t frameCount);
     /// The source frame that the chain's input frame `inputFrame` came from, and which way the
     /// source went from there.
@@ -189,6 +194,12 @@ private:
     SVocalRemover mVocalRemover;
     SSpectrumAnalyzer mSpectrumAnalyzer;
     PeakLimiter mLimiter;
+    /// Whether the limiter's look-ahead holds the first frames since the last reset.
+    bool mLimiterPrimed = false;
+    /// Frames of an export that the look-ahead still holds, for its end.
+    std::uint32_t mExportLookAheadFrames = 0;
+    std::array<float, PeakLimiter::kLookAheadFrames> mPrimeLeft{};
+    std::array<float, PeakLimiter::kLookAheadFrames> mPrimeRight{};
 
     std::atomic<float> mRate{1.0f};
     std::atomic<float> mPitchCents{0.0f};

@@ -2,8 +2,11 @@
 
 #include "support/Signals.h"
 
+#include <algorithm>
+#include <functional>
 #include <gtest/gtest.h>
 #include <limits>
+#include <span>
 
 using namespace tesk;
 
@@ -15,14 +18,22 @@ struct Stereo {
     std::vector<float> left, right;
 };
 
-/// `left` and `right` through a new limiter, in slices of 512 frames.
+/// `left` and `right` through a new limiter, in slices of 512 frames, and lined up again: the
+/// silence it gives back first is dropped, and what its look-ahead holds at the end is taken.
 Stereo limited(std::vector<float> left, std::vector<float> right, PeakLimiter* limiter = nullptr) {
     PeakLimiter own(kRate);
     PeakLimiter& used = limiter ? *limiter : own;
+    const std::size_t frames = left.size();
+    left.resize(frames + PeakLimiter::kLookAheadFrames);
+    right.resize(frames + PeakLimiter::kLookAheadFrames);
     for (std::size_t done = 0; done < left.size(); done += 512) {
         const auto count = std::uint32_t(std::min<std::size_t>(512, left.size() - done));
         used.process(left.data() + done, right.data() + done, count);
     }
+    for (std::size_t i = 0; i < PeakLimiter::kLookAheadFrames; ++i)
+        EXPECT_EQ(left[i], 0.0f) << "the silence before what came in";
+    left.erase(left.begin(), left.begin() + PeakLimiter::kLookAheadFrames);
+    right.erase(right.begin(), right.begin() + PeakLimiter::kLookAheadFrames);
     return {std::move(left), std::move(right)};
 }
 
@@ -92,11 +103,38 @@ TEST(PeakLimiter, SoundPastFullScaleIsHeldWithinItUndistortedAndInBalance) {
         for (std::size_t i = 0; i < steady.size(); ++i)
             difference[i] = steady[i] - float(gain) * left[4410 + i];
         EXPECT_LT(test::rmsDb(difference) - test::rmsDb(steady), -50.0);
+        // Nor are the first peaks cut flat: the gain has glided down by the time they come, so
+        // no more frames lie near full scale than in the note at its steady gain.
+        const auto nearFullScale = [](std::span<const float> frames, double scale) {
+            return std::count_if(frames.begin(), frames.end(), [scale](float sample) {
+                return std::fabs(sample) * scale > 0.995;
+            });
+        };
+        EXPECT_LE(nearFullScale(std::span(out.left).first(441), 1.0),
+                  nearFullScale(std::span(left).first(441), expectedGain) + 2);
+        // Gliding, not stepping: no sample moves further from the last than the note's own do.
+        EXPECT_LE(test::largestStep(std::span(out.left).first(4410)),
+                  test::largestStep(std::span(left).first(4410)));
         if (note.right > 0.0) {
             EXPECT_NEAR(test::toneAmplitude(std::span(out.right).subspan(4410), note.hertz),
                         note.right * expectedGain, 0.01 * note.right * expectedGain);
         }
     }
+}
+
+TEST(PeakLimiter, AHitOutOfQuietMusicIsGlidedInto) {
+    // A hit three times full scale in a quiet tone: the gain glides down over the look-ahead
+    // before it, where a step would click, and the hit stays within full scale.
+    std::vector<float> tone = test::sine(440.0, 0.5, 44100);
+    const std::vector<float> hit = test::noise(3.0, 441, 7);
+    std::transform(hit.begin(), hit.end(), tone.begin() + 22050, tone.begin() + 22050,
+                   std::plus<float>());
+    const Stereo out = limited(tone, tone);
+    EXPECT_LE(largest(out), 1.0f);
+    const double toneStep = 0.5 * 2.0 * M_PI * 440.0 / kRate;
+    const auto before = std::span(out.left).subspan(22050 - PeakLimiter::kLookAheadFrames - 8,
+                                                    PeakLimiter::kLookAheadFrames + 8);
+    EXPECT_LT(test::largestStep(before), 1.5 * toneStep);
 }
 
 TEST(PeakLimiter, TheGainComesBackGraduallyOnceTheLoudPartEndsAndAResetRestoresIt) {
