@@ -43,7 +43,9 @@ float ExportJoin::mix(std::int64_t index, float first, float second) const {
     // The power of a·x + b·y for signals alike by ρ is a² + b² + 2abρ: divided out, the level
     // stays where it was whether the halves are alike or unrelated.
     const double gain = 1.0 / std::sqrt(in * in + out * out + 2.0 * in * out * mLikeness);
-    return float((out * first + in * second) * gain);
+    // The chain's limiter keeps each half within full scale; where the two are unlike, this
+    // gain could take their sum past it.
+    return float(std::clamp((out * first + in * second) * gain, -1.0, 1.0));
 }
 
 } // namespace tesk

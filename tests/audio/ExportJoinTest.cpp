@@ -65,6 +65,11 @@ TEST(ExportJoin, UnrelatedHalvesCrossAtEqualPowerAndSilenceStaysSilent) {
     EXPECT_LT(unrelated.likeness(), 0.1);
     const auto mixed = joined(first, second);
     EXPECT_NEAR(rmsDb(std::span(mixed).subspan(kFade / 4, kFade / 2)), rmsDb(first), 0.5);
+    // Unrelated halves at full scale, as the limiter leaves loud music: the join keeps within it.
+    const auto loudFirst = noise(1.0, kFade, 3);
+    const auto loudSecond = noise(1.0, kFade + ExportJoin::kMaxLag, 4);
+    for (float sample : joined(loudFirst, loudSecond))
+        ASSERT_LE(std::fabs(sample), 1.0f);
 
     // Silence on one side: nothing to line up, and a plain fade (halfway, half of the other
     // side), never NaN.

@@ -16,9 +16,10 @@ namespace tesk {
 /// each frame needs is the least that any frame within a look-ahead of it needs, averaged over
 /// the look-ahead before it: a glide down that reaches what the loudest peak needs as it comes,
 /// with every frame on the way kept within full scale too, and a peak's top as round as it came.
-/// The gain then holds for `kHoldSeconds` (a low note's next peak comes within them), and comes
-/// back with a time constant of `kRecoverySeconds`: the loud passage plays a little quieter,
-/// undistorted.
+/// The gain then holds while peaks as loud go on (a low note's next peak comes within
+/// `kHoldSeconds`), and comes back with a time constant of `kRecoverySeconds`: the loud passage
+/// plays a little quieter, undistorted.
+///
 /// Any one thread at a time (the rendering or the export thread); never allocates, locks or
 /// waits.
 class PeakLimiter {
@@ -27,6 +28,10 @@ public:
     static constexpr std::uint32_t kLookAheadFrames = 64;
     static constexpr double kHoldSeconds = 0.025;
     static constexpr double kRecoverySeconds = 0.2;
+    /// A look-ahead that needs a gain this near the one held holds it there: the peaks of a low
+    /// note held past the hold would otherwise let the gain sag between them and pull it back,
+    /// a distortion.
+    static constexpr float kHeldShare = 0.9f;
 
     explicit PeakLimiter(double sampleRate)
         : mHoldFrames(std::uint32_t(std::lround(kHoldSeconds * sampleRate)))
@@ -59,6 +64,8 @@ public:
             if (glide < held) {
                 mExcess = 1.0f / glide - 1.0f;
                 mHeld = mHoldFrames;
+            } else if (least < 1.0f && least * kHeldShare <= held) {
+                mHeld = mHoldFrames; // a note as loud goes on
             } else if (mHeld > 0) {
                 --mHeld;
             } else if (mExcess > 0.0f) {

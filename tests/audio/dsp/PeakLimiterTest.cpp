@@ -81,11 +81,8 @@ TEST(PeakLimiter, SoundPastFullScaleIsHeldWithinItUndistortedAndInBalance) {
     // the scaled note would be a tenth of it or more.
     const struct {
         double hertz, left, right;
-    } notes[] = {{60.0, 2.0, 2.0},
-                 {100.0, 4.0, 0.5},
-                 {100.0, 0.5, 4.0},
-                 {1000.0, 1.3, 1.3},
-                 {440.0, 1.05, 0.0}};
+    } notes[] = {{41.0, 2.0, 2.0},  {60.0, 4.0, 4.0},   {100.0, 4.0, 0.5},
+                 {100.0, 0.5, 4.0}, {1000.0, 1.3, 1.3}, {440.0, 1.05, 0.0}};
     for (const auto& note : notes) {
         SCOPED_TRACE(testing::Message()
                      << note.hertz << " Hz at " << note.left << ", " << note.right);
