@@ -60,8 +60,9 @@ struct ManualPlayer {
         });
     }
     ~ManualPlayer() {
+        // With the device pulling, the stop need not wait out its last period.
         if (player.isFilePlaying())
-            player.stopFilePlaying();
+            stopWhileTheDevicePulls();
     }
 
     /// Pulls device periods as soon as the rendering thread has one ready: as fast as the
