@@ -761,7 +761,8 @@ TEST_F(WaveformViewTest, CursorMovesWithoutRepaintingTheWaveformAndScrollingPain
     // and moved is the one drawn whole: no tick or line at a strip's edge is lost.
     for (qint64 start = 200500; start > 150000; start -= 437) { // backwards: strips on the left
         SCOPED_TRACE(start);
-        paintsAfter([&] { view.setStartFrame(start); });
+        if (start != view.startFrame()) // the first is where the scroll above left it
+            paintsAfter([&] { view.setStartFrame(start); });
         const QImage scrolled = test::grabImage(view);
         view.redrawWaveform();
         ASSERT_EQ(scrolled, test::grabImage(view));
