@@ -428,15 +428,15 @@ void ProcessingChain::processAfterVocalReduction(float* left, float* right,
     // The level glides across the slice, so a volume change does not click.
     const float target = mLevel.load(std::memory_order_relaxed);
     const float start = mAppliedLevel;
-    if (start != target || target != 1.0f) {
-        const float step = (target - start) / float(frameCount);
-        for (std::uint32_t i = 0; i < frameCount; ++i) {
-            const float gain = start + step * float(i + 1);
-            left[i] *= gain;
-            right[i] *= gain;
-        }
-        mAppliedLevel = target;
+    if (start == target && target == 1.0f)
+        return;
+    const float step = (target - start) / float(frameCount);
+    for (std::uint32_t i = 0; i < frameCount; ++i) {
+        const float gain = start + step * float(i + 1);
+        left[i] *= gain;
+        right[i] *= gain;
     }
+    mAppliedLevel = target;
 }
 
 ProcessingChain::PanSettings ProcessingChain::panSettings() const noexcept {
