@@ -183,9 +183,9 @@ TEST(ExportTemporaryFile, ALinkOrANameAsLongAsAFolderTakesIsWrittenAsNamed) {
 }
 
 TEST(TeskExport, EachExportThroughOnePlayerKeepsItsChannelsApartAndComesOutTheSame) {
-    // 440 Hz on the left and 660 Hz on the right, exported again and again through one player,
-    // as a window does, with an export at other settings in between: each comes out the same
-    // to the sample, the channels apart, its length set by the speed and its tone by the pitch.
+    // 440 Hz on the left and 660 Hz on the right, exported twice through one player, as a
+    // window does, with an export at other settings in between: both come out the same to the
+    // sample, the channels apart, the length set by the speed and the tone by the pitch.
     const auto left = test::sine(440.0, 0.5, 44100 * 3);
     const auto right = test::sine(660.0, 0.5, 44100 * 3);
     for (const Setting& setting : {Setting{1.0f, 0.0}, {0.5f, 0.0}, {1.0f, 12.0}, {0.75f, -5.0}}) {
@@ -195,9 +195,9 @@ TEST(TeskExport, EachExportThroughOnePlayerKeepsItsChannelsApartAndComesOutTheSa
         const double shift = std::pow(2.0, setting.semitones / 12.0);
         QTemporaryDir folder;
         std::vector<std::vector<float>> firstTake;
-        for (int round = 0; round < 3; ++round) {
+        for (int round = 0; round < 2; ++round) {
             SCOPED_TRACE(round);
-            if (round == 2) {
+            if (round == 1) {
                 apply(player, {2.0f, -7.0});
                 exportAndRead(player, {0, 60000}, folder, "other.aif");
                 apply(player, setting);
@@ -290,8 +290,9 @@ TEST(TeskExport, TheWholeSongWaitsForDecodingToKnowItsLength) {
 TEST(TeskExport, TwoHalvesRenderedAtOnceJoinWithoutASeam) {
     // A steady tone through the whole chain: across the join of the halves its level and its
     // smoothness are those of the rest of the file, in whatever phase the two halves' own
-    // stretchers leave it (opposite phases, at some of these settings, once cancelled it).
-    for (const Setting& c : {Setting{1.0f, -2.0}, {0.75f, -2.0}, {2.0f, 0.0}, {1.0f, -12.0}}) {
+    // stretchers leave it (at these settings, a join that did not line the halves up cancelled
+    // the tone in the crossfade).
+    for (const Setting& c : {Setting{1.0f, -2.0}, {0.75f, -2.0}}) {
         SCOPED_TRACE(testing::Message() << c);
         QTemporaryDir folder;
         // The shortest range that renders in two halves.
