@@ -371,7 +371,6 @@ TEST(ProcessingChain, ThePositionOfASliceFollowsWhatIsHeardAcrossSpeedChanges) {
         {TimePitchQuality::Standard, {2.0f, 1.0f}},
         {TimePitchQuality::Standard, {1.0f, 0.5f}},
         {TimePitchQuality::Standard, {1.0f, 2.0f}},
-        {TimePitchQuality::Standard, {0.5f, 1.0f, 0.5f, 1.5f, 0.7f, 1.0f}},
         {TimePitchQuality::Light, {0.5f, 1.0f}},
         {TimePitchQuality::Light, {1.0f, 0.5f}},
     };
