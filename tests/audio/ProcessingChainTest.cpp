@@ -2,10 +2,12 @@
 
 #include "support/Signals.h"
 
+#include <gtest/gtest.h>
+
 #include <algorithm>
 #include <cmath>
-#include <gtest/gtest.h>
 #include <limits>
+#include <map>
 #include <thread>
 
 using namespace tesk;
@@ -367,12 +369,9 @@ TEST(ProcessingChain, ThePositionOfASliceFollowsWhatIsHeardAcrossSpeedChanges) {
         TimePitchQuality quality;
         std::vector<float> rates; // two seconds each, the last one longer
     } cases[] = {
-        {TimePitchQuality::Standard, {0.5f, 1.0f}},
-        {TimePitchQuality::Standard, {2.0f, 1.0f}},
-        {TimePitchQuality::Standard, {1.0f, 0.5f}},
-        {TimePitchQuality::Standard, {1.0f, 2.0f}},
-        {TimePitchQuality::Light, {0.5f, 1.0f}},
-        {TimePitchQuality::Light, {1.0f, 0.5f}},
+        {TimePitchQuality::Standard, {0.5f, 1.0f}}, {TimePitchQuality::Standard, {2.0f, 1.0f}},
+        {TimePitchQuality::Standard, {1.0f, 0.5f}}, {TimePitchQuality::Standard, {1.0f, 2.0f}},
+        {TimePitchQuality::Light, {0.5f, 1.0f}},    {TimePitchQuality::Light, {1.0f, 0.5f}},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(testing::Message() << (c.quality == TimePitchQuality::Light ? "Light " : "")
@@ -506,9 +505,13 @@ TEST(ProcessingChain, VocalReductionSwitchedWhilePlayingNeitherPausesNorSkips) {
         }
         return heard;
     };
+    std::map<float, std::vector<float>> plainAtRate; // what each speed sounds like without it
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
-        const std::vector<float> plain = play(c.rate, false, {}, 256);
+        auto [known, added] = plainAtRate.try_emplace(c.rate);
+        if (added)
+            known->second = play(c.rate, false, {}, 256);
+        const std::vector<float>& plain = known->second;
         const std::vector<float> heard = play(c.rate, c.startOn, c.switchesAt, c.slice);
         // Past the first hop, which fades in after a start with the remover on.
         double largestDifference = 0.0;
