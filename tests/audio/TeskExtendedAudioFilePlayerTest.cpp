@@ -675,16 +675,15 @@ TEST(TeskExtendedAudioFilePlayer, ASeekIsHeardFromTheFrameSought) {
         ManualPlayer manual(song);
         manual.player.setPlaybackSpeed(speed);
         manual.startAt(44100 * 2 - 1000);
-        manual.play(2); // past the decoded frames: the reader has run dry
+        manual.play(1); // past the decoded frames: the reader has run dry
         manual.player.setCurrentFrame(22050);
         EXPECT_NEAR(manual.heardFrame(), 22050.0, 1.0);
 
         // Sought where decoding has not reached: the position stays where it was sent until
         // the frames there are heard, never at the song's start.
         manual.player.setCurrentFrame(44100 * 3);
-        manual.play(2);
-        for (std::size_t i = manual.positions.size() - 2; i < manual.positions.size(); ++i)
-            EXPECT_EQ(manual.positions[i], 44100 * 3) << "period " << i;
+        manual.play(1);
+        EXPECT_EQ(manual.positions.back(), 44100 * 3);
         song->finishDecoding();
         const auto report = manual.playUntilReported().value_or(AheadRenderer::HeardPosition{});
         EXPECT_NEAR(report.sourceFrame, 44100.0 * 3, 1.0);
