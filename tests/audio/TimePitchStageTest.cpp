@@ -153,11 +153,11 @@ void forEachStage(std::span<const Setting> settings,
 }
 
 TEST(TimePitchStage, ShiftsPitchWithoutChangingSpeedAndSpeedWithoutChangingPitch) {
-    // Three seconds of 440 Hz: an octave up or down they still last three seconds exactly; at
-    // half speed six and at double speed one and a half, to within a few milliseconds, still at
-    // 440 Hz. The level holds to the last tenth of a second: where the song ends there (nothing
-    // of the stretcher's tail is lost), and where it goes on past them (the stretcher reads what
-    // follows rather than silence, so the end does not fade).
+    // Three seconds of 440 Hz: an octave up or down they still last three seconds exactly, and at
+    // double speed one and a half; a second and a half at half speed lasts three. Within a few
+    // milliseconds, and still at 440 Hz. The level holds to the last tenth of a second: where
+    // the song ends there (nothing of the stretcher's tail is lost), and where it goes on past
+    // them (the stretcher reads what follows rather than silence, so the end does not fade).
     const Setting settings[] = {{1.0, 1200.0}, {1.0, -1200.0}, {0.5, 0.0},
                                 {2.0, 0.0},    {2.0, -2400.0}, {0.5, 2400.0}};
     const double inputDb = rmsDb(sine(440.0, 0.5, 44100));
@@ -165,14 +165,15 @@ TEST(TimePitchStage, ShiftsPitchWithoutChangingSpeedAndSpeedWithoutChangingPitch
         // The song ends with the range where only the speed changes, and goes on past it where
         // the pitch does.
         const bool songEnds = setting.cents == 0.0;
-        SignalSource source(Stereo::centred(sine(440.0, 0.5, (songEnds ? 3 : 4) * 44100)),
-                            3 * 44100);
+        const std::size_t range = setting.rate < 1.0 ? 66150 : 3 * 44100;
+        SignalSource source(Stereo::centred(sine(440.0, 0.5, range + (songEnds ? 0 : 44100))),
+                            range);
         const Stereo output = renderToEnd(stage, source);
         const auto steady = std::span(output.left).subspan(22050, 44100);
         const double frequency = 440.0 * std::exp2(setting.cents / 1200.0);
         EXPECT_NEAR(measuredFrequency(steady), frequency, frequency * 0.005);
         EXPECT_NEAR(rmsDb(steady), inputDb, 1.5);
-        EXPECT_NEAR(double(output.left.size()), 3.0 * 44100.0 / setting.rate,
+        EXPECT_NEAR(double(output.left.size()), double(range) / setting.rate,
                     setting.rate == 1.0 ? 0.0 : 132.0);
         const double endDb = rmsDb(std::span(output.left).last(4410));
         if (songEnds) {
