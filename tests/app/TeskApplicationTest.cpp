@@ -8,6 +8,7 @@
 #include "window/TeskWindowLayer.h"
 
 #include "support/AudioFiles.h"
+#include "support/Environment.h"
 #include "support/Signals.h"
 
 #include <QAbstractButton>
@@ -386,9 +387,9 @@ TEST(TeskAppController, AFileHandedOverComesForwardOverTheWindowThatWasActive) {
 TEST(SingleInstance, ALaterTeskHandsItsFilesToTheRunningOneAndExits) {
     // This test is the running Tesk; a real second `tesk` process hands it two files.
     QTemporaryDir runtime;
-    qputenv("XDG_RUNTIME_DIR", runtime.path().toUtf8());
-    qputenv("XDG_SESSION_ID",
-            QByteArray("hand-over-") + QByteArray::number(qApp->applicationPid()));
+    const test::ScopedEnvironment runtimeFolder("XDG_RUNTIME_DIR", runtime.path().toUtf8());
+    const test::ScopedEnvironment session(
+        "XDG_SESSION_ID", QByteArray("hand-over-") + QByteArray::number(qApp->applicationPid()));
     SingleInstance running;
     ASSERT_TRUE(running.claim());
     SingleInstance other;
@@ -420,7 +421,7 @@ TEST(SingleInstance, ALaterTeskHandsItsFilesToTheRunningOneAndExits) {
 
 TEST(SingleInstance, TheLockAndSocketOfATeskThatDiedAreTakenOver) {
     QTemporaryDir runtime;
-    qputenv("XDG_RUNTIME_DIR", runtime.path().toUtf8());
+    const test::ScopedEnvironment runtimeFolder("XDG_RUNTIME_DIR", runtime.path().toUtf8());
     const QString key = QStringLiteral("stale-test-%1").arg(qApp->applicationPid());
     // A Tesk that crashed left its lock (naming a process that is gone) and its socket file.
     QProcess gone;

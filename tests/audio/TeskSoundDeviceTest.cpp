@@ -1,6 +1,7 @@
 #include "audio/TeskSoundDevice.h"
 
 #include "support/AudioFiles.h"
+#include "support/Environment.h"
 #include "support/Signals.h"
 
 #include <QFile>
@@ -33,13 +34,16 @@ private:
 
 } // namespace
 
-TEST(TeskSoundDevice, SdlPlaysWhatTheRendererGivesInterleaved) {
+// Each suite that names SDL a driver runs in a process of its own: SDL's audio starts once, with
+// whatever driver it is given first.
+
+TEST(SdlSoundDevice, PlaysWhatTheRendererGivesInterleaved) {
     // SDL's disk driver writes what would be heard to a file, faster than real time.
     QTemporaryDir folder;
     const QString path = folder.filePath("heard.raw");
-    qputenv("SDL_AUDIODRIVER", "disk");
-    qputenv("SDL_DISKAUDIOFILE", QFile::encodeName(path));
-    qputenv("SDL_DISKAUDIODELAY", "0");
+    const test::ScopedEnvironment driver("SDL_AUDIODRIVER", "disk");
+    const test::ScopedEnvironment file("SDL_DISKAUDIOFILE", QFile::encodeName(path));
+    const test::ScopedEnvironment delay("SDL_DISKAUDIODELAY", "0");
 
     SineRenderer renderer;
     QString error;
@@ -70,7 +74,7 @@ TEST(TeskSoundDevice, SdlPlaysWhatTheRendererGivesInterleaved) {
     EXPECT_LT(test::rms(right), 1e-6);
 }
 
-TEST(TeskSoundDevice, SilentDevicePullsAtRealTimePace) {
+TEST(SilentSoundDevice, PullsAtRealTimePace) {
     SineRenderer renderer;
     auto device = openSilentSoundDevice(renderer, 441);
     EXPECT_FALSE(device->hasSoundOutput());
@@ -86,9 +90,8 @@ TEST(TeskSoundDevice, SilentDevicePullsAtRealTimePace) {
     EXPECT_GE(played, seconds - 0.1);
 }
 
-TEST(TeskSoundDevice, FallsBackToTheSilentDeviceWhenNoneOpens) {
-    // Run alone in its process: SDL starts once, with whatever driver it is given first.
-    qputenv("SDL_AUDIODRIVER", "no-such-driver");
+TEST(DefaultSoundDevice, FallsBackToTheSilentDeviceWhenNoneOpens) {
+    const test::ScopedEnvironment driver("SDL_AUDIODRIVER", "no-such-driver");
     SineRenderer renderer;
     QString why;
     auto device = openDefaultSoundDevice(renderer, &why);
