@@ -4,6 +4,7 @@
 #include "audio/ProcessingChainPool.h"
 #include "audio/TeskExtendedAudioFile.h"
 #include "audio/TeskExtendedAudioFilePlayer.h"
+#include "support/BenchApplication.h"
 #include "support/SoundFileTools.h"
 #include "support/TeskBench.h"
 
@@ -19,14 +20,6 @@ using namespace tesk;
 
 constexpr double kSpeed = 0.75;
 constexpr double kSemitones = -2.0;
-
-QCoreApplication& application() {
-    static int argc = 1;
-    static char name[] = "tesk-export-bench";
-    static char* argv[] = {name, nullptr};
-    static QCoreApplication app(argc, argv);
-    return app;
-}
 
 QTemporaryDir& folder() {
     static QTemporaryDir made;
@@ -70,7 +63,7 @@ double rubberBandThenFfmpeg(const QString& wav, const QString& map) {
 
 // The export and the anchor take turns, three times each; the ratio is that of their medians.
 void BM_ExportAgainstAnchor(benchmark::State& state) {
-    application();
+    bench::application();
     const QString song = test::generatedSongFile(240);
     const QString wav = folder().filePath(QStringLiteral("anchor-in.wav"));
     const QString map = folder().filePath(QStringLiteral("anchor-map.txt"));

@@ -3,6 +3,9 @@
 #include "audio/ProcessingChainPool.h"
 #include "audio/TeskExtendedAudioFile.h"
 #include "audio/TeskExtendedAudioFilePlayer.h"
+#include "support/BenchApplication.h"
+#include "support/ManualSoundDevice.h"
+#include "support/MemorySong.h"
 #include "support/SoundFileTools.h"
 #include "support/TeskBench.h"
 
@@ -13,6 +16,7 @@
 #include <QProcess>
 #include <benchmark/benchmark.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cmath>
 #include <cstdlib>
@@ -24,37 +28,20 @@ namespace {
 using namespace tesk;
 
 /// A generated song held in memory: tones over noise, so no stage sees silence.
-class GeneratedSong : public DecodedFrames {
-public:
-    explicit GeneratedSong(qint64 frames)
-        : mLeft(std::size_t(frames))
-        , mRight(std::size_t(frames)) {
-        std::mt19937 generator(3);
-        std::uniform_real_distribution<float> noise(-0.05f, 0.05f);
-        for (std::size_t i = 0; i < mLeft.size(); ++i) {
-            const double t = double(i) / 44100.0;
-            const float voice = float(0.3 * std::sin(2 * M_PI * 440.0 * t) *
-                                      (0.6 + 0.4 * std::sin(2 * M_PI * 3.0 * t)));
-            mLeft[i] = voice + float(0.2 * std::sin(2 * M_PI * 110.0 * t)) + noise(generator);
-            mRight[i] = voice + float(0.2 * std::sin(2 * M_PI * 165.0 * t)) + noise(generator);
-        }
+std::shared_ptr<test::MemorySong> generatedSong(qint64 frames) {
+    std::vector<float> left(static_cast<std::size_t>(frames));
+    std::vector<float> right(static_cast<std::size_t>(frames));
+    std::mt19937 generator(3);
+    std::uniform_real_distribution<float> noise(-0.05f, 0.05f);
+    for (std::size_t i = 0; i < left.size(); ++i) {
+        const double t = double(i) / 44100.0;
+        const float voice = float(0.3 * std::sin(2 * M_PI * 440.0 * t) *
+                                  (0.6 + 0.4 * std::sin(2 * M_PI * 3.0 * t)));
+        left[i] = voice + float(0.2 * std::sin(2 * M_PI * 110.0 * t)) + noise(generator);
+        right[i] = voice + float(0.2 * std::sin(2 * M_PI * 165.0 * t)) + noise(generator);
     }
-    qint64 frameCount() const override { return qint64(mLeft.size()); }
-    qint64 decodedFrameCount() const override { return frameCount(); }
-    bool isDecodingFinished() const override { return true; }
-    qint64 readFrames(qint64 start, qint64 count, float* left, float* right) const override {
-        const qint64 end = std::min(start + count, frameCount());
-        if (start < 0 || start >= end)
-            return 0;
-        std::copy(mLeft.begin() + start, mLeft.begin() + end, left);
-        std::copy(mRight.begin() + start, mRight.begin() + end, right);
-        return end - start;
-    }
-
-private:
-    std::vector<float> mLeft;
-    std::vector<float> mRight;
-};
+    return std::make_shared<test::MemorySong>(std::move(left), std::move(right));
+}
 
 /// Feeds the chain straight from a song, looping, without the reader's thread.
 class SongSource : public ChainSource {
@@ -77,14 +64,6 @@ private:
     qint64 mPosition = 0;
 };
 
-QCoreApplication& application() {
-    static int argc = 1;
-    static char name[] = "tesk-bench";
-    static char* argv[] = {name, nullptr};
-    static QCoreApplication app(argc, argv);
-    return app;
-}
-
 void configureAllEffects(ProcessingChain& chain) {
     chain.setRate(0.5f);
     chain.setPitchCents(300.0f);
@@ -98,8 +77,8 @@ void configureAllEffects(ProcessingChain& chain) {
 
 /// One second of output through the whole chain at 0.5x, +3 semitones, every effect on.
 void BM_ChainAllEffectsPerOutputSecond(benchmark::State& state) {
-    GeneratedSong song(44100 * 30);
-    SongSource source(song);
+    const auto song = generatedSong(44100 * 30);
+    SongSource source(*song);
     ProcessingChain chain(44100.0, TimePitchQuality::Standard);
     chain.setSource(&source);
     configureAllEffects(chain);
@@ -114,42 +93,24 @@ void BM_ChainAllEffectsPerOutputSecond(benchmark::State& state) {
 }
 BENCHMARK(BM_ChainAllEffectsPerOutputSecond)->Unit(benchmark::kMillisecond)->MinTime(3.0);
 
-/// A device the benchmark pulls itself, so it can see when the new sound arrives.
-class PulledDevice : public TeskSoundDevice {
-public:
-    explicit PulledDevice(AudioRenderer& renderer)
-        : mRenderer(renderer) {}
-    void start() override { mRunning = true; }
-    void stop() override { mRunning = false; }
-    bool isRunning() const override { return mRunning; }
-    bool hasSoundOutput() const override { return true; }
-    std::uint32_t bufferFrames() const override { return kDefaultBufferFrames; }
-    bool isLost() const override { return false; }
-    std::uint64_t framesRendered() const override { return 0; }
-    /// Pulls one period and says whether it held sound.
-    bool pull() {
-        mRenderer.renderAudio(mLeft.data(), mRight.data(), kDefaultBufferFrames);
-        float peak = 0.0f;
-        for (float sample : mLeft)
-            peak = std::max(peak, std::fabs(sample));
-        return peak > 1e-3f;
-    }
-
-private:
-    AudioRenderer& mRenderer;
-    bool mRunning = false;
-    std::array<float, kDefaultBufferFrames> mLeft{};
-    std::array<float, kDefaultBufferFrames> mRight{};
-};
+/// Pulls one period from `device` and says whether it held sound. What the device keeps is
+/// cleared first: its memory stays, so a timed pull never waits for a larger buffer.
+bool pullHeldSound(test::ManualSoundDevice& device) {
+    device.left.clear();
+    device.right.clear();
+    device.pull();
+    return std::any_of(device.left.begin(), device.left.end(),
+                       [](float sample) { return std::fabs(sample) > 1e-3f; });
+}
 
 /// From a seek to the moment the device is handed the new sound, plus one device period for the
 /// device to play it.
 void BM_SeekToSound(benchmark::State& state) {
-    application();
-    TeskExtendedAudioFilePlayer player(std::make_shared<GeneratedSong>(44100 * 240), false);
-    PulledDevice* device = nullptr;
+    bench::application();
+    TeskExtendedAudioFilePlayer player(generatedSong(44100 * 240), false);
+    test::ManualSoundDevice* device = nullptr;
     player.outputAudioUnit()->setSoundDeviceFactory([&device](AudioRenderer& renderer) {
-        auto made = std::make_unique<PulledDevice>(renderer);
+        auto made = std::make_unique<test::ManualSoundDevice>(renderer);
         device = made.get();
         return made;
     });
@@ -161,11 +122,11 @@ void BM_SeekToSound(benchmark::State& state) {
     const double period = double(TeskSoundDevice::kDefaultBufferFrames) / 44100.0;
     for (auto _ : state) {
         for (int i = 0; i < 20; ++i) // play a little first
-            device->pull();
+            pullHeldSound(*device);
         const auto started = std::chrono::steady_clock::now();
         player.setCurrentFrame(where(generator));
         // The first pull right after the seek may still find the ring being emptied.
-        while (!device->pull() &&
+        while (!pullHeldSound(*device) &&
                std::chrono::steady_clock::now() - started < std::chrono::seconds(1))
             std::this_thread::sleep_for(std::chrono::microseconds(200));
         const double seconds =
@@ -180,11 +141,11 @@ BENCHMARK(BM_SeekToSound)->UseManualTime()->Iterations(30)->Unit(benchmark::kMil
 /// changing every parameter: the device must never find the ring empty. TESK_SOAK_SECONDS sets
 /// the length (ten minutes by default).
 void BM_PlaybackSoak(benchmark::State& state) {
-    application();
+    bench::application();
     const char* configured = std::getenv("TESK_SOAK_SECONDS");
     const int seconds = configured ? std::max(1, std::atoi(configured)) : 600;
     for (auto _ : state) {
-        TeskExtendedAudioFilePlayer player(std::make_shared<GeneratedSong>(44100 * 60), false);
+        TeskExtendedAudioFilePlayer player(generatedSong(44100 * 60), false);
         player.outputAudioUnit()->useSilentDevice();
         player.setEqualizerEnabled(true);
         player.setVocalRemoval(true);
@@ -219,7 +180,7 @@ BENCHMARK(BM_PlaybackSoak)->Iterations(1)->Unit(benchmark::kSecond);
 /// From opening a 4-minute MP3 to the device being handed its first sound, plus one device
 /// period for the device to play it.
 void BM_OpenToFirstSound(benchmark::State& state) {
-    application();
+    bench::application();
     const QString song = test::generatedSongFile(240);
     if (song.isEmpty()) {
         state.SkipWithError("could not make the song with ffmpeg");
@@ -240,14 +201,14 @@ void BM_OpenToFirstSound(benchmark::State& state) {
             return;
         }
         TeskExtendedAudioFilePlayer player(file, false);
-        PulledDevice* device = nullptr;
+        test::ManualSoundDevice* device = nullptr;
         player.outputAudioUnit()->setSoundDeviceFactory([&device](AudioRenderer& renderer) {
-            auto made = std::make_unique<PulledDevice>(renderer);
+            auto made = std::make_unique<test::ManualSoundDevice>(renderer);
             device = made.get();
             return made;
         });
         player.startFilePlaying();
-        while (!device->pull() &&
+        while (!pullHeldSound(*device) &&
                std::chrono::steady_clock::now() - started < std::chrono::seconds(2))
             std::this_thread::sleep_for(std::chrono::microseconds(200));
         state.SetIterationTime(
@@ -279,10 +240,10 @@ double wakeupsOfThreadsNamed(const QByteArray& name) {
 /// How many times a second the reader and the renderer wake while a song plays steadily into
 /// the silent device: what hours of practice cost a laptop's battery when nothing changes.
 void BM_PlaybackWakeups(benchmark::State& state) {
-    application();
+    bench::application();
     constexpr int kSeconds = 5;
     for (auto _ : state) {
-        TeskExtendedAudioFilePlayer player(std::make_shared<GeneratedSong>(44100 * 60), false);
+        TeskExtendedAudioFilePlayer player(generatedSong(44100 * 60), false);
         player.outputAudioUnit()->useSilentDevice();
         player.startFilePlaying();
         std::this_thread::sleep_for(std::chrono::seconds(1)); // settled

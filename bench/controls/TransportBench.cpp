@@ -7,6 +7,7 @@
 #include "controls/HUDSpeedControlView.h"
 #include "controls/HUDSwitchControlView.h"
 #include "controls/HUDTimeDisplayView.h"
+#include "support/BenchApplication.h"
 #include "support/TeskBench.h"
 #include "widgets/TeskLook.h"
 
@@ -20,17 +21,6 @@
 namespace {
 
 using namespace tesk;
-
-QApplication& application() {
-    static int argc = 3;
-    static char name[] = "tesk-bench";
-    static char platform[] = "-platform";
-    static char offscreen[] = "offscreen";
-    static char* argv[] = {name, platform, offscreen, nullptr};
-    // Never destroyed: tearing a QApplication down in the exit handlers crashes.
-    static QApplication* app = new QApplication(argc, argv);
-    return *app;
-}
 
 /// Paints `view` into an image at ratio 2, as the screen would.
 void paintAtRatio2(QWidget& view, QImage& image) {
@@ -86,7 +76,7 @@ void savePictures() {
 }
 
 void BM_TimeDisplayUpdate(benchmark::State& state) {
-    application();
+    bench::application<QApplication>();
     static const bool saved = (savePictures(), true);
     (void)saved;
     HUDTimeDisplayView view;
@@ -104,7 +94,7 @@ void BM_TimeDisplayUpdate(benchmark::State& state) {
 BENCHMARK(BM_TimeDisplayUpdate)->Unit(benchmark::kMicrosecond);
 
 void BM_PitchKnobDragStep(benchmark::State& state) {
-    application();
+    bench::application<QApplication>();
     HUDPitchControlView view;
     view.resize(view.sizeHint());
     view.show();

@@ -3,6 +3,7 @@
 #include "audio/ProcessingChainPool.h"
 #include "document/TeskDocument.h"
 #include "document/TeskDocumentFile.h"
+#include "support/BenchApplication.h"
 #include "support/SoundFileTools.h"
 #include "support/TeskBench.h"
 
@@ -25,10 +26,7 @@ using Clock = std::chrono::steady_clock;
 /// A Qt application whose settings (the documents keep the last volume used) go to a folder of
 /// their own instead of the user's.
 QCoreApplication& application() {
-    static int argc = 1;
-    static char name[] = "tesk-bench";
-    static char* argv[] = {name, nullptr};
-    static QCoreApplication app(argc, argv);
+    QCoreApplication& app = bench::application();
     static QTemporaryDir settings;
     static const bool configured = [] {
         QCoreApplication::setOrganizationName(QStringLiteral("TeskBench"));

@@ -8,6 +8,7 @@
 #include "effects/TeskEffectsViewController.h"
 #include "effects/TeskPanningSpectrumEffectView.h"
 #include "effects/TeskVocalRemovalSettingsView.h"
+#include "support/BenchApplication.h"
 #include "support/TeskBench.h"
 
 #include <QApplication>
@@ -24,17 +25,6 @@
 namespace {
 
 using namespace tesk;
-
-QApplication& application() {
-    static int argc = 3;
-    static char name[] = "tesk-bench";
-    static char platform[] = "-platform";
-    static char offscreen[] = "offscreen";
-    static char* argv[] = {name, platform, offscreen, nullptr};
-    // Never destroyed: tearing a QApplication down in the exit handlers crashes.
-    static QApplication* app = new QApplication(argc, argv);
-    return *app;
-}
 
 double processCpuMilliseconds() {
     timespec now{};
@@ -60,7 +50,7 @@ struct PlayingPanel {
 };
 
 void BM_RefreshThreeEditors(benchmark::State& state) {
-    application();
+    bench::application<QApplication>();
     PlayingPanel playing;
     playing.panel.show(); // lays the panel out
     QCoreApplication::processEvents();
@@ -95,7 +85,7 @@ BENCHMARK(BM_RefreshThreeEditors)->Unit(benchmark::kMillisecond)->UseRealTime();
 /// A preset chosen on a showing panel, with the event loop running as in the application:
 /// counts the frames the equalizer editor paints during its glide.
 void BM_PresetGlideFrames(benchmark::State& state) {
-    application();
+    bench::application<QApplication>();
     PlayingPanel playing;
     playing.panel.show();
     QCoreApplication::processEvents();

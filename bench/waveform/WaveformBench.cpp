@@ -2,6 +2,7 @@
 // FFmpeg's own tool decoding the same song to nowhere; the first block on the main thread; and
 // the outline the view asks for at every repaint.
 #include "audio/TeskExtendedAudioFile.h"
+#include "support/BenchApplication.h"
 #include "support/SoundFileTools.h"
 #include "support/TeskBench.h"
 #include "waveform/Waveform.h"
@@ -21,14 +22,6 @@ using namespace tesk;
 using Clock = std::chrono::steady_clock;
 
 constexpr int kSongSeconds = 240;
-
-QCoreApplication& application() {
-    static int argc = 1;
-    static char name[] = "tesk-bench";
-    static char* argv[] = {name, nullptr};
-    static QCoreApplication app(argc, argv);
-    return app;
-}
 
 /// Runs the main thread's event loop, as the application would, until `done`. The waveform's
 /// hand-overs wake the loop themselves; the timer only notices the end of a scan.
@@ -72,7 +65,7 @@ std::shared_ptr<const TeskExtendedAudioFile> openSong(benchmark::State& state) {
 /// From opening the song (the document's one decode, which the player shares) to the last
 /// block on the main thread.
 void BM_OpenToCompleteWaveform(benchmark::State& state) {
-    application();
+    bench::application();
     test::generatedSongFile(kSongSeconds);
     for (auto _ : state) {
         const auto start = Clock::now();
@@ -117,7 +110,7 @@ BENCHMARK(BM_FfmpegDecodeMp3)->Unit(benchmark::kMillisecond)->UseRealTime()->Min
 
 /// From opening the song to its first two seconds drawable.
 void BM_OpenToFirstBlock(benchmark::State& state) {
-    application();
+    bench::application();
     test::generatedSongFile(kSongSeconds);
     for (auto _ : state) {
         const auto start = Clock::now();
@@ -153,7 +146,7 @@ public:
 
 /// The outline of a ten-minute song across a 1500-point view at zoom 0.
 void BM_PathForWideRectAtZoomZero(benchmark::State& state) {
-    application();
+    bench::application();
     const auto song = std::make_shared<GeneratedTones>();
     Waveform waveform(song, QUrl(), nullptr);
     runEventLoopUntil([&] { return !waveform.isScanning(); });

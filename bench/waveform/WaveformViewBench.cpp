@@ -5,6 +5,7 @@
 //
 // With TESK_WAVEFORM_VIEW_PNG set to a folder, it also saves the view at ratios 1, 1.25 and 2
 // there.
+#include "support/BenchApplication.h"
 #include "support/SoundFileTools.h"
 #include "support/TeskBench.h"
 #include "waveform/TeskScroller.h"
@@ -27,22 +28,11 @@ using namespace tesk;
 constexpr int kWidth = 1600;
 constexpr int kHeight = 200;
 
-QApplication& application() {
-    static int argc = 3;
-    static char name[] = "tesk-bench";
-    static char platform[] = "-platform";
-    static char offscreen[] = "offscreen";
-    static char* argv[] = {name, platform, offscreen, nullptr};
-    // Never destroyed: tearing a QApplication down in the exit handlers crashes.
-    static QApplication* app = new QApplication(argc, argv);
-    return *app;
-}
-
 /// One view of the ten-minute song, scanned to its end, with a loop and markers.
 WaveformView& songView() {
     // Never destroyed either, like the application it needs.
     static WaveformView* view = [] {
-        application();
+        bench::application<QApplication>();
         auto* made = new WaveformView();
         made->resize(kWidth, kHeight);
         made->show(); // the size takes effect when shown

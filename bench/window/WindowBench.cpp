@@ -3,6 +3,7 @@
 // user resizing the window makes the sound drop out, and the memory of a long song. Each run is a
 // separate process, so its figures are its own.
 #include "app/SingleInstance.h"
+#include "support/BenchApplication.h"
 #include "support/SoundFileTools.h"
 #include "support/TeskBench.h"
 
@@ -21,14 +22,6 @@ namespace {
 
 using namespace tesk;
 using Clock = std::chrono::steady_clock;
-
-QCoreApplication& application() {
-    static int argc = 1;
-    static char name[] = "tesk-window-bench";
-    static char* argv[] = {name, nullptr};
-    static QCoreApplication app(argc, argv);
-    return app;
-}
 
 /// A settings, data and runtime folder of the benchmark's own, so no Tesk of the user's answers,
 /// the user's settings stay untouched, and the copies kept of the practice in the windows it
@@ -80,7 +73,7 @@ double processCpuSeconds(qint64 pid) {
 
 /// The floor any program pays: starting tesk-render, loading its libraries, printing its help.
 void BM_TeskRenderHelp(benchmark::State& state) {
-    application();
+    bench::application();
     for (auto _ : state) {
         QProcess render;
         render.start(QStringLiteral(TESK_RENDER_PATH), {QStringLiteral("--help")});
@@ -92,7 +85,7 @@ BENCHMARK(BM_TeskRenderHelp)->Iterations(10)->Unit(benchmark::kMillisecond);
 /// From starting `tesk` to its first window shown and its event loop answering: the moment a
 /// later start could hand it files.
 void BM_TeskFirstWindow(benchmark::State& state) {
-    application();
+    bench::application();
     privateSession();
     for (auto _ : state) {
         SingleInstance later;
@@ -121,7 +114,7 @@ BENCHMARK(BM_TeskFirstWindow)->UseManualTime()->Iterations(10)->Unit(benchmark::
 /// The floor for opening a song: ffmpeg decoding the same 4-minute MP3 to the engine's format and
 /// throwing it away, process start included.
 void BM_FfmpegDecode(benchmark::State& state) {
-    application();
+    bench::application();
     const QString song = test::generatedSongFile(240);
     for (auto _ : state) {
         QProcess ffmpeg;
@@ -140,7 +133,7 @@ BENCHMARK(BM_FfmpegDecode)->UseManualTime()->Iterations(5)->Unit(benchmark::kMil
 /// From starting Tesk with the song on its command line to its window having painted the
 /// song's complete waveform.
 void BM_OpenToWaveformDrawn(benchmark::State& state) {
-    application();
+    bench::application();
     privateSession();
     const QString song = test::generatedSongFile(240);
     for (auto _ : state) {
@@ -174,7 +167,7 @@ constexpr int kSettleSeconds = 5;
 /// Processor seconds per second of playing at 0.5x and +3 semitones with every effect on, the
 /// effects panel shown: the whole process, window and all. The iteration time is that ratio.
 void BM_WindowPlaybackCpu(benchmark::State& state) {
-    application();
+    bench::application();
     privateSession();
     const QString song = test::generatedSongFile(240);
     for (auto _ : state) {
@@ -193,7 +186,7 @@ BENCHMARK(BM_WindowPlaybackCpu)->UseManualTime()->Iterations(1)->Unit(benchmark:
 
 /// The same playing without a window: tesk-render through the sound device.
 void BM_HeadlessPlaybackCpu(benchmark::State& state) {
-    application();
+    bench::application();
     const QString song = test::generatedSongFile(240);
     for (auto _ : state) {
         QProcess render;
@@ -226,7 +219,7 @@ BENCHMARK(BM_HeadlessPlaybackCpu)->UseManualTime()->Iterations(1)->Unit(benchmar
 
 /// Two minutes of playing while the window is resized and the effects panel toggled.
 void BM_WindowResizeSoak(benchmark::State& state) {
-    application();
+    bench::application();
     privateSession();
     const QString song = test::generatedSongFile(240);
     for (auto _ : state) {
@@ -243,7 +236,7 @@ BENCHMARK(BM_WindowResizeSoak)->Iterations(1)->Unit(benchmark::kSecond);
 /// Peak resident memory of Tesk with a 10-minute song open and playing in its window, until the
 /// song has been decoded and scanned.
 void BM_WindowTenMinuteSongMemory(benchmark::State& state) {
-    application();
+    bench::application();
     privateSession();
     const QString song = test::generatedSongFile(600);
     for (auto _ : state) {
