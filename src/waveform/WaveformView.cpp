@@ -1188,9 +1188,13 @@ void WaveformView::finishMarkerDrag(bool cancelled) {
     markers.removeAll(quint32(item.frame));
     if (!mMarkerOff) {
         // Let go on another of its kind, it becomes that one: two at one frame would show as
-        // one flag.
-        const auto frame =
-            quint32(std::min(mGeometry.sampleFromPoint(*item.dragX + half), mGeometry.frameCount));
+        // one flag. Let go at the song's end, it lands there: the end's point, held as a float,
+        // can fall short of it by a frame.
+        const double point = *item.dragX + half;
+        const qint64 end = mGeometry.frameCount;
+        const auto frame = quint32(point >= mGeometry.pointFromSample(end)
+                                       ? end
+                                       : std::min(mGeometry.sampleFromPoint(point), end));
         if (!markers.contains(frame))
             markers.append(frame);
     } else {

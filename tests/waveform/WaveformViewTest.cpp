@@ -338,20 +338,28 @@ TEST_F(WaveformViewTest, MarkerGesturesHoldBeforeMovingAndDeleteWhenDraggedOff) 
     EXPECT_GT(model.genericMarkers().at(0), 800 * 50);
 
     // At the song's end it lands at the end, not past it, where it could not be seen or taken
-    // again.
-    view.setStartFrame(kSongFrames);
-    model.setGenericMarkers({kSongFrames - 5000});
-    const QPointF nearEnd((kSongFrames - 5000) / 50.0 - view.geometryValues().visibleStartPoint(),
-                          24);
-    press(nearEnd);
-    now += 300;
-    move({830, 24});
-    EXPECT_LE(view.markerItems(0).at(0).dragX.value_or(0) -
-                  view.geometryValues().visibleStartPoint(),
-              800.0)
-        << "drawn inside the view";
-    release({900, 24});
-    EXPECT_EQ(model.genericMarkers(), QList<quint32>{quint32(kSongFrames)});
+    // again; nor a frame short when the end falls between two points.
+    for (const qint64 frames : {kSongFrames, kSongFrames + 1}) {
+        SCOPED_TRACE(frames);
+        if (frames != kSongFrames) {
+            view.setDecodedSong(test::MemorySong::sine(frames, 440.0, 0.8),
+                                QUrl("file:///longer.wav"));
+            ASSERT_TRUE(QTest::qWaitFor([&] { return !view.waveform()->isScanning(); }, 20000));
+        }
+        view.setStartFrame(frames);
+        model.setGenericMarkers({quint32(frames - 5000)});
+        const QPointF nearEnd(
+            double(frames - 5000) / 50.0 - view.geometryValues().visibleStartPoint(), 24);
+        press(nearEnd);
+        now += 300;
+        move({830, 24});
+        EXPECT_LE(view.markerItems(0).at(0).dragX.value_or(0) -
+                      view.geometryValues().visibleStartPoint(),
+                  800.0)
+            << "drawn inside the view";
+        release({900, 24});
+        EXPECT_EQ(model.genericMarkers(), QList<quint32>{quint32(frames)});
+    }
 }
 
 TEST_F(WaveformViewTest, LoopGesturesDrawMoveAndResizeTheLoop) {
