@@ -512,8 +512,19 @@ void TeskDocumentWindowController::placeWindow() {
             mServices.documents->setNextDocumentWindowPoint(
                 QPointF(place + QPoint(WindowRules::kCascadeStep, WindowRules::kCascadeStep)));
     } else {
+        // Another practice saved at the same place (a copy of this one) does not hide it.
+        QList<QPoint> taken;
+        for (QWidget* widget : QApplication::topLevelWidgets()) {
+            if (widget != this && widget->isVisible() &&
+                qobject_cast<TeskDocumentWindowController*>(widget) != nullptr)
+                taken.append(widget->pos());
+        }
+        const QScreen* screen = QGuiApplication::screenAt(*restored);
         resize(savedSize);
-        move(*restored);
+        move(screen
+                 ? WindowRules::placeClearOf(*restored, frameGeometry().size().expandedTo(size()),
+                                             taken, screen->availableGeometry())
+                 : *restored);
     }
 }
 

@@ -1,7 +1,10 @@
 #include "window/WindowCommands.h"
 
 #include <QFileInfo>
+
+#include <algorithm>
 #include <cmath>
+#include <cstdlib>
 
 namespace tesk::WindowRules {
 
@@ -227,6 +230,22 @@ QPoint cascadedWindowPlace(const QPointF& next, const QSize& windowSize, const Q
     const QPoint place = next.toPoint();
     // Past the bottom, a new column starts at the top; past the right, a new row at the left.
     return {fitsX(place.x()) ? place.x() : first.x(), fitsY(place.y()) ? place.y() : first.y()};
+}
+
+QPoint placeClearOf(QPoint place, const QSize& size, const QList<QPoint>& taken,
+                    const QRect& available) {
+    const auto onAnother = [&](QPoint at) {
+        return std::any_of(taken.begin(), taken.end(), [&](QPoint other) {
+            return std::abs(other.x() - at.x()) < kCascadeStep / 2 &&
+                   std::abs(other.y() - at.y()) < kCascadeStep / 2;
+        });
+    };
+    // A step for each window at most: on a screen full of them the cascade may come round to a
+    // taken place, which is then the one to take.
+    for (qsizetype steps = 0; steps < taken.size() && onAnother(place); ++steps)
+        place = cascadedWindowPlace(QPointF(place + QPoint(kCascadeStep, kCascadeStep)), size,
+                                    available);
+    return place;
 }
 
 std::optional<QPoint> restoredWindowPlace(const QRectF& saved, const QSize& size,

@@ -128,6 +128,12 @@ QPoint cascadedWindowPlace(const QPointF& next, const QSize& windowSize, const Q
 /// frame is empty: the window is then cascaded.
 std::optional<QPoint> restoredWindowPlace(const QRectF& saved, const QSize& size,
                                           const QList<QRect>& available);
+/// Where a window of `size` opens for `place` when other windows already stand at `taken`: one
+/// cascade step down and right of each it would lie on (within half a step), cascaded on the
+/// screen's `available` area as `cascadedWindowPlace` does, so that two practices saved at one
+/// place do not open one hiding the other.
+QPoint placeClearOf(QPoint place, const QSize& size, const QList<QPoint>& taken,
+                    const QRect& available);
 /// How far each window of the cascade lies from the one before.
 inline constexpr int kCascadeStep = 24;
 

@@ -483,6 +483,13 @@ TEST(DocumentWindow, APracticeSessionFromOpeningToReopening) {
     EXPECT_EQ(app.window(reopened)->width(), frame.width());
     // Its views showing what it holds is no change to save.
     EXPECT_FALSE(reopened->isDocumentEdited());
+    // A copy saved at the same place opens beside it, not over it.
+    ASSERT_TRUE(QFile::copy(dir.filePath("take.tesk"), dir.filePath("take copy.tesk")));
+    TeskDocument* copy = app.open(dir.filePath("take copy.tesk"));
+    ASSERT_NE(copy, nullptr);
+    const QPoint apart = app.window(copy)->pos() - app.window(reopened)->pos();
+    EXPECT_GE(std::max(std::abs(apart.x()), std::abs(apart.y())), 24)
+        << apart.x() << "," << apart.y();
 }
 
 TEST(DocumentWindow, ASongHandedOverWhileQuittingAsksIsAskedAboutToo) {

@@ -248,6 +248,32 @@ TEST(WindowRules, WindowsCascadeAndStartAgainBeforeLeavingTheScreen) {
     EXPECT_EQ(WindowRules::cascadedWindowPlace({84, 84}, QSize(1200, 900), narrow), QPoint(0, 0));
 }
 
+TEST(WindowRules, AWindowOpeningOnAnotherStepsClearOfIt) {
+    const QRect screen(0, 0, 1920, 1050);
+    const QRect small(0, 0, 1200, 600); // room for two places of the cascade
+    const QSize window(1100, 500);
+    const struct {
+        const char* name;
+        QPoint place;
+        QList<QPoint> taken;
+        QRect available;
+        QPoint cleared;
+    } cases[] = {
+        {"alone", {400, 250}, {}, screen, {400, 250}},
+        {"beside another", {400, 250}, {{700, 250}}, screen, {400, 250}},
+        {"on another", {400, 250}, {{400, 250}}, screen, {424, 274}},
+        {"a few points off another", {400, 250}, {{405, 241}}, screen, {424, 274}},
+        {"on a cascade of two", {400, 250}, {{400, 250}, {424, 274}}, screen, {448, 298}},
+        {"on another at the bottom", {400, 550}, {{400, 550}}, screen, {424, 60}},
+        {"on another, room for one more", {60, 60}, {{60, 60}}, small, {84, 84}},
+        {"every place taken", {60, 60}, {{60, 60}, {84, 84}}, small, {60, 60}},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        EXPECT_EQ(WindowRules::placeClearOf(c.place, window, c.taken, c.available), c.cleared);
+    }
+}
+
 TEST(WindowRules, TheExportFormatReplacesTheChosenExtension) {
     const struct {
         const char* chosen;
