@@ -4,10 +4,14 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QRandomGenerator>
+
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
 #include <filesystem>
+#include <sys/file.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace tesk {
@@ -28,6 +32,44 @@ QString shortenedBaseName(QString baseName, const QString& suffix) {
     return baseName;
 }
 
+/// Whether `descriptor` is the file at `path` still (not one removed and made again).
+bool isFileAt(int descriptor, const QByteArray& path) {
+    struct stat open {};
+    struct stat named {};
+    return ::fstat(descriptor, &open) == 0 && ::lstat(path.constData(), &named) == 0 &&
+           open.st_dev == named.st_dev && open.st_ino == named.st_ino;
+}
+
+/// Whether `name` is `stem`, six base-36 digits and `suffix`: a temporary file's name.
+bool isTemporaryName(const QString& name, const QString& stem, const QString& suffix) {
+    if (name.size() != stem.size() + 7 + suffix.size() || !name.startsWith(stem) ||
+        name.at(stem.size() + 6) != QLatin1Char('.') || !name.endsWith(suffix))
+        return false;
+    const QString digits = name.mid(stem.size(), 6);
+    return std::all_of(digits.begin(), digits.end(), [](QChar c) {
+        return (c >= QLatin1Char('0') && c <= QLatin1Char('9')) ||
+               (c >= QLatin1Char('a') && c <= QLatin1Char('z'));
+    });
+}
+
+/// Removes the temporary files for `stem` and `suffix` in `folder` that no export holds:
+/// those left by a Tesk that was killed while exporting.
+void removeLeftBehind(const QDir& folder, const QString& stem, const QString& suffix) {
+    const QStringList names = folder.entryList(QDir::Files | QDir::Hidden | QDir::NoSymLinks);
+    for (const QString& name : names) {
+        if (!isTemporaryName(name, stem, suffix))
+            continue;
+        const QByteArray path = QFile::encodeName(folder.filePath(name));
+        const int descriptor =
+            ::open(path.constData(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
+        if (descriptor < 0)
+            continue;
+        if (::flock(descriptor, LOCK_EX | LOCK_NB) == 0 && isFileAt(descriptor, path))
+            ::unlink(path.constData());
+        ::close(descriptor);
+    }
+}
+
 } // namespace
 
 QString ExportTemporaryFile::finalPath(const QString& destination) {
@@ -45,9 +87,11 @@ std::unique_ptr<ExportTemporaryFile> ExportTemporaryFile::create(const QString& 
                                                                  QString* error) {
     const QString target = finalPath(destination);
     const QFileInfo info(target);
-    const QString stem = info.dir().filePath(
-        QLatin1Char('.') + shortenedBaseName(info.completeBaseName(), info.suffix()) +
-        QStringLiteral(".tmp-"));
+    const QString stemName = QLatin1Char('.') +
+                             shortenedBaseName(info.completeBaseName(), info.suffix()) +
+                             QStringLiteral(".tmp-");
+    const QString stem = info.dir().filePath(stemName);
+    removeLeftBehind(info.dir(), stemName, info.suffix());
     constexpr int kAttempts = 100;
     for (int attempt = 0; attempt < kAttempts; ++attempt) {
         // Six base-36 digits.
@@ -56,12 +100,15 @@ std::unique_ptr<ExportTemporaryFile> ExportTemporaryFile::create(const QString& 
         const QString path = stem + tag + QLatin1Char('.') + info.suffix();
         // O_EXCL: never reuse a file someone else has; 0666 lets the umask decide, as for any
         // file the user makes.
-        const int fd = ::open(QFile::encodeName(path).constData(),
-                              O_CREAT | O_EXCL | O_WRONLY | O_CLOEXEC, 0666);
+        const QByteArray name = QFile::encodeName(path);
+        const int fd = ::open(name.constData(), O_CREAT | O_EXCL | O_WRONLY | O_CLOEXEC, 0666);
         if (fd >= 0) {
+            // Another export may have taken it for one left behind before it was locked.
+            if (::flock(fd, LOCK_EX) == 0 && isFileAt(fd, name))
+                return std::unique_ptr<ExportTemporaryFile>(
+                    new ExportTemporaryFile(path, destination, target, fd));
             ::close(fd);
-            return std::unique_ptr<ExportTemporaryFile>(
-                new ExportTemporaryFile(path, destination, target));
+            continue;
         }
         if (errno != EEXIST) {
             *error = QString::fromLocal8Bit(std::strerror(errno));
@@ -72,16 +119,19 @@ std::unique_ptr<ExportTemporaryFile> ExportTemporaryFile::create(const QString& 
     return nullptr;
 }
 
-ExportTemporaryFile::ExportTemporaryFile(QString path, QString destination, QString target)
+ExportTemporaryFile::ExportTemporaryFile(QString path, QString destination, QString target,
+                                         int lock)
     : mPath(std::move(path))
     , mDestination(std::move(destination))
-    , mTarget(std::move(target)) {}
+    , mTarget(std::move(target))
+    , mLock(lock) {}
 
 ExportTemporaryFile::~ExportTemporaryFile() {
     if (!mCommitted) {
         std::error_code ignored;
         std::filesystem::remove(fileSystemPath(mPath), ignored);
     }
+    ::close(mLock);
 }
 
 bool ExportTemporaryFile::commit(QString* error) {

@@ -182,6 +182,32 @@ TEST(ExportTemporaryFile, ALinkOrANameAsLongAsAFolderTakesIsWrittenAsNamed) {
     }
 }
 
+TEST(ExportTemporaryFile, OnesLeftByAKilledExportGoAtTheNextAndOnesBeingWrittenStay) {
+    QTemporaryDir folder;
+    const QString destination = folder.filePath("take.m4a");
+    QString error;
+    const auto beingWritten = ExportTemporaryFile::create(destination, &error);
+    ASSERT_TRUE(beingWritten) << error.toStdString();
+    // A killed export's file is one nobody holds: its lock went with the process.
+    const struct {
+        const char* name;
+        bool kept;
+    } files[] = {
+        {".take.tmp-0a1b2c.m4a", false}, {".take.tmp-zz9999.m4a", false},
+        {".take.tmp-0A1B2C.m4a", true},  {".take.tmp-0a1b2.m4a", true},
+        {".take.tmp-0a1b2c.aif", true},  {".tak.tmp-0a1b2c.m4a", true},
+        {"take.tmp-0a1b2c.m4a", true},   {".take.tmp-0a1b2c.m4a~", true},
+    };
+    for (const auto& file : files)
+        ASSERT_TRUE(test::writeFile(folder.filePath(file.name), "part of a take"));
+    const auto next = ExportTemporaryFile::create(destination, &error);
+    ASSERT_TRUE(next) << error.toStdString();
+    for (const auto& file : files)
+        EXPECT_EQ(QFile::exists(folder.filePath(file.name)), file.kept) << file.name;
+    EXPECT_TRUE(QFile::exists(beingWritten->path()));
+    EXPECT_TRUE(QFile::exists(next->path()));
+}
+
 TEST(TeskExport, EachExportThroughOnePlayerKeepsItsChannelsApartAndComesOutTheSame) {
     // 440 Hz on the left and 660 Hz on the right, exported twice through one player, as a
     // window does, with an export at other settings in between: both come out the same to the
