@@ -13,7 +13,12 @@
 namespace tesk {
 namespace {
 using Clock = std::chrono::steady_clock;
-constexpr int kEndWatchMilliseconds = 20;
+/// The end watch's wait once the end is near, and its longest.
+constexpr std::chrono::milliseconds kEndWatchNear{20};
+constexpr std::chrono::milliseconds kEndWatchFar{250};
+/// What the renderer may take from the reader at once after a seek: its ring, the device's
+/// buffer and the stretcher's latency, with room to spare.
+constexpr std::chrono::milliseconds kEndWatchMargin{200};
 /// How long rendering waits for the reader before it plays silence instead.
 constexpr auto kReaderWait = std::chrono::milliseconds(40);
 /// From this length on, an export renders its two halves at once.
@@ -33,7 +38,7 @@ TeskExtendedAudioFilePlayer::TeskExtendedAudioFilePlayer(
     mOutputAudioUnit->setDelegate(this);
     mFileReader.setAudioFile(mAudioFile);
     mOutputAudioUnit->setOutputAudioUnitHandler(this);
-    mEndWatch.setInterval(kEndWatchMilliseconds);
+    mEndWatch.setInterval(kEndWatchNear);
     connect(&mEndWatch, &QTimer::timeout, this, &TeskExtendedAudioFilePlayer::checkForEndOfFile);
 }
 
@@ -57,7 +62,7 @@ void TeskExtendedAudioFilePlayer::startFilePlaying() {
     mFileReader.setCurrentFrame(mCurrentFrame);
     mFileReader.start();
     mOutputAudioUnit->start();
-    mEndWatch.start();
+    mEndWatch.start(kEndWatchNear);
 }
 
 void TeskExtendedAudioFilePlayer::stopFilePlaying() {
@@ -97,6 +102,8 @@ void TeskExtendedAudioFilePlayer::setPlaybackSpeed(float speed) {
         if (isFilePlaying())
             seek(turn);
     }
+    if (std::fabs(speed) > playbackSpeed())
+        watchForEndSoon();
     mOutputAudioUnit->setPlaybackRate(std::fabs(speed));
 }
 
@@ -297,6 +304,7 @@ void TeskExtendedAudioFilePlayer::seek(qint64 frame,
     mEndReported = false;
     mEndSeenAtBlock.reset();
     mEndHeardAt.reset();
+    watchForEndSoon();
     if (mark)
         mOutputAudioUnit->flush(*mark);
     else
@@ -414,8 +422,12 @@ void TeskExtendedAudioFilePlayer::checkForEndOfFile() {
         // A change of direction or loop after the end plays on.
         mEndSeenAtBlock.reset();
         mEndHeardAt.reset();
+        const qint64 read = mFileReader.currentFrame();
+        mEndWatch.setInterval(
+            endWatchWait(mFileReader.isReverse() ? read : totalFrames() - read, playbackSpeed()));
         return;
     }
+    mEndWatch.setInterval(kEndWatchNear);
     // The song's last frames are still on their way to the ear (in the stretcher, waiting
     // ahead of the device, in its buffer): the end is told once they have played, so that
     // stopping there does not cut off the last notes. They are counted once the block the
@@ -433,6 +445,19 @@ void TeskExtendedAudioFilePlayer::checkForEndOfFile() {
     mEndReported = true;
     if (mDelegate)
         mDelegate->audioFilePlayerDidReachEndOfFile(this);
+}
+
+std::chrono::milliseconds TeskExtendedAudioFilePlayer::endWatchWait(qint64 framesToEnd,
+                                                                    float speed) {
+    const double seconds = double(std::max<qint64>(framesToEnd, 0)) /
+                           (double(std::max(speed, 0.01f)) * engine::kSampleRateHz);
+    const auto wait = std::chrono::milliseconds(qint64(seconds * 1000.0)) - kEndWatchMargin;
+    return std::clamp(wait, kEndWatchNear, kEndWatchFar);
+}
+
+void TeskExtendedAudioFilePlayer::watchForEndSoon() {
+    if (mEndWatch.isActive() && mEndWatch.intervalAsDuration() > kEndWatchNear)
+        mEndWatch.start(kEndWatchNear);
 }
 
 void TeskExtendedAudioFilePlayer::audioUnitDidStop(TeskOutputAudioUnit*) {

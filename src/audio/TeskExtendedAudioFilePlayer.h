@@ -83,6 +83,12 @@ public:
     /// Any thread.
     static bool loopChangeReplays(LoopRange before, LoopRange after, qint64 read, qint64 from,
                                   bool reverse);
+    /// How long the end watch may wait before it looks again, the reader being `framesToEnd`
+    /// from the song's end in the direction of play at `speed`: the time it needs to get there,
+    /// less what may be rendered ahead at once after a seek, between 20 and 250 ms. Loops only
+    /// make the way longer; a file that stops short of its length is told at most 250 ms late.
+    /// Any thread.
+    static std::chrono::milliseconds endWatchWait(qint64 framesToEnd, float speed);
 
     void setVocalRemoval(bool enabled);
     bool vocalRemoval() const;
@@ -163,6 +169,8 @@ private:
     void audioUnitDidStop(TeskOutputAudioUnit* unit) override;
     void outputAudioUnitDidUpdateProgress(TeskOutputAudioUnit* unit, double progress) override;
     void checkForEndOfFile();
+    /// Has the end watch look again soon, after a seek or a faster speed. Main thread.
+    void watchForEndSoon();
     /// Whether the reader has handed over the song's last frame since the last seek. `mDone`
     /// alone is not enough: the rendering thread may set it for the stream a seek has just
     /// replaced. Any thread.
@@ -202,7 +210,8 @@ private:
     /// negative when not exporting.
     qint64 mExportFramesLeft = -1;
     SongMetadata mSongMetadata;
-    /// The rendering thread never messages the main thread; the main thread looks instead.
+    /// The rendering thread never messages the main thread; the main thread looks instead,
+    /// seldom while the end is far (`endWatchWait`).
     QTimer mEndWatch;
 };
 

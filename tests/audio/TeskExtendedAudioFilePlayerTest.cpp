@@ -825,34 +825,92 @@ TEST(TeskExtendedAudioFilePlayer, StartsSeeksAndStopsWithoutAClick) {
     }
 }
 
-TEST(TeskExtendedAudioFilePlayer, TellsTheEndOfTheSongOnceAndPlaysSilenceAfterIt) {
-    ManualPlayer manual(MemorySong::sine(20000, 440.0, 0.5));
-    RecordingDelegate delegate;
-    manual.player.setDelegate(&delegate);
-    manual.startAt(15000);
-    // Period by period, with the player looking (every 20 ms) in between.
-    const auto& heard = manual.device->left;
-    for (int periods = 0; delegate.ends == 0 && periods < 200; ++periods) {
-        manual.play(1);
-        QTest::qWait(5);
+TEST(TeskExtendedAudioFilePlayer, TheEndWatchLooksSeldomOnlyWhileTheEndIsFar) {
+    const struct {
+        const char* name;
+        qint64 framesToEnd;
+        float speed;
+        int waitMs;
+    } cases[] = {
+        {"minutes away", 600 * 44100, 1.0f, 250},
+        {"0.4 s away", 17640, 1.0f, 200},
+        {"0.4 s away at 4x", 4 * 17640, 4.0f, 200},
+        {"0.4 s of song at 4x", 17640, 4.0f, 20},
+        {"0.1 s of song at 0.25x", 4410, 0.25f, 200},
+        {"near", 5000, 1.0f, 20},
+        {"past it", -100, 1.0f, 20},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        EXPECT_EQ(TeskExtendedAudioFilePlayer::endWatchWait(c.framesToEnd, c.speed).count(),
+                  c.waitMs);
     }
-    ASSERT_EQ(delegate.ends, 1);
-    EXPECT_TRUE(manual.player.isFilePlaying()); // the end stops nothing by itself
-    // Told once the last notes have been heard, not while they are still on their way.
-    ASSERT_GT(heard.size(), 5000u);
-    EXPECT_GT(test::rms(std::span(heard).subspan(0, 4000)), 0.2);
-    EXPECT_LT(test::rms(std::span(heard).last(1024)), 0.01);
-    manual.play(40);
-    EXPECT_LT(test::rms(std::span(heard).last(8000)), 1e-4);
-    // The position stops at the end; it does not run on through the silence.
-    EXPECT_LE(*std::max_element(manual.positions.begin(), manual.positions.end()), 20000);
-    // Long after the end nothing is on its way: at most the ring ahead and the device's buffer.
-    EXPECT_LE(manual.player.outputAudioUnit()->framesUntilHeard(),
-              AheadRenderer::kLeadBlocks * AheadRenderer::kBlockFrames +
-                  TeskSoundDevice::kDefaultBufferFrames);
+}
 
-    manual.player.stopFilePlaying();
-    QCoreApplication::processEvents();
-    EXPECT_EQ(delegate.stops, 1);
-    EXPECT_EQ(delegate.ends, 1);
+TEST(TeskExtendedAudioFilePlayer, TellsTheEndOfTheSongOnceAndPlaysSilenceAfterIt) {
+    // Started near the end; and started where the player looks seldom, far from the end or
+    // slowed down, then sent near it or sped up: it looks closely again at once.
+    const struct {
+        const char* name;
+        qint64 frames;
+        qint64 start;
+        float speed;                  // until the change
+        std::optional<qint64> seekTo; // the change: a seek, or else the speed back to 1
+    } cases[] = {
+        {"started near the end", 20000, 15000, 1.0f, std::nullopt},
+        {"sent near the end", 441000, 0, 1.0f, 436000},
+        {"sped up near the end", 20000, 15000, 0.05f, std::nullopt},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        const qint64 frames = c.frames;
+        ManualPlayer manual(MemorySong::sine(frames, 440.0, 0.5));
+        RecordingDelegate delegate;
+        manual.player.setDelegate(&delegate);
+        manual.player.setPlaybackSpeed(c.speed);
+        manual.startAt(c.start);
+        if (c.seekTo || c.speed != 1.0f) {
+            manual.play(1);
+            QTest::qWait(300);
+            if (c.seekTo)
+                manual.player.setCurrentFrame(*c.seekTo);
+            else
+                manual.player.setPlaybackSpeed(1.0f);
+        }
+        // Period by period, with the player looking in between.
+        const auto& heard = manual.device->left;
+        const std::size_t first = heard.size();
+        for (int periods = 0; delegate.ends == 0 && periods < 200; ++periods) {
+            manual.play(1);
+            QTest::qWait(5);
+        }
+        ASSERT_EQ(delegate.ends, 1);
+        EXPECT_TRUE(manual.player.isFilePlaying()); // the end stops nothing by itself
+        // Told soon after the last notes have been heard (within the periods on their way and a
+        // few looks), not while any are still on their way.
+        const auto played = std::span(heard).subspan(first);
+        ASSERT_GT(played.size(), 5000u);
+        EXPECT_GT(test::rms(played.subspan(0, 4000)), 0.2);
+        const auto lastSound = std::find_if(played.rbegin(), played.rend(),
+                                            [](float sample) { return std::abs(sample) > 1e-3f; });
+        EXPECT_LT(std::distance(played.rbegin(), lastSound),
+                  12 * std::ptrdiff_t(TeskSoundDevice::kDefaultBufferFrames))
+            << "silence played before the end was told";
+        const std::size_t told = heard.size();
+        manual.play(40);
+        EXPECT_LT(test::rms(std::span(heard).subspan(told)), 1e-4)
+            << "sound after the end was told";
+        // The position stops at the end; it does not run on through the silence.
+        EXPECT_LE(*std::max_element(manual.positions.begin(), manual.positions.end()), frames);
+        // Long after the end nothing is on its way: at most the ring ahead and the device's
+        // buffer.
+        EXPECT_LE(manual.player.outputAudioUnit()->framesUntilHeard(),
+                  AheadRenderer::kLeadBlocks * AheadRenderer::kBlockFrames +
+                      TeskSoundDevice::kDefaultBufferFrames);
+
+        manual.player.stopFilePlaying();
+        QCoreApplication::processEvents();
+        EXPECT_EQ(delegate.stops, 1);
+        EXPECT_EQ(delegate.ends, 1);
+    }
 }
