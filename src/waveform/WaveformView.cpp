@@ -36,6 +36,8 @@ constexpr qreal kMarkerKeepMargin = 16.0;
 constexpr qint64 kPreviousMarkerGrace = 22051;
 /// The most a drag past an edge scrolls per move, in points.
 constexpr qreal kEdgeScrollPoints = 40.0;
+/// The lines of a loop edge's grip.
+const QColor kKnobGripColour(0x35, 0x62, 0x9a);
 
 qint64 steadyMilliseconds() {
     return std::chrono::duration_cast<std::chrono::milliseconds>(
@@ -808,10 +810,15 @@ void WaveformView::paintLoop(QPainter& painter, const QRegion& clip) {
     const NamedImage& knob = NamedImage::named("SelectorKnob");
     const NamedImage& knobPressed = NamedImage::named("SelectorKnobP");
     const qreal y = std::floor(loop.center().y() - knob.height() * 0.5);
-    (pressedLeft ? knobPressed : knob)
-        .draw(painter, QPointF(loop.left() - std::floor(knob.width() * 0.5), y));
-    (pressedRight ? knobPressed : knob)
-        .draw(painter, QPointF(loop.right() - std::floor(knob.width() * 0.5), y));
+    for (const qreal edge : {loop.left(), loop.right()}) {
+        const qreal left = edge - std::floor(knob.width() * 0.5);
+        const bool pressed = edge == loop.left() ? pressedLeft : pressedRight;
+        (pressed ? knobPressed : knob).draw(painter, QPointF(left, y));
+        // The grip's two lines, on whole device pixels at every ratio (in the picture, a line
+        // one point wide would be a pixel and a half at 1.5, and blurred).
+        for (const qreal line : {3.0, 5.0})
+            painter.fillRect(hairline(left + line, y + 5, 6, ratio()), kKnobGripColour);
+    }
     painter.restore();
 }
 

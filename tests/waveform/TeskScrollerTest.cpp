@@ -129,6 +129,36 @@ TEST_F(TeskScrollerTest, MarkersSitAtTheirShareOfTheSlot) {
     EXPECT_GT(middle.red(), middle.blue() + 60) << "the chorus marker's colour";
     const QColor plainSlot = test::pixelAt(image, 120.5, 7.5);
     EXPECT_LT(std::abs(plainSlot.red() - plainSlot.blue()), 40) << "no marker there";
+
+    // Its line is whole device pixels at every ratio, under the middle of its dot: in a row
+    // above the dot, each pixel is the line's colour or the slot's, none between, and the dot's
+    // row is as wide on either side of the line.
+    const qreal ratio = image.devicePixelRatio();
+    const int lineWidth = std::max(1, int(std::round(ratio)));
+    const auto run = [&](qreal y, const QColor& background) {
+        std::vector<int> columns;
+        const int row = test::devicePixel(y, ratio);
+        for (int column = test::devicePixel(195, ratio); column < test::devicePixel(210, ratio);
+             ++column) {
+            const QColor colour = image.pixelColor(column, row);
+            if (!test::coloursClose(colour, background, 3))
+                columns.push_back(column);
+        }
+        return columns;
+    };
+    const qreal dotTop = std::floor(7.5 - 5.5) + 3.0; // the dot's top is 2.9 into the picture
+    const std::vector<int> line = run(dotTop - 1.5, test::pixelAt(image, 120.5, dotTop - 1.5));
+    ASSERT_EQ(int(line.size()), lineWidth);
+    EXPECT_EQ(line.back() - line.front() + 1, lineWidth);
+    for (const int column : line) {
+        SCOPED_TRACE(column);
+        EXPECT_TRUE(
+            test::coloursClose(image.pixelColor(column, test::devicePixel(dotTop - 1.5, ratio)),
+                               QColor(0xc5, 0x6c, 0x20), 3));
+    }
+    const std::vector<int> dot = run(7.5, plainSlot);
+    ASSERT_FALSE(dot.empty());
+    EXPECT_LE(std::abs((line.front() - dot.front()) - (dot.back() - line.back())), 1);
 }
 
 TEST_F(TeskScrollerTest, DraggingIsYesForExactlyTheLengthOfAPress) {

@@ -18,6 +18,7 @@
 
 #include <cmath>
 #include <functional>
+#include <map>
 
 using namespace tesk;
 
@@ -657,6 +658,36 @@ TEST_F(WaveformViewTest, PixelsShowCursorLoopMarkerAndTicksWhereTheGeometrySays)
     view.setStartFrame(0);
     EXPECT_NE(test::pixelAt(test::grabImage(view), view.width() - 0.5, 100),
               palette.cursorlineColor);
+}
+
+TEST_F(WaveformViewTest, ALoopEdgesGripIsSharpAtAnyRatio) {
+    // Across the middle of the left edge's knob (points 496 … 505), clear of its outline: two
+    // lines of whole device pixels in the grip's colour, and the knob's own colour beside them.
+    model.setLoopRange({25000, 5000}); // edges at points 500 and 600
+    const QColor grip(0x35, 0x62, 0x9a);
+    const qreal row = view.waveformRect().center().y() + 0.5;
+    for (const qreal ratio : {1.0, 1.25, 1.5, 1.75, 2.0}) {
+        SCOPED_TRACE(ratio);
+        QImage image(int(std::ceil(view.width() * ratio)), int(std::ceil(view.height() * ratio)),
+                     QImage::Format_ARGB32_Premultiplied);
+        image.setDevicePixelRatio(ratio);
+        image = painted(image, view.rect());
+        std::map<QRgb, int> counts;
+        std::vector<int> lineColumns;
+        const int y = test::devicePixel(row, ratio);
+        for (int x = test::devicePixel(498, ratio); x < test::devicePixel(503, ratio); ++x) {
+            const QColor colour = image.pixelColor(x, y);
+            if (test::coloursClose(colour, grip, 3))
+                lineColumns.push_back(x);
+            else
+                ++counts[colour.rgba()];
+        }
+        const int width = std::max(1, int(std::round(ratio)));
+        ASSERT_EQ(int(lineColumns.size()), 2 * width);
+        EXPECT_EQ(lineColumns[std::size_t(width) - 1] - lineColumns.front() + 1, width);
+        EXPECT_EQ(lineColumns.back() - lineColumns[std::size_t(width)] + 1, width);
+        EXPECT_EQ(counts.size(), 1u) << "a colour between the grip's and the knob's";
+    }
 }
 
 TEST_F(WaveformViewTest, ALoopsEdgeNeverSplitsASecondsLineAtAnyRatio) {
