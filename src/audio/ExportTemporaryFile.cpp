@@ -103,8 +103,9 @@ std::unique_ptr<ExportTemporaryFile> ExportTemporaryFile::create(const QString& 
         const QByteArray name = QFile::encodeName(path);
         const int fd = ::open(name.constData(), O_CREAT | O_EXCL | O_WRONLY | O_CLOEXEC, 0666);
         if (fd >= 0) {
-            // Another export may have taken it for one left behind before it was locked.
-            if (::flock(fd, LOCK_EX) == 0 && isFileAt(fd, name))
+            // Another export may have taken it for one left behind before it was locked. On a
+            // file system without locks it stays unlocked, and nobody can take it.
+            if (::flock(fd, LOCK_EX) != 0 || isFileAt(fd, name))
                 return std::unique_ptr<ExportTemporaryFile>(
                     new ExportTemporaryFile(path, destination, target, fd));
             ::close(fd);
