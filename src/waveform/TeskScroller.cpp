@@ -50,6 +50,8 @@ TeskScroller::TeskScroller(QWidget* parent)
     setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Fixed);
     setFixedHeight(look::scrollerHeight);
     refreshSpokenValue();
+    mPageRepeat.setSingleShot(true);
+    connect(&mPageRepeat, &QTimer::timeout, this, &TeskScroller::pageAgain);
 }
 
 void TeskScroller::refreshSpokenValue() {
@@ -84,7 +86,8 @@ void TeskScroller::observableObjectChangedKeyPath(QObject* object, const QString
     } else if (binding == "maxValue") {
         setMaxValue(value.toDouble());
     } else if (binding == "value") {
-        if (!mPressed)
+        // A dragged knob stays under the pointer; a paging one follows the view.
+        if (!mPressed || mPagingDirection != 0)
             setValue(value.toDouble());
     } else if (binding == "knobProportion") {
         setKnobProportion(value.toDouble());
@@ -221,30 +224,56 @@ void TeskScroller::moveKnobTo(qreal knobLeft) {
     updateObservableObjectForBindingName("value", value);
 }
 
+int TeskScroller::sideOfKnob(qreal x) const {
+    const QRectF knob = knobRect();
+    return x < knob.left() ? -1 : x >= knob.right() ? 1 : 0;
+}
+
 void TeskScroller::mousePressEvent(QMouseEvent* event) {
-    if (event->button() != Qt::LeftButton)
+    const bool jump = event->button() == Qt::MiddleButton ||
+                      (event->button() == Qt::LeftButton && event->modifiers() & Qt::ShiftModifier);
+    if (mPressed || (event->button() != Qt::LeftButton && !jump))
         return;
+    const qreal x = event->position().x();
+    const int side = sideOfKnob(x);
     mPressed = true;
     updateObservableObjectForBindingName("dragging", true);
+    if (side != 0 && !jump) {
+        mPagingDirection = side;
+        mPagingPointerX = x;
+        emit pageRequested(side);
+        mPageRepeat.start(kFirstPageRepeatMilliseconds);
+        return;
+    }
     const QRectF knob = knobRect();
-    const qreal x = event->position().x();
-    // A press beside the knob brings the knob's middle under the pointer, then drags it.
-    mGrabOffset = knob.contains(event->position()) ? x - knob.left() : knob.width() / 2.0;
-    if (!knob.contains(event->position()))
+    mGrabOffset = side == 0 ? x - knob.left() : knob.width() / 2.0;
+    if (side != 0)
         moveKnobTo(x - mGrabOffset);
 }
 
+void TeskScroller::pageAgain() {
+    // Paging stops once the knob has reached the pointer, as it does past the song's ends.
+    if (mPagingDirection == 0 || sideOfKnob(mPagingPointerX) != mPagingDirection)
+        return;
+    emit pageRequested(mPagingDirection);
+    mPageRepeat.start(kPageRepeatMilliseconds);
+}
+
 void TeskScroller::mouseMoveEvent(QMouseEvent* event) {
-    if (mPressed)
+    if (mPagingDirection != 0)
+        mPagingPointerX = event->position().x();
+    else if (mPressed)
         moveKnobTo(event->position().x() - mGrabOffset);
 }
 
 void TeskScroller::mouseReleaseEvent(QMouseEvent* event) {
-    if (event->button() == Qt::LeftButton)
+    if (event->buttons() == Qt::NoButton)
         endPress();
 }
 
 void TeskScroller::endPress() {
+    mPageRepeat.stop();
+    mPagingDirection = 0;
     if (!mPressed)
         return;
     mPressed = false;

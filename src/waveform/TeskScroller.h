@@ -4,6 +4,7 @@
 #include "waveform/MarkerItem.h"
 
 #include <QList>
+#include <QTimer>
 #include <array>
 #include <optional>
 
@@ -16,6 +17,10 @@ namespace tesk {
 /// "chorusMarkers", "verseMarkers", "genericMarkers", "bridgeMarkers" (QList<quint32>),
 /// "minValue", "maxValue" (frames the slot spans), "dragging" (written YES when a press
 /// begins and NO however it ends), "value" (0 … 1, the knob's position) and "knobProportion".
+///
+/// The knob is dragged. A press in the slot beside it asks for a page that way, and again
+/// while the button is held there, until the knob reaches the pointer; with Shift, or with the
+/// middle button, the press brings the knob's middle under the pointer instead and drags it.
 ///
 /// Main thread only.
 class TeskScroller : public SBindingView {
@@ -54,6 +59,14 @@ public:
 
     QSize sizeHint() const override;
 
+    /// How long a press beside the knob waits before it pages again, then how often it does.
+    static constexpr int kFirstPageRepeatMilliseconds = 300;
+    static constexpr int kPageRepeatMilliseconds = 100;
+
+signals:
+    /// A page towards the pointer is asked for: -1 to the left, 1 to the right.
+    void pageRequested(int direction);
+
 protected:
     void paintEvent(QPaintEvent* event) override;
     void mousePressEvent(QMouseEvent* event) override;
@@ -70,6 +83,9 @@ private:
     void refreshSpokenValue();
     void drawMarkersOfType(QPainter& painter, std::uint32_t kind);
     void moveKnobTo(qreal knobLeft);
+    /// The side of the knob the pointer is on: -1 left of it, 1 right of it, 0 on it.
+    int sideOfKnob(qreal x) const;
+    void pageAgain();
     void endPress();
     bool drawsActive() const;
 
@@ -80,6 +96,10 @@ private:
     double mKnobProportion = 1.0;
     bool mPressed = false;
     qreal mGrabOffset = 0.0;
+    /// While a press beside the knob pages: which way, and where the pointer is.
+    int mPagingDirection = 0;
+    qreal mPagingPointerX = 0.0;
+    QTimer mPageRepeat;
 };
 
 } // namespace tesk

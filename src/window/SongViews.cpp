@@ -57,6 +57,9 @@ SongViews::SongViews(TeskDocument* document, QWidget* parent)
     mScroller = new TeskScroller(mWaveformArea);
     column->addWidget(mWaveformView, 1);
     column->addWidget(mScroller);
+    connect(mScroller, &TeskScroller::pageRequested, mWaveformView, [this](int direction) {
+        direction < 0 ? mWaveformView->scrollPageLeft() : mWaveformView->scrollPageRight();
+    });
     // The time shows where the play head is; its tip, how long the song is.
     connect(mWaveformView, &WaveformView::frameCountChanged, this, [this] {
         mTimeDisplay->setToolTip(

@@ -7,6 +7,8 @@
 #include <QTest>
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 using namespace tesk;
 
 namespace {
@@ -197,12 +199,62 @@ TEST_F(TeskScrollerTest, DraggingIsYesForExactlyTheLengthOfAPress) {
         QTest::mouseRelease(&scroller, Qt::LeftButton, {}, QPoint(200, 7));
         EXPECT_EQ(model.draggingWrites, (QList<bool>{true, false})) << "NO once only";
     }
+}
 
-    // A press beside the knob centres it under the pointer.
+TEST_F(TeskScrollerTest, APressBesideTheKnobPagesTowardsThePointerUntilTheKnobGetsThere) {
+    // The view the scroller shows: a page moves it a quarter of the way (75 of 300 points of
+    // travel), as a view half the knob's width would.
+    QList<int> pages;
+    QObject::connect(&scroller, &TeskScroller::pageRequested, &model, [&](int direction) {
+        pages.append(direction);
+        model.setScrollPosition(std::clamp(model.scrollPosition() + 0.25 * direction, 0.0, 1.0));
+    });
+    struct Case {
+        double start;
+        int x;
+        QList<int> pages;
+        double end;
+    };
+    // The knob is 100 points wide. From the start it covers 2 … 102, so a press at 352 pages
+    // four times (the knob then covers 302 … 402); one at 140 pages once (77 … 177).
+    for (const Case& press : {Case{0.0, 352, {1, 1, 1, 1}, 1.0}, Case{0.0, 140, {1}, 0.25},
+                              Case{1.0, 20, {-1, -1, -1, -1}, 0.0}, Case{0.5, 110, {-1}, 0.25}}) {
+        SCOPED_TRACE(press.x);
+        model.setScrollPosition(press.start);
+        pages.clear();
+        model.draggingWrites.clear();
+        QTest::mousePress(&scroller, Qt::LeftButton, {}, QPoint(press.x, 7));
+        EXPECT_EQ(pages, QList<int>{press.pages.front()}) << "the first page at once";
+        EXPECT_TRUE(QTest::qWaitFor([&] { return pages.size() >= press.pages.size(); }, 3000));
+        // Held on, it pages no further once the knob is under the pointer.
+        QTest::qWait(TeskScroller::kFirstPageRepeatMilliseconds);
+        QTest::mouseRelease(&scroller, Qt::LeftButton, {}, QPoint(press.x, 7));
+        EXPECT_EQ(pages, press.pages);
+        EXPECT_DOUBLE_EQ(model.scrollPosition(), press.end);
+        EXPECT_EQ(model.draggingWrites, (QList<bool>{true, false}));
+    }
+
+    // Let go before it repeats: one page only.
     model.setScrollPosition(0.0);
+    pages.clear();
     QTest::mousePress(&scroller, Qt::LeftButton, {}, QPoint(352, 7));
     QTest::mouseRelease(&scroller, Qt::LeftButton, {}, QPoint(352, 7));
-    EXPECT_DOUBLE_EQ(model.scrollPosition(), 1.0);
+    QTest::qWait(TeskScroller::kFirstPageRepeatMilliseconds * 2);
+    EXPECT_EQ(pages, QList<int>{1});
+
+    // With Shift, or the middle button, the knob's middle jumps under the pointer and drags.
+    for (const auto& [button, modifiers] : {std::pair{Qt::LeftButton, Qt::ShiftModifier},
+                                            std::pair{Qt::MiddleButton, Qt::NoModifier}}) {
+        model.setScrollPosition(0.0);
+        pages.clear();
+        QTest::mousePress(&scroller, button, modifiers, QPoint(202, 7));
+        EXPECT_DOUBLE_EQ(model.scrollPosition(), 0.5);
+        QTest::mouseMove(&scroller, QPoint(127, 7));
+        EXPECT_DOUBLE_EQ(model.scrollPosition(), 0.25);
+        QTest::mouseRelease(&scroller, button, modifiers, QPoint(127, 7));
+        EXPECT_TRUE(pages.isEmpty());
+        EXPECT_FALSE(model.scrollerDragging());
+    }
 }
 
 TEST_F(TeskScrollerTest, WheelMovesTheValueAgainstTheSlot) {

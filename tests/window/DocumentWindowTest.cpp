@@ -7,6 +7,7 @@
 #include "controls/HUDSpeedControlView.h"
 #include "controls/HUDSwitchControlView.h"
 #include "controls/HUDTimeDisplayView.h"
+#include "waveform/TeskScroller.h"
 #include "waveform/WaveformView.h"
 #include "widgets/KLTexturedSlider.h"
 
@@ -335,6 +336,20 @@ TEST(DocumentWindow, APracticeSessionFromOpeningToReopening) {
     EXPECT_DOUBLE_EQ(document->zoomLevel(), 1.0);
     window->validateMenuItems();
     EXPECT_FALSE(window->action(WindowCommand::ZoomIn)->isEnabled());
+    // Zoomed in, a click in the scroller's slot beside the knob moves the view half a view.
+    auto* scroller = window->findChild<TeskScroller*>();
+    ASSERT_NE(scroller, nullptr);
+    for (const int side : {1, -1}) {
+        SCOPED_TRACE(side);
+        const QRect knob = scroller->knobRect().toRect();
+        const QPoint beside(side > 0 ? knob.right() + 10 : knob.left() - 10, knob.center().y());
+        const qint64 paged = side > 0 ? waveform->geometryValues().pageRightStartFrame()
+                                      : waveform->geometryValues().pageLeftStartFrame();
+        ASSERT_NE(paged, waveform->geometryValues().startFrame);
+        QTest::mousePress(scroller, Qt::LeftButton, {}, beside);
+        EXPECT_EQ(waveform->geometryValues().startFrame, paged);
+        QTest::mouseRelease(scroller, Qt::LeftButton, {}, beside);
+    }
     // The wheel over the zoom slider zooms on the same grid, a notch a step.
     auto* zoomSlider = childWhere<KLTexturedSlider>(
         window, [](KLTexturedSlider* slider) { return slider->accessibleName() == "Zoom"; });
