@@ -113,8 +113,8 @@ std::optional<qint64> followPlayPosition(const WaveformGeometry& geometry, Follo
     if (cursor < middle)
         return std::nullopt;
     const qint64 start = state.currentFrame - state.returnAdjustFramesCount;
-    state.returnAdjustFramesCount =
-        std::max<qint64>(0, state.returnAdjustFramesCount - geometry.sampleFromPoint(10.0));
+    state.returnAdjustFramesCount = std::max<qint64>(
+        0, state.returnAdjustFramesCount - geometry.sampleFromPoint(state.easePoints));
     return start;
 }
 

@@ -5,6 +5,7 @@
 #include <QRectF>
 #include <QString>
 #include <QtGlobal>
+#include <algorithm>
 #include <optional>
 
 namespace tesk {
@@ -68,6 +69,15 @@ struct WaveformGeometry {
 /// minutes are not wrapped into hours.
 QString rulerLabel(qint64 frame);
 
+/// A cursor a click put right of the centre eases back to it by 10 points an update at 20
+/// updates a second; the play head moves at the screen's rate, so an update eases by its share
+/// of those 200 points a second, and never by more than 10 points after a longer wait.
+constexpr double kEasePointsPerUpdate = 10.0;
+constexpr double kEasePointsPerSecond = 200.0;
+constexpr double easePointsForUpdate(double secondsSincePreviousUpdate) {
+    return std::clamp(kEasePointsPerSecond * secondsSincePreviousUpdate, 0.0, kEasePointsPerUpdate);
+}
+
 /// What the follow rule needs besides the geometry.
 struct FollowState {
     qint64 currentFrame = 0;
@@ -75,6 +85,8 @@ struct FollowState {
     bool scrollerDragging = false;
     /// Frames right of the centre the cursor is still kept at; eased towards 0 by each update.
     qint64 returnAdjustFramesCount = 0;
+    /// How many points this update eases it by (see `easePointsForUpdate`).
+    double easePoints = kEasePointsPerUpdate;
 };
 
 /// The follow rule during playback: the new start frame, or nothing when the view stays.

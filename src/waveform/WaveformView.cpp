@@ -351,6 +351,10 @@ void WaveformView::refreshSpokenValue() {
 
 void WaveformView::updateVisibleRegion() {
     FollowState state{mCurrentFrame, mLoopRange, mScrollerDragging, mReturnAdjustFramesCount};
+    const qint64 now = mClock();
+    if (mLastFollowMs >= 0)
+        state.easePoints = easePointsForUpdate(double(now - mLastFollowMs) / 1000.0);
+    mLastFollowMs = now;
     const std::optional<qint64> start = followPlayPosition(mGeometry, state);
     mReturnAdjustFramesCount = state.returnAdjustFramesCount;
     if (start)

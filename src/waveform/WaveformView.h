@@ -149,7 +149,8 @@ public:
 
     void setDelegate(WaveformViewDelegate* delegate) { mDelegate = delegate; }
     WaveformViewDelegate* delegate() const { return mDelegate; }
-    /// Milliseconds of a steady clock, for the marker hold; tests replace it.
+    /// Milliseconds of a steady clock, for the marker hold and the play head's ease back to the
+    /// middle; tests replace it.
     void setClock(std::function<qint64()> clock) { mClock = std::move(clock); }
 
     // Places, in view coordinates.
@@ -283,6 +284,8 @@ private:
     float mReturnAdjust = 0.0f;
     qint64 mReturnAdjustFramesStart = 0;
     qint64 mReturnAdjustFramesCount = 0;
+    /// When the follow rule last ran (`mClock`), which says how far the cursor eases back.
+    qint64 mLastFollowMs = -1;
     bool mLoopButtonRightAligned = true;
     bool mLoopButtonPressed = false;
     bool mCursorPressed = false;

@@ -147,6 +147,22 @@ TEST(WaveformGeometry, FollowRuleDuringPlayback) {
         EXPECT_EQ(followPlayPosition(g, state), c.start);
         EXPECT_EQ(state.returnAdjustFramesCount, c.returnAdjustAfter);
     }
+
+    // A cursor clicked 300 points right of the centre is back there in 1.5 s, 200 points a
+    // second (give or take the whole frames an update moves by), whether the play head moves
+    // 20, 60 or 144 times a second.
+    for (const double updatesPerSecond : {20.0, 60.0, 144.0}) {
+        SCOPED_TRACE(updatesPerSecond);
+        FollowState state{20300 * 50, {}, false, 300 * 50};
+        state.easePoints = easePointsForUpdate(1.0 / updatesPerSecond);
+        int updates = 0;
+        for (; state.returnAdjustFramesCount > 0 && updates < 1000; ++updates)
+            followPlayPosition(g, state);
+        EXPECT_NEAR(updates / updatesPerSecond, 1.5, 0.03) << "whole frames an update";
+    }
+    // An update after a long wait eases 10 points, as one of 20 a second does.
+    EXPECT_EQ(easePointsForUpdate(2.0), 10.0);
+    EXPECT_EQ(easePointsForUpdate(0.0), 0.0);
 }
 
 TEST(WaveformGeometry, LoopDragsDrawShiftResizeFlipAndCut) {

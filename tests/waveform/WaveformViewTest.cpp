@@ -616,6 +616,28 @@ TEST_F(WaveformViewTest, RulerScrubsWhilePausedAndTheLoopButtonClicks) {
     EXPECT_TRUE(view.loopButtonHitRect().isEmpty()) << "no loop, no button";
 }
 
+TEST_F(WaveformViewTest, APlayHeadClickedRightOfTheMiddleEasesBackInASecondAtAnyScreenRate) {
+    // Clicked at point 600 of 800, 200 points right of the middle: 200 points a second back,
+    // whether the play head moves every 50 ms or at a screen's 60 times a second.
+    view.setPlaying(true);
+    for (const qint64 intervalMs : {50, 16}) {
+        SCOPED_TRACE(intervalMs);
+        model.setCurrentFrame(20000);
+        view.setStartFrame(20000);
+        press({600, 9});
+        release({600, 9});
+        ASSERT_EQ(model.currentFrame(), 30000);
+        qint64 elapsedMs = 0;
+        while (view.startFrame() != model.currentFrame() && elapsedMs < 5000) {
+            now += intervalMs;
+            elapsedMs += intervalMs;
+            model.setCurrentFrame(model.currentFrame() + intervalMs * 44);
+        }
+        EXPECT_NEAR(elapsedMs, 1000, 2 * intervalMs);
+    }
+    view.setPlaying(false);
+}
+
 TEST_F(WaveformViewTest, PixelsShowCursorLoopMarkerAndTicksWhereTheGeometrySays) {
     const WaveformPalette& palette = WaveformPalette::shared();
     model.setChorusMarkers({20000});   // point 400
