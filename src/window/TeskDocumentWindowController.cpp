@@ -10,6 +10,7 @@
 #include "waveform/WaveformView.h"
 #include "widgets/KLTexturedSlider.h"
 #include "widgets/NamedImage.h"
+#include "window/PressedImageButton.h"
 #include "window/SongViews.h"
 #include "window/TeskDropView.h"
 #include "window/TeskMetadataView.h"
@@ -46,13 +47,8 @@ namespace {
 constexpr int kBottomBarHeight = 69;
 const QString kUntitledFrameKey = QStringLiteral("untitledDocumentWindowFrame");
 
-QIcon buttonIcon(const QString& normal, const QString& pressed, qreal ratio) {
-    QIcon icon;
-    const QSizeF size(32, 32);
-    icon.addPixmap(NamedImage::named(normal).pixmap(size, ratio), QIcon::Normal, QIcon::Off);
-    if (!pressed.isEmpty())
-        icon.addPixmap(NamedImage::named(pressed).pixmap(size, ratio), QIcon::Active, QIcon::On);
-    return icon;
+QIcon buttonIcon(const QString& name, qreal ratio) {
+    return QIcon(NamedImage::named(name).pixmap(QSizeF(32, 32), ratio));
 }
 
 /// A button's tip: what it does and the key that does it too, "Play (Space)".
@@ -60,8 +56,8 @@ QString tipWithKey(const QString& name, WindowCommand command) {
     return QStringLiteral("%1 (%2)").arg(name, WindowRules::keyHint(command));
 }
 
-QToolButton* roundButton(const QString& name, WindowCommand command, QWidget* parent) {
-    auto* button = new QToolButton(parent);
+PressedImageButton* roundButton(const QString& name, WindowCommand command, QWidget* parent) {
+    auto* button = new PressedImageButton(parent);
     button->setAutoRaise(true);
     button->setIconSize(QSize(32, 32));
     button->setToolTip(tipWithKey(name, command));
@@ -853,10 +849,12 @@ void TeskDocumentWindowController::updateButtonImages() {
     const qreal ratio = devicePixelRatioF();
     const bool playing = mDocument->isFilePlaying();
     const QString play = playing ? QStringLiteral("Pause") : QStringLiteral("Play");
-    const auto set = [&](QToolButton* button, const QString& name) {
-        button->setIcon(
-            active ? buttonIcon(name + QStringLiteral("N"), name + QStringLiteral("P"), ratio)
-                   : buttonIcon(name + QStringLiteral("Inactive"), {}, ratio));
+    const auto set = [&](PressedImageButton* button, const QString& name) {
+        if (active)
+            button->setImages(buttonIcon(name + QStringLiteral("N"), ratio),
+                              buttonIcon(name + QStringLiteral("P"), ratio));
+        else
+            button->setImages(buttonIcon(name + QStringLiteral("Inactive"), ratio), {});
     };
     set(mPlayPauseButton, play);
     const QString name = playing ? tr("Pause") : tr("Play");

@@ -23,6 +23,7 @@ namespace tesk {
 
 class TeskDocumentController;
 class KLTexturedSlider;
+class PressedImageButton;
 class TeskMetadataView;
 class SongViews;
 
@@ -183,10 +184,10 @@ private:
     SongViews* mViews = nullptr;
     QSplitter* mSplitView = nullptr;
     QWidget* mEffectsParentView = nullptr;
-    QToolButton* mPlayPauseButton = nullptr;
-    QToolButton* mRewindButton = nullptr;
-    QToolButton* mFastForwardButton = nullptr;
-    QToolButton* mMarkButton = nullptr;
+    PressedImageButton* mPlayPauseButton = nullptr;
+    PressedImageButton* mRewindButton = nullptr;
+    PressedImageButton* mFastForwardButton = nullptr;
+    PressedImageButton* mMarkButton = nullptr;
     QToolButton* mEffectsToggleButton = nullptr;
     KLTexturedSlider* mZoomSlider = nullptr;
     KLTexturedSlider* mVolumeSlider = nullptr;

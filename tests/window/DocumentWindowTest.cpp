@@ -10,12 +10,14 @@
 #include "waveform/TeskScroller.h"
 #include "waveform/WaveformView.h"
 #include "widgets/KLTexturedSlider.h"
+#include "widgets/NamedImage.h"
 
 #include "effects/TeskEQSettingsView.h"
 #include "support/AudioFiles.h"
 #include "support/ManualSoundDevice.h"
 #include "support/Signals.h"
 #include "support/SongFiles.h"
+#include "support/ViewTesting.h"
 
 #include <QAccessible>
 #include <QAction>
@@ -1150,6 +1152,48 @@ TEST_F(TakeWindow, GrowsWithTheEffectsAndShrinksBackWithout) {
         QCoreApplication::processEvents();
         EXPECT_EQ(window->size(), QSize(width, shown ? heights[0] : without));
     }
+}
+
+TEST_F(TakeWindow, ARoundButtonHeldDownShowsItsPressedPicture) {
+    window->activateWindow();
+    ASSERT_TRUE(QTest::qWaitForWindowActive(window));
+    // A point of the face near its top, where the held picture is darker: 5 points down the
+    // 32-point picture, which sits in the middle of its button.
+    const QPointF face(16, 5);
+    const auto pictureColour = [&](const QString& name) {
+        const qreal ratio = window->devicePixelRatioF();
+        const QImage picture = NamedImage::named(name).pixmap(QSizeF(32, 32), ratio).toImage();
+        return test::pixelAt(picture, face.x(), face.y());
+    };
+    const struct {
+        const char* button;
+        const char* picture;
+    } buttons[] = {{"Rewind", "Rewind"},
+                   {"Play", "Play"},
+                   {"Fast Forward", "FastForward"},
+                   {"Drop Generic Marker", "SegmentedControlMark"}};
+    for (const auto& [name, picture] : buttons) {
+        SCOPED_TRACE(name);
+        auto* button = childWhere<QToolButton>(
+            window, [&](QToolButton* candidate) { return candidate->accessibleName() == name; });
+        ASSERT_NE(button, nullptr);
+        const QPoint centre = button->rect().center();
+        const QPointF onFace = QPointF(centre) - QPointF(16, 16) + face;
+        const auto shown = [&] {
+            return test::pixelAt(test::grabImage(*button), onFace.x(), onFace.y());
+        };
+        const QColor normal = pictureColour(QString(picture) + "N");
+        const QColor held = pictureColour(QString(picture) + "P");
+        ASSERT_FALSE(test::coloursClose(normal, held, 20));
+        EXPECT_TRUE(test::coloursClose(shown(), normal, 6)) << shown().name().toStdString();
+        QTest::mousePress(button, Qt::LeftButton, {}, centre);
+        EXPECT_TRUE(test::coloursClose(shown(), held, 6)) << shown().name().toStdString();
+        // Moved off before the release: no click, and the picture is the normal one again.
+        QTest::mouseMove(button, centre + QPoint(100, 0));
+        EXPECT_TRUE(test::coloursClose(shown(), normal, 6)) << shown().name().toStdString();
+        QTest::mouseRelease(button, Qt::LeftButton, {}, centre + QPoint(100, 0));
+    }
+    EXPECT_FALSE(song->isFilePlaying());
 }
 
 TEST_F(TakeWindow, TheBarsButtonsSlidersAndTheTimeTipWhatTheyAre) {
