@@ -551,7 +551,8 @@ TeskOutputAudioUnit::writeSamplesInTwoParts(const DecodedFrames& frames, qint64 
     const double work = double(joinEnd + (paddedTotal - secondOffset));
     std::int64_t reportedWork = 0;
     const auto reportProgress = [&](std::int64_t done) {
-        if (done - reportedWork <= kProgressFrames)
+        // Once cancelled, nothing more is reported: the slice under way only finishes.
+        if (done - reportedWork <= kProgressFrames || mCancelExport.load())
             return;
         postExportProgress(double(done) / work);
         reportedWork = done;
