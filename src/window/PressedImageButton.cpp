@@ -1,7 +1,6 @@
 #include "window/PressedImageButton.h"
 
-#include <QStyleOptionToolButton>
-#include <QStylePainter>
+#include <QPainter>
 
 namespace tesk {
 
@@ -12,12 +11,12 @@ void PressedImageButton::setImages(const QIcon& normal, const QIcon& pressed) {
 }
 
 void PressedImageButton::paintEvent(QPaintEvent*) {
-    QStylePainter painter(this);
-    QStyleOptionToolButton option;
-    initStyleOption(&option);
-    if (isDown() && !mPressed.isNull())
-        option.icon = mPressed;
-    painter.drawComplexControl(QStyle::CC_ToolButton, option);
+    // The round picture alone: the style's square panel, shown on hover or press, would frame it.
+    QPainter painter(this);
+    const QIcon shown = isDown() && !mPressed.isNull() ? mPressed : icon();
+    QRect place(QPoint(), iconSize());
+    place.moveCenter(rect().center());
+    shown.paint(&painter, place, Qt::AlignCenter, isEnabled() ? QIcon::Normal : QIcon::Disabled);
 }
 
 } // namespace tesk

@@ -1186,8 +1186,12 @@ TEST_F(TakeWindow, ARoundButtonHeldDownShowsItsPressedPicture) {
         const QColor held = pictureColour(QString(picture) + "P");
         ASSERT_FALSE(test::coloursClose(normal, held, 20));
         EXPECT_TRUE(test::coloursClose(shown(), normal, 6)) << shown().name().toStdString();
+        // Round and flat: no square panel around the picture, held or not.
+        const auto corner = [&] { return test::pixelAt(test::grabImage(*button), 2, 2); };
+        const QColor cornerReleased = corner();
         QTest::mousePress(button, Qt::LeftButton, {}, centre);
         EXPECT_TRUE(test::coloursClose(shown(), held, 6)) << shown().name().toStdString();
+        EXPECT_EQ(corner(), cornerReleased);
         // Moved off before the release: no click, and the picture is the normal one again.
         QTest::mouseMove(button, centre + QPoint(100, 0));
         EXPECT_TRUE(test::coloursClose(shown(), normal, 6)) << shown().name().toStdString();
