@@ -118,9 +118,9 @@ std::optional<qint64> followPlayPosition(const WaveformGeometry& geometry, Follo
     return start;
 }
 
-LoopDrag loopRangeForDrag(const WaveformGeometry& geometry, double startPoint, double endPoint,
-                          LoopRange startRange, bool isResizing, bool isResizingLeft,
-                          bool isShifting) {
+LoopDrag loopRangeForStartPoint(const WaveformGeometry& geometry, double startPoint,
+                                double endPoint, LoopRange startRange, bool isResizing,
+                                bool isResizingLeft, bool isShifting) {
     const qint64 total = geometry.frameCount;
     const qint64 start = geometry.sampleFromPoint(startPoint);
     const qint64 end = geometry.sampleFromPoint(endPoint);

@@ -100,9 +100,9 @@ struct LoopDrag {
     LoopRange range;
     std::optional<bool> rightAligned;
 };
-LoopDrag loopRangeForDrag(const WaveformGeometry& geometry, double startPoint, double endPoint,
-                          LoopRange startRange, bool isResizing, bool isResizingLeft,
-                          bool isShifting);
+LoopDrag loopRangeForStartPoint(const WaveformGeometry& geometry, double startPoint,
+                                double endPoint, LoopRange startRange, bool isResizing,
+                                bool isResizingLeft, bool isShifting);
 
 /// The loop when the play position moves to `frame` with Shift held, ending at the song's end
 /// at the latest; `anchor` is the loop's fixed end, set here when there was no loop or it is

@@ -1161,8 +1161,8 @@ void WaveformView::dragTo(const QPointF& position) {
             std::abs(songX - mPressSongX) < QGuiApplication::styleHints()->startDragDistance())
             return;
         mLoopDragBegun = true;
-        const LoopDrag drag = loopRangeForDrag(mGeometry, mPressSongX, songX, mPressLoopRange,
-                                               mResizing, mResizingLeft, mShifting);
+        const LoopDrag drag = loopRangeForStartPoint(mGeometry, mPressSongX, songX, mPressLoopRange,
+                                                     mResizing, mResizingLeft, mShifting);
         if (drag.rightAligned)
             setLoopButtonRightAligned(*drag.rightAligned);
         if (!mResizing)

@@ -251,7 +251,7 @@ TEST(WaveformGeometry, LoopDragsDrawShiftResizeFlipAndCut) {
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
         const LoopDrag drag =
-            loopRangeForDrag(g, c.from, c.to, c.before, c.resizing, c.left, c.shifting);
+            loopRangeForStartPoint(g, c.from, c.to, c.before, c.resizing, c.left, c.shifting);
         EXPECT_EQ(drag.range.location, c.after.location);
         EXPECT_EQ(drag.range.length, c.after.length);
         EXPECT_EQ(drag.rightAligned, c.rightAligned);
