@@ -1116,11 +1116,8 @@ void TeskDocumentWindowController::closeEvent(QCloseEvent* event) {
         event->ignore();
         return;
     }
-    // A song's document is asked about even when the song has gone since, or its reference
-    // to the song could not be read: its markers and loop are the musician's work. The empty
-    // window has nothing to save.
     const bool emptyWindow = !mDocument->audioFileAlias() && mDocument->fileURL().isEmpty();
-    if (mDocument->isDocumentEdited() && !emptyWindow) {
+    if (hasChangesToAskAbout() && !mDiscardingChanges) {
         // Quitting asks window by window: the one asked about comes forward, so the answer is
         // given with its practice in sight. A practice whose song has gone is named by its own
         // name, not by the bare "Tesk" its title then shows.
@@ -1154,6 +1151,21 @@ void TeskDocumentWindowController::closeEvent(QCloseEvent* event) {
                                                        // the window layer
     else
         closeWithoutAsking();
+}
+
+bool TeskDocumentWindowController::hasChangesToAskAbout() const {
+    // A song's document is asked about even when the song has gone since, or its reference
+    // to the song could not be read: its markers and loop are the musician's work. The empty
+    // window has nothing to save.
+    const bool emptyWindow = !mDocument->audioFileAlias() && mDocument->fileURL().isEmpty();
+    return mDocument->isDocumentEdited() && !emptyWindow;
+}
+
+bool TeskDocumentWindowController::closeDiscardingChanges() {
+    mDiscardingChanges = true;
+    const bool closed = close();
+    mDiscardingChanges = false;
+    return closed;
 }
 
 void TeskDocumentWindowController::closeWithoutAsking() {

@@ -27,6 +27,9 @@ class PressedImageButton;
 class TeskMetadataView;
 class SongViews;
 
+/// The answer to quitting with several changed practices.
+enum class QuitReview { ReviewEach, DiscardAll, Cancel };
+
 /// What a document window asks of the application around it. Main thread.
 struct WindowServices {
     TeskDocumentController* documents = nullptr;
@@ -43,6 +46,10 @@ struct WindowServices {
     /// Asks whether to save a changed document before it closes: Save, Discard or Cancel
     /// (QMessageBox's buttons). A window-modal question unless a test replaces it.
     std::function<int(QWidget* window, const QString& documentName)> askSaveChanges;
+    /// Asks, on quitting with `changedCount` (two or more) changed practices, whether to ask
+    /// about each, throw every change away, or not quit. A modal question unless a test
+    /// replaces it.
+    std::function<QuitReview(int changedCount)> askReviewChanges;
     /// Asks whether to stop an export that is still running so that its window can close:
     /// true to stop it. A window-modal question unless a test replaces it.
     std::function<bool(QWidget* window, const QString& exportName)> askStopExport;
@@ -99,6 +106,11 @@ public:
 
     /// Closes without asking: the document is going away.
     void closeWithoutAsking();
+    /// Whether closing asks first: the practice of a song (even one gone since) has changes.
+    bool hasChangesToAskAbout() const;
+    /// Closes throwing its changes away, unasked; only an export still running is asked about.
+    /// False when the window stays open.
+    bool closeDiscardingChanges();
 
     // TeskDocumentWindow.
     void showWindow() override;
@@ -201,6 +213,7 @@ private:
     bool mEditingLoop = false;
     bool mPlaying = false; // as the document last told: scrubbing does not count
     bool mClosed = false;
+    bool mDiscardingChanges = false;
     struct {
         int key = 0;
         quint64 timestamp = 0;

@@ -6,6 +6,7 @@
 #include <QFileDialog>
 #include <QMessageBox>
 #include <QPointer>
+#include <QPushButton>
 #include <QTimer>
 
 #include <algorithm>
@@ -87,7 +88,50 @@ TeskDocumentWindowController* TeskWindowLayer::windowFor(TeskDocument* document)
     return found == mWindows.end() ? nullptr : found->second;
 }
 
+QuitReview TeskWindowLayer::askReviewChanges(int changedCount) {
+    if (mServices.askReviewChanges)
+        return mServices.askReviewChanges(changedCount);
+    QMessageBox box(
+        QMessageBox::Warning, QObject::tr("Quit Tesk"),
+        QObject::tr("You have %1 practices with unsaved changes. Do you want to review these "
+                    "changes before quitting?")
+            .arg(changedCount),
+        QMessageBox::NoButton, frontWindow());
+    box.setInformativeText(
+        QObject::tr("If you don’t review your practices, all your changes will be "
+                    "lost."));
+    QPushButton* review = box.addButton(QObject::tr("&Review Changes…"), QMessageBox::AcceptRole);
+    QPushButton* discard =
+        box.addButton(QObject::tr("&Discard Changes"), QMessageBox::DestructiveRole);
+    box.addButton(QMessageBox::Cancel);
+    box.setDefaultButton(review);
+    box.exec();
+    if (box.clickedButton() == review)
+        return QuitReview::ReviewEach;
+    return box.clickedButton() == discard ? QuitReview::DiscardAll : QuitReview::Cancel;
+}
+
 bool TeskWindowLayer::closeAll() {
+    // Every song opened is a practice not yet saved: quitting with several of them open asks
+    // once whether to ask about each, rather than asking about each straight away.
+    std::vector<QPointer<TeskDocumentWindowController>> discarding;
+    for (TeskDocumentWindowController* window : mMadeOrder) {
+        if (window->hasChangesToAskAbout())
+            discarding.emplace_back(window);
+    }
+    if (discarding.size() >= 2) {
+        switch (askReviewChanges(int(discarding.size()))) {
+        case QuitReview::ReviewEach:
+            discarding.clear();
+            break;
+        case QuitReview::DiscardAll:
+            break;
+        case QuitReview::Cancel:
+            return false;
+        }
+    } else {
+        discarding.clear();
+    }
     // One window at a time, looking again after each: closing changes the windows, and a song
     // handed over while a question is up opens a window that must be asked about too. The one
     // in front is asked about first, then the others from the newest. Windows asked about are
@@ -95,6 +139,11 @@ bool TeskWindowLayer::closeAll() {
     std::vector<QPointer<TeskDocumentWindowController>> asked;
     const auto wasAsked = [&](TeskDocumentWindowController* window) {
         return std::any_of(asked.begin(), asked.end(),
+                           [window](const auto& each) { return each == window; });
+    };
+    // Only the practices the answer covered go unasked: one handed over since is asked about.
+    const auto discards = [&](TeskDocumentWindowController* window) {
+        return std::any_of(discarding.begin(), discarding.end(),
                            [window](const auto& each) { return each == window; });
     };
     for (;;) {
@@ -110,7 +159,7 @@ bool TeskWindowLayer::closeAll() {
         if (window == nullptr)
             return true;
         asked.emplace_back(window);
-        if (!window->close())
+        if (!(discards(window) ? window->closeDiscardingChanges() : window->close()))
             return false;
     }
 }

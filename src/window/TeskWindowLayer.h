@@ -23,13 +23,16 @@ public:
 
     /// The window of a document, if it has one.
     TeskDocumentWindowController* windowFor(TeskDocument* document) const;
-    /// Asks every changed document's window to close; false when the user kept one open.
+    /// Asks every changed document's window to close; false when the user kept one open. With
+    /// two or more changed, first asks whether to ask about each or throw every change away.
     bool closeAll();
     WindowServices& services() { return mServices; }
     /// The active document window, else the newest one shown; null when none shows.
     TeskDocumentWindowController* frontWindow() const;
 
 private:
+    QuitReview askReviewChanges(int changedCount);
+
     WindowServices mServices;
     std::map<TeskDocument*, TeskDocumentWindowController*> mWindows;
     QList<TeskDocumentWindowController*> mMadeOrder; // oldest first

@@ -67,6 +67,10 @@ public:
                 std::exchange(whileAsking, nullptr)();
             return saveAnswer;
         };
+        services.askReviewChanges = [this](int changed) {
+            reviewQuestions.append(changed);
+            return reviewAnswer;
+        };
         services.askStopExport = [this](QWidget*, const QString& name) {
             stopExportQuestions.append(name);
             return stopExportAnswer;
@@ -115,6 +119,8 @@ public:
     int saveQuestions = 0;
     QStringList saveAskedAbout; // the names the questions gave
     QList<bool> askedInFront;   // whether each window asked about was the active one
+    QuitReview reviewAnswer = QuitReview::ReviewEach;
+    QList<int> reviewQuestions; // how many changed practices each said
     bool stopExportAnswer = false;
     QStringList stopExportQuestions;   // the exports asked about
     std::function<void()> whileAsking; // run once, inside the next question
@@ -702,23 +708,52 @@ TEST(DocumentWindow, APracticeWhoseSongReferenceIsDamagedStillAsksToSaveItsMarke
 }
 
 TEST(DocumentWindow, QuittingAsksAboutEachChangedWindowWithItInFront) {
-    QTemporaryDir dir;
-    Practice app;
-    QList<TeskDocument*> documents;
-    for (const char* name : {"a", "b", "c"}) {
-        const QString song = dir.filePath(QString::fromLatin1(name) + ".wav");
-        ASSERT_TRUE(writeWav(song, {sine(440.0, 0.5, kRate, kRate)}, kRate));
-        documents.append(app.open(song));
-        ASSERT_NE(documents.last(), nullptr);
-        documents.last()->dropGenericMarker();
+    // Several changed practices: one question first, whether to ask about each, throw every
+    // change away or not quit. A single changed one is asked about at once.
+    const struct {
+        const char* name;
+        int changed;
+        QuitReview review;
+        QList<int> reviewQuestions;
+        QStringList saveAskedAbout;
+        bool quits;
+    } cases[] = {
+        {"asked about each", 3, QuitReview::ReviewEach, {3}, {"b", "c", "a"}, true},
+        {"all thrown away", 3, QuitReview::DiscardAll, {3}, {}, true},
+        {"not quitting", 3, QuitReview::Cancel, {3}, {}, false},
+        {"one changed", 1, QuitReview::DiscardAll, {}, {"b"}, true},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        QTemporaryDir dir;
+        Practice app;
+        QList<TeskDocument*> documents;
+        for (const char* name : {"a", "b", "c"}) {
+            const QString song = dir.filePath(QString::fromLatin1(name) + ".wav");
+            ASSERT_TRUE(writeWav(song, {sine(440.0, 0.5, kRate, kRate)}, kRate));
+            documents.append(app.open(song));
+            ASSERT_NE(documents.last(), nullptr);
+            documents.last()->dropGenericMarker();
+        }
+        // The ones left unchanged are saved first.
+        for (int unchanged = 0; unchanged < 3 - c.changed; ++unchanged) {
+            TeskDocument* document = documents[unchanged == 0 ? 0 : 2];
+            TeskError error;
+            ASSERT_TRUE(document->saveToURL(
+                QUrl::fromLocalFile(dir.filePath(document->displayName() + ".tesk")), &error));
+        }
+        app.window(documents[1])->showWindow();
+        ASSERT_TRUE(QTest::qWaitForWindowActive(app.window(documents[1])));
+        app.saveAnswer = QMessageBox::Discard;
+        app.reviewAnswer = c.review;
+        EXPECT_EQ(app.layer->closeAll(), c.quits);
+        EXPECT_EQ(app.reviewQuestions, c.reviewQuestions);
+        // The one in front first, then the newest.
+        EXPECT_EQ(app.saveAskedAbout, c.saveAskedAbout);
+        EXPECT_EQ(app.askedInFront, QList<bool>(c.saveAskedAbout.size(), true));
+        for (TeskDocument* document : documents)
+            EXPECT_EQ(app.window(document) != nullptr, !c.quits);
     }
-    app.window(documents[1])->showWindow();
-    ASSERT_TRUE(QTest::qWaitForWindowActive(app.window(documents[1])));
-    app.saveAnswer = QMessageBox::Discard;
-    EXPECT_TRUE(app.layer->closeAll());
-    // The one in front first, then the newest.
-    EXPECT_EQ(app.saveAskedAbout, (QStringList{"b", "c", "a"}));
-    EXPECT_EQ(app.askedInFront, (QList<bool>{true, true, true}));
 }
 
 TEST(DocumentWindow, AnEmptyWindowTakesDropsOfSongsOnlyAndOffersNoSongCommands) {
