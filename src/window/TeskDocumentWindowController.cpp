@@ -1076,18 +1076,26 @@ QString TeskDocumentWindowController::proposedDocumentPath() const {
 void TeskDocumentWindowController::save(bool askForName) {
     QUrl url = mDocument->fileURL();
     if (askForName || url.isEmpty()) {
-        const QString proposed = proposedDocumentPath();
-        const QString path = mServices.askDocumentFile ? mServices.askDocumentFile(this, proposed)
-                                                       : askDocumentPath(proposed);
-        if (path.isEmpty())
-            return;
-        const QString destination = WindowRules::documentPath(path);
-        if (refuseFileOpenElsewhere(destination))
-            return;
-        const bool itself = QFileInfo(destination) == QFileInfo(mDocument->fileURL().toLocalFile());
-        if (QFileInfo::exists(destination) && !itself && !askReplaceFile(destination))
-            return;
-        url = QUrl::fromLocalFile(destination);
+        QString proposed = proposedDocumentPath();
+        for (;;) {
+            const QString path = mServices.askDocumentFile
+                                     ? mServices.askDocumentFile(this, proposed)
+                                     : askDocumentPath(proposed);
+            if (path.isEmpty())
+                return;
+            const QString destination = WindowRules::documentPath(path);
+            if (refuseFileOpenElsewhere(destination))
+                return;
+            const bool itself =
+                QFileInfo(destination) == QFileInfo(mDocument->fileURL().toLocalFile());
+            // Not replaced: the dialog comes back at that name, for another one.
+            if (QFileInfo::exists(destination) && !itself && !askReplaceFile(destination)) {
+                proposed = destination;
+                continue;
+            }
+            url = QUrl::fromLocalFile(destination);
+            break;
+        }
     }
     // Written by someone else since: saving here would undo their changes unasked.
     const QString path = url.toLocalFile();

@@ -77,7 +77,7 @@ public:
         };
         services.askDocumentFile = [this](QWidget*, const QString& proposed) {
             documentProposals.append(proposed);
-            return documentAnswer;
+            return std::exchange(documentAnswer, QString()); // asked again, it is cancelled
         };
         services.askReplaceFile = [this](QWidget*, const QString& path) {
             replaceQuestions.append(path);
@@ -910,11 +910,15 @@ TEST(DocumentWindow, KeysAndClicksInTheMiddleOfThingsLoseNothing) {
     EXPECT_EQ(app.documents->recentDocumentURLs().value(0),
               QUrl::fromLocalFile(QFileInfo(dir.filePath("take.tesk")).canonicalFilePath()));
     // Saved as a name with a dot, which the dialog leaves without the extension: the window
-    // asks about the file it would replace (the answer is No); saved as itself, it asks nothing.
+    // asks about the file it would replace (the answer is No), and the dialog comes back at that
+    // name for another one (here cancelled); saved as itself, it asks nothing.
     ASSERT_TRUE(writeFile(dir.filePath("Solo 1.5x.tesk"), "another practice"));
     app.documentAnswer = dir.filePath("Solo 1.5x");
+    app.documentProposals.clear();
     window->perform(WindowCommand::SaveAs);
     EXPECT_EQ(app.replaceQuestions, QStringList{dir.filePath("Solo 1.5x.tesk")});
+    EXPECT_EQ(app.documentProposals,
+              (QStringList{dir.filePath("take.tesk"), dir.filePath("Solo 1.5x.tesk")}));
     EXPECT_EQ(readFile(dir.filePath("Solo 1.5x.tesk")), "another practice");
     app.documentAnswer = dir.filePath("take.tesk");
     window->perform(WindowCommand::SaveAs);
@@ -925,6 +929,7 @@ TEST(DocumentWindow, KeysAndClicksInTheMiddleOfThingsLoseNothing) {
         TeskDocument* other = app.open(dir.filePath("other.wav"));
         ASSERT_NE(other, nullptr);
         const QByteArray kept = readFile(dir.filePath("take.tesk"));
+        app.documentAnswer = dir.filePath("take.tesk");
         app.window(other)->perform(WindowCommand::SaveAs);
         EXPECT_TRUE(other->fileURL().isEmpty());
         EXPECT_EQ(readFile(dir.filePath("take.tesk")), kept);
