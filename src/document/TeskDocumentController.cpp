@@ -30,11 +30,19 @@ TeskError whyNotOpened(const QString& path) {
         return songFileError(SongFileErrorCode::NotReadable, path);
     if (file.size() == 0)
         return songFileError(SongFileErrorCode::Empty, path);
+    // Named as a song or a practice but holding something else, the file is told apart from one
+    // of a kind Tesk does not open.
+    static const QStringList namedAsOpened{"mp3", "m4a",  "aac",  "wav",
+                                           "aif", "aiff", "aifc", "tesk"};
+    const QString description =
+        namedAsOpened.contains(file.suffix().toLower())
+            ? TeskDocumentController::tr("“%1” is named as a file Tesk opens, but what it holds "
+                                         "is not a song or a practice document.")
+            : TeskDocumentController::tr(
+                  "“%1” is not a song or a practice document that Tesk opens.");
     return TeskError(
         NSCocoaErrorDomain, kFileReadCorruptFileError,
-        {{LocalizedDescriptionKey,
-          TeskDocumentController::tr("“%1” is not a song or a practice document that Tesk opens.")
-              .arg(file.fileName())},
+        {{LocalizedDescriptionKey, description.arg(file.fileName())},
          {LocalizedRecoverySuggestionKey,
           TeskDocumentController::tr("Tesk opens songs in MP3, AAC (M4A), WAV and AIFF files, and "
                                      "its own practice documents.")},

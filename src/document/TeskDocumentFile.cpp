@@ -122,6 +122,13 @@ QByteArray writeDocumentContents(const TeskDocumentContents& contents) {
 
 std::optional<TeskDocumentContents> readDocumentContents(const QByteArray& bytes,
                                                          QString* problem) {
+    // Nothing at all (a save cut off before its first byte, or a file made empty) says so in
+    // plain words, rather than as a damaged first byte.
+    if (bytes.trimmed().isEmpty()) {
+        if (problem)
+            *problem = QStringLiteral("It is empty: it holds no settings at all.");
+        return std::nullopt;
+    }
     QJsonParseError parseError;
     const QJsonDocument json = QJsonDocument::fromJson(bytes, &parseError);
     if (json.isNull() || !json.isObject()) {

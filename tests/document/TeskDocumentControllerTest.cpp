@@ -227,7 +227,8 @@ TEST_F(DocumentControllerTest, TheOpenDialogReplacesTheEmptyWindowAndFindsSavedD
         const char* name;
         const char* said;
     } refused[] = {
-        {"notes.mp3", "“notes.mp3” is not a song or a practice document that Tesk opens."},
+        {"notes.mp3", "“notes.mp3” is named as a file Tesk opens, but what it holds is not a "
+                      "song or a practice document."},
         {"empty.mp3", "The file “empty.mp3” couldn’t be opened because it is empty."},
         {"gone.mp3", "The file “gone.mp3” couldn’t be opened because there is no such file."},
         {"folder.mp3", "The file “folder.mp3” couldn’t be opened because it can’t be read."}};

@@ -581,19 +581,27 @@ TEST_F(DocumentTest, ASongMovedDeletedPutBackOrLocatedWhileOpenIsFollowed) {
 }
 
 TEST_F(DocumentTest, DamagedDocumentFilesGiveAnErrorNamingTheFile) {
-    const QList<std::pair<QString, std::optional<QByteArray>>> damaged{
-        {"garbage.tesk", QByteArray("\x00\xff\x13 not json", 12)},
-        {"truncated.tesk", QByteArray("{\"zoomLevel\": 0.5, \"genericMar")},
-        {"array.tesk", QByteArray("[1, 2, 3]")},
-        {"empty.tesk", QByteArray()},
-        {"absent.tesk", std::nullopt},
+    const struct {
+        QString name;
+        std::optional<QByteArray> bytes;
+        const char* why; // in the error's words
+    } damaged[] = {
+        {"garbage.tesk", QByteArray("\x00\xff\x13 not json", 12), "damaged"},
+        {"truncated.tesk", QByteArray("{\"zoomLevel\": 0.5, \"genericMar"), "damaged"},
+        {"array.tesk", QByteArray("[1, 2, 3]"), "does not hold Tesk's settings"},
+        {"empty.tesk", QByteArray(), "It is empty"},
+        {"blank.tesk", QByteArray("\n \n"), "It is empty"},
+        {"absent.tesk", std::nullopt, ""},
     };
-    for (const auto& [name, bytes] : damaged) {
+    for (const auto& [name, bytes, why] : damaged) {
         SCOPED_TRACE(name.toStdString());
         ASSERT_TRUE(!bytes || writeFile(path(name), *bytes));
         TeskError error;
         EXPECT_FALSE(load(name, &error));
         EXPECT_TRUE(error.localizedDescription().contains(name));
+        const QString words =
+            error.localizedDescription() + ' ' + error.localizedRecoverySuggestion();
+        EXPECT_TRUE(words.contains(QString::fromUtf8(why))) << words.toStdString();
     }
 
     // A song reference this build cannot read opens a document without its song, and saving
