@@ -3,10 +3,14 @@
 #include "document/SongTypes.h"
 
 #include <QApplication>
+#include <QDir>
 #include <QFileDialog>
+#include <QFileInfo>
 #include <QMessageBox>
 #include <QPointer>
 #include <QPushButton>
+#include <QSettings>
+#include <QStandardPaths>
 #include <QTimer>
 
 #include <algorithm>
@@ -43,6 +47,21 @@ void TeskWindowLayer::closeWindows(TeskDocument* document) {
     window->deleteLater();
 }
 
+namespace {
+const QString kOpenFolderKey = QStringLiteral("TeskOpenFolder");
+} // namespace
+
+QString TeskWindowLayer::openPanelFolder() {
+    // Where songs were last opened from, else the music folder: not wherever Tesk was started.
+    for (const QString& folder :
+         {QSettings().value(kOpenFolderKey).toString(),
+          QStandardPaths::writableLocation(QStandardPaths::MusicLocation)}) {
+        if (!folder.isEmpty() && QFileInfo(folder).isDir())
+            return folder;
+    }
+    return QDir::homePath();
+}
+
 QStringList TeskWindowLayer::runOpenPanel() {
     // While the dialog is up, a song handed over by a second start of Tesk can close the
     // window it belongs to, and the dialog with it: it lives on the heap and is watched.
@@ -52,11 +71,16 @@ QStringList TeskWindowLayer::runOpenPanel() {
     dialog->setNameFilters({QObject::tr("Songs and practice documents (*.tesk *.mp3 *.m4a "
                                         "*.aif *.aiff *.aifc *.wav)"),
                             QObject::tr("All files (*)")});
+    dialog->setDirectory(openPanelFolder());
+    // Room for the names and the list of types: Qt's own dialog starts too small for them.
+    dialog->resize(dialog->sizeHint().expandedTo(QSize(760, 480)));
     const bool accepted = dialog->exec() == QDialog::Accepted;
     if (!dialog)
         return {};
     const QStringList files = accepted ? dialog->selectedFiles() : QStringList();
     delete dialog;
+    if (!files.isEmpty())
+        QSettings().setValue(kOpenFolderKey, QFileInfo(files.first()).absolutePath());
     return files;
 }
 

@@ -19,6 +19,9 @@ public:
     void makeWindowControllers(TeskDocument* document) override;
     void closeWindows(TeskDocument* document) override;
     QStringList runOpenPanel() override;
+    /// Where the open dialog starts: the folder songs were last opened from, else the music
+    /// folder, else home.
+    static QString openPanelFolder();
     void presentError(const TeskError& error) override;
 
     /// The window of a document, if it has one.

@@ -25,6 +25,7 @@
 #include <QCheckBox>
 #include <QComboBox>
 #include <QDir>
+#include <QFileDialog>
 #include <QMenu>
 #include <QMenuBar>
 #include <QMessageBox>
@@ -32,9 +33,12 @@
 #include <QPointer>
 #include <QProgressDialog>
 #include <QPushButton>
+#include <QSettings>
 #include <QSplitter>
+#include <QStandardPaths>
 #include <QTemporaryDir>
 #include <QTest>
+#include <QTimer>
 #include <QToolButton>
 #include <QWheelEvent>
 #include <gtest/gtest.h>
@@ -754,6 +758,46 @@ TEST(DocumentWindow, QuittingAsksAboutEachChangedWindowWithItInFront) {
         for (TeskDocument* document : documents)
             EXPECT_EQ(app.window(document) != nullptr, !c.quits);
     }
+}
+
+TEST(DocumentWindow, TheOpenDialogStartsWhereSongsWereLastOpenedFrom) {
+    QTemporaryDir dir;
+    const QString folder = dir.filePath("album");
+    ASSERT_TRUE(QDir().mkpath(folder));
+    const QString song = folder + "/take.wav";
+    ASSERT_TRUE(writeWav(song, {sine(440.0, 0.5, kRate, kRate)}, kRate));
+    QSettings().remove("TeskOpenFolder");
+    Practice app;
+    // Answers the dialog once it is up, picking `pick` (nothing: Cancel); says where it began.
+    const auto runDialog = [&](const QString& pick, QString* began) {
+        QTimer::singleShot(0, [&] {
+            auto* dialog = qobject_cast<QFileDialog*>(QApplication::activeModalWidget());
+            ASSERT_NE(dialog, nullptr);
+            *began = dialog->directory().absolutePath();
+            if (pick.isEmpty()) {
+                dialog->reject();
+                return;
+            }
+            dialog->selectFile(pick);
+            QTest::keyClick(dialog, Qt::Key_Return);
+        });
+        return app.layer->runOpenPanel();
+    };
+    // At first, the music folder, or home where there is none.
+    const QString music = QStandardPaths::writableLocation(QStandardPaths::MusicLocation);
+    const QString first = QFileInfo(music).isDir() ? music : QDir::homePath();
+    QString began;
+    EXPECT_EQ(runDialog(song, &began), QStringList{song});
+    EXPECT_EQ(QFileInfo(began), QFileInfo(first));
+    // Next time, and in the next session, it begins in that folder; cancelled, it forgets
+    // nothing; once the folder has gone, it begins in the music folder or at home.
+    EXPECT_TRUE(runDialog({}, &began).isEmpty());
+    EXPECT_EQ(began, folder);
+    EXPECT_TRUE(runDialog({}, &began).isEmpty());
+    EXPECT_EQ(began, folder);
+    ASSERT_TRUE(QDir(folder).removeRecursively());
+    EXPECT_TRUE(runDialog({}, &began).isEmpty());
+    EXPECT_EQ(QFileInfo(began), QFileInfo(first));
 }
 
 TEST(DocumentWindow, AnEmptyWindowTakesDropsOfSongsOnlyAndOffersNoSongCommands) {
