@@ -25,14 +25,14 @@ void describeOptions(QCommandLineParser& parser) {
                                  QStringLiteral("[FILE...]"));
 }
 
-/// Help and version need no display, so they are answered before the window system starts.
-bool asksOnlyForInformation(int argc, char** argv) {
+/// Options need no display: help and version are answered, and an unknown option refused,
+/// before the window system starts (without one, starting it would abort).
+bool givesOptions(int argc, char** argv) {
     for (int i = 1; i < argc; ++i) {
         if (std::strcmp(argv[i], "--") == 0)
             return false; // what follows are files, whatever their names
-        for (const char* option : {"-h", "--help", "--help-all", "-v", "--version"})
-            if (std::strcmp(argv[i], option) == 0)
-                return true;
+        if (argv[i][0] == '-' && argv[i][1] != '\0')
+            return true;
     }
     return false;
 }
@@ -58,13 +58,12 @@ void reportFilesThatWillNotOpen(const QStringList& files) {
 } // namespace
 
 int main(int argc, char** argv) {
-    if (asksOnlyForInformation(argc, argv)) {
+    if (givesOptions(argc, argv)) {
         QCoreApplication core(argc, argv);
         tesk::TeskApplication::configureIdentity();
         QCommandLineParser parser;
         describeOptions(parser);
-        parser.process(core); // prints and exits 0
-        return 0;
+        parser.process(core); // help and version exit 0; an unknown option exits 1
     }
 
     tesk::TeskApplication application(argc, argv);

@@ -563,4 +563,34 @@ TEST(SingleInstance, ATeskThatCannotHandItsFilesOverExitsWithOne) {
     EXPECT_FALSE(tesk.readAllStandardError().isEmpty());
 }
 
+TEST(TeskCommandLine, OptionsAreAnsweredWithoutADisplay) {
+    // No display at all: help and version are answered, an unknown option is refused, and only
+    // a window needs the window system.
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.remove("DISPLAY");
+    environment.remove("WAYLAND_DISPLAY");
+    environment.insert("QT_QPA_PLATFORM", "xcb");
+    const struct {
+        QStringList arguments;
+        int exitCode;
+        const char* said; // on standard output or error
+    } runs[] = {
+        {{"--version"}, 0, "tesk"},
+        {{"--help"}, 0, "FILE"},
+        {{"--bogus"}, 1, "bogus"},
+        {{"song.mp3", "-x"}, 1, "x"},
+    };
+    for (const auto& run : runs) {
+        SCOPED_TRACE(run.arguments.join(' ').toStdString());
+        QProcess tesk;
+        tesk.setProcessEnvironment(environment);
+        tesk.start(QStringLiteral(TESK_PATH), run.arguments);
+        ASSERT_TRUE(tesk.waitForFinished(30000));
+        EXPECT_EQ(tesk.exitStatus(), QProcess::NormalExit);
+        EXPECT_EQ(tesk.exitCode(), run.exitCode);
+        const QString said = tesk.readAllStandardOutput() + tesk.readAllStandardError();
+        EXPECT_TRUE(said.contains(run.said, Qt::CaseInsensitive)) << said.toStdString();
+    }
+}
+
 #include "TeskApplicationTest.moc"
