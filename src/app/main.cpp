@@ -11,6 +11,7 @@
 #include <QUrl>
 #include <cstdio>
 #include <cstring>
+#include <optional>
 
 namespace {
 void describeOptions(QCommandLineParser& parser) {
@@ -25,8 +26,6 @@ void describeOptions(QCommandLineParser& parser) {
                                  QStringLiteral("[FILE...]"));
 }
 
-/// Options need no display: help and version are answered, and an unknown option refused,
-/// before the window system starts (without one, starting it would abort).
 bool givesOptions(int argc, char** argv) {
     for (int i = 1; i < argc; ++i) {
         if (std::strcmp(argv[i], "--") == 0)
@@ -35,6 +34,71 @@ bool givesOptions(int argc, char** argv) {
             return true;
     }
     return false;
+}
+
+/// The window system's own options ("-platform wayland", "-session" from a session manager),
+/// which the application takes out of the arguments as it starts.
+bool isWindowSystemOption(const QString& name) {
+    static const QStringList names{"platform",
+                                   "platformpluginpath",
+                                   "platformtheme",
+                                   "plugin",
+                                   "qwindowgeometry",
+                                   "geometry",
+                                   "qwindowicon",
+                                   "icon",
+                                   "qwindowtitle",
+                                   "title",
+                                   "display",
+                                   "name",
+                                   "reverse",
+                                   "session",
+                                   "style",
+                                   "stylesheet",
+                                   "widgetcount",
+                                   "qmljsdebugger",
+                                   "nograb",
+                                   "dograb",
+                                   "testability",
+                                   "sync",
+                                   "visual",
+                                   "fn",
+                                   "font",
+                                   "bg",
+                                   "background",
+                                   "fg",
+                                   "foreground",
+                                   "btn",
+                                   "button",
+                                   "im",
+                                   "inputstyle",
+                                   "cmap",
+                                   "ncols"};
+    return names.contains(name);
+}
+
+/// Options need no display: help and version are answered, and an option neither Tesk's nor
+/// the window system's refused, before the window system starts (without a display, starting
+/// it would abort). Returns the exit code, or nothing to go on and start.
+std::optional<int> answerOptionsWithoutADisplay(int argc, char** argv) {
+    QCoreApplication core(argc, argv);
+    tesk::TeskApplication::configureIdentity();
+    QCommandLineParser parser;
+    // As the window system reads its own: "-platform" is one option, not eight letters.
+    parser.setSingleDashWordOptionMode(QCommandLineParser::ParseAsLongOptions);
+    describeOptions(parser);
+    parser.parse(core.arguments());
+    if (parser.isSet(QStringLiteral("help")))
+        parser.showHelp(0);
+    if (parser.isSet(QStringLiteral("version")))
+        parser.showVersion();
+    for (const QString& name : parser.unknownOptionNames()) {
+        if (!isWindowSystemOption(name)) {
+            std::fprintf(stderr, "tesk: Unknown option '%s'.\n", qPrintable(name));
+            return 1;
+        }
+    }
+    return std::nullopt;
 }
 /// Files that cannot be opened are said on the terminal they were named on: a window says
 /// nothing of a file that is no song, as of a drop of one.
@@ -59,11 +123,8 @@ void reportFilesThatWillNotOpen(const QStringList& files) {
 
 int main(int argc, char** argv) {
     if (givesOptions(argc, argv)) {
-        QCoreApplication core(argc, argv);
-        tesk::TeskApplication::configureIdentity();
-        QCommandLineParser parser;
-        describeOptions(parser);
-        parser.process(core); // help and version exit 0; an unknown option exits 1
+        if (const std::optional<int> exitCode = answerOptionsWithoutADisplay(argc, argv))
+            return *exitCode;
     }
 
     tesk::TeskApplication application(argc, argv);
