@@ -112,27 +112,32 @@ TeskDocumentWindowController* TeskWindowLayer::windowFor(TeskDocument* document)
     return found == mWindows.end() ? nullptr : found->second;
 }
 
-QuitReview TeskWindowLayer::askReviewChanges(int changedCount) {
+QuitReview TeskWindowLayer::askReviewChanges(int changedCount, QWidget* over) {
     if (mServices.askReviewChanges)
         return mServices.askReviewChanges(changedCount);
-    QMessageBox box(
+    // On a changed window, which no song handed over meanwhile replaces; watched all the same,
+    // since the question's own loop runs whatever else happens meanwhile.
+    QPointer<QMessageBox> box = new QMessageBox(
         QMessageBox::Warning, QObject::tr("Quit Tesk"),
         QObject::tr("You have %1 practices with unsaved changes. Do you want to review these "
                     "changes before quitting?")
             .arg(changedCount),
-        QMessageBox::NoButton, frontWindow());
-    box.setInformativeText(
-        QObject::tr("If you don’t review your practices, all your changes will be "
-                    "lost."));
-    QPushButton* review = box.addButton(QObject::tr("&Review Changes…"), QMessageBox::AcceptRole);
+        QMessageBox::NoButton, over);
+    box->setInformativeText(
+        QObject::tr("If you don’t review your practices, all your changes will be lost."));
+    QPushButton* review = box->addButton(QObject::tr("&Review Changes…"), QMessageBox::AcceptRole);
     QPushButton* discard =
-        box.addButton(QObject::tr("&Discard Changes"), QMessageBox::DestructiveRole);
-    box.addButton(QMessageBox::Cancel);
-    box.setDefaultButton(review);
-    box.exec();
-    if (box.clickedButton() == review)
+        box->addButton(QObject::tr("&Discard Changes"), QMessageBox::DestructiveRole);
+    box->addButton(QMessageBox::Cancel);
+    box->setDefaultButton(review);
+    box->exec();
+    if (!box)
+        return QuitReview::Cancel;
+    const QAbstractButton* clicked = box->clickedButton();
+    delete box;
+    if (clicked == review)
         return QuitReview::ReviewEach;
-    return box.clickedButton() == discard ? QuitReview::DiscardAll : QuitReview::Cancel;
+    return clicked == discard ? QuitReview::DiscardAll : QuitReview::Cancel;
 }
 
 bool TeskWindowLayer::closeAll() {
@@ -144,7 +149,7 @@ bool TeskWindowLayer::closeAll() {
             discarding.emplace_back(window);
     }
     if (discarding.size() >= 2) {
-        switch (askReviewChanges(int(discarding.size()))) {
+        switch (askReviewChanges(int(discarding.size()), discarding.front())) {
         case QuitReview::ReviewEach:
             discarding.clear();
             break;
@@ -156,34 +161,44 @@ bool TeskWindowLayer::closeAll() {
     } else {
         discarding.clear();
     }
+    // Windows asked about are watched, so that a new window made where a deleted one was is not
+    // taken for it. Only the practices the answer covered go unasked: one handed over since is
+    // asked about.
+    std::vector<QPointer<TeskDocumentWindowController>> asked;
+    const auto among = [](const std::vector<QPointer<TeskDocumentWindowController>>& windows,
+                          TeskDocumentWindowController* window) {
+        return std::any_of(windows.begin(), windows.end(),
+                           [window](const auto& each) { return each == window; });
+    };
+    const auto closeWindow = [&](TeskDocumentWindowController* window) {
+        asked.emplace_back(window);
+        return among(discarding, window) ? window->closeDiscardingChanges() : window->close();
+    };
+    // Throwing changes away, the windows of running exports are asked about first: kept
+    // running, they keep Tesk open, and nothing should have been thrown away for that.
+    if (!discarding.empty()) {
+        const QList<TeskDocumentWindowController*> windows = mMadeOrder;
+        for (TeskDocumentWindowController* window : windows) {
+            if (window->document()->isExporting() && !closeWindow(window))
+                return false;
+        }
+    }
     // One window at a time, looking again after each: closing changes the windows, and a song
     // handed over while a question is up opens a window that must be asked about too. The one
-    // in front is asked about first, then the others from the newest. Windows asked about are
-    // watched, so that a new window made where a deleted one was is not taken for it.
-    std::vector<QPointer<TeskDocumentWindowController>> asked;
-    const auto wasAsked = [&](TeskDocumentWindowController* window) {
-        return std::any_of(asked.begin(), asked.end(),
-                           [window](const auto& each) { return each == window; });
-    };
-    // Only the practices the answer covered go unasked: one handed over since is asked about.
-    const auto discards = [&](TeskDocumentWindowController* window) {
-        return std::any_of(discarding.begin(), discarding.end(),
-                           [window](const auto& each) { return each == window; });
-    };
+    // in front is asked about first, then the others from the newest.
     for (;;) {
         TeskDocumentWindowController* window = nullptr;
         auto* active = qobject_cast<TeskDocumentWindowController*>(QApplication::activeWindow());
-        if (active && mMadeOrder.contains(active) && !wasAsked(active))
+        if (active && mMadeOrder.contains(active) && !among(asked, active))
             window = active;
         for (auto made = mMadeOrder.rbegin(); window == nullptr && made != mMadeOrder.rend();
              ++made) {
-            if (!wasAsked(*made))
+            if (!among(asked, *made))
                 window = *made;
         }
         if (window == nullptr)
             return true;
-        asked.emplace_back(window);
-        if (!(discards(window) ? window->closeDiscardingChanges() : window->close()))
+        if (!closeWindow(window))
             return false;
     }
 }

@@ -34,7 +34,7 @@ public:
     TeskDocumentWindowController* frontWindow() const;
 
 private:
-    QuitReview askReviewChanges(int changedCount);
+    QuitReview askReviewChanges(int changedCount, QWidget* over);
 
     WindowServices mServices;
     std::map<TeskDocument*, TeskDocumentWindowController*> mWindows;

@@ -532,6 +532,31 @@ TEST(DocumentWindow, ASongHandedOverWhileQuittingAsksIsAskedAboutToo) {
     EXPECT_TRUE(app.layer->closeAll());
     EXPECT_EQ(app.saveQuestions, 2);
     EXPECT_TRUE(app.documents->documents().isEmpty());
+
+    // Two changed songs and the empty window in front: the question about them all stays up
+    // (and is answered) while a song handed over takes the empty window's place.
+    for (const char* name : {"a.wav", "b.wav"})
+        ASSERT_TRUE(QFile::copy(songPath, dir.filePath(name)));
+    ASSERT_NE(app.open(dir.filePath("a.wav")), nullptr);
+    ASSERT_NE(app.open(dir.filePath("b.wav")), nullptr);
+    TeskDocument* empty = app.documents->openUntitledDocumentAndDisplay();
+    ASSERT_NE(empty, nullptr);
+    app.layer->services().askReviewChanges = nullptr; // the question Tesk itself asks
+    bool answered = false;
+    QTimer::singleShot(0, [&] {
+        auto* question = qobject_cast<QMessageBox*>(QApplication::activeModalWidget());
+        if (question == nullptr)
+            return;
+        app.documents->openFiles({dir.filePath("third.wav")});
+        QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+        question = qobject_cast<QMessageBox*>(QApplication::activeModalWidget());
+        answered = question != nullptr;
+        if (question)
+            question->button(QMessageBox::Cancel)->click();
+    });
+    EXPECT_FALSE(app.layer->closeAll());
+    EXPECT_TRUE(answered);
+    EXPECT_EQ(app.documents->documents().size(), 3) << "a, b and third, in the empty one's place";
 }
 
 TEST(DocumentWindow, AnExportStopsOnlyWhenAskedToAndItsWindowGoesWithIt) {
@@ -567,13 +592,31 @@ TEST(DocumentWindow, AnExportStopsOnlyWhenAskedToAndItsWindowGoesWithIt) {
     EXPECT_TRUE(document->isExporting());
     EXPECT_TRUE(progress->isVisible());
 
+    // With other changed practices, all to be thrown away: the export is asked about first,
+    // and kept running, nothing at all is thrown away.
+    QList<TeskDocument*> others;
+    for (const char* name : {"a.wav", "b.wav"}) {
+        others.append(app.open(writeTone(dir.filePath(name), 1.0)));
+        ASSERT_NE(others.last(), nullptr);
+        others.last()->dropGenericMarker();
+    }
+    app.reviewAnswer = QuitReview::DiscardAll;
+    EXPECT_FALSE(app.layer->closeAll());
+    EXPECT_EQ(app.reviewQuestions, QList<int>{3});
+    EXPECT_EQ(app.stopExportQuestions, (QStringList{"long.m4a", "long.m4a"}));
+    for (TeskDocument* other : others)
+        EXPECT_NE(app.window(other), nullptr);
+    EXPECT_TRUE(document->isExporting());
+
     // Stopped, the export ends with its window and its progress, leaving no file behind.
     app.stopExportAnswer = true;
     EXPECT_TRUE(app.layer->closeAll());
+    EXPECT_TRUE(app.saveAskedAbout.isEmpty()) << "all thrown away, as answered";
     EXPECT_FALSE(progress && progress->isVisible());
     EXPECT_TRUE(app.documents->documents().isEmpty());
     QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
-    EXPECT_EQ(QDir(dir.path()).entryList(QDir::Files | QDir::Hidden), QStringList{"long.wav"});
+    EXPECT_EQ(QDir(dir.path()).entryList(QDir::Files | QDir::Hidden),
+              (QStringList{"a.wav", "b.wav", "long.wav"}));
 }
 
 TEST(DocumentWindow, APracticeOpenedWithItsEffectsShowingGivesTheKeysToTheWindow) {
