@@ -237,6 +237,7 @@ void TeskScroller::mousePressEvent(QMouseEvent* event) {
     const qreal x = event->position().x();
     const int side = sideOfKnob(x);
     mPressed = true;
+    mPressButton = event->button();
     updateObservableObjectForBindingName("dragging", true);
     if (side != 0 && !jump) {
         mPagingDirection = side;
@@ -252,10 +253,12 @@ void TeskScroller::mousePressEvent(QMouseEvent* event) {
 }
 
 void TeskScroller::pageAgain() {
-    // Paging stops once the knob has reached the pointer, as it does past the song's ends.
-    if (mPagingDirection == 0 || sideOfKnob(mPagingPointerX) != mPagingDirection)
+    // Paging waits while the knob is under the pointer (or past it), and goes on once the
+    // pointer moves on along the slot.
+    if (mPagingDirection == 0)
         return;
-    emit pageRequested(mPagingDirection);
+    if (sideOfKnob(mPagingPointerX) == mPagingDirection)
+        emit pageRequested(mPagingDirection);
     mPageRepeat.start(kPageRepeatMilliseconds);
 }
 
@@ -267,7 +270,7 @@ void TeskScroller::mouseMoveEvent(QMouseEvent* event) {
 }
 
 void TeskScroller::mouseReleaseEvent(QMouseEvent* event) {
-    if (event->buttons() == Qt::NoButton)
+    if (event->button() == mPressButton)
         endPress();
 }
 

@@ -19,8 +19,9 @@ namespace tesk {
 /// begins and NO however it ends), "value" (0 … 1, the knob's position) and "knobProportion".
 ///
 /// The knob is dragged. A press in the slot beside it asks for a page that way, and again
-/// while the button is held there, until the knob reaches the pointer; with Shift, or with the
-/// middle button, the press brings the knob's middle under the pointer instead and drags it.
+/// while the button is held, whenever the knob has not yet reached the pointer; with Shift, or
+/// with the middle button, the press brings the knob's middle under the pointer instead and
+/// drags it.
 ///
 /// Main thread only.
 class TeskScroller : public SBindingView {
@@ -95,6 +96,7 @@ private:
     double mValue = 0.0;
     double mKnobProportion = 1.0;
     bool mPressed = false;
+    Qt::MouseButton mPressButton = Qt::NoButton; // the button whose release ends the press
     qreal mGrabOffset = 0.0;
     /// While a press beside the knob pages: which way, and where the pointer is.
     int mPagingDirection = 0;

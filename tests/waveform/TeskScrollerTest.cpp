@@ -234,6 +234,23 @@ TEST_F(TeskScrollerTest, APressBesideTheKnobPagesTowardsThePointerUntilTheKnobGe
         EXPECT_EQ(model.draggingWrites, (QList<bool>{true, false}));
     }
 
+    // Held on after the knob has got there, and moved on along the slot: it pages on.
+    model.setScrollPosition(0.0);
+    pages.clear();
+    QTest::mousePress(&scroller, Qt::LeftButton, {}, QPoint(140, 7));
+    QTest::qWait(TeskScroller::kFirstPageRepeatMilliseconds +
+                 2 * TeskScroller::kPageRepeatMilliseconds);
+    EXPECT_EQ(pages, QList<int>{1});
+    QTest::mouseMove(&scroller, QPoint(352, 7));
+    EXPECT_TRUE(QTest::qWaitFor([&] { return pages.size() == 4; }, 3000));
+    // Another button let go meanwhile ends nothing; the one that pressed ends the press.
+    QTest::mousePress(&scroller, Qt::RightButton, {}, QPoint(352, 7));
+    QTest::mouseRelease(&scroller, Qt::RightButton, {}, QPoint(352, 7));
+    EXPECT_TRUE(model.scrollerDragging());
+    QTest::mouseRelease(&scroller, Qt::LeftButton, {}, QPoint(352, 7));
+    EXPECT_FALSE(model.scrollerDragging());
+    EXPECT_DOUBLE_EQ(model.scrollPosition(), 1.0);
+
     // Let go before it repeats: one page only.
     model.setScrollPosition(0.0);
     pages.clear();
