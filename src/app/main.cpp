@@ -3,6 +3,7 @@
 #include "app/TeskAppController.h"
 #include "app/TeskApplication.h"
 #include "audio/ProcessingChainPool.h"
+#include "document/SongTypes.h"
 #include "document/TeskDocumentController.h"
 
 #include <QApplication>
@@ -114,7 +115,9 @@ void reportFilesThatWillNotOpen(const QStringList& files) {
             problem = "it is empty";
         else if (!tesk::TeskDocumentController::canOpenFile(
                      QUrl::fromLocalFile(file.absoluteFilePath())))
-            problem = "it is not a song or a practice document that Tesk opens";
+            problem = tesk::isNamedAsSong(path)
+                          ? "it is named as a song Tesk opens, but what it holds is not a song"
+                          : "it is not a song or a practice document that Tesk opens";
         if (problem)
             std::fprintf(stderr, "tesk: cannot open \"%s\": %s\n", qPrintable(path), problem);
     }

@@ -16,6 +16,21 @@ QStringList supportedAudioFileTypes() {
             QStringLiteral("audio/x-wav")};
 }
 
+namespace {
+const QStringList kSongExtensions{"mp3", "m4a", "aif", "aiff", "aifc", "wav"};
+} // namespace
+
+QString songFilePatterns() {
+    QStringList patterns;
+    for (const QString& extension : kSongExtensions)
+        patterns.append(QStringLiteral("*.") + extension);
+    return patterns.join(QLatin1Char(' '));
+}
+
+bool isNamedAsSong(const QString& path) {
+    return kSongExtensions.contains(QFileInfo(path).suffix().toLower());
+}
+
 QString contentTypeOfFile(const QString& path) {
     const QFileInfo info(path);
     if (!info.isFile() || !info.isReadable())

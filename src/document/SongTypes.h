@@ -10,6 +10,11 @@ namespace tesk {
 /// audio, AIFF, AIFC and WAV, as MIME names.
 QStringList supportedAudioFileTypes();
 
+/// The name patterns of the songs Tesk opens, for file dialogs: "*.mp3 *.m4a …".
+QString songFilePatterns();
+/// Whether `path` is named as a song Tesk opens (by its extension, in any case).
+bool isNamedAsSong(const QString& path);
+
 /// The type of the file at `path`: TeskDocumentType for a file named "*.tesk", else what its
 /// content says (the name is not trusted: songs are often misnamed). Empty when the file can't
 /// be read. Any thread.

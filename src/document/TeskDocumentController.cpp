@@ -30,13 +30,11 @@ TeskError whyNotOpened(const QString& path) {
         return songFileError(SongFileErrorCode::NotReadable, path);
     if (file.size() == 0)
         return songFileError(SongFileErrorCode::Empty, path);
-    // Named as a song or a practice but holding something else, the file is told apart from one
-    // of a kind Tesk does not open.
-    static const QStringList namedAsOpened{"mp3", "m4a",  "aac",  "wav",
-                                           "aif", "aiff", "aifc", "tesk"};
+    // Named as a song but holding something else, the file is told apart from one of a kind
+    // Tesk does not open.
     const QString description =
-        namedAsOpened.contains(file.suffix().toLower())
-            ? TeskDocumentController::tr("“%1” is named as a file Tesk opens, but what it holds "
+        isNamedAsSong(path)
+            ? TeskDocumentController::tr("“%1” is named as a song Tesk opens, but what it holds "
                                          "is not a song or a practice document.")
             : TeskDocumentController::tr(
                   "“%1” is not a song or a practice document that Tesk opens.");

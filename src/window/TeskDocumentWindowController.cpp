@@ -2,6 +2,7 @@
 
 #include "audio/TeskExtendedAudioFilePlayer.h"
 #include "audio/TeskOutputAudioUnit.h"
+#include "document/SongTypes.h"
 #include "document/TeskDocumentController.h"
 #include "effects/TeskEQSettingsView.h"
 #include "effects/TeskEffectsViewController.h"
@@ -1263,7 +1264,7 @@ void TeskDocumentWindowController::locateSong() {
         mServices.askSongFile
             ? mServices.askSongFile(this, startFolder)
             : QFileDialog::getOpenFileName(this, tr("Locate the Song"), startFolder,
-                                           tr("Songs (*.mp3 *.m4a *.aif *.aiff *.aifc *.wav)"));
+                                           tr("Songs (%1)").arg(songFilePatterns()));
     if (path.isEmpty())
         return;
     if (const std::optional<TeskError> error =

@@ -68,9 +68,9 @@ QStringList TeskWindowLayer::runOpenPanel() {
     QPointer<QFileDialog> dialog =
         new QFileDialog(QApplication::activeWindow(), QObject::tr("Open"));
     dialog->setFileMode(QFileDialog::ExistingFiles);
-    dialog->setNameFilters({QObject::tr("Songs and practice documents (*.tesk *.mp3 *.m4a "
-                                        "*.aif *.aiff *.aifc *.wav)"),
-                            QObject::tr("All files (*)")});
+    dialog->setNameFilters(
+        {QObject::tr("Songs and practice documents (*.tesk %1)").arg(songFilePatterns()),
+         QObject::tr("All files (*)")});
     dialog->setDirectory(openPanelFolder());
     // Room for the names and the list of types: Qt's own dialog starts too small for them.
     dialog->resize(dialog->sizeHint().expandedTo(QSize(760, 480)));

@@ -221,14 +221,16 @@ TEST_F(DocumentControllerTest, TheOpenDialogReplacesTheEmptyWindowAndFindsSavedD
     EXPECT_EQ(mController.documents(), QList<TeskDocument*>{practice});
     // A file picked in the dialog that Tesk does not open is refused, and the window says why.
     ASSERT_TRUE(writeFile(path("notes.mp3"), "practise the bridge\n"));
+    ASSERT_TRUE(writeFile(path("notes.txt"), "practise the bridge\n"));
     ASSERT_TRUE(writeFile(path("empty.mp3"), ""));
     ASSERT_TRUE(QDir().mkpath(path("folder.mp3")));
     const struct {
         const char* name;
         const char* said;
     } refused[] = {
-        {"notes.mp3", "“notes.mp3” is named as a file Tesk opens, but what it holds is not a "
+        {"notes.mp3", "“notes.mp3” is named as a song Tesk opens, but what it holds is not a "
                       "song or a practice document."},
+        {"notes.txt", "“notes.txt” is not a song or a practice document that Tesk opens."},
         {"empty.mp3", "The file “empty.mp3” couldn’t be opened because it is empty."},
         {"gone.mp3", "The file “gone.mp3” couldn’t be opened because there is no such file."},
         {"folder.mp3", "The file “folder.mp3” couldn’t be opened because it can’t be read."}};
