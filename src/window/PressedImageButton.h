@@ -9,6 +9,7 @@ namespace tesk {
 /// with the pointer still on it), which a tool button's icon modes cannot tell apart.
 /// Main thread only.
 class PressedImageButton : public QToolButton {
+    Q_OBJECT
 public:
     using QToolButton::QToolButton;
 
