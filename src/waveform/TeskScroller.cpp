@@ -243,7 +243,7 @@ void TeskScroller::mousePressEvent(QMouseEvent* event) {
         mPagingDirection = side;
         mPagingPointerX = x;
         emit pageRequested(side);
-        mPageRepeat.start(kFirstPageRepeatMilliseconds);
+        mPageRepeat.start(mFirstPageRepeatMs);
         return;
     }
     const QRectF knob = knobRect();
@@ -259,7 +259,7 @@ void TeskScroller::pageAgain() {
         return;
     if (sideOfKnob(mPagingPointerX) == mPagingDirection)
         emit pageRequested(mPagingDirection);
-    mPageRepeat.start(kPageRepeatMilliseconds);
+    mPageRepeat.start(mPageRepeatMs);
 }
 
 void TeskScroller::mouseMoveEvent(QMouseEvent* event) {

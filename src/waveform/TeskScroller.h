@@ -63,6 +63,11 @@ public:
     /// How long a press beside the knob waits before it pages again, then how often it does.
     static constexpr int kFirstPageRepeatMilliseconds = 300;
     static constexpr int kPageRepeatMilliseconds = 100;
+    /// Other waits than those; tests shorten them.
+    void setPageRepeatMilliseconds(int first, int then) {
+        mFirstPageRepeatMs = first;
+        mPageRepeatMs = then;
+    }
 
 signals:
     /// A page towards the pointer is asked for: -1 to the left, 1 to the right.
@@ -102,6 +107,8 @@ private:
     int mPagingDirection = 0;
     qreal mPagingPointerX = 0.0;
     QTimer mPageRepeat;
+    int mFirstPageRepeatMs = kFirstPageRepeatMilliseconds;
+    int mPageRepeatMs = kPageRepeatMilliseconds;
 };
 
 } // namespace tesk

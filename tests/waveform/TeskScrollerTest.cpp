@@ -204,6 +204,10 @@ TEST_F(TeskScrollerTest, DraggingIsYesForExactlyTheLengthOfAPress) {
 TEST_F(TeskScrollerTest, APressBesideTheKnobPagesTowardsThePointerUntilTheKnobGetsThere) {
     // The view the scroller shows: a page moves it a quarter of the way (75 of 300 points of
     // travel), as a view half the knob's width would.
+    // Waits shortened ten times, for the test's sake: the order of things is what counts.
+    constexpr int kFirstRepeat = TeskScroller::kFirstPageRepeatMilliseconds / 10;
+    constexpr int kRepeat = TeskScroller::kPageRepeatMilliseconds / 10;
+    scroller.setPageRepeatMilliseconds(kFirstRepeat, kRepeat);
     QList<int> pages;
     QObject::connect(&scroller, &TeskScroller::pageRequested, &model, [&](int direction) {
         pages.append(direction);
@@ -227,7 +231,7 @@ TEST_F(TeskScrollerTest, APressBesideTheKnobPagesTowardsThePointerUntilTheKnobGe
         EXPECT_EQ(pages, QList<int>{press.pages.front()}) << "the first page at once";
         EXPECT_TRUE(QTest::qWaitFor([&] { return pages.size() >= press.pages.size(); }, 3000));
         // Held on, it pages no further once the knob is under the pointer.
-        QTest::qWait(TeskScroller::kFirstPageRepeatMilliseconds);
+        QTest::qWait(kFirstRepeat);
         QTest::mouseRelease(&scroller, Qt::LeftButton, {}, QPoint(press.x, 7));
         EXPECT_EQ(pages, press.pages);
         EXPECT_DOUBLE_EQ(model.scrollPosition(), press.end);
@@ -238,8 +242,7 @@ TEST_F(TeskScrollerTest, APressBesideTheKnobPagesTowardsThePointerUntilTheKnobGe
     model.setScrollPosition(0.0);
     pages.clear();
     QTest::mousePress(&scroller, Qt::LeftButton, {}, QPoint(140, 7));
-    QTest::qWait(TeskScroller::kFirstPageRepeatMilliseconds +
-                 2 * TeskScroller::kPageRepeatMilliseconds);
+    QTest::qWait(kFirstRepeat + 2 * kRepeat);
     EXPECT_EQ(pages, QList<int>{1});
     QTest::mouseMove(&scroller, QPoint(352, 7));
     EXPECT_TRUE(QTest::qWaitFor([&] { return pages.size() == 4; }, 3000));
@@ -256,7 +259,7 @@ TEST_F(TeskScrollerTest, APressBesideTheKnobPagesTowardsThePointerUntilTheKnobGe
     pages.clear();
     QTest::mousePress(&scroller, Qt::LeftButton, {}, QPoint(352, 7));
     QTest::mouseRelease(&scroller, Qt::LeftButton, {}, QPoint(352, 7));
-    QTest::qWait(TeskScroller::kFirstPageRepeatMilliseconds * 2);
+    QTest::qWait(kFirstRepeat * 2);
     EXPECT_EQ(pages, QList<int>{1});
 
     // With Shift, or the middle button, the knob's middle jumps under the pointer and drags.
