@@ -1125,7 +1125,6 @@ void TeskDocumentWindowController::closeEvent(QCloseEvent* event) {
         event->ignore();
         return;
     }
-    const bool emptyWindow = !mDocument->audioFileAlias() && mDocument->fileURL().isEmpty();
     if (hasChangesToAskAbout() && !mDiscardingChanges) {
         // Quitting asks window by window: the one asked about comes forward, so the answer is
         // given with its practice in sight. A practice whose song has gone is named by its own
@@ -1152,7 +1151,7 @@ void TeskDocumentWindowController::closeEvent(QCloseEvent* event) {
             }
         }
     }
-    if (emptyWindow)
+    if (isEmptyWindow())
         QSettings().setValue(kUntitledFrameKey, saveGeometry());
     event->accept();
     if (mServices.documents)
@@ -1162,12 +1161,15 @@ void TeskDocumentWindowController::closeEvent(QCloseEvent* event) {
         closeWithoutAsking();
 }
 
+bool TeskDocumentWindowController::isEmptyWindow() const {
+    return !mDocument->audioFileAlias() && mDocument->fileURL().isEmpty();
+}
+
 bool TeskDocumentWindowController::hasChangesToAskAbout() const {
     // A song's document is asked about even when the song has gone since, or its reference
     // to the song could not be read: its markers and loop are the musician's work. The empty
     // window has nothing to save.
-    const bool emptyWindow = !mDocument->audioFileAlias() && mDocument->fileURL().isEmpty();
-    return mDocument->isDocumentEdited() && !emptyWindow;
+    return mDocument->isDocumentEdited() && !isEmptyWindow();
 }
 
 bool TeskDocumentWindowController::closeDiscardingChanges() {

@@ -108,6 +108,8 @@ public:
     void closeWithoutAsking();
     /// Whether closing asks first: the practice of a song (even one gone since) has changes.
     bool hasChangesToAskAbout() const;
+    /// The window without a song or a practice of its own: the drop target.
+    bool isEmptyWindow() const;
     /// Closes throwing its changes away, unasked; only an export still running is asked about.
     /// False when the window stays open.
     bool closeDiscardingChanges();
