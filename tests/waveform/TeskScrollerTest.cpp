@@ -246,12 +246,15 @@ TEST_F(TeskScrollerTest, APressBesideTheKnobPagesTowardsThePointerUntilTheKnobGe
     EXPECT_EQ(pages, QList<int>{1});
     QTest::mouseMove(&scroller, QPoint(352, 7));
     EXPECT_TRUE(QTest::qWaitFor([&] { return pages.size() == 4; }, 3000));
-    // Another button let go meanwhile ends nothing; the one that pressed ends the press.
+    // Another button let go meanwhile ends nothing; the one that pressed ends the press, even
+    // with the other still held.
     QTest::mousePress(&scroller, Qt::RightButton, {}, QPoint(352, 7));
     QTest::mouseRelease(&scroller, Qt::RightButton, {}, QPoint(352, 7));
     EXPECT_TRUE(model.scrollerDragging());
+    QTest::mousePress(&scroller, Qt::RightButton, {}, QPoint(352, 7));
     QTest::mouseRelease(&scroller, Qt::LeftButton, {}, QPoint(352, 7));
     EXPECT_FALSE(model.scrollerDragging());
+    QTest::mouseRelease(&scroller, Qt::RightButton, {}, QPoint(352, 7));
     EXPECT_DOUBLE_EQ(model.scrollPosition(), 1.0);
 
     // Let go before it repeats: one page only.
