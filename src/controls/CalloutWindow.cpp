@@ -4,7 +4,9 @@
 
 #include <QFontInfo>
 #include <QFontMetricsF>
+#include <QImage>
 #include <QPainter>
+#include <QRegion>
 #include <algorithm>
 
 namespace tesk {
@@ -15,6 +17,25 @@ constexpr int kArrowInset = 6;
 // The bubble's round corners, which the label keeps clear of.
 constexpr qreal kCornerInset = 5.0;
 constexpr qreal kSmallestPointSize = 6.0;
+
+// Every pixel the bubble's picture touches, at its own size.
+QRegion shapeOf(const NamedImage& picture) {
+    const QImage image = picture.pixmap(1.0).toImage().convertToFormat(QImage::Format_ARGB32);
+    QRegion shape;
+    for (int y = 0; y < image.height(); ++y) {
+        const auto* row = reinterpret_cast<const QRgb*>(image.constScanLine(y));
+        for (int x = 0; x < image.width();) {
+            while (x < image.width() && qAlpha(row[x]) == 0)
+                ++x;
+            const int start = x;
+            while (x < image.width() && qAlpha(row[x]) > 0)
+                ++x;
+            if (x > start)
+                shape += QRect(start, y, x - start, 1);
+        }
+    }
+    return shape;
+}
 } // namespace
 
 QFont CalloutWindow::labelFont(const QFont& base, const QString& text, qreal width) {
@@ -38,7 +59,11 @@ CalloutWindow::CalloutWindow(QWidget* owner)
     setAttribute(Qt::WA_ShowWithoutActivating);
     setAttribute(Qt::WA_TransparentForMouseEvents);
     setFocusPolicy(Qt::NoFocus);
-    setFixedSize(NamedImage::named(QStringLiteral("PitchArrow")).size().toSize());
+    const NamedImage& picture = NamedImage::named(QStringLiteral("PitchArrow"));
+    setFixedSize(picture.size().toSize());
+    // Without a compositing window manager the clear corners of a translucent window show
+    // black; shaped like the bubble, the window has no corners to show.
+    setMask(shapeOf(picture));
     mFade.setDuration(250);
     mFade.setStartValue(1.0);
     mFade.setEndValue(0.0);

@@ -483,6 +483,26 @@ TEST(CalloutWindow, EveryValueFitsTheBubbleAndShortOnesKeepTheirSize) {
     }
 }
 
+TEST(CalloutWindow, IsShapedLikeItsBubbleSoNoCornerShowsWithoutACompositor) {
+    QWidget owner;
+    const CalloutWindow callout(&owner);
+    const QRegion shape = callout.mask();
+    const int right = callout.width() - 1;
+    const int bottom = callout.height() - 1;
+    const struct {
+        QPoint at;
+        bool inside;
+    } places[] = {{{right / 2, bottom / 3}, true}, // under the label
+                  {{right / 2, bottom - 2}, true}, // the arrow, near its tip
+                  {{1, bottom / 3}, true},         // the outline
+                  {{0, 0}, false},                 // the round corners
+                  {{right, 0}, false},
+                  {{1, bottom}, false}, // beside the arrow
+                  {{right - 1, bottom}, false}};
+    for (const auto& place : places)
+        EXPECT_EQ(shape.contains(place.at), place.inside) << place.at.x() << "," << place.at.y();
+}
+
 TEST(GlowText, TheGlowSpreadsPastTheSharpTextAndIsMadeOnce) {
     QFont font;
     font.setPixelSize(20);
