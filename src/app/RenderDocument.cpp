@@ -4,12 +4,10 @@
 #include "audio/TeskEffectsSettings.h"
 #include "audio/TeskEqualizerSettings.h"
 #include "audio/TeskVocalReductionEffectSettings.h"
-#include "audio/TimePitchStage.h"
 #include "document/TeskFileReference.h"
 
 #include <QFileInfo>
 #include <algorithm>
-#include <cmath>
 #include <limits>
 
 namespace tesk {
@@ -18,8 +16,6 @@ namespace {
 constexpr double kEngineRate = engine::kSampleRateHz;
 /// A new document's zoom, as the window first shows a song.
 constexpr double kNewDocumentZoomLevel = 0.9;
-/// The command line's own limit for --volume.
-constexpr double kMaximumLevel = 4.0;
 
 /// The document reader's sentences, fitted into a line that goes on after a colon.
 QString asClause(QString sentence) {
@@ -61,20 +57,13 @@ std::optional<RenderDocument> readRenderDocument(const QString& path, QString* e
 
 bool applyDocumentSettings(const TeskDocumentContents& contents, RenderOptions& options,
                            QString* error) {
-    if (!options.given.speed && contents.playbackSpeed && *contents.playbackSpeed != 0.0) {
-        // The engine clamps what it plays; the status line should show the same speed.
-        const double speed = *contents.playbackSpeed;
-        options.speed = std::copysign(std::clamp(std::fabs(speed), TimePitchStage::kMinimumRate,
-                                                 TimePitchStage::kMaximumRate),
-                                      speed);
-    }
+    // The reader has brought each setting within what the engine plays.
+    if (!options.given.speed && contents.playbackSpeed && *contents.playbackSpeed != 0.0)
+        options.speed = *contents.playbackSpeed;
     if (!options.given.pitch)
-        options.pitchSemitones = std::clamp(contents.pitchAdjustment.value_or(0.0),
-                                            TimePitchStage::kMinimumPitchCents / 100.0,
-                                            TimePitchStage::kMaximumPitchCents / 100.0);
-    // A hand-edited level past what --volume accepts would only clip, or overflow a float.
+        options.pitchSemitones = contents.pitchAdjustment.value_or(0.0);
     if (!options.given.level)
-        options.level = std::clamp(contents.playbackVolume.value_or(0.0), 0.0, kMaximumLevel);
+        options.level = contents.playbackVolume.value_or(0.0);
 
     const TeskEffectsSettings effects(contents.effectsSettings.value_or(QVariantMap()));
     if (!options.equalizerBands && effects.isEqualizerEnabled())

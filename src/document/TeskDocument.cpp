@@ -835,6 +835,9 @@ bool TeskDocument::readDocumentFromURL(const QUrl& url, TeskError* error) {
             mSongError = fileError(kFileReadCorruptFileError,
                                    tr("The document's reference to its song is damaged."), path);
         }
+    } else {
+        // Its markers and loop belong to a song; the window offers to locate one.
+        mSongError = fileError(kFileReadCorruptFileError, tr("The document names no song."), path);
     }
     const std::optional<QList<quint32>>* const markerArrays[] = {
         &contents->genericMarkers, &contents->chorusMarkers, &contents->verseMarkers,

@@ -1,5 +1,7 @@
 #include "document/TeskDocumentFile.h"
 
+#include "audio/TimePitchStage.h"
+
 #include <QCoreApplication>
 #include <QFile>
 #include <QJsonArray>
@@ -8,6 +10,7 @@
 #include <QLocale>
 #include <QRegularExpression>
 #include <QSaveFile>
+#include <algorithm>
 #include <cmath>
 #include <limits>
 #include <sys/stat.h>
@@ -43,6 +46,24 @@ std::optional<double> readDouble(const QJsonObject& object, const QString& key) 
     if (!value.isDouble() || !std::isfinite(value.toDouble()))
         return std::nullopt;
     return value.toDouble();
+}
+
+/// A setting past what Tesk plays or shows (a file edited by hand) reads as the nearest value it
+/// does, in the window as in `tesk-render`.
+std::optional<double> readWithin(const QJsonObject& object, const QString& key, double lowest,
+                                 double highest) {
+    const std::optional<double> value = readDouble(object, key);
+    return value ? std::optional(std::clamp(*value, lowest, highest)) : std::nullopt;
+}
+
+/// Backwards speeds keep their direction, and 0 (which is not applied) stays 0.
+std::optional<double> readSpeed(const QJsonObject& object, const QString& key) {
+    const std::optional<double> speed = readDouble(object, key);
+    if (!speed || *speed == 0.0)
+        return speed;
+    return std::copysign(
+        std::clamp(std::abs(*speed), TimePitchStage::kMinimumRate, TimePitchStage::kMaximumRate),
+        *speed);
 }
 
 std::optional<quint32> frameFromJson(const QJsonValue& value) {
@@ -157,12 +178,18 @@ std::optional<TeskDocumentContents> readDocumentContents(const QByteArray& bytes
     const QJsonValue effects = object.value(kEffectsSettingsKey);
     if (effects.isObject())
         contents.effectsSettings = effects.toObject().toVariantMap();
-    contents.zoomLevel = readDouble(object, kZoomLevelKey);
-    contents.playbackVolume = readDouble(object, kPlaybackVolumeKey);
+    // Past 1 the waveform would be drawn at fewer than no frames a point. Below 0 it is drawn
+    // smaller than the view: fitting a loop nearly as long as the song saves a few hundredths
+    // below, so only what no fitting gives is cut.
+    contents.zoomLevel = readWithin(object, kZoomLevelKey, -1.0, 1.0);
+    contents.playbackVolume =
+        readWithin(object, kPlaybackVolumeKey, 0.0, double(engine::kMaximumLinearLevel));
     contents.loopLocation = readFrame(object, kLoopLocationKey);
     contents.loopLength = readFrame(object, kLoopLengthKey);
-    contents.playbackSpeed = readDouble(object, kPlaybackSpeedKey);
-    contents.pitchAdjustment = readDouble(object, kPitchAdjustmentKey);
+    contents.playbackSpeed = readSpeed(object, kPlaybackSpeedKey);
+    contents.pitchAdjustment =
+        readWithin(object, kPitchAdjustmentKey, TimePitchStage::kMinimumPitchCents / 100.0,
+                   TimePitchStage::kMaximumPitchCents / 100.0);
     const QJsonValue frame = object.value(kDocumentWindowFrameKey);
     if (frame.isString())
         contents.documentWindowFrame = rectFromString(frame.toString());

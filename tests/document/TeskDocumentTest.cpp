@@ -446,7 +446,7 @@ TEST_F(DocumentTest, MissingKeysFollowTheirRules) {
     writeDocument("zero.tesk", {{"playbackSpeed", 0.0}}, song);
     EXPECT_EQ(load("zero.tesk")->playbackSpeed(), 1.0);
 
-    // Huge numbers are kept as read, and the engine holds them to what it can play.
+    // Huge numbers read as the nearest the engine plays.
     writeDocument("huge.tesk",
                   {{"playbackSpeed", 1e300},
                    {"playbackVolume", 1e300},
@@ -455,7 +455,7 @@ TEST_F(DocumentTest, MissingKeysFollowTheirRules) {
                   song);
     auto huge = load("huge.tesk");
     ASSERT_TRUE(huge);
-    EXPECT_EQ(huge->playbackVolume(), 1e300);
+    EXPECT_EQ(huge->playbackVolume(), ProcessingChain::kMaximumLevel);
     EXPECT_EQ(huge->player()->outputAudioUnit()->playbackLevel(), ProcessingChain::kMaximumLevel);
     // ... and plays them: the position moves.
     huge->startFilePlaying();
@@ -477,6 +477,31 @@ TEST(TeskDocumentFile, AValueOfTheWrongTypeOrOutOfRangeReadsAsMissing) {
     expected.loopLength = 500;
     expected.documentWindowFrame = QRectF(10, 20, 300, 0);
     EXPECT_EQ(*read, expected);
+}
+
+TEST(TeskDocumentFile, SettingsPastWhatTeskPlaysReadAsTheNearestItDoes) {
+    const struct {
+        const char* json;
+        double zoom, volume, speed, pitch;
+    } cases[] = {
+        {R"({"zoomLevel": 7, "playbackVolume": 50, "playbackSpeed": 1000, "pitchAdjustment": 99})",
+         1.0, 4.0, 4.0, 24.0},
+        {R"({"zoomLevel": -3, "playbackVolume": -1, "playbackSpeed": -0.001,
+             "pitchAdjustment": -99})",
+         -1.0, 0.0, -0.05, -24.0},
+        // A loop fitted into the view saves a zoom a little below 0; a speed of 0 is not applied.
+        {R"({"zoomLevel": -0.05, "playbackVolume": 0.5, "playbackSpeed": 0, "pitchAdjustment": 3.5})",
+         -0.05, 0.5, 0.0, 3.5},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.json);
+        const auto read = readDocumentContents(c.json);
+        ASSERT_TRUE(read);
+        EXPECT_EQ(read->zoomLevel, c.zoom);
+        EXPECT_EQ(read->playbackVolume, c.volume);
+        EXPECT_EQ(read->playbackSpeed, c.speed);
+        EXPECT_EQ(read->pitchAdjustment, c.pitch);
+    }
 }
 
 TEST(TeskDocumentFile, AnythingFarTooLargeOrAPipeIsRefusedWithoutReadingItAll) {
@@ -623,6 +648,12 @@ TEST_F(DocumentTest, DamagedDocumentFilesGiveAnErrorNamingTheFile) {
     auto garbled = load("garbled.tesk", &error);
     ASSERT_TRUE(garbled);
     EXPECT_TRUE(garbled->songError().has_value());
+    // One that names no song at all says so, as where its song would be.
+    ASSERT_TRUE(writeFile(path("songless.tesk"), R"({"genericMarkers": [44100]})"));
+    auto songless = load("songless.tesk", &error);
+    ASSERT_TRUE(songless);
+    ASSERT_TRUE(songless->songError().has_value());
+    EXPECT_TRUE(songless->songError()->localizedDescription().contains("no song"));
     // A file that does not play, located in its place, changes none of that.
     ASSERT_TRUE(writeFile(path("noise.wav"), QByteArray(4096, '\x5a')));
     EXPECT_TRUE(document->locateAudioFile(url("noise.wav")).has_value());
