@@ -106,20 +106,27 @@ std::optional<int> answerOptionsWithoutADisplay(int argc, char** argv) {
 void reportFilesThatWillNotOpen(const QStringList& files) {
     for (const QString& path : files) {
         const QFileInfo file(path);
-        const char* problem = nullptr;
-        if (!file.exists())
-            problem = "there is no such file";
-        else if (!file.isFile() || !file.isReadable())
-            problem = "it cannot be read";
-        else if (file.size() == 0)
-            problem = "it is empty";
-        else if (!tesk::TeskDocumentController::canOpenFile(
-                     QUrl::fromLocalFile(file.absoluteFilePath())))
-            problem = tesk::isNamedAsSong(path)
-                          ? "it is named as a song Tesk opens, but what it holds is not a song"
-                          : "it is not a song or a practice document that Tesk opens";
-        if (problem)
-            std::fprintf(stderr, "tesk: cannot open \"%s\": %s\n", qPrintable(path), problem);
+        QString problem;
+        if (!file.exists()) {
+            problem = QStringLiteral("there is no such file");
+        } else if (!file.isFile() || !file.isReadable()) {
+            problem = QStringLiteral("it cannot be read");
+        } else if (file.size() == 0) {
+            problem = QStringLiteral("it is empty");
+        } else if (!tesk::TeskDocumentController::canOpenFile(
+                       QUrl::fromLocalFile(file.absoluteFilePath()))) {
+            const QString kind = tesk::unopenedSoundKind(path);
+            problem = !kind.isEmpty()
+                          ? QStringLiteral("it holds %1, which Tesk does not open").arg(kind)
+                      : tesk::isNamedAsSong(path)
+                          ? QStringLiteral("it is named as a song Tesk opens, but what it holds "
+                                           "is not a song")
+                          : QStringLiteral("it is not a song or a practice document that Tesk "
+                                           "opens");
+        }
+        if (!problem.isEmpty())
+            std::fprintf(stderr, "tesk: cannot open \"%s\": %s\n", qPrintable(path),
+                         qPrintable(problem));
     }
 }
 } // namespace

@@ -51,6 +51,13 @@ QString contentTypeOfFile(const QString& path) {
     return type.name();
 }
 
+QString unopenedSoundKind(const QString& path) {
+    const QString type = contentTypeOfFile(path);
+    if (!type.startsWith(QLatin1String("audio/")) || supportedAudioFileTypes().contains(type))
+        return {};
+    return QMimeDatabase().mimeTypeForName(type).comment();
+}
+
 bool canOpenFile(const QUrl& url, QString* type) {
     if (!url.isLocalFile())
         return false;

@@ -20,6 +20,10 @@ bool isNamedAsSong(const QString& path);
 /// be read. Any thread.
 QString contentTypeOfFile(const QString& path);
 
+/// What the file at `path` holds when it is sound of a kind Tesk does not open, as people call
+/// it ("FLAC audio"); empty for anything else. Any thread.
+QString unopenedSoundKind(const QString& path);
+
 /// Whether Tesk opens the local file `url`: its type must be one of the supported types
 /// exactly. A type that merely derives from one (an audiobook's from MPEG-4 audio) is refused,
 /// as is any URL that is not a local file. Sets `type` (when given) to the type found, if any.

@@ -30,17 +30,23 @@ TeskError whyNotOpened(const QString& path) {
         return songFileError(SongFileErrorCode::NotReadable, path);
     if (file.size() == 0)
         return songFileError(SongFileErrorCode::Empty, path);
-    // Named as a song but holding something else, the file is told apart from one of a kind
-    // Tesk does not open.
-    const QString description =
-        isNamedAsSong(path)
-            ? TeskDocumentController::tr("“%1” is named as a song Tesk opens, but what it holds "
-                                         "is not a song or a practice document.")
-            : TeskDocumentController::tr(
-                  "“%1” is not a song or a practice document that Tesk opens.");
+    // Sound of another kind is named, and a file named as a song but holding something else
+    // is told apart from one that does not claim to be a song.
+    QString description;
+    if (const QString kind = unopenedSoundKind(path); !kind.isEmpty())
+        description = TeskDocumentController::tr("“%1” holds %2, which Tesk does not open.")
+                          .arg(file.fileName(), kind);
+    else if (isNamedAsSong(path))
+        description = TeskDocumentController::tr("“%1” is named as a song Tesk opens, but what "
+                                                 "it holds is not a song or a practice document.")
+                          .arg(file.fileName());
+    else
+        description =
+            TeskDocumentController::tr("“%1” is not a song or a practice document that Tesk opens.")
+                .arg(file.fileName());
     return TeskError(
         NSCocoaErrorDomain, kFileReadCorruptFileError,
-        {{LocalizedDescriptionKey, description.arg(file.fileName())},
+        {{LocalizedDescriptionKey, description},
          {LocalizedRecoverySuggestionKey,
           TeskDocumentController::tr("Tesk opens songs in MP3, AAC (M4A), WAV and AIFF files, and "
                                      "its own practice documents.")},

@@ -224,6 +224,8 @@ TEST_F(DocumentControllerTest, TheOpenDialogReplacesTheEmptyWindowAndFindsSavedD
     ASSERT_TRUE(writeFile(path("notes.txt"), "practise the bridge\n"));
     ASSERT_TRUE(writeFile(path("empty.mp3"), ""));
     ASSERT_TRUE(QDir().mkpath(path("folder.mp3")));
+    writeSong("song.flac");
+    writeSong("lossless.wav", {"-f", "flac"});
     const struct {
         const char* name;
         const char* said;
@@ -231,6 +233,9 @@ TEST_F(DocumentControllerTest, TheOpenDialogReplacesTheEmptyWindowAndFindsSavedD
         {"notes.mp3", "“notes.mp3” is named as a song Tesk opens, but what it holds is not a "
                       "song or a practice document."},
         {"notes.txt", "“notes.txt” is not a song or a practice document that Tesk opens."},
+        // Sound of a kind Tesk does not open is named, whatever the file is named.
+        {"song.flac", "“song.flac” holds FLAC audio, which Tesk does not open."},
+        {"lossless.wav", "“lossless.wav” holds FLAC audio, which Tesk does not open."},
         {"empty.mp3", "The file “empty.mp3” couldn’t be opened because it is empty."},
         {"gone.mp3", "The file “gone.mp3” couldn’t be opened because there is no such file."},
         {"folder.mp3", "The file “folder.mp3” couldn’t be opened because it can’t be read."}};
