@@ -10,10 +10,9 @@ namespace tesk {
 /// M4A export's index (64 bytes a packet of 1024 frames) reaches it only past 50 hours.
 inline constexpr std::size_t kLargestFfmpegAllocation = 512 * 1024 * 1024;
 
-/// Sets FFmpeg up for Tesk, once for the process: its own chatter (encoder statistics, probe
-/// warnings) stays off standard error, as Tesk reports what goes wrong through its error
-/// values (only errors still reach the log), and no allocation may exceed
-/// `kLargestFfmpegAllocation`.
+/// Sets FFmpeg up for Tesk, once for the process: its own lines (encoder statistics, probe
+/// warnings, the damage a decoder meets) stay off standard error, as Tesk reports what goes
+/// wrong through its error values, and no allocation may exceed `kLargestFfmpegAllocation`.
 /// Any thread.
 void setUpFfmpeg();
 

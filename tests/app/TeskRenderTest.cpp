@@ -200,6 +200,15 @@ TEST(TeskRender, UnreadableInputExitsTwoAndUnwritableOutputThree) {
         EXPECT_EQ(runRender(arguments).exitCode, 3) << arguments.join(' ').toStdString();
     EXPECT_EQ(readFile(aiff), song);
     EXPECT_EQ(filesIn(folder.path()), (QStringList{"in.wav", "notes.txt"}));
+
+    // A song cut short mid-sample plays as far as it goes, said once and in Tesk's words only.
+    const QString cut = other.filePath("cut.wav");
+    ASSERT_TRUE(
+        writeFile(cut, readFile(writeTone(other.filePath("whole.wav"), 0.3)).chopped(1001)));
+    const RenderRun damaged = runRender({"-q", cut, other.filePath("cut.aif")});
+    EXPECT_EQ(damaged.exitCode, 0);
+    EXPECT_TRUE(damaged.err.startsWith("tesk-render: warning: ")) << damaged.err.toStdString();
+    EXPECT_EQ(damaged.err.count('\n'), 1) << damaged.err.toStdString();
 }
 
 TEST(TeskRender, ExportsAifAndM4aOfTheSongsLengthOverTheSpeedWithItsTags) {
