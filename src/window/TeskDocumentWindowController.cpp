@@ -1132,12 +1132,7 @@ void TeskDocumentWindowController::closeEvent(QCloseEvent* event) {
         showWindow();
         const QString name = mDocument->practiceName();
         const int answer =
-            mServices.askSaveChanges
-                ? mServices.askSaveChanges(this, name)
-                : QMessageBox::question(
-                      this, tr("Save changes?"),
-                      tr("Do you want to save the changes you made to “%1”?").arg(name),
-                      QMessageBox::Save | QMessageBox::Discard | QMessageBox::Cancel);
+            mServices.askSaveChanges ? mServices.askSaveChanges(this, name) : askSaveChanges(name);
         // Only Discard throws the changes away: a box closed without an answer keeps them.
         if (answer != QMessageBox::Save && answer != QMessageBox::Discard) {
             event->ignore();
@@ -1159,6 +1154,21 @@ void TeskDocumentWindowController::closeEvent(QCloseEvent* event) {
                                                        // the window layer
     else
         closeWithoutAsking();
+}
+
+int TeskDocumentWindowController::askSaveChanges(const QString& name) {
+    // A song opened and never saved counts as a practice not yet kept, touched or not: the
+    // question speaks of keeping it rather than of changes the musician may not have made.
+    const bool everSaved = !mDocument->fileURL().isEmpty();
+    QMessageBox question(
+        QMessageBox::Question, everSaved ? tr("Save changes?") : tr("Save practice?"),
+        everSaved ? tr("Do you want to save the changes you made to “%1”?").arg(name)
+                  : tr("Do you want to save a practice for “%1”?").arg(name),
+        QMessageBox::Save | QMessageBox::Discard | QMessageBox::Cancel, this);
+    if (!everSaved)
+        question.setInformativeText(
+            tr("A practice keeps the song's speed, pitch, loop, markers and effects."));
+    return question.exec();
 }
 
 bool TeskDocumentWindowController::isEmptyWindow() const {

@@ -167,6 +167,8 @@ private:
     bool askReplaceChangedFile(const QString& path);
     /// Quits Tesk as the application does it (each window asked in turn).
     void quit();
+    /// Whether to save the practice called `name` before closing: a QMessageBox answer.
+    int askSaveChanges(const QString& name);
     /// Whether to stop the running export so that the window can close.
     bool askStopExport();
     bool askReplaceFile(const QString& path);

@@ -757,6 +757,33 @@ TEST(DocumentWindow, APracticeWhoseSongReferenceIsDamagedStillAsksToSaveItsMarke
     EXPECT_EQ(app.saveAskedAbout, (QStringList{"old", "old"}));
 }
 
+TEST(DocumentWindow, ASongNeverSavedIsAskedAboutAsAPracticeToKeepASavedOneForItsChanges) {
+    QTemporaryDir dir;
+    Practice app;
+    app.layer->services().askSaveChanges = nullptr; // the question Tesk itself asks
+    TeskDocument* document = app.open(writeTake(dir));
+    ASSERT_NE(document, nullptr);
+    const auto askedWhenClosing = [&] {
+        QString asked;
+        QTimer::singleShot(0, [&] {
+            if (auto* question = qobject_cast<QMessageBox*>(QApplication::activeModalWidget())) {
+                asked = question->text() + ' ' + question->informativeText();
+                question->button(QMessageBox::Cancel)->click();
+            }
+        });
+        EXPECT_FALSE(app.window(document)->close());
+        return asked;
+    };
+    const QString practice = askedWhenClosing();
+    EXPECT_TRUE(practice.contains("save a practice for")) << practice.toStdString();
+    EXPECT_FALSE(practice.contains("changes")) << practice.toStdString();
+    TeskError error;
+    ASSERT_TRUE(document->saveToURL(QUrl::fromLocalFile(dir.filePath("take.tesk")), &error));
+    document->dropGenericMarker();
+    const QString changes = askedWhenClosing();
+    EXPECT_TRUE(changes.contains("the changes you made to “take”")) << changes.toStdString();
+}
+
 TEST(DocumentWindow, QuittingAsksAboutEachChangedWindowWithItInFront) {
     // Several changed practices: one question first, whether to ask about each, throw every
     // change away or not quit. A single changed one is asked about at once.
