@@ -8,6 +8,7 @@
 #include <QCommandLineParser>
 #include <QCoreApplication>
 #include <QFileInfo>
+#include <algorithm>
 #include <cmath>
 
 namespace tesk {
@@ -127,6 +128,30 @@ bool isSavingDocument(const QStringList& arguments) {
     return false;
 }
 
+/// The word that unknown single letters came from, when one word gave them all: after one dash
+/// a word is read as short options run together, so "-take 2.wav" is named letter by letter,
+/// less the letters that are options (`shortOptions`).
+QString wordOfUnknownLetters(const QStringList& arguments, const QStringList& unknown,
+                             const QString& shortOptions) {
+    if (unknown.size() < 2 ||
+        !std::ranges::all_of(unknown, [](const QString& name) { return name.size() == 1; }))
+        return {};
+    const QString letters = unknown.join(QString());
+    for (const QString& argument : arguments.mid(1)) {
+        if (argument == QLatin1String("--"))
+            break;
+        if (!argument.startsWith(QLatin1Char('-')) || argument.startsWith(QLatin1String("--")))
+            continue;
+        QString unknownInArgument;
+        for (const QChar letter : argument.mid(1))
+            if (!shortOptions.contains(letter))
+                unknownInArgument += letter;
+        if (unknownInArgument == letters)
+            return argument;
+    }
+    return {};
+}
+
 bool hasOutputSuffix(const QString& path) {
     // Exactly these two, as the export itself understands them: "aiff" or "AIF" would
     // otherwise be silently skipped.
@@ -169,12 +194,24 @@ RenderCommandLine parseRenderCommandLine(const QStringList& arguments) {
         saving ? QCommandLineOption(QStringLiteral("loop"), {}, QStringLiteral("A-B"))
                : QCommandLineOption(QStringLiteral("loop"));
     const QCommandLineOption markerOption(QStringLiteral("marker"), {}, QStringLiteral("KIND@S"));
-    parser.addOptions({speedOption, pitchOption, volumeOption, rangeOption, eqOption, vocalOption,
-                       panOption, outOfPhaseOption, qualityOption, infoOption, quietOption,
-                       helpOption, versionOption, documentOption, saveDocumentOption, loopOption,
-                       markerOption});
+    const QList<QCommandLineOption> allOptions{
+        speedOption,   pitchOption,      volumeOption,       rangeOption, eqOption,    vocalOption,
+        panOption,     outOfPhaseOption, qualityOption,      infoOption,  quietOption, helpOption,
+        versionOption, documentOption,   saveDocumentOption, loopOption,  markerOption};
+    parser.addOptions(allOptions);
 
     if (!parser.parse(arguments)) {
+        QString shortOptions;
+        for (const QCommandLineOption& option : allOptions)
+            for (const QString& name : option.names())
+                if (name.size() == 1)
+                    shortOptions += name;
+        const QString word =
+            wordOfUnknownLetters(arguments, parser.unknownOptionNames(), shortOptions);
+        if (!word.isEmpty())
+            return badUsage(QStringLiteral("Unknown option '%1' (a file whose name begins with "
+                                           "'-' goes after '--')")
+                                .arg(word));
         // Qt's sentences end in a full stop; ours go on with a pointer to --help.
         QString reason = parser.errorText();
         if (reason.endsWith(QLatin1Char('.')))

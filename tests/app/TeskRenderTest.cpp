@@ -152,6 +152,13 @@ TEST(TeskRenderCommandLine, BadUsageIsOneLineSaidBeforeAnythingIsRead) {
         }
     }
 
+    // A song whose name begins with a dash is named whole, with the way to give it.
+    EXPECT_EQ(parseRenderCommandLine({"tesk-render", "-leading dash.wav", "out.m4a"}).text,
+              "Unknown option '-leading dash.wav' (a file whose name begins with '-' goes after "
+              "'--')");
+    EXPECT_NE(parseRenderCommandLine({"tesk-render", "--", "-leading dash.wav", "out.m4a"}).action,
+              RenderCommandLine::Action::BadUsage);
+
     // A practice's name in capitals is still one, as Tesk opens it.
     EXPECT_NE(parseRenderCommandLine({"tesk-render", "in.wav", "--save-document", "D.TESK"}).action,
               RenderCommandLine::Action::BadUsage);
