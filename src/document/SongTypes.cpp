@@ -2,8 +2,10 @@
 
 #include "document/TeskDocumentFile.h"
 
+#include <QCoreApplication>
 #include <QFileInfo>
 #include <QMimeDatabase>
+#include <utility>
 
 namespace tesk {
 
@@ -52,10 +54,28 @@ QString contentTypeOfFile(const QString& path) {
 }
 
 QString unopenedSoundKind(const QString& path) {
-    const QString type = contentTypeOfFile(path);
-    if (!type.startsWith(QLatin1String("audio/")) || supportedAudioFileTypes().contains(type))
+    const QMimeType type = QMimeDatabase().mimeTypeForName(contentTypeOfFile(path));
+    // Playlists are named as sound but are text.
+    if (!type.name().startsWith(QLatin1String("audio/")) ||
+        supportedAudioFileTypes().contains(type.name()) ||
+        type.inherits(QStringLiteral("text/plain")))
         return {};
-    return QMimeDatabase().mimeTypeForName(type).comment();
+    // Tesk's own words rather than the type database's, which follow the system's language.
+    static const std::pair<const char*, const char*> kKinds[] = {
+        {"audio/flac", QT_TRANSLATE_NOOP("SongTypes", "FLAC audio")},
+        {"audio/x-flac+ogg", QT_TRANSLATE_NOOP("SongTypes", "FLAC audio")},
+        {"audio/x-vorbis+ogg", QT_TRANSLATE_NOOP("SongTypes", "Ogg Vorbis audio")},
+        {"audio/x-opus+ogg", QT_TRANSLATE_NOOP("SongTypes", "Opus audio")},
+        {"audio/x-ms-wma", QT_TRANSLATE_NOOP("SongTypes", "Windows Media audio")},
+        {"audio/x-wavpack", QT_TRANSLATE_NOOP("SongTypes", "WavPack audio")},
+        {"audio/x-ape", QT_TRANSLATE_NOOP("SongTypes", "Monkey's Audio")},
+        {"audio/aac", QT_TRANSLATE_NOOP("SongTypes", "AAC audio outside an M4A file")},
+        {"audio/x-m4b", QT_TRANSLATE_NOOP("SongTypes", "an MPEG-4 audiobook")},
+    };
+    for (const auto& [name, kind] : kKinds)
+        if (type.name() == QLatin1String(name))
+            return QCoreApplication::translate("SongTypes", kind);
+    return QCoreApplication::translate("SongTypes", "sound of another kind");
 }
 
 bool canOpenFile(const QUrl& url, QString* type) {

@@ -21,7 +21,7 @@ bool isNamedAsSong(const QString& path);
 QString contentTypeOfFile(const QString& path);
 
 /// What the file at `path` holds when it is sound of a kind Tesk does not open, as people call
-/// it ("FLAC audio"); empty for anything else. Any thread.
+/// it ("FLAC audio"); empty for anything else, a playlist included. Any thread.
 QString unopenedSoundKind(const QString& path);
 
 /// Whether Tesk opens the local file `url`: its type must be one of the supported types

@@ -401,10 +401,10 @@ TEST(SingleInstance, ALaterTeskHandsItsFilesToTheRunningOneAndExits) {
     second.setWorkingDirectory(runtime.path());
     ASSERT_TRUE(test::writeFile(runtime.filePath("notes.txt"), "practise the bridge\n"));
     ASSERT_TRUE(test::writeFile(runtime.filePath("empty.mp3"), ""));
-    test::writeTone(runtime.filePath("song.ogg"), 0.5);
+    test::writeTone(runtime.filePath("song.flac"), 0.5);
     // After "--" a name that looks like an option is a file.
     second.start(QStringLiteral(TESK_PATH), {"song.mp3", "/tmp/practice.tesk", "notes.txt",
-                                             "empty.mp3", "song.ogg", "--", "-v"});
+                                             "empty.mp3", "song.flac", "--", "-v"});
     ASSERT_TRUE(received.wait(10000));
     ASSERT_TRUE(second.waitForFinished(10000));
     EXPECT_EQ(second.exitStatus(), QProcess::NormalExit);
@@ -412,14 +412,14 @@ TEST(SingleInstance, ALaterTeskHandsItsFilesToTheRunningOneAndExits) {
     EXPECT_EQ(received.first().first().toStringList(),
               QStringList({runtime.filePath("song.mp3"), "/tmp/practice.tesk",
                            runtime.filePath("notes.txt"), runtime.filePath("empty.mp3"),
-                           runtime.filePath("song.ogg"), runtime.filePath("-v")}));
+                           runtime.filePath("song.flac"), runtime.filePath("-v")}));
     // None of them opens: the terminal they were named on hears why.
     const QString said = QString::fromLocal8Bit(second.readAllStandardError());
     EXPECT_TRUE(said.contains("\"song.mp3\": there is no such file")) << said.toStdString();
     EXPECT_TRUE(said.contains("\"/tmp/practice.tesk\"")) << said.toStdString();
     EXPECT_TRUE(said.contains("\"notes.txt\": it is not a song")) << said.toStdString();
     EXPECT_TRUE(said.contains("\"empty.mp3\": it is empty")) << said.toStdString();
-    EXPECT_TRUE(said.contains("\"song.ogg\": it holds Ogg Vorbis audio, which Tesk does not open"))
+    EXPECT_TRUE(said.contains("\"song.flac\": it holds FLAC audio, which Tesk does not open"))
         << said.toStdString();
 }
 

@@ -226,6 +226,8 @@ TEST_F(DocumentControllerTest, TheOpenDialogReplacesTheEmptyWindowAndFindsSavedD
     ASSERT_TRUE(QDir().mkpath(path("folder.mp3")));
     writeSong("song.flac");
     writeSong("lossless.wav", {"-f", "flac"});
+    writeSong("song.aac");
+    writeText("list.m3u", "#EXTM3U\nsong.mp3\n");
     const struct {
         const char* name;
         const char* said;
@@ -236,6 +238,9 @@ TEST_F(DocumentControllerTest, TheOpenDialogReplacesTheEmptyWindowAndFindsSavedD
         // Sound of a kind Tesk does not open is named, whatever the file is named.
         {"song.flac", "“song.flac” holds FLAC audio, which Tesk does not open."},
         {"lossless.wav", "“lossless.wav” holds FLAC audio, which Tesk does not open."},
+        {"song.aac", "“song.aac” holds AAC audio outside an M4A file, which Tesk does not open."},
+        // A playlist is typed as sound, but holds none.
+        {"list.m3u", "“list.m3u” is not a song or a practice document that Tesk opens."},
         {"empty.mp3", "The file “empty.mp3” couldn’t be opened because it is empty."},
         {"gone.mp3", "The file “gone.mp3” couldn’t be opened because there is no such file."},
         {"folder.mp3", "The file “folder.mp3” couldn’t be opened because it can’t be read."}};
