@@ -166,11 +166,13 @@ std::optional<TeskDocumentContents> readDocumentContents(const QByteArray& bytes
 
     TeskDocumentContents contents;
     const QJsonValue alias = object.value(kAudioFileAliasKey);
-    // A reference whose text is damaged still reads, as damaged bytes: the document then says
-    // its song reference is damaged and offers to locate the song, instead of forgetting it had
-    // one.
+    // A reference whose text is damaged, or that is no text at all, still reads, as damaged
+    // bytes: the document then says its song reference is damaged and offers to locate the
+    // song, instead of taking itself for a practice that never had one.
     if (alias.isString())
         contents.audioFileAlias = QByteArray::fromBase64(alias.toString().toLatin1());
+    else if (!alias.isUndefined())
+        contents.audioFileAlias = QByteArray();
     contents.genericMarkers = readMarkers(object, kGenericMarkersKey);
     contents.chorusMarkers = readMarkers(object, kChorusMarkersKey);
     contents.verseMarkers = readMarkers(object, kVerseMarkersKey);

@@ -643,11 +643,14 @@ TEST_F(DocumentTest, DamagedDocumentFilesGiveAnErrorNamingTheFile) {
     ASSERT_TRUE(document->saveToURL(url("alias.tesk"), &error));
     EXPECT_EQ(readDocumentContents(readFile(path("alias.tesk")))->audioFileAlias,
               QByteArray("not a reference"));
-    // Text that is not even a reference's is damaged alike.
-    ASSERT_TRUE(writeFile(path("garbled.tesk"), R"({"audioFileAlias": "not*base64!"})"));
-    auto garbled = load("garbled.tesk", &error);
-    ASSERT_TRUE(garbled);
-    EXPECT_TRUE(garbled->songError().has_value());
+    // Text that is not even a reference's, or no text at all, is damaged alike.
+    for (const char* json : {R"({"audioFileAlias": "not*base64!"})", R"({"audioFileAlias": 42})"}) {
+        ASSERT_TRUE(writeFile(path("garbled.tesk"), json));
+        auto garbled = load("garbled.tesk", &error);
+        ASSERT_TRUE(garbled);
+        ASSERT_TRUE(garbled->songError().has_value()) << json;
+        EXPECT_TRUE(garbled->songError()->localizedDescription().contains("damaged")) << json;
+    }
     // One that names no song at all says so, as where its song would be.
     ASSERT_TRUE(writeFile(path("songless.tesk"), R"({"genericMarkers": [44100]})"));
     auto songless = load("songless.tesk", &error);
