@@ -547,6 +547,10 @@ std::optional<TeskError> TeskDocument::songError() const {
     return songNotFoundError(mAudioFileAlias->fileName());
 }
 
+bool TeskDocument::isBlank() const {
+    return !mAudioFileAlias && mFileURL.isEmpty() && !songError();
+}
+
 std::optional<TeskError> TeskDocument::songDamage() const {
     const auto* song =
         mPlaybackController

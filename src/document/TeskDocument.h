@@ -191,6 +191,9 @@ public:
     /// Why the song cannot be played: it could not be opened, or it has gone since it was (a
     /// disk taken away). Nothing when it is found, or when there is none.
     std::optional<TeskError> songError() const;
+    /// Neither a song nor a practice: what the empty window shows. A practice whose song is
+    /// missing, or that names none, is not blank: its markers are the musician's work.
+    bool isBlank() const;
     /// Why the song playing ends early or has gaps (its file damaged or cut short): it plays what
     /// could be read. Nothing while it is still being read, or when it was read whole.
     std::optional<TeskError> songDamage() const;

@@ -74,9 +74,8 @@ QList<TeskDocument*> TeskDocumentController::documents() const {
 }
 
 TeskDocument* TeskDocumentController::firstUntitledDocument() const {
-    // A document whose song is only missing is not empty: its markers are worth keeping.
     for (const auto& document : mDocuments) {
-        if (!document->audioFileAlias() && document->fileURL().isEmpty())
+        if (document->isBlank())
             return document.get();
     }
     return nullptr;

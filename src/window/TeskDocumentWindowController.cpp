@@ -93,7 +93,7 @@ TeskDocumentWindowController::TeskDocumentWindowController(TeskDocument* documen
     connect(&mWaveformTimer, &QTimer::timeout, this, &TeskDocumentWindowController::updateWaveform);
 
     buildMenus();
-    if (mDocument->audioFileURL().isEmpty() && !mDocument->songError())
+    if (isEmptyWindow())
         buildUntitledContent();
     else {
         buildPopulatedContent();
@@ -470,7 +470,7 @@ void TeskDocumentWindowController::menuClosed() {
 }
 
 void TeskDocumentWindowController::placeWindow() {
-    if (mDocument->audioFileURL().isEmpty() && !mDocument->songError()) {
+    if (isEmptyWindow()) {
         const QByteArray saved = QSettings().value(kUntitledFrameKey).toByteArray();
         if (saved.isEmpty() || !restoreGeometry(saved)) {
             if (const QScreen* screen = QGuiApplication::primaryScreen())
@@ -1172,7 +1172,7 @@ int TeskDocumentWindowController::askSaveChanges(const QString& name) {
 }
 
 bool TeskDocumentWindowController::isEmptyWindow() const {
-    return !mDocument->audioFileAlias() && mDocument->fileURL().isEmpty();
+    return mDocument->isBlank();
 }
 
 bool TeskDocumentWindowController::hasChangesToAskAbout() const {

@@ -292,6 +292,14 @@ TEST_F(DocumentControllerTest, ADocumentWhoseSongIsMissingIsNotAnEmptyWindow) {
     // Opening another song leaves it be.
     ASSERT_TRUE(mController.openFileNamed(writeSong("other.wav"), &mError));
     EXPECT_EQ(mController.documents().size(), 2);
+
+    // Nor is one that names no song, even untitled (as its copy reopens after a crash).
+    ASSERT_TRUE(writeFile(path("songless.tesk"), R"({"genericMarkers": [44100]})"));
+    TeskDocument* songless =
+        mController.openDocumentWithContentsOfURL(url("songless.tesk"), true, &mError);
+    ASSERT_TRUE(songless);
+    songless->setFileURL({});
+    EXPECT_EQ(mController.firstUntitledDocument(), nullptr);
 }
 
 /// The copies of unsaved practice in `folder`.
