@@ -8,6 +8,7 @@
 #include <QPainter>
 #include <QRegion>
 #include <algorithm>
+#include <cmath>
 
 namespace tesk {
 
@@ -18,17 +19,28 @@ constexpr int kArrowInset = 6;
 constexpr qreal kCornerInset = 5.0;
 constexpr qreal kSmallestPointSize = 6.0;
 
-// Every pixel the bubble's picture touches, at its own size.
-QRegion shapeOf(const NamedImage& picture) {
-    const QImage image = picture.pixmap(1.0).toImage().convertToFormat(QImage::Format_ARGB32);
+// The window's shape at `ratio`: each point of which the bubble's picture, drawn there, paints
+// any pixel (a pixel belongs to the point its top left corner lies in). Its soft edge stays
+// whole where a compositor blends it.
+QRegion shapeOf(const NamedImage& picture, qreal ratio) {
+    const QImage image = picture.pixmap(ratio).toImage().convertToFormat(QImage::Format_ARGB32);
+    const auto painted = [&](int x, int y) {
+        const int right = std::min(image.width(), int(std::ceil((x + 1) * ratio)));
+        const int bottom = std::min(image.height(), int(std::ceil((y + 1) * ratio)));
+        for (int row = int(std::ceil(y * ratio)); row < bottom; ++row)
+            for (int column = int(std::ceil(x * ratio)); column < right; ++column)
+                if (qAlpha(image.pixel(column, row)) > 0)
+                    return true;
+        return false;
+    };
+    const QSize size = picture.size().toSize();
     QRegion shape;
-    for (int y = 0; y < image.height(); ++y) {
-        const auto* row = reinterpret_cast<const QRgb*>(image.constScanLine(y));
-        for (int x = 0; x < image.width();) {
-            while (x < image.width() && qAlpha(row[x]) == 0)
+    for (int y = 0; y < size.height(); ++y) {
+        for (int x = 0; x < size.width();) {
+            while (x < size.width() && !painted(x, y))
                 ++x;
             const int start = x;
-            while (x < image.width() && qAlpha(row[x]) > 0)
+            while (x < size.width() && painted(x, y))
                 ++x;
             if (x > start)
                 shape += QRect(start, y, x - start, 1);
@@ -59,11 +71,8 @@ CalloutWindow::CalloutWindow(QWidget* owner)
     setAttribute(Qt::WA_ShowWithoutActivating);
     setAttribute(Qt::WA_TransparentForMouseEvents);
     setFocusPolicy(Qt::NoFocus);
-    const NamedImage& picture = NamedImage::named(QStringLiteral("PitchArrow"));
-    setFixedSize(picture.size().toSize());
-    // Without a compositing window manager the clear corners of a translucent window show
-    // black; shaped like the bubble, the window has no corners to show.
-    setMask(shapeOf(picture));
+    setFixedSize(NamedImage::named(QStringLiteral("PitchArrow")).size().toSize());
+    takeBubbleShape();
     mFade.setDuration(250);
     mFade.setStartValue(1.0);
     mFade.setEndValue(0.0);
@@ -73,7 +82,19 @@ CalloutWindow::CalloutWindow(QWidget* owner)
     connect(&mDelayedFade, &QTimer::timeout, this, &CalloutWindow::fadeOut);
 }
 
+void CalloutWindow::takeBubbleShape() {
+    // Without a compositing window manager the clear corners of a translucent window show
+    // black; shaped like the bubble, the window has no corners to show. The picture's outline
+    // lies on whole points, so its edge covers whole pixels at any ratio.
+    const qreal ratio = devicePixelRatioF();
+    if (ratio == mShapeRatio)
+        return;
+    mShapeRatio = ratio;
+    setMask(shapeOf(NamedImage::named(QStringLiteral("PitchArrow")), ratio));
+}
+
 void CalloutWindow::showAt(const QPoint& tip, const QString& text) {
+    takeBubbleShape(); // the screen it shows on may have another ratio
     mFade.stop();
     mDelayedFade.stop();
     setWindowOpacity(1.0);

@@ -29,7 +29,11 @@ protected:
     void paintEvent(QPaintEvent* event) override;
 
 private:
+    /// Shapes the window like the bubble, at the ratio of the screen it is on.
+    void takeBubbleShape();
+
     QString mText;
+    qreal mShapeRatio = 0.0;
     QPropertyAnimation mFade;
     QTimer mDelayedFade;
 };
