@@ -11,8 +11,9 @@ namespace tesk {
 inline constexpr std::size_t kLargestFfmpegAllocation = 512 * 1024 * 1024;
 
 /// Sets FFmpeg up for Tesk, once for the process: its own lines (encoder statistics, probe
-/// warnings, the damage a decoder meets) stay off standard error, as Tesk reports what goes
-/// wrong through its error values, and no allocation may exceed `kLargestFfmpegAllocation`.
+/// warnings, the damage a decoder meets; all but a fatal error) stay off standard error, as
+/// Tesk reports what goes wrong through its error values, and no allocation may exceed
+/// `kLargestFfmpegAllocation`.
 /// Any thread.
 void setUpFfmpeg();
 

@@ -1,5 +1,6 @@
 #include "document/TeskDocumentFile.h"
 
+#include "audio/EngineConstants.h"
 #include "audio/TimePitchStage.h"
 
 #include <QCoreApplication>
@@ -180,9 +181,9 @@ std::optional<TeskDocumentContents> readDocumentContents(const QByteArray& bytes
     const QJsonValue effects = object.value(kEffectsSettingsKey);
     if (effects.isObject())
         contents.effectsSettings = effects.toObject().toVariantMap();
-    // Past 1 the waveform would be drawn at fewer than no frames a point. Below 0 it is drawn
-    // smaller than the view: fitting a loop nearly as long as the song saves a few hundredths
-    // below, so only what no fitting gives is cut.
+    // Past 1 the waveform is drawn closer than the zoom slider goes, and soon at no frames a
+    // point at all. Below 0 it is drawn smaller than the view, as fitting a loop nearly as long
+    // as the song saves; below -1 the difference that makes is well under a hundredth.
     contents.zoomLevel = readWithin(object, kZoomLevelKey, -1.0, 1.0);
     contents.playbackVolume =
         readWithin(object, kPlaybackVolumeKey, 0.0, double(engine::kMaximumLinearLevel));

@@ -14,8 +14,9 @@ inline const QString TeskDocumentType = QStringLiteral("application/x-tesk-docum
 inline const QString TeskDocumentExtension = QStringLiteral("tesk");
 
 /// What a document file holds. Reading leaves a member empty when the file lacks its key or
-/// holds a value of another type or out of range there, so that the document can apply its
-/// own rule for each missing key. Plain value; any thread.
+/// holds a value of another type there, or a frame out of range, so that the document can
+/// apply its own rule for each missing key; the zoom, volume, speed and pitch are brought within
+/// what Tesk plays and shows. Plain value; any thread.
 struct TeskDocumentContents {
     /// The song's file reference, in its archived form.
     std::optional<QByteArray> audioFileAlias;

@@ -1268,10 +1268,13 @@ void TeskDocumentWindowController::showSongProblem() {
 }
 
 void TeskDocumentWindowController::locateSong() {
-    // The song was last seen somewhere near where it lived.
-    const QString startFolder = mDocument->audioFileAlias()
-                                    ? QFileInfo(mDocument->audioFileAlias()->absolutePath()).path()
-                                    : QString();
+    // The song was last seen somewhere near where it lived; one never named is looked for
+    // beside its practice.
+    QString startFolder;
+    if (mDocument->audioFileAlias())
+        startFolder = QFileInfo(mDocument->audioFileAlias()->absolutePath()).path();
+    else if (mDocument->fileURL().isLocalFile())
+        startFolder = QFileInfo(mDocument->fileURL().toLocalFile()).path();
     const QString path =
         mServices.askSongFile
             ? mServices.askSongFile(this, startFolder)

@@ -119,15 +119,17 @@ QuitReview TeskWindowLayer::askReviewChanges(int changedCount, QWidget* over) {
     // since the question's own loop runs whatever else happens meanwhile.
     QPointer<QMessageBox> box = new QMessageBox(
         QMessageBox::Warning, QObject::tr("Quit Tesk"),
-        QObject::tr("You have %1 practices with unsaved changes. Do you want to review these "
-                    "changes before quitting?")
+        QObject::tr("You have %1 practices not saved. Do you want to review them before "
+                    "quitting?")
             .arg(changedCount),
         QMessageBox::NoButton, over);
     box->setInformativeText(
-        QObject::tr("If you don’t review your practices, all your changes will be lost."));
-    QPushButton* review = box->addButton(QObject::tr("&Review Changes…"), QMessageBox::AcceptRole);
+        QObject::tr("If you don’t review them, their speed, pitch, loops, markers and effects "
+                    "will be lost."));
+    QPushButton* review =
+        box->addButton(QObject::tr("&Review Practices…"), QMessageBox::AcceptRole);
     QPushButton* discard =
-        box->addButton(QObject::tr("&Discard Changes"), QMessageBox::DestructiveRole);
+        box->addButton(QObject::tr("&Discard All"), QMessageBox::DestructiveRole);
     box->addButton(QMessageBox::Cancel);
     box->setDefaultButton(review);
     box->exec();

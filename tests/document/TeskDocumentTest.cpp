@@ -463,7 +463,7 @@ TEST_F(DocumentTest, MissingKeysFollowTheirRules) {
     huge->stopFilePlaying();
 }
 
-TEST(TeskDocumentFile, AValueOfTheWrongTypeOrOutOfRangeReadsAsMissing) {
+TEST(TeskDocumentFile, AValueOfTheWrongTypeOrAFrameOutOfRangeReadsAsMissing) {
     // One entry that is no frame number takes its whole marker array; a frame reads leniently.
     const auto read = readDocumentContents(R"({"playbackSpeed": -0.25, "playbackVolume": "loud",
         "zoomLevel": 0.5, "genericMarkers": [1, 2.5, 3], "chorusMarkers": [9, 8],

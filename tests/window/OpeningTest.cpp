@@ -212,6 +212,21 @@ TEST(Opening, AMissingSongKeepsItsMarkersAndIsFoundAgainWithLocate) {
     EXPECT_EQ(document->loopRange().length, 8820u);
     EXPECT_TRUE(window->action(WindowCommand::PlayPause)->isEnabled());
     EXPECT_TRUE(window->action(WindowCommand::ExportLoop)->isEnabled());
+
+    // A practice that names no song says so, and its song is looked for beside it.
+    ASSERT_TRUE(QDir(dir.path()).mkdir("practices"));
+    const QString songless = dir.filePath("practices/songless.tesk");
+    ASSERT_TRUE(writeFile(songless, R"({"genericMarkers": [1000]})"));
+    TeskDocument* unnamed =
+        app.documents->openDocumentWithContentsOfURL(QUrl::fromLocalFile(songless), true, &error);
+    ASSERT_NE(unnamed, nullptr);
+    ASSERT_TRUE(QTest::qWaitFor(
+        [&] { return app.window(unnamed)->noticeText().contains("names no song"); }, 2000));
+    app.locateAnswer = copy;
+    app.window(unnamed)->locateSong();
+    EXPECT_EQ(app.locateStartedIn, QFileInfo(songless).path());
+    EXPECT_EQ(unnamed->audioFileURL().toLocalFile(), copy);
+    EXPECT_EQ(unnamed->genericMarkers(), QList<quint32>{1000});
 }
 
 TEST(Opening, APracticeWhoseSongNoLongerPlaysOffersNoSongCommands) {
