@@ -243,7 +243,7 @@ qint64 TeskExtendedAudioFilePlayer::currentFrame() const {
         const double heard = mOutputAudioUnit->heardSourceFrame();
         // Until the first frames are heard, the position is where playback started.
         if (heard >= 0.0)
-            mCurrentFrame = qint64(std::llround(heard));
+            mCurrentFrame = qint64(std::floor(insideLoop(heard)));
     }
     return mCurrentFrame;
 }
@@ -261,26 +261,33 @@ std::optional<AheadRenderer::HandedMark>
 TeskExtendedAudioFilePlayer::inSong(std::optional<AheadRenderer::HandedMark> mark) const {
     if (!mark)
         return std::nullopt;
-    qint64 frame = mark->sourceFrame;
-    // Counted on from a block's first frame, the frame may lie past a seam the loop wrapped at
-    // inside that block: it is as far into the loop's other end.
-    const LoopRange loop = mFileReader.loopRange();
-    const qint64 start = loop.location;
-    const qint64 end = std::min(start + qint64(loop.length), totalFrames());
-    if (mFileReader.isLooping() && end > start) {
-        if (!mFileReader.isReverse() && frame >= end)
-            frame = start + (frame - end) % (end - start);
-        else if (mFileReader.isReverse() && frame < start)
-            frame = end - (start - frame) % (end - start);
-    }
+    const auto frame = qint64(insideLoop(double(mark->sourceFrame)));
     mark->sourceFrame = std::clamp<qint64>(frame, 0, std::max<qint64>(totalFrames() - 1, 0));
     return mark;
+}
+
+double TeskExtendedAudioFilePlayer::insideLoop(double frame) const {
+    // Past the seam in the direction of play, the frame is as far into the loop's other end.
+    // Frames before the loop, where playback started, are played on the way into it.
+    const LoopRange loop = mFileReader.loopRange();
+    const double start = double(loop.location);
+    const double end = std::min(start + double(loop.length), double(totalFrames()));
+    if (!mFileReader.isLooping() || end <= start)
+        return frame;
+    const bool pastSeam = mFileReader.isReverse() ? frame < start : frame >= end;
+    if (!pastSeam)
+        return frame;
+    const double into = std::fmod(frame - start, end - start);
+    return into < 0.0 ? end + into : start + into;
 }
 
 std::optional<AheadRenderer::HeardPosition> TeskExtendedAudioFilePlayer::heardPosition() const {
     if (!isFilePlaying())
         return std::nullopt;
-    return mOutputAudioUnit->heardPosition();
+    std::optional<AheadRenderer::HeardPosition> heard = mOutputAudioUnit->heardPosition();
+    if (heard)
+        heard->sourceFrame = insideLoop(heard->sourceFrame);
+    return heard;
 }
 
 void TeskExtendedAudioFilePlayer::setCurrentFrame(qint64 frame) {

@@ -188,6 +188,9 @@ private:
     /// may have wrapped at and inside the song.
     std::optional<AheadRenderer::HandedMark>
     inSong(std::optional<AheadRenderer::HandedMark> mark) const;
+    /// A frame counted on from a block's first frame put back inside the loop it wrapped at:
+    /// a loop shorter than a block wraps inside it, maybe more than once.
+    double insideLoop(double frame) const;
 
     std::shared_ptr<const DecodedFrames> mAudioFile;
     std::unique_ptr<TeskOutputAudioUnit> mOutputAudioUnit;

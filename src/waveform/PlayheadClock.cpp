@@ -21,10 +21,13 @@ std::optional<double> PlayheadClock::frameAt(std::int64_t steadyTimeNs) const {
     if (mLooping && mLoop.length > 0) {
         const double start = mLoop.location;
         const double end = start + mLoop.length;
-        if (mLast->sourceStep >= 0.0 && frame >= end && mLast->sourceFrame < end)
-            frame = start + std::fmod(frame - end, double(mLoop.length));
-        else if (mLast->sourceStep < 0.0 && frame < start && mLast->sourceFrame >= start)
-            frame = end - std::fmod(start - frame, double(mLoop.length));
+        const bool wrapped = mLast->sourceStep >= 0.0
+                                 ? frame >= end && mLast->sourceFrame < end
+                                 : frame < start && mLast->sourceFrame >= start;
+        if (wrapped) {
+            const double into = std::fmod(frame - start, double(mLoop.length));
+            frame = into < 0.0 ? end + into : start + into;
+        }
     }
     return std::max(frame, 0.0);
 }

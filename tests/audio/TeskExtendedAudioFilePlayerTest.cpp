@@ -627,20 +627,39 @@ TEST(TeskExtendedAudioFilePlayer, ALoopDraggedWhilePlayingGoesOnWithoutRepeating
     }
 }
 
-TEST(TeskExtendedAudioFilePlayer, WhereTheSoundGoesOnFromIsInsideAShortLoopAfterEveryPeriod) {
-    // A loop of 1000 frames wraps inside the device's blocks: the frame the device is handed
-    // next is where the loop has got to, never past its end where a block's start would say.
-    constexpr qint64 kStart = 44100, kLength = 1000;
-    ManualPlayer manual(MemorySong::sine(44100 * 4, 440.0, 0.5));
-    manual.player.setLooping(true);
-    manual.player.setLoopRange({std::uint32_t(kStart), std::uint32_t(kLength)});
-    manual.startAt(kStart);
-    manual.playUntilReported();
-    for (int period = 0; period < 24; ++period) {
-        manual.play(1);
-        const qint64 next = manual.player.nextHandedFrame();
-        const auto handed = qint64(manual.device->left.size());
-        EXPECT_NEAR(next, kStart + handed % kLength, 2) << period;
+TEST(TeskExtendedAudioFilePlayer, EverythingTheLoopReportsIsInsideItHoweverShort) {
+    // Loops shorter than the device's blocks wrap inside them: the frame handed next, the frame
+    // heard and the timed report are where the loop has got to, never past its end where a
+    // block's start would say.
+    constexpr qint64 kStart = 44100;
+    const struct {
+        qint64 length;
+        float speed;
+    } loops[] = {{1000, 1.0f}, {100, 1.0f}, {1, 1.0f}, {100, -1.0f}, {30, 0.5f}};
+    for (const auto [length, speed] : loops) {
+        SCOPED_TRACE(testing::Message() << length << " frames at " << speed);
+        ManualPlayer manual(MemorySong::sine(44100 * 4, 440.0, 0.5));
+        manual.player.setLooping(true);
+        manual.player.setLoopRange({std::uint32_t(kStart), std::uint32_t(length)});
+        manual.player.setPlaybackSpeed(speed);
+        manual.startAt(kStart);
+        manual.playUntilReported();
+        const std::size_t reported = manual.positions.size() - 1;
+        for (int period = 0; period < 24; ++period) {
+            manual.play(1);
+            if (speed != 1.0f)
+                continue;
+            const qint64 next = manual.player.nextHandedFrame();
+            const auto handed = qint64(manual.device->left.size());
+            EXPECT_NEAR(next, kStart + handed % length, 2) << period;
+        }
+        for (std::size_t i = reported; i < manual.positions.size(); ++i) {
+            EXPECT_GE(manual.positions[i], kStart) << i;
+            EXPECT_LT(manual.positions[i], kStart + length) << i;
+            ASSERT_TRUE(manual.reports[i]);
+            EXPECT_GE(manual.reports[i]->sourceFrame, double(kStart)) << i;
+            EXPECT_LT(manual.reports[i]->sourceFrame, double(kStart + length)) << i;
+        }
     }
 }
 
