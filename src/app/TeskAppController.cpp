@@ -3,6 +3,7 @@
 #include "app/FeedbackMessage.h"
 #include "controls/SBindingView.h"
 #include "document/TeskDocumentController.h"
+#include "widgets/WrappableText.h"
 #include "window/TeskWindowLayer.h"
 #include "window/WindowCommands.h"
 
@@ -187,11 +188,14 @@ TeskAppController::RecoveryAnswer
 TeskAppController::askAboutUnsavedPractice(const QStringList& names) {
     QMessageBox box(QMessageBox::Question, tr("Unsaved Practice"), QString());
     if (names.size() == 1) {
-        box.setText(tr("The changes to “%1” were not saved when Tesk last ended.").arg(names[0]));
+        box.setTextFormat(Qt::PlainText);
+        box.setText(tr("The changes to “%1” were not saved when Tesk last ended.")
+                        .arg(wrappableText(names[0])));
     } else {
         QStringList items;
         for (const QString& name : names)
-            items.append(QStringLiteral("<li>%1</li>").arg(name.toHtmlEscaped()));
+            items.append(QStringLiteral("<li>%1</li>").arg(wrappableText(name).toHtmlEscaped()));
+        box.setTextFormat(Qt::RichText);
         box.setText(tr("The changes to these were not saved when Tesk last ended:<ul>%1</ul>")
                         .arg(items.join(QString())));
     }

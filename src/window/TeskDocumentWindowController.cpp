@@ -11,6 +11,7 @@
 #include "waveform/WaveformView.h"
 #include "widgets/KLTexturedSlider.h"
 #include "widgets/NamedImage.h"
+#include "widgets/WrappableText.h"
 #include "window/PressedImageButton.h"
 #include "window/SongViews.h"
 #include "window/TeskDropView.h"
@@ -778,8 +779,8 @@ void TeskDocumentWindowController::waveformViewDidReadWholeSong(WaveformView*) {
     if (!damage)
         return;
     mDamageNotice = QStringLiteral("<b>%1</b> %2")
-                        .arg(damage->localizedDescription().toHtmlEscaped(),
-                             damage->localizedRecoverySuggestion().toHtmlEscaped());
+                        .arg(wrappableText(damage->localizedDescription()).toHtmlEscaped(),
+                             wrappableText(damage->localizedRecoverySuggestion()).toHtmlEscaped());
     showNotices();
 }
 
@@ -934,11 +935,9 @@ void TeskDocumentWindowController::doExportSongUsingLoop(bool loop) {
 bool TeskDocumentWindowController::askReplaceFile(const QString& path) {
     if (mServices.askReplaceFile)
         return mServices.askReplaceFile(this, path);
-    const QString question =
-        tr("“%1” already exists. Do you want to replace it?").arg(QFileInfo(path).fileName());
-    return QMessageBox::question(this, tr("Replace file?"), question,
-                                 QMessageBox::Yes | QMessageBox::Cancel,
-                                 QMessageBox::Cancel) == QMessageBox::Yes;
+    return askYesOrCancel(
+        tr("Replace file?"),
+        tr("“%1” already exists. Do you want to replace it?").arg(QFileInfo(path).fileName()));
 }
 
 bool TeskDocumentWindowController::refuseExportOverSong(const QString& path) {
@@ -962,24 +961,28 @@ bool TeskDocumentWindowController::refuseFileOpenElsewhere(const QString& path) 
 bool TeskDocumentWindowController::askStopExport() {
     if (mServices.askStopExport)
         return mServices.askStopExport(this, mExportName);
-    const QString question =
+    return askYesOrCancel(
+        tr("Stop export?"),
         tr("“%1” is still being exported. Do you want to stop the export and close the window?")
-            .arg(mExportName);
-    return QMessageBox::question(this, tr("Stop export?"), question,
-                                 QMessageBox::Yes | QMessageBox::Cancel,
-                                 QMessageBox::Cancel) == QMessageBox::Yes;
+            .arg(mExportName));
 }
 
 bool TeskDocumentWindowController::askReplaceChangedFile(const QString& path) {
     if (mServices.askReplaceFile)
         return mServices.askReplaceFile(this, path);
-    const QString question = tr("“%1” has been changed by another program since it was opened "
-                                "or saved here. Do you want to replace it with the practice in "
-                                "this window?")
-                                 .arg(QFileInfo(path).fileName());
-    return QMessageBox::question(this, tr("Replace file?"), question,
-                                 QMessageBox::Yes | QMessageBox::Cancel,
-                                 QMessageBox::Cancel) == QMessageBox::Yes;
+    return askYesOrCancel(tr("Replace file?"),
+                          tr("“%1” has been changed by another program since it was opened "
+                             "or saved here. Do you want to replace it with the practice in "
+                             "this window?")
+                              .arg(QFileInfo(path).fileName()));
+}
+
+bool TeskDocumentWindowController::askYesOrCancel(const QString& title, const QString& question) {
+    QMessageBox box(QMessageBox::Question, title, wrappableText(question),
+                    QMessageBox::Yes | QMessageBox::Cancel, this);
+    box.setTextFormat(Qt::PlainText); // a file's name is never markup
+    box.setDefaultButton(QMessageBox::Cancel);
+    return box.exec() == QMessageBox::Yes;
 }
 
 void TeskDocumentWindowController::startLoopExportWithFile(const QString& path) {
@@ -1162,9 +1165,10 @@ int TeskDocumentWindowController::askSaveChanges(const QString& name) {
     const bool everSaved = !mDocument->fileURL().isEmpty();
     QMessageBox question(
         QMessageBox::Question, everSaved ? tr("Save changes?") : tr("Save practice?"),
-        everSaved ? tr("Do you want to save the changes you made to “%1”?").arg(name)
-                  : tr("Do you want to save a practice for “%1”?").arg(name),
+        wrappableText(everSaved ? tr("Do you want to save the changes you made to “%1”?").arg(name)
+                                : tr("Do you want to save a practice for “%1”?").arg(name)),
         QMessageBox::Save | QMessageBox::Discard | QMessageBox::Cancel, this);
+    question.setTextFormat(Qt::PlainText);
     if (!everSaved)
         question.setInformativeText(
             tr("A practice keeps the song's speed, pitch, loop, markers and effects."));
@@ -1256,10 +1260,11 @@ void TeskDocumentWindowController::showSongProblem() {
     if (!error || !mNoticeLabel)
         return;
     mShowingSongProblem = true;
-    mNoticeLabel->setText(QStringLiteral("<b>%1</b> %2 <a href=\"locate\">%3</a>")
-                              .arg(error->localizedDescription().toHtmlEscaped(),
-                                   error->localizedRecoverySuggestion().toHtmlEscaped(),
-                                   tr("Locate…")));
+    mNoticeLabel->setText(
+        QStringLiteral("<b>%1</b> %2 <a href=\"locate\">%3</a>")
+            .arg(wrappableText(error->localizedDescription()).toHtmlEscaped(),
+                 wrappableText(error->localizedRecoverySuggestion()).toHtmlEscaped(),
+                 tr("Locate…")));
     mNoticeLabel->setTextInteractionFlags(Qt::LinksAccessibleByMouse |
                                           Qt::LinksAccessibleByKeyboard);
     connect(mNoticeLabel, &QLabel::linkActivated, this, &TeskDocumentWindowController::locateSong,
@@ -1316,8 +1321,10 @@ void TeskDocumentWindowController::presentError(const TeskError& error) {
 
 void TeskDocumentWindowController::presentMessage(const QString& text, const QString& more,
                                                   const QString& details) {
-    auto* box = new QMessageBox(QMessageBox::Warning, tr("Tesk"), text, QMessageBox::Ok, this);
-    box->setInformativeText(more);
+    auto* box = new QMessageBox(QMessageBox::Warning, tr("Tesk"), wrappableText(text),
+                                QMessageBox::Ok, this);
+    box->setTextFormat(Qt::PlainText);
+    box->setInformativeText(wrappableText(more));
     box->setDetailedText(details);
     box->setWindowModality(Qt::WindowModal);
     box->setAttribute(Qt::WA_DeleteOnClose);

@@ -172,6 +172,8 @@ private:
     /// Whether to stop the running export so that the window can close.
     bool askStopExport();
     bool askReplaceFile(const QString& path);
+    /// Asks `question` (plain text, Cancel the default) and says whether Yes was the answer.
+    bool askYesOrCancel(const QString& title, const QString& question);
     /// Says so and returns true when `path` is another window's practice or song: two windows
     /// saving to one file would each write over the other's practice, and an export over a song
     /// another window plays would change the sound under its markers.

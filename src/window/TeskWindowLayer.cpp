@@ -1,6 +1,7 @@
 #include "window/TeskWindowLayer.h"
 
 #include "document/SongTypes.h"
+#include "widgets/WrappableText.h"
 
 #include <QApplication>
 #include <QDir>
@@ -93,7 +94,7 @@ void TeskWindowLayer::presentError(const TeskError& error) {
             window->presentError(error);
         else
             QMessageBox::warning(nullptr, error.localizedDescription(),
-                                 error.localizedRecoverySuggestion());
+                                 wrappableText(error.localizedRecoverySuggestion()));
     });
 }
 

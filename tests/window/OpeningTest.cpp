@@ -15,6 +15,7 @@
 #include <QLabel>
 #include <QMessageBox>
 #include <QMimeData>
+#include <QScreen>
 #include <QTemporaryDir>
 #include <QTest>
 #include <gtest/gtest.h>
@@ -189,14 +190,18 @@ TEST(Opening, AMissingSongKeepsItsMarkersAndIsFoundAgainWithLocate) {
     EXPECT_TRUE(document->songError().has_value());
     EXPECT_FALSE(document->isDocumentEdited());
 
-    // A file that does not play is refused: the document keeps the song it had, unchanged.
-    app.locateAnswer = dir.filePath("broken.mp3");
+    // A file that does not play is refused: the document keeps the song it had, unchanged. The
+    // message names it whole, however long its name, and fits the screen.
+    const QString broken = QString("broken").repeated(30) + ".mp3";
+    app.locateAnswer = dir.filePath(broken);
     ASSERT_TRUE(writeFile(app.locateAnswer, QByteArray("ID3\x03\x00\x00\x00\x00\x00\x00", 10) +
                                                 QByteArray(4096, '\x5a')));
     window->locateSong();
     QMessageBox* message = messageOn(window);
     ASSERT_NE(message, nullptr);
-    EXPECT_TRUE(message->text().contains("broken.mp3")) << message->text().toStdString();
+    EXPECT_TRUE(message->text().remove(QChar(0x200B)).contains(broken))
+        << message->text().toStdString();
+    EXPECT_LE(message->sizeHint().width(), message->screen()->availableGeometry().width());
     message->close();
     EXPECT_EQ(document->audioFileAlias()->fileName(), "etude.wav");
     EXPECT_FALSE(document->isDocumentEdited());
