@@ -837,7 +837,7 @@ bool TeskDocument::readDocumentFromURL(const QUrl& url, TeskError* error) {
         if (!alias) {
             mUnreadableAudioFileAlias = contents->audioFileAlias;
             mSongError = fileError(kFileReadCorruptFileError,
-                                   tr("The document's reference to its song is damaged."), path);
+                                   tr("The document’s reference to its song is damaged."), path);
         }
     } else {
         // Its markers and loop belong to a song; the window offers to locate one.

@@ -1169,9 +1169,12 @@ int TeskDocumentWindowController::askSaveChanges(const QString& name) {
                                 : tr("Do you want to save a practice for “%1”?").arg(name)),
         QMessageBox::Save | QMessageBox::Discard | QMessageBox::Cancel, this);
     question.setTextFormat(Qt::PlainText);
+    // Each answer has a letter of its own, as the quit question's have.
+    question.button(QMessageBox::Save)->setText(tr("&Save"));
+    question.button(QMessageBox::Discard)->setText(tr("&Discard"));
     if (!everSaved)
         question.setInformativeText(
-            tr("A practice keeps the song's speed, pitch, loop, markers and effects."));
+            tr("A practice keeps the song’s speed, pitch, loop, markers and effects."));
     return question.exec();
 }
 
