@@ -62,12 +62,25 @@ void TeskVocalRemovalSettingsView::announceKeyEdge() {
 
 void TeskVocalRemovalSettingsView::focusInEvent(QFocusEvent* event) {
     TeskSpectrumEffectView::focusInEvent(event);
+    // Tab comes to the low edge first, Shift+Tab to the high one.
+    if (event->reason() == Qt::TabFocusReason || event->reason() == Qt::BacktabFocusReason)
+        mKeysMoveLowEdge = event->reason() == Qt::TabFocusReason;
     // A screen reader says which edge the keys move. Qt tells of the focus on the whole view
     // after this event, which would leave the reader on the view: the edge is told after that.
     QTimer::singleShot(0, this, [this] {
         if (hasFocus())
             announceKeyEdge();
     });
+}
+
+bool TeskVocalRemovalSettingsView::focusNextPrevChild(bool next) {
+    if (hasFocus() && !mDragging && next == mKeysMoveLowEdge) {
+        mKeysMoveLowEdge = !next;
+        announceKeyEdge();
+        update();
+        return true;
+    }
+    return TeskSpectrumEffectView::focusNextPrevChild(next);
 }
 
 QRectF TeskVocalRemovalSettingsView::focusRingRect() const {

@@ -66,6 +66,8 @@ protected:
     void mouseReleaseEvent(QMouseEvent* event) override;
     void keyPressEvent(QKeyEvent* event) override;
     void focusInEvent(QFocusEvent* event) override;
+    /// Tab goes from the low edge to the high one before it leaves, Shift+Tab the other way.
+    bool focusNextPrevChild(bool next) override;
     void abandonMouseGesture() override { endDrag(); }
 
 private:

@@ -12,6 +12,8 @@
 
 #include <QAccessible>
 #include <QAccessibleValueInterface>
+#include <QApplication>
+#include <QPushButton>
 #include <QSignalSpy>
 #include <QTest>
 #include <cmath>
@@ -375,7 +377,9 @@ TEST(TeskEQSettingsView, APresetGlidesThereUnlessADragIsUnderWay) {
 TEST(TeskVocalRemovalSettingsView, ReachedWithTabTheKeysPickAnEdgeAndMoveIt) {
     TeskEffectsSettings settings;
     QWidget window;
+    auto* before = new QPushButton(&window);
     auto* vocal = new TeskVocalRemovalSettingsView(&window);
+    auto* after = new QPushButton(&window);
     vocal->setGeometry(0, 0, 300, 100);
     ASSERT_TRUE(
         vocal->bind("lowFrequency", &settings, "vocalReductionEffectSettings.lowFrequency"));
@@ -384,6 +388,21 @@ TEST(TeskVocalRemovalSettingsView, ReachedWithTabTheKeysPickAnEdgeAndMoveIt) {
     window.show();
     window.activateWindow();
     ASSERT_TRUE(QTest::qWaitForWindowActive(&window));
+    // Tab comes to the low edge, goes on to the high one and then on out; Shift+Tab the other
+    // way round.
+    before->setFocus(Qt::TabFocusReason);
+    for (const bool forwards : {true, false}) {
+        SCOPED_TRACE(forwards ? "Tab" : "Shift+Tab");
+        const Qt::Key tab = forwards ? Qt::Key_Tab : Qt::Key_Backtab;
+        QTest::keyClick(QApplication::focusWidget(), tab);
+        ASSERT_TRUE(vocal->hasFocus());
+        EXPECT_EQ(vocal->keysMoveLowEdge(), forwards);
+        QTest::keyClick(vocal, tab);
+        ASSERT_TRUE(vocal->hasFocus());
+        EXPECT_EQ(vocal->keysMoveLowEdge(), !forwards);
+        QTest::keyClick(vocal, tab);
+        EXPECT_TRUE((forwards ? after : before)->hasFocus());
+    }
     vocal->setFocus(Qt::TabFocusReason);
     ASSERT_TRUE(vocal->hasFocus());
     const TeskVocalReductionEffectSettings& band = *settings.vocalReductionEffectSettings();

@@ -253,10 +253,17 @@ TEST(TeskEffectsViewController, TabGoesThroughEachEffectsSwitchPresetsAndEditorI
     TeskEffectsViewController& c = panel.controller;
     c.activateWindow();
     ASSERT_TRUE(QTest::qWaitForWindowActive(&c));
-    const QList<QWidget*> order{
-        c.equalizerSwitch(),      c.equalizerPresetsPopUp(),      c.eqSettingsView(),
-        c.vocalReductionSwitch(), c.vocalReductionPresetsPopUp(), c.vocalRemovalSettingsView(),
-        c.panningSwitch(),        c.outOfPhaseSwitch(),           c.panSlider()};
+    // The vocal band's editor twice: its low edge, then its high one.
+    const QList<QWidget*> order{c.equalizerSwitch(),
+                                c.equalizerPresetsPopUp(),
+                                c.eqSettingsView(),
+                                c.vocalReductionSwitch(),
+                                c.vocalReductionPresetsPopUp(),
+                                c.vocalRemovalSettingsView(),
+                                c.vocalRemovalSettingsView(),
+                                c.panningSwitch(),
+                                c.outOfPhaseSwitch(),
+                                c.panSlider()};
     order.first()->setFocus(Qt::TabFocusReason);
     QList<QWidget*> reached{QApplication::focusWidget()};
     for (qsizetype i = 1; i < order.size(); ++i) {
