@@ -84,13 +84,17 @@ struct ManualPlayer {
         });
     }
 
-    /// Waits, at most two seconds, until the ring holds `blocks`.
+    /// Waits until the ring holds `blocks`.
     void waitForQueued(std::uint64_t blocks) const {
         waitUntil([&] { return ahead->queuedBlocks() >= blocks; });
     }
 
+    /// Waits until `condition` holds, for 30 seconds at most: a loaded machine running the
+    /// sanitizer build renders a period in seconds at worst, and a wait given up too early
+    /// would hand the device silence the test takes for the player's.
     static void waitUntil(const std::function<bool()>& condition) {
-        for (int wait = 0; wait < 20000 && !condition(); ++wait)
+        const auto giveUp = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+        while (!condition() && std::chrono::steady_clock::now() < giveUp)
             std::this_thread::sleep_for(std::chrono::microseconds(100));
     }
 
