@@ -48,6 +48,11 @@ QString markerStepName(MarkerKind kind, qsizetype before, qsizetype after) {
 }
 
 /// And of the loop: drawn where there was none, cleared, or moved and resized.
+/// Whether a loop change is one to undo: an empty loop is no loop, wherever it lies.
+bool sameLoop(LoopRange one, LoopRange other) {
+    return one == other || (one.length == 0 && other.length == 0);
+}
+
 QString loopStepName(LoopRange before, LoopRange after) {
     if (after.length == 0)
         return QCoreApplication::translate("TeskDocument", "Clear Loop");
@@ -280,7 +285,7 @@ void TeskDocument::setEffectsVisible(bool visible) {
 void TeskDocument::setLoopRange(LoopRange range) {
     const LoopRange previous = mLoopRange;
     // An unchanged value would only leave an undo step that does nothing.
-    if (!mUndoRegistrationEnabled || mLoopBeforeEdit || range == previous) {
+    if (!mUndoRegistrationEnabled || mLoopBeforeEdit || sameLoop(range, previous)) {
         storeLoopRange(range);
         return;
     }
@@ -300,7 +305,7 @@ void TeskDocument::endLoopEdit() {
     const LoopRange before = *mLoopBeforeEdit;
     const LoopRange after = mLoopRange;
     mLoopBeforeEdit.reset();
-    if (after == before || !mUndoRegistrationEnabled)
+    if (sameLoop(after, before) || !mUndoRegistrationEnabled)
         return;
     mUndoStack.push(new SetValueCommand(
         loopStepName(before, after), [this, after] { applyLoopStep(after); },

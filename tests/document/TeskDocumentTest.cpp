@@ -285,6 +285,14 @@ TEST_F(DocumentTest, MarkersToggleAndUndoAsWholeArraysLikeTheLoop) {
         step.change();
         EXPECT_EQ(undo->undoText(), step.step);
     }
+    // An empty loop is no loop wherever it lies: moving it leaves no step that does nothing.
+    const int stepsBefore = undo->count();
+    document->setLoopRange({40, 0});
+    document->setLoopRange({});
+    document->beginLoopEdit();
+    document->setLoopRange({90, 0});
+    document->endLoopEdit();
+    EXPECT_EQ(undo->count(), stepsBefore + 1) << "only clearing the loop";
 }
 
 TEST_F(DocumentTest, ChangesToThePracticeAreEditsAndViewSettingsAreNot) {
