@@ -47,12 +47,12 @@ QString markerStepName(MarkerKind kind, qsizetype before, qsizetype after) {
     return QCoreApplication::translate("TeskDocument", names[std::uint32_t(kind)]);
 }
 
-/// And of the loop: drawn where there was none, cleared, or moved and resized.
-/// Whether a loop change is one to undo: an empty loop is no loop, wherever it lies.
+/// Whether two loops are one to the musician: an empty loop is no loop, wherever it lies.
 bool sameLoop(LoopRange one, LoopRange other) {
     return one == other || (one.length == 0 && other.length == 0);
 }
 
+/// And of the loop: drawn where there was none, cleared, or moved and resized.
 QString loopStepName(LoopRange before, LoopRange after) {
     if (after.length == 0)
         return QCoreApplication::translate("TeskDocument", "Clear Loop");
