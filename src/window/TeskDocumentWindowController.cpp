@@ -662,6 +662,14 @@ bool TeskDocumentWindowController::eventFilter(QObject* watched, QEvent* event) 
         QGuiApplication::mouseButtons() != Qt::NoButton || QWidget::keyboardGrabber() != nullptr;
     if (key->key() == Qt::Key_Escape && dragging)
         return false;
+    // F10 opens the first menu, as it does in the desktop's other applications; the arrows go on
+    // from there.
+    if (key->key() == Qt::Key_F10 && key->modifiers() == Qt::NoModifier && !dragging &&
+        menuBar()->isVisible() && !menuBar()->actions().isEmpty()) {
+        mMenuOpenedByMouse = false;
+        menuBar()->setActiveAction(menuBar()->actions().constFirst());
+        return true;
+    }
     if (qobject_cast<QLineEdit*>(widget) || qobject_cast<QMenuBar*>(widget))
         return false;
     const bool panelControl =

@@ -712,6 +712,29 @@ TEST_F(TakeWindow, EscapeOutOfAMenuOpenedWithTheMouseGivesTheKeysBackAtOnce) {
     EXPECT_EQ(song->chorusMarkers().size(), 1);
 }
 
+TEST_F(TakeWindow, F10OpensTheFileMenuFromAnyViewAndEscapeGivesTheKeysBack) {
+    window->activateWindow();
+    ASSERT_TRUE(QTest::qWaitForWindowActive(window));
+    auto* waveform = window->findChild<WaveformView*>();
+    QWidget* zoom = window->findChild<KLTexturedSlider*>();
+    for (QWidget* view : {static_cast<QWidget*>(waveform), zoom}) {
+        SCOPED_TRACE(view->metaObject()->className());
+        view->setFocus(Qt::TabFocusReason);
+        QTest::keyClick(view, Qt::Key_F10);
+        ASSERT_TRUE(QTest::qWaitFor([] { return QApplication::activePopupWidget() != nullptr; }));
+        auto* menu = qobject_cast<QMenu*>(QApplication::activePopupWidget());
+        ASSERT_NE(menu, nullptr);
+        EXPECT_EQ(menu->menuAction(), window->menuBar()->actions().constFirst());
+        QTest::keyClick(menu, Qt::Key_Escape);
+        QTest::keyClick(window->menuBar(), Qt::Key_Escape);
+        EXPECT_EQ(QApplication::activePopupWidget(), nullptr);
+    }
+    // Back with the waveform, the keys are the window's again.
+    waveform->setFocus();
+    QTest::keyClick(waveform, Qt::Key_M);
+    EXPECT_EQ(song->genericMarkers().size(), 1);
+}
+
 TEST_F(TakeWindow, AStepOfSpeedOrPitchShowsTheControlItMoves) {
     // Under the speed control a pitch changed from the menu would show nowhere, and the other
     // way round: each step turns the switch to its control.
@@ -791,8 +814,9 @@ TEST(DocumentWindow, ASongNeverSavedIsAskedAboutAsAPracticeToKeepASavedOneForIts
         if (QTest::qWaitForWindowActive(question))
             QTest::keyClick(question, Qt::Key_D, Qt::AltModifier);
         // The button answers once it has shown itself pressed.
-        QTest::qWaitFor([&] { return QApplication::activeModalWidget() != question; }, 1000);
-        if (auto* unanswered = qobject_cast<QMessageBox*>(QApplication::activeModalWidget()))
+        const bool answered =
+            QTest::qWaitFor([&] { return QApplication::activeModalWidget() != question; }, 1000);
+        if (auto* unanswered = answered ? nullptr : qobject_cast<QMessageBox*>(question))
             unanswered->button(QMessageBox::Cancel)->click();
     });
     EXPECT_TRUE(app.window(document)->close());
