@@ -29,17 +29,17 @@ namespace {
 /// What the Edit menu calls a change of one kind's markers: "Undo Add Chorus Marker".
 QString markerStepName(MarkerKind kind, qsizetype before, qsizetype after) {
     static const char* const kAdded[kMarkerKindCount] = {
-        QT_TRANSLATE_NOOP("TeskDocument", "Add Marker"),
+        QT_TRANSLATE_NOOP("TeskDocument", "Add Generic Marker"),
         QT_TRANSLATE_NOOP("TeskDocument", "Add Chorus Marker"),
         QT_TRANSLATE_NOOP("TeskDocument", "Add Verse Marker"),
         QT_TRANSLATE_NOOP("TeskDocument", "Add Bridge Marker")};
     static const char* const kRemoved[kMarkerKindCount] = {
-        QT_TRANSLATE_NOOP("TeskDocument", "Remove Marker"),
+        QT_TRANSLATE_NOOP("TeskDocument", "Remove Generic Marker"),
         QT_TRANSLATE_NOOP("TeskDocument", "Remove Chorus Marker"),
         QT_TRANSLATE_NOOP("TeskDocument", "Remove Verse Marker"),
         QT_TRANSLATE_NOOP("TeskDocument", "Remove Bridge Marker")};
     static const char* const kMoved[kMarkerKindCount] = {
-        QT_TRANSLATE_NOOP("TeskDocument", "Move Marker"),
+        QT_TRANSLATE_NOOP("TeskDocument", "Move Generic Marker"),
         QT_TRANSLATE_NOOP("TeskDocument", "Move Chorus Marker"),
         QT_TRANSLATE_NOOP("TeskDocument", "Move Verse Marker"),
         QT_TRANSLATE_NOOP("TeskDocument", "Move Bridge Marker")};
@@ -938,16 +938,15 @@ bool TeskDocument::fileChangedElsewhere() const {
 }
 
 QString TeskDocument::displayName() const {
-    const QUrl song = audioFileURL();
-    if (mFileURL.isEmpty()) {
-        if (const QString title = songTitle(); !title.isEmpty())
-            return title;
-        if (const QString name = QFileInfo(song.toLocalFile()).completeBaseName(); !name.isEmpty())
-            return name;
-    }
-    if (song.isEmpty())
-        return QStringLiteral("Tesk");
-    return QFileInfo(mFileURL.toLocalFile()).completeBaseName();
+    // A saved practice keeps its own name, its song found or not.
+    if (!mFileURL.isEmpty())
+        return QFileInfo(mFileURL.toLocalFile()).completeBaseName();
+    if (const QString title = songTitle(); !title.isEmpty())
+        return title;
+    if (const QString name = QFileInfo(audioFileURL().toLocalFile()).completeBaseName();
+        !name.isEmpty())
+        return name;
+    return QStringLiteral("Tesk"); // the empty window
 }
 
 QString TeskDocument::practiceName() const {

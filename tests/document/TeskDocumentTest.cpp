@@ -269,7 +269,7 @@ TEST_F(DocumentTest, MarkersToggleAndUndoAsWholeArraysLikeTheLoop) {
         {"Remove Chorus Marker", [&] { document->dropChorusMarker(); }},
         {"Move Bridge Marker",
          [&] { document->setBridgeMarkers({10}), document->setBridgeMarkers({20}); }},
-        {"Add Marker", [&] { document->dropGenericMarker(); }},
+        {"Add Generic Marker", [&] { document->dropGenericMarker(); }},
         {"Clear Loop", [&] { document->setLoopRange({}); }},
         {"Set Loop",
          [&] {
@@ -560,6 +560,7 @@ TEST_F(DocumentTest, TheSongIsFoundAfterAMoveAndAMissingSongIsNoError) {
     EXPECT_TRUE(lost->audioFileURL().isEmpty());
     ASSERT_TRUE(lost->songError());
     EXPECT_TRUE(lost->songError()->localizedDescription().contains("song.wav"));
+    EXPECT_EQ(lost->displayName(), "practice"); // its window says which practice it is
 
     // Located again where it was: now it plays, with the settings made while it was lost.
     writeSong("song.wav", 0.5);
