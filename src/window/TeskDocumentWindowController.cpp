@@ -492,6 +492,14 @@ void TeskDocumentWindowController::placeWindow() {
     const QSize savedSize(std::max(int(frame.width()), minimumWidth()), sizeHint().height());
     const std::optional<QPoint> restored =
         WindowRules::restoredWindowPlace(frame, savedSize, screens);
+    // A window never opens right over another: a copy of a practice saved at the same place,
+    // or a song whose cascade comes round to where a saved practice stands.
+    QList<QPoint> taken;
+    for (QWidget* widget : QApplication::topLevelWidgets()) {
+        if (widget != this && widget->isVisible() &&
+            qobject_cast<TeskDocumentWindowController*>(widget) != nullptr)
+            taken.append(widget->pos());
+    }
     if (!restored) {
         resize(std::max(960, minimumWidth()), sizeHint().height());
         const QPointF next =
@@ -500,23 +508,17 @@ void TeskDocumentWindowController::placeWindow() {
         const QScreen* screen = next.isNull() ? nullptr : QGuiApplication::screenAt(next.toPoint());
         if (screen == nullptr)
             screen = QGuiApplication::primaryScreen();
+        const QSize outside = frameGeometry().size().expandedTo(size());
         const QPoint place =
-            screen
-                ? WindowRules::cascadedWindowPlace(next, frameGeometry().size().expandedTo(size()),
-                                                   screen->availableGeometry())
-                : next.toPoint();
+            screen ? WindowRules::placeClearOf(WindowRules::cascadedWindowPlace(
+                                                   next, outside, screen->availableGeometry()),
+                                               outside, taken, screen->availableGeometry())
+                   : next.toPoint();
         move(place);
         if (mServices.documents)
             mServices.documents->setNextDocumentWindowPoint(
                 QPointF(place + QPoint(WindowRules::kCascadeStep, WindowRules::kCascadeStep)));
     } else {
-        // Another practice saved at the same place (a copy of this one) does not hide it.
-        QList<QPoint> taken;
-        for (QWidget* widget : QApplication::topLevelWidgets()) {
-            if (widget != this && widget->isVisible() &&
-                qobject_cast<TeskDocumentWindowController*>(widget) != nullptr)
-                taken.append(widget->pos());
-        }
         const QScreen* screen = QGuiApplication::screenAt(*restored);
         resize(savedSize);
         move(screen

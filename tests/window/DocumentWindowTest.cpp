@@ -520,6 +520,17 @@ TEST(DocumentWindow, APracticeSessionFromOpeningToReopening) {
     const QPoint apart = app.window(copy)->pos() - app.window(reopened)->pos();
     EXPECT_GE(std::max(std::abs(apart.x()), std::abs(apart.y())), 24)
         << apart.x() << "," << apart.y();
+    // Nor does a song whose cascade comes round to where a practice stands.
+    app.documents->setNextDocumentWindowPoint(app.window(reopened)->pos());
+    const QString other = dir.filePath("other.wav");
+    ASSERT_TRUE(writeWav(other, {sine(220.0, 0.5, kRate, kRate)}, kRate));
+    TeskDocument* song = app.open(other);
+    ASSERT_NE(song, nullptr);
+    for (TeskDocument* other : {reopened, copy}) {
+        const QPoint away = app.window(song)->pos() - app.window(other)->pos();
+        EXPECT_GE(std::max(std::abs(away.x()), std::abs(away.y())), 24)
+            << away.x() << "," << away.y();
+    }
 }
 
 TEST(DocumentWindow, ASongHandedOverWhileQuittingAsksIsAskedAboutToo) {
