@@ -1172,8 +1172,9 @@ void WaveformView::dragTo(const QPointF& position) {
     }
     case Gesture::Scrub: {
         scrollAtEdges(position.x());
-        const qint64 frame =
-            std::clamp<qint64>(frameAtViewX(position.x()), 0, mGeometry.frameCount);
+        // Past an edge the play head waits at it while the view scrolls on, in sight when let go.
+        const qreal x = std::clamp<qreal>(position.x(), 0, width());
+        const qint64 frame = std::clamp<qint64>(frameAtViewX(x), 0, mGeometry.frameCount);
         setCurrentFrame(frame, true);
         updateCursorPosition();
         return;

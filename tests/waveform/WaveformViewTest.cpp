@@ -614,6 +614,19 @@ TEST_F(WaveformViewTest, RulerScrubsWhilePausedAndTheLoopButtonClicks) {
     view.setLooping(false);
     model.setLoopRange({});
     EXPECT_TRUE(view.loopButtonHitRect().isEmpty()) << "no loop, no button";
+
+    // Dragged past the right edge, the play head waits at it while the view scrolls on, and is
+    // in sight when let go.
+    press({700, 9});
+    move({830, 9});
+    const qint64 unscrolled = view.startFrame();
+    ASSERT_TRUE(QTest::qWaitFor([&] { return view.startFrame() > unscrolled + 2000; }, 5000));
+    release({830, 9});
+    const auto geometry = view.geometryValues();
+    const double headX =
+        geometry.pointFromSample(model.currentFrame()) - geometry.visibleStartPoint();
+    EXPECT_GE(headX, view.width() - 1.0);
+    EXPECT_LE(headX, view.width());
 }
 
 TEST_F(WaveformViewTest, APlayHeadClickedRightOfTheMiddleEasesBackInASecondAtAnyScreenRate) {
