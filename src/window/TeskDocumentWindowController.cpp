@@ -185,6 +185,11 @@ void TeskDocumentWindowController::buildPopulatedContent() {
     mMarkButton = roundButton(tr("Drop Generic Marker"), WindowCommand::DropGenericMarker, bar);
     for (QToolButton* button : {mRewindButton, mPlayPauseButton, mFastForwardButton, mMarkButton})
         barRow->addWidget(button);
+    // Held down, they go on stepping through the song, as their arrow keys do.
+    for (QToolButton* button : {mRewindButton, mFastForwardButton}) {
+        button->setAutoRepeat(true);
+        button->setAutoRepeatInterval(50);
+    }
     connect(mRewindButton, &QToolButton::clicked, this, [this] { perform(WindowCommand::Rewind); });
     connect(mPlayPauseButton, &QToolButton::clicked, this,
             [this] { perform(WindowCommand::PlayPause); });

@@ -1411,6 +1411,18 @@ TEST_F(TakeWindow, ARoundButtonHeldDownShowsItsPressedPicture) {
         QTest::mouseRelease(button, Qt::LeftButton, {}, centre + QPoint(100, 0));
     }
     EXPECT_FALSE(song->isFilePlaying());
+    // Held down, Rewind and Fast Forward go on stepping, as their keys do.
+    for (const auto& [name, from, to] :
+         {std::tuple{"Fast Forward", 0, 3 * kRate}, std::tuple{"Rewind", 4 * kRate, kRate}}) {
+        SCOPED_TRACE(name);
+        auto* button = childWhere<QToolButton>(
+            window, [&](QToolButton* candidate) { return candidate->accessibleName() == name; });
+        ASSERT_NE(button, nullptr);
+        song->setCurrentFrame(from);
+        QTest::mousePress(button, Qt::LeftButton, {}, button->rect().center());
+        EXPECT_TRUE(QTest::qWaitFor([&] { return std::abs(song->currentFrame() - to) < kRate; }));
+        QTest::mouseRelease(button, Qt::LeftButton, {}, button->rect().center());
+    }
 }
 
 TEST_F(TakeWindow, ARefusedReplaceAsksForAnotherNameAndSavesThere) {
