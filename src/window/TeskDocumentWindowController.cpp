@@ -241,7 +241,11 @@ void TeskDocumentWindowController::bindViews() {
         mZoomSlider->setValue(mDocument->zoomLevel());
         validateMenuItems();
     };
-    const auto showVolume = [this] { mVolumeSlider->setValue(mDocument->playbackVolume()); };
+    const auto showVolume = [this] {
+        mVolumeSlider->setValue(mDocument->playbackVolume());
+        // The slider shows no number of its own.
+        mVolumeSlider->setToolTip(tr("Volume %1 %").arg(std::lround(mVolumeSlider->value() * 100)));
+    };
     const auto showEffects = [this] {
         const bool visible = mDocument->effectsVisible();
         mEffectsToggleButton->setChecked(visible);

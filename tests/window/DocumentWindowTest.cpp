@@ -1451,9 +1451,11 @@ TEST_F(TakeWindow, TheBarsButtonsSlidersAndTheTimeTipWhatTheyAre) {
                 {"Fast Forward", "Fast Forward (Right)"},
                 {"Drop Generic Marker", "Drop Generic Marker (M)"},
                 {"Zoom", "Zoom"},
-                {"Volume", "Volume"}};
+                {"Volume", "Volume 100 %"}};
     for (const auto& tip : tips)
         EXPECT_EQ(tipOf(tip.name), tip.tip);
+    song->setPlaybackVolume(0.42);
+    EXPECT_EQ(tipOf("Volume"), "Volume 42 %");
     song->startFilePlaying();
     EXPECT_EQ(tipOf("Pause"), "Pause (Space)");
     song->stopFilePlaying();
