@@ -15,6 +15,7 @@
 #include <QFile>
 #include <QFileInfo>
 #include <atomic>
+#include <cerrno>
 #include <cmath>
 #include <csignal>
 #include <cstdio>
@@ -99,9 +100,14 @@ void RenderCommand::installInterruptHandlers() {
     sigemptyset(&action.sa_mask);
     // One request to stop is a polite one; the second is not waited on (see the handler).
     action.sa_flags = SA_RESTART;
-    // A closed terminal or a dropped connection ends a render as Ctrl-C does.
-    for (const int signal : {SIGINT, SIGTERM, SIGHUP})
+    // A closed terminal or a dropped connection ends a render as Ctrl-C does, unless whoever
+    // started it ignored that signal (nohup, a script's trap).
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
+        struct sigaction current = {};
+        if (sigaction(signal, nullptr, &current) == 0 && current.sa_handler == SIG_IGN)
+            continue;
         sigaction(signal, &action, nullptr);
+    }
 }
 
 int RenderCommand::exec() {
@@ -136,6 +142,17 @@ void RenderCommand::finish(int exitCode) {
         return;
     mExitCode = exitCode;
     mLoop.exit(exitCode);
+}
+
+bool printToStandardOutput(const QString& text) {
+    errno = 0;
+    std::fputs(text.toLocal8Bit().constData(), stdout);
+    if (std::fflush(stdout) == 0 && !std::ferror(stdout))
+        return true;
+    const int reason = errno;
+    std::fprintf(stderr, "tesk-render: cannot write to standard output: %s\n",
+                 std::strerror(reason != 0 ? reason : EIO));
+    return false;
 }
 
 void RenderCommand::reportError(const QString& message) {
@@ -296,9 +313,7 @@ void RenderCommand::infoDidEnd(const WorkResult&) {
                                                           : metadata.coverMimeType)
                     .arg(metadata.coverImage.size());
     text += QStringLiteral("cover: %1\n").arg(cover);
-    std::fputs(text.toLocal8Bit().constData(), stdout);
-    std::fflush(stdout);
-    finish(kRenderDone);
+    finish(printToStandardOutput(text) ? kRenderDone : kRenderOutputUnwritable);
 }
 
 // --- Export ---------------------------------------------------------------------------------

@@ -18,6 +18,10 @@ namespace tesk {
 
 class TeskExtendedAudioFile;
 
+/// Writes `text` to standard output; false, with the reason said on standard error, when it
+/// could not all be written (a full disk, a closed output). Main thread.
+bool printToStandardOutput(const QString& text);
+
 /// The work of `tesk-render` once its command line is read: reads the practice document and
 /// finds its song (--document), opens INPUT, then prints what it reads (--info), exports it
 /// through the player into OUTPUT, plays it through the sound device, or writes a practice

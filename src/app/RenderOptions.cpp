@@ -18,50 +18,59 @@ namespace {
 // path the program was started with and has no room for the notes at the end.
 const char* const kHelp =
     R"(Usage: tesk-render [OPTIONS] INPUT [OUTPUT.aif|OUTPUT.m4a]
-       tesk-render [OPTIONS] --document FILE.tesk [--loop] [OUTPUT.aif|OUTPUT.m4a]
-       tesk-render [OPTIONS] INPUT --save-document FILE.tesk [--loop A-B] [--marker KIND@S]...
+       tesk-render [OPTIONS] --document FILE.tesk [--loop] [OUTPUT]
+       tesk-render [OPTIONS] INPUT --save-document FILE.tesk
+                   [--loop A-B] [--marker KIND@S]...
 
-Plays INPUT through Tesk's processing chain: into OUTPUT (AIFF or AAC in M4A) when it is
-given, else through the sound device with a status line until the end or Ctrl-C.
+Plays INPUT through Tesk's processing chain: into OUTPUT (AIFF or AAC in M4A,
+as its ending .aif or .m4a says) when it is given, else through the sound
+device with a status line until the end or Ctrl-C.
 
-  --speed F                 speed factor, default 1; negative plays backwards
-                            (0.05 to 4 either way)
-  --pitch S                 pitch shift in semitones, -24 to 24, default 0
-  --volume G                linear level, 0 to 4, default 1
-  --range A-B               only this part of the song, in seconds (for example 12.5-31);
-                            an end past the song stops at the song's end
-  --eq NAME|G0,...,G9       flat, isolate-bass, isolate-mids, or ten gains in dB
-                            (-40 to 20), lowest band first
-  --vocal-reduction NAME|LOW-HIGH   male, female, or a band in Hz (20 to 20000)
-  --pan P                   pan amount 0 to 1, 0.5 is the centre
-  --out-of-phase            subtract instead of add in the pan mix (switches the pan mix
-                            on, at the centre unless --pan says otherwise)
-  --quality NAME            standard (the default) or light (less processor time)
-  --info                    print what Tesk reads from INPUT and exit: frames (at 44100 Hz),
-                            duration, the file's own sample rate, channels and codec, then
-                            its title, artist, album and cover picture
-  -q, --quiet               no progress display
-  -h, --help                this text
-  -v, --version             the version of tesk-render
+  --speed F              speed factor, default 1; negative plays backwards
+                         (0.05 to 4 either way)
+  --pitch S              pitch shift in semitones, -24 to 24, default 0
+  --volume G             linear level, 0 to 4, default 1
+  --range A-B            only this part of the song, in seconds (for example
+                         12.5-31); an end past the song stops at its end
+  --eq NAME|G0,...,G9    flat, isolate-bass, isolate-mids, or ten gains in dB
+                         (-40 to 20), lowest band first
+  --vocal-reduction NAME|LOW-HIGH
+                         male, female, or a band in Hz (20 to 20000)
+  --pan P                pan amount 0 to 1, 0.5 is the centre
+  --out-of-phase         subtract instead of add in the pan mix (switches the
+                         pan mix on, at the centre unless --pan says otherwise)
+  --quality NAME         standard (the default) or light (less processor time)
+  --info                 print what Tesk reads from INPUT and exit: frames (at
+                         44100 Hz), duration, the file's own sample rate,
+                         channels and codec, then its title, artist, album
+                         and cover picture
+  -q, --quiet            no progress display
+  -h, --help             this text
+  -v, --version          the version of tesk-render
 
 Practice documents (the .tesk files Tesk saves):
-  --document FILE.tesk      play or export the document's song with the document's volume,
-                            speed, pitch and effects, instead of an INPUT; any of the options
-                            above given as well overrides the document's value
-  --loop                    with --document: only the document's loop range (--range wins)
-  --save-document FILE.tesk write a document for INPUT with the settings given, instead of
-                            playing it; a setting not given takes a new document's default
-  --loop A-B                with --save-document: the loop range, in seconds
-  --marker KIND@S           with --save-document: a marker S seconds into the song; KIND is
-                            generic, chorus, verse or bridge (or M, C, V, B); repeat for more
+  --document FILE.tesk   play or export the document's song with its volume,
+                         speed, pitch and effects, instead of an INPUT; an
+                         option above given as well overrides the document's
+  --loop                 with --document: only the document's loop range
+                         (--range wins)
+  --save-document FILE.tesk
+                         write a document for INPUT with the settings given,
+                         instead of playing it; a setting not given takes a
+                         new document's default
+  --loop A-B             with --save-document: the loop range, in seconds
+  --marker KIND@S        with --save-document: a marker S seconds into the
+                         song; KIND is generic, chorus, verse or bridge (or
+                         M, C, V, B); repeat for more
 
-Every effect named is switched on. INPUT may be any file FFmpeg decodes. An existing OUTPUT
-or FILE.tesk is only replaced once the new file is complete. Without a sound device, playback
-goes on silently (with a warning) so that the status line still runs.
+Every effect named is switched on. INPUT may be any file FFmpeg decodes. An
+existing OUTPUT or FILE.tesk is only replaced once the new file is complete.
+Without a sound device, playback goes on silently (with a warning) so that the
+status line still runs.
 
-Exit codes: 0 done, 1 bad usage, 2 INPUT or the document unreadable (or its song not found),
-3 OUTPUT or FILE.tesk cannot be written, 130 interrupted (Ctrl-C, SIGTERM or SIGHUP; a second
-Ctrl-C stops at once).
+Exit codes: 0 done, 1 bad usage, 2 INPUT or the document unreadable (or its
+song not found), 3 OUTPUT, FILE.tesk or standard output cannot be written,
+130 interrupted (Ctrl-C, SIGTERM or SIGHUP; a second Ctrl-C stops at once).
 )";
 
 constexpr double kMinimumPitch = -24.0;

@@ -15,8 +15,8 @@ int main(int argc, char** argv) {
         tesk::parseRenderCommandLine(QCoreApplication::arguments());
     switch (commandLine.action) {
     case tesk::RenderCommandLine::Action::ShowHelp:
-        std::fputs(commandLine.text.toLocal8Bit().constData(), stdout);
-        return tesk::kRenderDone;
+        return tesk::printToStandardOutput(commandLine.text) ? tesk::kRenderDone
+                                                             : tesk::kRenderOutputUnwritable;
     case tesk::RenderCommandLine::Action::BadUsage:
         std::fprintf(stderr, "tesk-render: %s (see tesk-render --help)\n",
                      commandLine.text.toLocal8Bit().constData());

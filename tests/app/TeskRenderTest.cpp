@@ -24,6 +24,7 @@
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 #include <thread>
+#include <tuple>
 
 using namespace tesk;
 using namespace tesk::test;
@@ -172,6 +173,8 @@ TEST(TeskRenderCommandLine, BadUsageIsOneLineSaidBeforeAnythingIsRead) {
     const RenderRun help = runRender({"--help"});
     EXPECT_EQ(help.exitCode, 0);
     EXPECT_TRUE(help.out.startsWith("Usage: tesk-render")) << help.out.toStdString();
+    for (const QString& line : help.out.split('\n'))
+        EXPECT_LT(line.size(), 80) << "wider than a terminal: " << line.toStdString();
     const RenderRun version = runRender({"--version"});
     EXPECT_EQ(version.exitCode, 0);
     EXPECT_TRUE(
@@ -332,6 +335,17 @@ TEST(TeskRender, InfoPrintsWhatTeskReadsFromTheFile) {
                                  "album: (none)\ncover: image/png, %1 bytes\n")
                              .arg(QFileInfo(cover).size())))
         << mp3.out.toStdString();
+
+    // Printed to a full disk, it says it could not be, and fails.
+    for (const QStringList& arguments : {QStringList{"--info", input}, QStringList{"--help"}}) {
+        SCOPED_TRACE(arguments.join(' ').toStdString());
+        QProcess process;
+        process.setStandardOutputFile(QStringLiteral("/dev/full"));
+        const RenderRun full = runRender(arguments, &process);
+        EXPECT_EQ(full.exitCode, 3);
+        EXPECT_TRUE(full.err.contains("cannot write to standard output: No space left on device"))
+            << full.err.toStdString();
+    }
 }
 
 TEST(TeskRender, SavesAPracticeDocumentWithTheSettingsLoopAndMarkersGiven) {
@@ -506,9 +520,13 @@ TEST(TeskRender, DocumentWhoseSongIsGoneOrWhoseFileIsDamagedExitsTwo) {
 
 TEST(TeskRender, InterruptedExportKeepsTheOriginalAndLeavesNoPartialFile) {
     // Ctrl-C once: stopped at the next slice, and said so; twice at once: not waited on. A
-    // closed terminal (SIGHUP) stops it as Ctrl-C does.
-    for (const auto& [signal, interrupts] : {std::pair{SIGINT, 1}, {SIGINT, 2}, {SIGHUP, 1}}) {
-        SCOPED_TRACE(testing::Message() << strsignal(signal) << " x" << interrupts);
+    // closed terminal (SIGHUP) stops it as Ctrl-C does, unless it was started with nohup.
+    for (const auto& [signal, interrupts, ignored] : {std::tuple{SIGINT, 1, false},
+                                                      {SIGINT, 2, false},
+                                                      {SIGHUP, 1, false},
+                                                      {SIGHUP, 1, true}}) {
+        SCOPED_TRACE(testing::Message()
+                     << strsignal(signal) << " x" << interrupts << (ignored ? " ignored" : ""));
         QTemporaryDir folder;
         const QString input = writeTone(folder.filePath("long.wav"), 20.0);
         const QString output = folder.filePath("out.m4a");
@@ -516,6 +534,8 @@ TEST(TeskRender, InterruptedExportKeepsTheOriginalAndLeavesNoPartialFile) {
         ASSERT_TRUE(writeFile(output, original));
 
         QProcess process;
+        if (ignored)
+            process.setChildProcessModifier([] { ::signal(SIGHUP, SIG_IGN); });
         process.start(QStringLiteral(TESK_RENDER_PATH), {input, output});
         QString err;
         // Standard error is a pipe here: plain progress lines, the first at 10 %.
@@ -528,6 +548,11 @@ TEST(TeskRender, InterruptedExportKeepsTheOriginalAndLeavesNoPartialFile) {
         }
         ASSERT_TRUE(process.waitForFinished(kTimeoutMilliseconds));
         err += QString::fromUtf8(process.readAllStandardError());
+        if (ignored) {
+            EXPECT_EQ(process.exitCode(), 0) << err.toStdString();
+            EXPECT_NE(readFile(output), original);
+            continue;
+        }
         // The second may come after the first has already stopped the export.
         if (interrupts == 2 && process.exitStatus() == QProcess::CrashExit) {
             EXPECT_EQ(process.exitCode(), signal) << "ended by the signal";

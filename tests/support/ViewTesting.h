@@ -62,6 +62,20 @@ struct PaintLog : QObject {
     }
 };
 
+/// Waits until `widget` has gone a tenth of a second without painting (five seconds at most): on
+/// a loaded machine the paints of a window just shown or activated can come late, inside the
+/// step a test means to measure.
+inline void waitUntilPaintsSettle(QWidget& widget) {
+    for (int tries = 0; tries < 50; ++tries) {
+        PaintLog log;
+        widget.installEventFilter(&log);
+        QTest::qWait(100);
+        widget.removeEventFilter(&log);
+        if (log.paints == 0)
+            return;
+    }
+}
+
 /// Whether all of `widget` repaints when its window goes behind another and comes to the front
 /// again: views that draw themselves paler in a window behind others.
 inline bool repaintsOnActivation(QWidget& widget) {

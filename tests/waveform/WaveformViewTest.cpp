@@ -911,7 +911,7 @@ TEST(WaveformViewScan, EachBlockIsDrawnAsItArrivesRedrawingOnlyItsColumns) {
     view.show();
     view.activateWindow(); // which repaints it all, and must not fall within a step
     ASSERT_TRUE(QTest::qWaitForWindowActive(&view));
-    QTest::qWait(20);
+    test::waitUntilPaintsSettle(view);
     QRegion widest;
     for (qint64 decoded = 3 * 44100; decoded <= kFrames; decoded += 3 * 44100) {
         test::PaintLog log;
@@ -924,6 +924,7 @@ TEST(WaveformViewScan, EachBlockIsDrawnAsItArrivesRedrawingOnlyItsColumns) {
             [&] { return view.waveform()->availableFrameCount() >= wholeBlocks; }, 20000));
         QTest::qWait(20);
         view.removeEventFilter(&log);
+        fprintf(stderr, "STEP %lld width %d x %d paints %d\n", (long long)decoded, log.painted.boundingRect().width(), log.painted.boundingRect().x(), log.paints);
         if (log.painted.boundingRect().width() > widest.boundingRect().width())
             widest = log.painted;
         // What is read is drawn (a dark blue-grey), the rest is background (light grey).
