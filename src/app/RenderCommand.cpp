@@ -459,7 +459,7 @@ void RenderCommand::playSong() {
     // Playing on silently keeps the status line, the timing and the exit codes what they
     // would be with sound, which a script checking a song can rely on.
     if (!mPlayer->outputAudioUnit()->hasSoundOutput())
-        reportError(QStringLiteral("no sound device (%1); playing silently")
+        reportError(QStringLiteral("warning: %1 Playing on silently.")
                         .arg(mPlayer->outputAudioUnit()->noSoundReason()));
     mPlaying = true;
     showPlaybackStatus(mPlayer->currentFrame());

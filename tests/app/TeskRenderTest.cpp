@@ -610,6 +610,17 @@ TEST(TeskRender, PlaysARangeToItsEndAndStopsOnSigterm) {
     const RenderRun range = runRender({"--range", "10-10.5", "--speed", "2", input});
     EXPECT_EQ(range.exitCode, 0) << range.err.toStdString();
     EXPECT_TRUE(range.err.contains("0:10.5 / 0:10.5  speed 2  pitch 0")) << range.err.toStdString();
+    // Without a sound device, it says so once and plays on silently, to the same end.
+    QProcess deviceless;
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.insert("SDL_AUDIODRIVER", "none-such");
+    deviceless.setProcessEnvironment(environment);
+    const RenderRun silent = runRender({"--range", "10-10.5", "--speed", "2", input}, &deviceless);
+    EXPECT_EQ(silent.exitCode, 0) << silent.err.toStdString();
+    EXPECT_TRUE(silent.err.startsWith("tesk-render: warning: No sound output could be opened ("))
+        << silent.err.toStdString();
+    EXPECT_TRUE(silent.err.contains(". Playing on silently.\n")) << silent.err.toStdString();
+    EXPECT_TRUE(silent.err.contains("0:10.5 / 0:10.5")) << silent.err.toStdString();
 
     QProcess process;
     process.start(QStringLiteral(TESK_RENDER_PATH), {"--pitch", "-2", input});
