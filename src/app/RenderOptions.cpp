@@ -256,8 +256,20 @@ RenderCommandLine parseRenderCommandLine(const QStringList& arguments) {
         if (positional.size() == 1)
             options.outputPath = positional[0];
     } else {
-        if (positional.isEmpty())
+        // Before the arguments: without a --document, "--loop 1-2" leaves "1-2" as one.
+        if (!saving && parser.isSet(loopOption))
+            return badUsage(QStringLiteral("--loop takes the loop range of a --document, or "
+                                           "A-B with --save-document"));
+        if (positional.isEmpty()) {
+            // An option given without its value takes the next word, the song, for it.
+            for (const QCommandLineOption& option : allOptions) {
+                if (!option.valueName().isEmpty() && parser.isSet(option) &&
+                    QFileInfo::exists(parser.value(option)))
+                    return badUsage(QStringLiteral("no INPUT given (--%1 took %2 as its value)")
+                                        .arg(option.names().constLast(), parser.value(option)));
+            }
             return badUsage(QStringLiteral("no INPUT given"));
+        }
         if (positional.size() > 2)
             return badUsage(
                 QStringLiteral("too many arguments: %1").arg(positional.mid(2).join(' ')));
@@ -274,9 +286,6 @@ RenderCommandLine parseRenderCommandLine(const QStringList& arguments) {
                 return badUsage(
                     QStringLiteral("OUTPUT must end in .aif or .m4a: %1").arg(options.outputPath));
         }
-        if (!saving && parser.isSet(loopOption))
-            return badUsage(QStringLiteral("--loop takes the loop range of a --document, or "
-                                           "A-B with --save-document"));
     }
     if (!saving && parser.isSet(markerOption))
         return badUsage(QStringLiteral("--marker goes with --save-document"));

@@ -153,6 +153,16 @@ TEST(TeskRenderCommandLine, BadUsageIsOneLineSaidBeforeAnythingIsRead) {
         }
     }
 
+    // An option short of its value, or one that takes none given one, is named, not the
+    // arguments it threw out.
+    QTemporaryDir songs;
+    const QString song = songs.filePath("song.wav");
+    ASSERT_TRUE(writeFile(song, "RIFF"));
+    EXPECT_EQ(parseRenderCommandLine({"tesk-render", "--speed", song}).text,
+              QString("no INPUT given (--speed took %1 as its value)").arg(song));
+    EXPECT_TRUE(parseRenderCommandLine({"tesk-render", song, "--loop", "1-2"})
+                    .text.startsWith("--loop takes the loop range of a --document"));
+
     // A song whose name begins with a dash is named whole, with the way to give it.
     EXPECT_EQ(parseRenderCommandLine({"tesk-render", "-leading dash.wav", "out.m4a"}).text,
               "Unknown option '-leading dash.wav' (a file whose name begins with '-' goes after "
