@@ -532,6 +532,11 @@ void RenderCommand::poll() {
     // would clear it as it starts.
     if (mInterrupted && mExporting)
         mPlayer->cancelWriteToFile();
+    // Playback starts before the song is decoded; a damaged file is told of once it is.
+    if (mPlaying && !mToldOfDecoding && mFile->isDecodingFinished()) {
+        mToldOfDecoding = true;
+        warnAboutDecoding();
+    }
     if (++mPolls % kPollsPerRedraw != 0)
         return;
     if (mExporting)

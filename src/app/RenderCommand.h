@@ -102,6 +102,7 @@ private:
     QEventLoop mLoop;
     std::optional<int> mExitCode;
     QTimer mPollTimer;
+    bool mToldOfDecoding = false; // while playing: whether decoding's end has been looked at
     int mPolls = 0;
     bool mInterrupted = false;
     /// Read by the work thread between its steps.

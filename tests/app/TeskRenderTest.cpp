@@ -225,10 +225,15 @@ TEST(TeskRender, UnreadableInputExitsTwoAndUnwritableOutputThree) {
     const QString cut = other.filePath("cut.wav");
     ASSERT_TRUE(
         writeFile(cut, readFile(writeTone(other.filePath("whole.wav"), 0.3)).chopped(1001)));
-    const RenderRun damaged = runRender({"-q", cut, other.filePath("cut.aif")});
-    EXPECT_EQ(damaged.exitCode, 0);
-    EXPECT_TRUE(damaged.err.startsWith("tesk-render: warning: ")) << damaged.err.toStdString();
-    EXPECT_EQ(damaged.err.count('\n'), 1) << damaged.err.toStdString();
+    // Exported or played.
+    for (const QStringList& arguments :
+         {QStringList{"-q", cut, other.filePath("cut.aif")}, QStringList{"-q", cut}}) {
+        SCOPED_TRACE(arguments.join(' ').toStdString());
+        const RenderRun damaged = runRender(arguments);
+        EXPECT_EQ(damaged.exitCode, 0);
+        EXPECT_TRUE(damaged.err.startsWith("tesk-render: warning: ")) << damaged.err.toStdString();
+        EXPECT_EQ(damaged.err.count('\n'), 1) << damaged.err.toStdString();
+    }
 }
 
 TEST(TeskRender, ExportsAifAndM4aOfTheSongsLengthOverTheSpeedWithItsTags) {
