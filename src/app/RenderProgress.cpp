@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 namespace tesk {
@@ -126,8 +127,15 @@ void RenderProgress::draw(const QString& text) {
     if (text == mDrawn)
         return;
     mDrawn = text;
+    // Cut to a narrow terminal's width: a line that wrapped is not drawn over by the next, and
+    // each redraw would add one.
+    QString shown = text;
+    winsize size = {};
+    if (::ioctl(::fileno(mStream), TIOCGWINSZ, &size) == 0 && size.ws_col > 1 &&
+        shown.size() >= size.ws_col)
+        shown.truncate(size.ws_col - 1);
     // Back to the start of the line and clear what a longer earlier text left behind.
-    std::fputs(("\r" + text + "\x1b[K").toLocal8Bit().constData(), mStream);
+    std::fputs(("\r" + shown + "\x1b[K").toLocal8Bit().constData(), mStream);
     std::fflush(mStream);
     mLineOpen = true;
 }

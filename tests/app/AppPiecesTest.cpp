@@ -1,9 +1,15 @@
 #include "app/DurationFormatter.h"
 #include "app/FeedbackMessage.h"
+#include "app/RenderProgress.h"
 
+#include <QRegularExpression>
 #include <QTemporaryDir>
 #include <QUrlQuery>
+#include <cstdio>
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <pty.h>
+#include <unistd.h>
 
 #include "support/AudioFiles.h"
 
@@ -68,4 +74,37 @@ TEST(FeedbackMessage, TheSystemIsNamedByTheOsReleasePrettyName) {
         EXPECT_EQ(FeedbackMessage::systemVersion(path), c.name);
     }
     EXPECT_EQ(FeedbackMessage::systemVersion(dir.filePath("missing")), "Linux");
+}
+
+TEST(RenderProgress, TheBarFitsATerminalNarrowerThanIt) {
+    // A wrapped bar is not drawn over by the next: each redraw would leave a line behind.
+    for (const unsigned short columns : {40, 20, 200}) {
+        SCOPED_TRACE(columns);
+        int terminal = -1;
+        int side = -1;
+        winsize size = {};
+        size.ws_col = columns;
+        size.ws_row = 24;
+        ASSERT_EQ(::openpty(&terminal, &side, nullptr, nullptr, &size), 0);
+        std::FILE* stream = ::fdopen(side, "w");
+        ASSERT_NE(stream, nullptr);
+        {
+            RenderProgress progress(RenderProgress::Style::Bar, stream);
+            progress.showExport(0.25);
+            progress.showExport(0.5);
+        }
+        std::fclose(stream);
+        std::string written;
+        char buffer[4096];
+        ::fcntl(terminal, F_SETFL, O_NONBLOCK);
+        for (ssize_t got; (got = ::read(terminal, buffer, sizeof buffer)) > 0;)
+            written.append(buffer, std::size_t(got));
+        ::close(terminal);
+        const QString text = QString::fromLocal8Bit(written).remove("\x1b[K");
+        const QStringList drawn = text.split(QRegularExpression("[\r\n]"), Qt::SkipEmptyParts);
+        ASSERT_GE(drawn.size(), 2) << written;
+        for (const QString& line : drawn)
+            EXPECT_LT(line.size(), int(columns)) << line.toStdString();
+        EXPECT_TRUE(drawn.constLast().startsWith("[###")) << drawn.constLast().toStdString();
+    }
 }
