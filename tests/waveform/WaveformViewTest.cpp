@@ -924,7 +924,6 @@ TEST(WaveformViewScan, EachBlockIsDrawnAsItArrivesRedrawingOnlyItsColumns) {
             [&] { return view.waveform()->availableFrameCount() >= wholeBlocks; }, 20000));
         QTest::qWait(20);
         view.removeEventFilter(&log);
-        fprintf(stderr, "STEP %lld width %d x %d paints %d\n", (long long)decoded, log.painted.boundingRect().width(), log.painted.boundingRect().x(), log.paints);
         if (log.painted.boundingRect().width() > widest.boundingRect().width())
             widest = log.painted;
         // What is read is drawn (a dark blue-grey), the rest is background (light grey).
