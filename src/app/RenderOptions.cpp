@@ -240,6 +240,16 @@ RenderCommandLine parseRenderCommandLine(const QStringList& arguments) {
     RenderOptions options;
     const QStringList positional = parser.positionalArguments();
     options.info = parser.isSet(infoOption);
+    // --info reads the file as it is: a setting given with it would be silently left out.
+    if (options.info) {
+        for (const QCommandLineOption& setting :
+             {speedOption, pitchOption, volumeOption, rangeOption, eqOption, vocalOption, panOption,
+              outOfPhaseOption, qualityOption}) {
+            if (parser.isSet(setting))
+                return badUsage(QStringLiteral("--info takes no --%1: it reads INPUT as it is")
+                                    .arg(setting.names().constFirst()));
+        }
+    }
     options.quiet = parser.isSet(quietOption);
     if (parser.isSet(documentOption)) {
         if (saving)

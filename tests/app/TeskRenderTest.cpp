@@ -123,6 +123,8 @@ TEST(TeskRenderCommandLine, BadUsageIsOneLineSaidBeforeAnythingIsRead) {
         {"--pan", "1.5", "in.wav", "out.m4a"},
         {"--quality", "best", "in.wav", "out.m4a"},
         {"--info", "in.wav", "out.m4a"},
+        {"--info", "--speed", "2", "in.wav"},
+        {"--info", "--out-of-phase", "in.wav"},
         // A document names its song and keeps no range or quality; --loop and --marker only
         // mean something with a document.
         {"--document", "d.tesk", "in.wav"},
