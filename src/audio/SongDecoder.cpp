@@ -221,7 +221,9 @@ bool SongDecoder::openFile(const QString& path, std::optional<TeskError>* error)
     const QFileInfo file(path);
     if (!file.exists())
         return fail(SongFileErrorCode::NotFound);
-    if (file.isDir() || !file.isReadable())
+    // A device or a pipe is no song either: it has no size to tell it by, and reading one may
+    // never end.
+    if (!file.isFile() || !file.isReadable())
         return fail(SongFileErrorCode::NotReadable);
     if (file.size() == 0)
         return fail(SongFileErrorCode::Empty);

@@ -19,6 +19,7 @@
 #include <chrono>
 #include <cmath>
 #include <limits>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace tesk {
@@ -388,9 +389,13 @@ TEST(TeskExtendedAudioFile, FilesWithoutSoundFailToOpenWithAClearError) {
     for (const int rate : {1'000, 6'144'000})
         EXPECT_TRUE(TeskExtendedAudioFile::openForPlayback(toneAt(rate), nullptr)) << rate;
 
+    const QString pipe = folder.filePath("pipe.mp3");
+    ASSERT_EQ(::mkfifo(QFile::encodeName(pipe).constData(), 0600), 0);
     const std::vector<std::pair<QString, SongFileErrorCode>> cases{
         {folder.filePath("missing.mp3"), SongFileErrorCode::NotFound},
         {folder.path(), SongFileErrorCode::NotReadable},
+        {QStringLiteral("/dev/zero"), SongFileErrorCode::NotReadable},
+        {pipe, SongFileErrorCode::NotReadable},
         {writeFile("empty.mp3", {}), SongFileErrorCode::Empty},
         {writeFile("chords.mp3", QByteArray("Am F C G, not a song.\n").repeated(40)),
          SongFileErrorCode::NotAudio},
