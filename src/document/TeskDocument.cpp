@@ -938,15 +938,16 @@ bool TeskDocument::fileChangedElsewhere() const {
 }
 
 QString TeskDocument::displayName() const {
-    // A saved practice keeps its own name, its song found or not.
-    if (!mFileURL.isEmpty())
-        return QFileInfo(mFileURL.toLocalFile()).completeBaseName();
-    if (const QString title = songTitle(); !title.isEmpty())
-        return title;
-    if (const QString name = QFileInfo(audioFileURL().toLocalFile()).completeBaseName();
-        !name.isEmpty())
-        return name;
-    return QStringLiteral("Tesk"); // the empty window
+    const QUrl song = audioFileURL();
+    if (mFileURL.isEmpty()) {
+        if (const QString title = songTitle(); !title.isEmpty())
+            return title;
+        if (const QString name = QFileInfo(song.toLocalFile()).completeBaseName(); !name.isEmpty())
+            return name;
+    }
+    if (song.isEmpty())
+        return QStringLiteral("Tesk");
+    return QFileInfo(mFileURL.toLocalFile()).completeBaseName();
 }
 
 QString TeskDocument::practiceName() const {
