@@ -159,10 +159,16 @@ QString pitchText(double semitones) {
 
 QString spokenPitch(double semitones) {
     const QString shown = pitchText(semitones);
+    const QString size = shown.mid(1);
+    const bool one = size == QLatin1String("1");
     if (shown.startsWith(QLatin1Char('+')))
-        return QCoreApplication::translate("Transport", "plus %1 semitones").arg(shown.mid(1));
+        return (one ? QCoreApplication::translate("Transport", "plus %1 semitone")
+                    : QCoreApplication::translate("Transport", "plus %1 semitones"))
+            .arg(size);
     if (shown.startsWith(QLatin1Char('-')))
-        return QCoreApplication::translate("Transport", "minus %1 semitones").arg(shown.mid(1));
+        return (one ? QCoreApplication::translate("Transport", "minus %1 semitone")
+                    : QCoreApplication::translate("Transport", "minus %1 semitones"))
+            .arg(size);
     return QCoreApplication::translate("Transport", "0 semitones");
 }
 

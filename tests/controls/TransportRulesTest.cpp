@@ -114,7 +114,10 @@ TEST(TransportRules, PitchGeometryStepsAndText) {
                  {1.5, "+1.5", "plus 1.5 semitones"},
                  {-12, "-12", "minus 12 semitones"},
                  {3.0 / 7.0 * 8.0, "+3.43", "plus 3.43 semitones"},
-                 {-0.004, "0", "0 semitones"}};
+                 {-0.004, "0", "0 semitones"},
+                 {1, "+1", "plus 1 semitone"},
+                 {-1.001, "-1", "minus 1 semitone"},
+                 {-11, "-11", "minus 11 semitones"}};
     for (const auto& text : texts) {
         EXPECT_EQ(pitchText(text.semitones), text.shown) << text.semitones;
         EXPECT_EQ(spokenPitch(text.semitones), text.heard) << text.semitones;
