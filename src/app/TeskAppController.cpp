@@ -230,7 +230,7 @@ void TeskAppController::sendFeedback() {
     box->setInformativeText(tr("Please write to %1 from the mail you use; the address can be "
                                "selected and copied here.")
                                 .arg(FeedbackMessage::SupportAddress));
-    box->setTextInteractionFlags(Qt::TextSelectableByMouse);
+    box->setTextInteractionFlags(Qt::TextSelectableByMouse | Qt::TextSelectableByKeyboard);
     box->setAttribute(Qt::WA_DeleteOnClose);
     box->open();
 }
