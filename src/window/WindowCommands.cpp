@@ -200,14 +200,18 @@ QString exportPath(const QString& chosen, int formatIndex) {
     const char* extension = formatIndex == 0 ? "m4a" : formatIndex == 1 ? "aif" : nullptr;
     if (extension == nullptr)
         return {};
-    // Only an export extension gives way to the format's: in "Take 2.5" or "Intro.slow" the
-    // dot is part of the name, which would otherwise lead to another file ("Take 2.m4a").
+    // Only a sound file's extension gives way to the format's ("take.wav" is not meant to become
+    // "take.wav.m4a"): in "Take 2.5" or "Intro.slow" the dot is part of the name, which would
+    // otherwise lead to another file ("Take 2.m4a").
+    static const QStringList soundSuffixes = {
+        QStringLiteral("m4a"),  QStringLiteral("aif"), QStringLiteral("aiff"),
+        QStringLiteral("aifc"), QStringLiteral("wav"), QStringLiteral("wave"),
+        QStringLiteral("mp3"),  QStringLiteral("mp4"), QStringLiteral("aac"),
+        QStringLiteral("flac"), QStringLiteral("ogg"), QStringLiteral("opus")};
     const QFileInfo file(chosen);
-    const QString suffix = file.suffix().toLower();
-    const bool exportSuffix = suffix == QLatin1String("m4a") || suffix == QLatin1String("aif") ||
-                              suffix == QLatin1String("aiff");
+    const bool soundSuffix = soundSuffixes.contains(file.suffix().toLower());
     const QString base =
-        exportSuffix ? file.path() + QLatin1Char('/') + file.completeBaseName() : file.filePath();
+        soundSuffix ? file.path() + QLatin1Char('/') + file.completeBaseName() : file.filePath();
     return base + QLatin1Char('.') + QLatin1String(extension);
 }
 

@@ -284,6 +284,9 @@ TEST(WindowRules, TheExportFormatReplacesTheChosenExtension) {
         {"/music/take", 0, "/music/take.m4a"},
         {"/music/v1.2 take.aif", 0, "/music/v1.2 take.m4a"},
         {"/music/take.AIFF", 0, "/music/take.m4a"},
+        {"/music/take.wav", 0, "/music/take.m4a"},
+        {"/music/take.Mp3", 1, "/music/take.aif"},
+        {"/music/take.flac.ogg", 1, "/music/take.flac.aif"},
         // A dot that only belongs to the name keeps its part: "Intro.m4a" may be the song.
         {"/music/Intro.slow", 0, "/music/Intro.slow.m4a"},
         {"/music/Take 2.5", 1, "/music/Take 2.5.aif"},
