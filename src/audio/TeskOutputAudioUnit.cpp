@@ -498,7 +498,7 @@ TeskOutputAudioUnit::writeSamplesInTwoParts(const DecodedFrames& frames, qint64 
     const int spillFile = spill.descriptor;
     constexpr std::int64_t kSpillFrameBytes = 2 * sizeof(float);
     std::atomic<std::int64_t> secondRendered{0}; // output frames rendered, preroll included
-    std::atomic<std::int64_t> secondSpilled{0};  // frames in the file, from the join's start
+    std::atomic<std::int64_t> secondSpilled{0};  // frames in the file, from kMaxLag before the join
     std::atomic<bool> secondDone{false};
     std::atomic<int> secondFailure{0}; // the errno of a failed write
     std::atomic<bool> abandon{false};
@@ -517,9 +517,10 @@ TeskOutputAudioUnit::writeSamplesInTwoParts(const DecodedFrames& frames, qint64 
         while (output < paddedTotal + ExportJoin::kMaxLag && !mCancelExport.load() &&
                !abandon.load()) {
             renderExportSlice(*chain, left.data(), right.data(), kExportSliceFrames);
-            // Only what lies from the start of the join on is kept.
-            const std::int64_t skip =
-                std::clamp<std::int64_t>(joinStart - output, 0, kExportSliceFrames);
+            // Only what lies from as far before the join as it may move the second half back
+            // is kept.
+            const std::int64_t skip = std::clamp<std::int64_t>(
+                joinStart - ExportJoin::kMaxLag - output, 0, kExportSliceFrames);
             std::size_t kept = 0;
             for (std::int64_t i = skip; i < kExportSliceFrames; ++i, ++kept) {
                 interleaved[2 * kept] = left[std::size_t(i)];
@@ -582,7 +583,7 @@ TeskOutputAudioUnit::writeSamplesInTwoParts(const DecodedFrames& frames, qint64 
     // second half as it arrives; silence pads the last slice.
     std::vector<float> interleaved(2 * kExportSliceFrames);
     const auto waitForSecond = [&](std::int64_t frames) {
-        // Frames from the join's start on that the second half has spilled, once it has
+        // Frames from kMaxLag before the join on that the second half has spilled, once it has
         // `frames` of them or has ended.
         for (;;) {
             if (const int failure = secondFailure.load()) {
@@ -615,7 +616,7 @@ TeskOutputAudioUnit::writeSamplesInTwoParts(const DecodedFrames& frames, qint64 
     for (std::size_t i = 0; i < firstMix.size(); ++i)
         firstMix[i] = joinLeft[i] + joinRight[i];
     std::vector<float> secondMix;
-    const std::int64_t reach = kCrossfade + ExportJoin::kMaxLag;
+    const std::int64_t reach = kCrossfade + 2 * ExportJoin::kMaxLag;
     const std::int64_t available = std::min(waitForSecond(reach), reach);
     for (std::int64_t from = 0; from < available; from += kExportSliceFrames) {
         const std::int64_t count = std::min<std::int64_t>(kExportSliceFrames, available - from);
@@ -628,7 +629,7 @@ TeskOutputAudioUnit::writeSamplesInTwoParts(const DecodedFrames& frames, qint64 
     std::int64_t written = joinStart;
     while (!cancelled && written < paddedTotal) {
         cancelled = mCancelExport.load();
-        const std::int64_t from = written - joinStart + join.lag();
+        const std::int64_t from = written - joinStart + ExportJoin::kMaxLag + join.lag();
         const std::int64_t wanted =
             std::min<std::int64_t>(kExportSliceFrames, paddedTotal - written);
         const std::int64_t spilled = waitForSecond(from + wanted);

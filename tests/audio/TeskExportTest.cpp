@@ -345,6 +345,54 @@ TEST(TeskExport, TwoHalvesRenderedAtOnceJoinWithoutASeam) {
     }
 }
 
+TEST(TeskExport, ABeatKeepsItsTimeAcrossTheJoinOfTheHalves) {
+    // Clicks every half second over a bass note: where the halves' stretchers leave the bass in
+    // other phases, the join once moved the second half on by most of a bass period, and every
+    // click after it came 18 ms early. The move is now at most half of one (9 ms at 55 Hz).
+    constexpr std::uint32_t kFrames = 44100 * 20;
+    std::vector<float> left(kFrames), right(kFrames);
+    for (std::size_t i = 0; i < kFrames; ++i) {
+        const double t = double(i) / 44100.0;
+        const auto tone = [t](double hertz, double level, double bend = 0.0) {
+            return level * std::sin(2.0 * M_PI * hertz * t + bend);
+        };
+        const double bass = tone(55.0, 0.3);
+        const double click = i % 22050 < 88 ? 0.6 : 0.0;
+        left[i] = float(bass + click + tone(220.0, 0.15, 3.0 * std::sin(2.0 * M_PI * 0.3 * t)) +
+                        tone(330.0, 0.1) + tone(415.0, 0.1));
+        right[i] = float(bass + click + tone(277.0, 0.12) +
+                         tone(330.0, 0.1, 2.0 * std::sin(2.0 * M_PI * 0.2 * t)));
+    }
+    for (const float speed : {0.75f, 0.9f}) {
+        SCOPED_TRACE(speed);
+        QTemporaryDir folder;
+        TeskExtendedAudioFilePlayer player(std::make_shared<MemorySong>(left, right), true);
+        player.setPlaybackSpeed(speed);
+        const Exported back = exportAndRead(player, {0, kFrames}, folder, "beat.aif");
+        ASSERT_TRUE(back.file);
+        std::vector<double> clicks; // where each click's rise is steepest
+        for (std::size_t i = 1; i < back.left.size(); ++i) {
+            if (back.left[i] - back.left[i - 1] < 0.25f ||
+                (!clicks.empty() && double(i) - clicks.back() < 4410.0))
+                continue;
+            std::size_t steepest = i;
+            for (std::size_t j = i; j < std::min(back.left.size(), i + 32); ++j)
+                if (back.left[j] - back.left[j - 1] > back.left[steepest] - back.left[steepest - 1])
+                    steepest = j;
+            clicks.push_back(double(steepest));
+        }
+        // Every click on the beat of the first, a click smeared by the crossfade aside.
+        const double beat = 22050.0 / double(speed);
+        const double join = 0.5 * kFrames / double(speed);
+        EXPECT_GE(std::count_if(clicks.begin(), clicks.end(), [&](double at) { return at > join; }),
+                  12);
+        for (const double at : clicks) {
+            const double beats = (at - clicks.front()) / beat;
+            EXPECT_NEAR(beats, std::round(beats), 0.0095 * 44100 / beat) << at / 44100 << " s";
+        }
+    }
+}
+
 TEST(TeskExport, FailuresRaiseOnTheExportThreadAndSayWhy) {
     TeskExtendedAudioFilePlayer unwritable(MemorySong::sine(44100, 440.0, 0.5), true);
     ExportResult result = exportOnWorker(unwritable, {0, 44100}, "/nonexistent-folder/song.aif");
