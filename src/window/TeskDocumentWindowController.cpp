@@ -479,6 +479,16 @@ void TeskDocumentWindowController::menuClosed() {
         view->setFocus(Qt::PopupFocusReason);
 }
 
+void TeskDocumentWindowController::takeKeysBackFromMenuBar() {
+    if (QApplication::activePopupWidget() != nullptr || menuBar()->activeAction() != nullptr)
+        return; // a menu is open, or the bar is still being moved along
+    QWidget* focus = QApplication::focusWidget();
+    if (focus != menuBar() && focus != nullptr)
+        return;
+    if (QWidget* view = mViews ? static_cast<QWidget*>(mViews->waveformView()) : centralWidget())
+        view->setFocus(Qt::MenuBarFocusReason);
+}
+
 void TeskDocumentWindowController::placeWindow() {
     if (isEmptyWindow()) {
         const QByteArray saved = QSettings().value(kUntitledFrameKey).toByteArray();
@@ -681,7 +691,20 @@ bool TeskDocumentWindowController::eventFilter(QObject* watched, QEvent* event) 
         menuBar()->setActiveAction(menuBar()->actions().constFirst());
         return true;
     }
-    if (qobject_cast<QLineEdit*>(widget) || qobject_cast<QMenuBar*>(widget))
+    if (widget == menuBar()) {
+        // Escape out of the bar ends its keyboard mode; where the bar entered it from another
+        // menu's Alt key, it gives the keys to nobody, or keeps them, and a marker's letter
+        // would open the menu it names from then on.
+        if (key->key() == Qt::Key_Escape) {
+            QMetaObject::invokeMethod(this, &TeskDocumentWindowController::takeKeysBackFromMenuBar,
+                                      Qt::QueuedConnection);
+            return false;
+        }
+        if (menuBar()->activeAction() != nullptr)
+            return false;
+        takeKeysBackFromMenuBar();
+    }
+    if (qobject_cast<QLineEdit*>(widget))
         return false;
     const bool panelControl =
         qobject_cast<QComboBox*>(widget) || qobject_cast<QAbstractButton*>(widget) ||

@@ -228,6 +228,9 @@ private:
     // window rather than to the menu bar, where a marker's letter would open a menu instead.
     bool mMenuOpenedByMouse = false;
     void menuClosed();
+    // The menu bar done with the keys but left holding them, or nobody: the waveform takes
+    // them. Main thread.
+    void takeKeysBackFromMenuBar();
     bool mShowingSongProblem = false;
     QString mSoundNotice;  // the device gives no sound
     QString mDamageNotice; // the song could not be read to its end

@@ -746,6 +746,29 @@ TEST_F(TakeWindow, F10OpensTheFileMenuFromAnyViewAndEscapeGivesTheKeysBack) {
     EXPECT_EQ(song->genericMarkers().size(), 1);
 }
 
+TEST_F(TakeWindow, MenusOpenedByTheirAltKeysOneFromAnotherGiveTheKeysBackAfterEscape) {
+    // Alt+F, Escape, Alt+E, Escape, Escape: the menu bar is done, but kept the keys, and "v"
+    // opened the View menu instead of dropping a verse marker, until the window was closed.
+    window->activateWindow();
+    ASSERT_TRUE(QTest::qWaitForWindowActive(window));
+    auto* waveform = window->findChild<WaveformView*>();
+    waveform->setFocus();
+    const auto focused = [] { return QApplication::focusWidget(); };
+    for (const Qt::Key title : {Qt::Key_F, Qt::Key_E}) {
+        QTest::keyClick(focused(), title, Qt::AltModifier);
+        ASSERT_TRUE(QTest::qWaitFor([] { return QApplication::activePopupWidget() != nullptr; }));
+        QTest::keyClick(QApplication::activePopupWidget(), Qt::Key_Escape);
+        ASSERT_TRUE(QTest::qWaitFor([] { return QApplication::activePopupWidget() == nullptr; }));
+    }
+    ASSERT_EQ(focused(), window->menuBar());
+    QTest::keyClick(focused(), Qt::Key_Escape);
+    // (The test platform may hand activation to another window meanwhile.)
+    ASSERT_TRUE(QTest::qWaitFor([&] { return window->focusWidget() == waveform; }, 1000));
+    QTest::keyClick(waveform, Qt::Key_V);
+    EXPECT_EQ(QApplication::activePopupWidget(), nullptr);
+    EXPECT_EQ(song->verseMarkers().size(), 1);
+}
+
 TEST_F(TakeWindow, AStepOfSpeedOrPitchShowsTheControlItMoves) {
     // Under the speed control a pitch changed from the menu would show nowhere, and the other
     // way round: each step turns the switch to its control.
