@@ -429,8 +429,13 @@ TeskOutputAudioUnit::ExportOutcome TeskOutputAudioUnit::writeSamples(qint64 sour
     std::int64_t lastReported = 0;
     bool cancelled = mCancelExport.load();
     while (!cancelled && totalFrames > sampleTime) {
-        // Whole slices: a short end is silence.
+        // Whole slices: a short end is silence, whatever the chain still had on its way (the
+        // vocal reduction's last block reaches past the range).
         renderExportSlice(*chain, left.data(), right.data(), kExportSliceFrames);
+        const auto inRange =
+            std::size_t(std::clamp<std::int64_t>(totalFrames - sampleTime, 0, kExportSliceFrames));
+        std::fill(left.begin() + std::ptrdiff_t(inRange), left.end(), 0.0f);
+        std::fill(right.begin() + std::ptrdiff_t(inRange), right.end(), 0.0f);
         sampleTime += kExportSliceFrames;
         if (!writer->write(left.data(), right.data(), kExportSliceFrames, &error))
             throw NSXError(*error);
