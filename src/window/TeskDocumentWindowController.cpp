@@ -945,14 +945,17 @@ void TeskDocumentWindowController::doExportSongUsingLoop(bool loop) {
     // In the folder of the practice or the song, not wherever Tesk happened to be started.
     const QFileInfo sourceFile(source);
     const QDir folder(sourceFile.absolutePath());
-    QString proposed = folder.filePath(sourceFile.completeBaseName());
+    // Without a sound file's extension left in the name ("take.wav" of "take.wav.m4a"), which
+    // the format's would replace: the name proposed is the one written.
+    QString proposed =
+        WindowRules::withoutSoundExtension(folder.filePath(sourceFile.completeBaseName()));
     // An M4A or AIFF song would be proposed as itself, which the export refuses to write over.
     const auto isTheSong = [this, &proposed](int formatIndex) {
         return mDocument->isSongAt(WindowRules::exportPath(proposed, formatIndex));
     };
     if (isTheSong(0) || isTheSong(1))
         proposed = folder.filePath(
-            (loop ? tr("%1 (Loop)") : tr("%1 (Export)")).arg(sourceFile.completeBaseName()));
+            (loop ? tr("%1 (Loop)") : tr("%1 (Export)")).arg(QFileInfo(proposed).fileName()));
     const auto chosen = [this](const QString& path, int formatIndex) {
         const QString destination = WindowRules::exportPath(path, formatIndex);
         if (destination.isEmpty()) {

@@ -196,23 +196,25 @@ std::int32_t wheelFrameOffset(double delta) {
     return std::int32_t(float(delta) * -441.0f);
 }
 
-QString exportPath(const QString& chosen, int formatIndex) {
-    const char* extension = formatIndex == 0 ? "m4a" : formatIndex == 1 ? "aif" : nullptr;
-    if (extension == nullptr)
-        return {};
-    // Only a sound file's extension gives way to the format's ("take.wav" is not meant to become
-    // "take.wav.m4a"): in "Take 2.5" or "Intro.slow" the dot is part of the name, which would
-    // otherwise lead to another file ("Take 2.m4a").
+QString withoutSoundExtension(const QString& path) {
+    // "take.wav" is not meant to become "take.wav.m4a"; in "Take 2.5" or "Intro.slow" the dot
+    // is part of the name, which would otherwise lead to another file ("Take 2.m4a").
     static const QStringList soundSuffixes = {
         QStringLiteral("m4a"),  QStringLiteral("aif"), QStringLiteral("aiff"),
         QStringLiteral("aifc"), QStringLiteral("wav"), QStringLiteral("wave"),
         QStringLiteral("mp3"),  QStringLiteral("mp4"), QStringLiteral("aac"),
         QStringLiteral("flac"), QStringLiteral("ogg"), QStringLiteral("opus")};
-    const QFileInfo file(chosen);
-    const bool soundSuffix = soundSuffixes.contains(file.suffix().toLower());
-    const QString base =
-        soundSuffix ? file.path() + QLatin1Char('/') + file.completeBaseName() : file.filePath();
-    return base + QLatin1Char('.') + QLatin1String(extension);
+    const QFileInfo file(path);
+    if (!soundSuffixes.contains(file.suffix().toLower()))
+        return path;
+    return path.chopped(file.suffix().size() + 1);
+}
+
+QString exportPath(const QString& chosen, int formatIndex) {
+    const char* extension = formatIndex == 0 ? "m4a" : formatIndex == 1 ? "aif" : nullptr;
+    if (extension == nullptr)
+        return {};
+    return withoutSoundExtension(chosen) + QLatin1Char('.') + QLatin1String(extension);
 }
 
 QString documentPath(const QString& chosen) {

@@ -102,8 +102,12 @@ double zoomedOut(double zoomLevel);
 /// backwards for positive deltas, computed in single precision and truncated toward zero.
 std::int32_t wheelFrameOffset(double delta);
 
+/// `path` without a sound file's extension ("take.wav" is "take"); other dots ("Take 2.5")
+/// belong to the name.
+QString withoutSoundExtension(const QString& path);
+
 /// The export file's path: `chosen` with the format's extension ("m4a" for index 0, "aif" for
-/// 1) in place of an export extension it has, or after its name. Empty for any other index.
+/// 1) in place of a sound file's extension it has, or after its name. Empty for any other index.
 QString exportPath(const QString& chosen, int formatIndex);
 
 /// The Open Recent items for `paths`: each file's name, followed by its folder's where two

@@ -466,6 +466,19 @@ TEST(DocumentWindow, APracticeSessionFromOpeningToReopening) {
         app.documents->closeDocument(other);
         window->activateWindow();
     }
+    // A song named by an export of a song ("take.wav.m4a") proposes the name that is written,
+    // not itself ("take.wav", shown as "take.wav.m4a").
+    const QString twice = dir.filePath("take.wav.m4a");
+    ASSERT_TRUE(QFile::copy(exported, twice));
+    TeskDocument* exportedAgain = app.open(twice);
+    ASSERT_NE(exportedAgain, nullptr);
+    app.exportAnswer = dir.filePath("take.m4a");
+    app.window(exportedAgain)->perform(WindowCommand::ExportSong);
+    EXPECT_EQ(app.proposedExportName, dir.filePath("take"));
+    QCoreApplication::processEvents();
+    ASSERT_TRUE(QTest::qWaitFor([&] { return !exportedAgain->isExporting(); }, 30000));
+    app.documents->closeDocument(exportedAgain);
+    window->activateWindow();
 
     // A cancelled export leaves nothing behind.
     app.exportAnswer = dir.filePath("cancelled.aif");
@@ -1460,6 +1473,7 @@ TEST_F(TakeWindow, ARefusedReplaceAsksForAnotherNameAndSavesThere) {
 }
 
 TEST_F(TakeWindow, TheBarsButtonsSlidersAndTheTimeTipWhatTheyAre) {
+    song->setPlaybackVolume(1.0); // a new song starts at the last volume set, in any test before
     const auto tipOf = [&](const QString& name) {
         for (QWidget* widget : window->findChildren<QWidget*>())
             if (widget->accessibleName() == name)
