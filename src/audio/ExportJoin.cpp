@@ -36,8 +36,10 @@ ExportJoin::ExportJoin(std::span<const float> first, std::span<const float> seco
     // note's period away. Halves that line up whole somewhere are moved there (give or take
     // the frame grid's rounding of a high note); halves that match only in part anywhere (their
     // notes in other phases) may fall short of their best by as much as that best falls short
-    // of whole, up to a quarter: the crossfade's gain makes up for the likeness they lack.
-    const double enough = best - std::clamp(1.0 - best, 0.02, 0.25);
+    // of whole, up to a quarter, and never by half of it: the crossfade's gain makes up for the
+    // likeness they lack, but not for a note it cancels, which a move unlike the best can.
+    const double shortfall = std::min({std::max(1.0 - best, 0.02), 0.25, 0.5 * best});
+    const double enough = best - std::max(shortfall, 0.0);
     const auto distance = [](std::int64_t offset) { return std::abs(offset - kMaxLag); };
     std::int64_t chosen = -1;
     for (std::int64_t offset = 0; offset < offsets; ++offset) {

@@ -84,6 +84,24 @@ TEST(ExportJoin, UnrelatedHalvesCrossAtEqualPowerAndSilenceStaysSilent) {
     }
 }
 
+TEST(ExportJoin, AQuietToneInOppositePhaseAmongUnrelatedSoundIsNotHollowedOut) {
+    // Halves alike only in a quiet tone, in opposite phase where they stand: the move nearest
+    // to them may not give up the likeness there is for one that cancels the tone.
+    constexpr double kTone = 300.0;
+    auto first = noise(0.2, kFade, 8);
+    auto second = noise(0.2, kSecond, 9);
+    const double opposite = std::numbers::pi - 2.0 * std::numbers::pi * kTone * kLag / kSampleRate;
+    const auto firstTone = sine(kTone, 0.05, kFade);
+    const auto secondTone = sine(kTone, 0.05, kSecond, kSampleRate, opposite);
+    for (std::size_t i = 0; i < first.size(); ++i)
+        first[i] += firstTone[i];
+    for (std::size_t i = 0; i < second.size(); ++i)
+        second[i] += secondTone[i];
+    const auto mixed = joined(first, second);
+    const auto middle = std::span<const float>(mixed).subspan(kFade / 2 - 512, 1024);
+    EXPECT_GT(toneAmplitude(middle, kTone), 0.5 * 0.05);
+}
+
 TEST(ExportJoin, TheSecondHalfMovesOnOrBackByWhatItIsLateOrEarly) {
     // Music whose second half is the first's, late or early by a few milliseconds: moved by
     // exactly that, it lines up whole and the beat after the join keeps its time.
