@@ -702,7 +702,10 @@ bool TeskDocumentWindowController::eventFilter(QObject* watched, QEvent* event) 
         }
         if (menuBar()->activeAction() != nullptr)
             return false;
+        // Nor does the bar get the key then, where the window has no use for it.
         takeKeysBackFromMenuBar();
+        handleKey(key);
+        return true;
     }
     if (qobject_cast<QLineEdit*>(widget))
         return false;
